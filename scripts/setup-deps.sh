@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Installs what Sonvale needs to build, run and test on Debian 12. Safe to run again:
+# it asks apt only for packages that are missing and says nothing when none are.
+set -euo pipefail
+
+packages=(
+    # toolchain
+    g++ cmake ninja-build pkgconf git
+    # libraries
+    qt6-base-dev qt6-svg-dev qt6-tools-dev libgl-dev
+    libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
+    libsndfile1-dev libsoxr-dev librubberband-dev portaudio19-dev libfftw3-dev
+    nlohmann-json3-dev libsigc++-3.0-dev
+    # tests and benchmarks
+    libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev
+    ffmpeg sox libsox-fmt-all espeak-ng
+    pulseaudio pulseaudio-utils libasound2-plugins alsa-utils dbus
+    xdg-user-dirs procps time
+)
+
+missing=()
+for package in "${packages[@]}"; do
+    status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
+    [[ "$status" == "install ok installed" ]] || missing+=("$package")
+done
+[[ ${#missing[@]} -eq 0 ]] && exit 0
+
+sudo=()
+if [[ $(id -u) -ne 0 ]]; then
+    command -v sudo >/dev/null || { echo "Sonvale: installing ${missing[*]} needs root (or sudo)." >&2; exit 1; }
+    sudo=(sudo)
+fi
+echo "Installing ${#missing[@]} missing packages: ${missing[*]}" >&2
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace sonvale::cli {
+
+using Arguments = std::vector<std::string>;
+
+// A command-line error: the one-line message is printed and the tool exits with status 1.
+struct UsageError {
+    std::string message;
+};
+
+// Each command takes the arguments after its name and returns the exit status.
+int info(const Arguments& args);
+int exportCommand(const Arguments& args);
+
+} // namespace sonvale::cli

@@ -1,0 +1,63 @@
+// sonvale-cli: Sonvale's batch tool for scripted audio work.
+
+#include "cli/Commands.h"
+
+#include "base/Errors.h"
+
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <map>
+
+using namespace sonvale::cli;
+
+namespace {
+
+struct Command {
+    const char* synopsis;
+    std::function<int(const Arguments&)> run;
+};
+
+const std::map<std::string, Command>& commands() {
+    static const std::map<std::string, Command> table{
+        {"info", {"info [--json] FILE...            container, codec, rate, channels, frames, "
+                  "duration, peak",
+                  info}},
+        {"export", {"export IN -o OUT [--format wav16|wav24|aiff16|aac] [--gain DB] "
+                    "[--range START:END]",
+                    exportCommand}},
+    };
+    return table;
+}
+
+void printUsage(FILE* to) {
+    std::fprintf(to, "usage: sonvale-cli COMMAND [ARGS...]\n\ncommands:\n");
+    for (auto& [name, command] : commands()) std::fprintf(to, "  %s\n", command.synopsis);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")) {
+        printUsage(argc < 2 ? stderr : stdout);
+        return argc < 2 ? 1 : 0;
+    }
+    if (!std::strcmp(argv[1], "--version")) {
+        std::printf("sonvale-cli %s\n", SONVALE_VERSION);
+        return 0;
+    }
+    auto found = commands().find(argv[1]);
+    if (found == commands().end()) {
+        std::fprintf(stderr, "sonvale-cli: unknown command \"%s\" (try --help)\n", argv[1]);
+        return 1;
+    }
+    try {
+        return found->second.run(Arguments(argv + 2, argv + argc));
+    } catch (const UsageError& error) {
+        std::fprintf(stderr, "sonvale-cli %s: %s\n", argv[1], error.message.c_str());
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "sonvale-cli %s: %s\n", argv[1], error.what());
+    }
+    return 1;
+}
