@@ -1,0 +1,56 @@
+#include "effects/CompressorProcessor.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace sonvale {
+
+CompressorProcessor::CompressorProcessor(double sampleRate, int channelCount,
+                                         std::shared_ptr<ParameterBank> bank)
+    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)) {}
+
+double CompressorProcessor::staticCurve(double level, double threshold, double ratio,
+                                        double knee) {
+    double over = level - threshold;
+    if (knee > 0 && std::fabs(over) <= knee / 2) {
+        double into = over + knee / 2;
+        return level + (1 / ratio - 1) * into * into / (2 * knee);
+    }
+    if (over > 0) return threshold + over / ratio;
+    return level;
+}
+
+void CompressorProcessor::process(float* const* channels, int64_t frameCount) noexcept {
+    double T = bank->value(threshold);
+    double R = std::max(bank->value(ratio), 1.0);
+    double attackMs = std::max(bank->value(attack), 0.01);
+    double releaseMs = std::max(bank->value(release), 1.0);
+    double K = std::max(bank->value(knee), 0.0);
+    double M = bank->value(makeup);
+    double a = std::exp(-1 / (attackMs / 1000 * sampleRate));
+    double r = std::exp(-1 / (releaseMs / 1000 * sampleRate));
+
+    double lowest = 0;
+    double lastDB = M, lastLinear = std::pow(10.0, M / 20); // the exponential, cached
+    for (int64_t i = 0; i < frameCount; ++i) {
+        float peak = 0;
+        for (int c = 0; c < channelCount; ++c) peak = std::max(peak, std::fabs(channels[c][i]));
+        double level = 20 * std::log10(std::max(double(peak), 1e-9));
+        double change = staticCurve(level, T, R, K) - level;
+        double coefficient = change < envelope ? a : r;
+        envelope = envelope * coefficient + change * (1 - coefficient);
+        if (envelope > -1e-30) envelope = 0; // no denormals while it settles back to 0
+        lowest = std::min(lowest, envelope);
+        double dB = envelope + M;
+        if (dB != lastDB) {
+            lastDB = dB;
+            lastLinear = std::pow(10.0, dB / 20);
+        }
+        for (int c = 0; c < channelCount; ++c) channels[c][i] = float(channels[c][i] * lastLinear);
+    }
+    bank->report(float(frameCount > 0 ? lowest : 0.0), frameCount);
+}
+
+void CompressorProcessor::reset() noexcept { envelope = 0; }
+
+} // namespace sonvale
