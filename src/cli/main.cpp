@@ -27,6 +27,12 @@ const std::map<std::string, Command>& commands() {
         {"export", {"export IN -o OUT [--format wav16|wav24|aiff16|aac] [--gain DB] "
                     "[--range START:END]",
                     exportCommand}},
+        {"effects", {"effects [--json] [KIND]          the effect catalogue: parameters, ranges, "
+                     "defaults, units, presets",
+                     effects}},
+        {"apply", {"apply IN -o OUT [--range START:END] --effect KIND[@PRESET][,NAME=VALUE...] "
+                   "[--effect ...]",
+                   apply}},
     };
     return table;
 }

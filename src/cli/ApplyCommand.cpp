@@ -1,0 +1,105 @@
+// sonvale-cli apply IN -o OUT [--range START:END] --effect SPEC [--effect SPEC ...]
+// Renders an effect chain into a file as "Apply to Selection" does and writes the whole
+// result as a 32-bit float WAV.
+
+#include "cli/Commands.h"
+
+#include "audio/AudioExporter.h"
+#include "audio/AudioLoader.h"
+#include "base/Errors.h"
+#include "effects/EffectChain.h"
+#include "effects/EffectRenderer.h"
+#include "effects/EffectSpec.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <optional>
+
+namespace sonvale::cli {
+
+namespace {
+
+// One end of a range: frames ("48000") or seconds ("1.5s"); empty for the file's own end.
+std::optional<int64_t> position(const std::string& text, double sampleRate) {
+    if (text.empty()) return std::nullopt;
+    bool seconds = text.back() == 's';
+    std::string digits = seconds ? text.substr(0, text.size() - 1) : text;
+    double value = 0;
+    auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    bool whole = seconds || value == std::floor(value);
+    if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() ||
+        value < 0 || !whole || !std::isfinite(value))
+        throw UsageError{"\"" + text + "\" in --range is neither a frame number nor seconds "
+                         "such as 1.5s"};
+    return int64_t(seconds ? std::llround(value * sampleRate) : value);
+}
+
+FrameRange parseRange(const std::string& text, const AudioData& audio) {
+    auto colon = text.find(':');
+    if (colon == std::string::npos)
+        throw UsageError{"--range takes START:END in frames or seconds (1.5s:3s); either may "
+                         "be left out"};
+    FrameRange range{position(text.substr(0, colon), audio.sampleRate).value_or(0),
+                     position(text.substr(colon + 1), audio.sampleRate).value_or(audio.frameCount)};
+    if (range.upper > audio.frameCount || range.isEmpty())
+        throw UsageError{"--range " + text + " is not within the file's " +
+                         std::to_string(audio.frameCount) + " frames"};
+    return range;
+}
+
+} // namespace
+
+int apply(const Arguments& args) {
+    std::optional<std::string> input, output, rangeText;
+    std::vector<EffectSpec> specs;
+    for (size_t i = 0; i < args.size(); ++i) {
+        auto& arg = args[i];
+        auto next = [&]() -> const std::string& {
+            if (i + 1 >= args.size()) throw UsageError{arg + " needs a value"};
+            return args[++i];
+        };
+        if (arg == "-o" || arg == "--output") {
+            output = next();
+        } else if (arg == "--range") {
+            rangeText = next();
+        } else if (arg == "--effect" || arg == "-e") {
+            try {
+                specs.push_back(EffectSpec::parse(next()));
+            } catch (const UserError& error) {
+                throw UsageError{error.what()};
+            }
+        } else if (!arg.empty() && arg[0] == '-') {
+            throw UsageError{"unknown option \"" + arg + "\""};
+        } else if (input) {
+            throw UsageError{"give one input file"};
+        } else {
+            input = arg;
+        }
+    }
+    if (!input || !output || specs.empty())
+        throw UsageError{"usage: apply IN -o OUT [--range START:END] --effect "
+                         "KIND[@PRESET][,NAME=VALUE...] [--effect ...]"};
+
+    auto audio = AudioLoader::load(*input);
+    FrameRange range{0, audio->frameCount};
+    if (rangeText) range = parseRange(*rangeText, *audio);
+    if (range.isEmpty()) throw UsageError{"\"" + *input + "\" has no audio to process"};
+
+    EffectChain chain;
+    for (auto& spec : specs) {
+        if (!makeProcessor(spec.kind, audio->sampleRate, audio->channelCount(),
+                           std::make_shared<ParameterBank>(parameters(spec.kind))))
+            throw UsageError{std::string(title(spec.kind)) +
+                             " can't be applied yet: its processor isn't built"};
+        chain.append(EffectSession::make(spec.kind, spec.values));
+    }
+    auto render = chain.renderProcessor(audio->sampleRate, audio->channelCount());
+    auto tail = EffectRenderer::tailFrames(render.tailSeconds, audio->sampleRate);
+    auto rendered = EffectRenderer::render(*audio, range, tail, *render.processor);
+    auto result = audio->replacing(range, rendered);
+    AudioExporter::writeLossless(result->clip({0, result->frameCount}), *output);
+    return 0;
+}
+
+} // namespace sonvale::cli
