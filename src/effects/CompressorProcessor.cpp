@@ -5,6 +5,12 @@
 
 namespace sonvale {
 
+namespace {
+// dB conversions through the natural exponential and logarithm, cheaper than pow and log10.
+constexpr double dBPerNeper = 8.685889638065035;   // 20 / ln 10
+constexpr double nepersPerDB = 0.11512925464970229; // ln 10 / 20
+} // namespace
+
 CompressorProcessor::CompressorProcessor(double sampleRate, int channelCount,
                                          std::shared_ptr<ParameterBank> bank)
     : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)) {}
@@ -35,7 +41,7 @@ void CompressorProcessor::process(float* const* channels, int64_t frameCount) no
     for (int64_t i = 0; i < frameCount; ++i) {
         float peak = 0;
         for (int c = 0; c < channelCount; ++c) peak = std::max(peak, std::fabs(channels[c][i]));
-        double level = 20 * std::log10(std::max(double(peak), 1e-9));
+        double level = dBPerNeper * std::log(std::max(double(peak), 1e-9));
         double change = staticCurve(level, T, R, K) - level;
         double coefficient = change < envelope ? a : r;
         envelope = envelope * coefficient + change * (1 - coefficient);
@@ -44,7 +50,7 @@ void CompressorProcessor::process(float* const* channels, int64_t frameCount) no
         double dB = envelope + M;
         if (dB != lastDB) {
             lastDB = dB;
-            lastLinear = std::pow(10.0, dB / 20);
+            lastLinear = std::exp(dB * nepersPerDB);
         }
         for (int c = 0; c < channelCount; ++c) channels[c][i] = float(channels[c][i] * lastLinear);
     }

@@ -1,0 +1,73 @@
+// Throughput of each effect processor on stereo 48 kHz audio in 512-frame blocks. The
+// "realtime" counter is seconds of audio processed per second: a multiple of real time.
+
+#include "effects/EffectChain.h"
+#include "effects/EffectKind.h"
+#include "effects/EffectSession.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+using namespace sonvale;
+
+namespace {
+
+constexpr double rate = 48000;
+constexpr int64_t block = 512;
+constexpr int64_t frames = 48000 * 10; // ten seconds per iteration
+
+std::vector<std::vector<float>> music() {
+    std::mt19937 generator(7);
+    std::normal_distribution<float> normal(0, 0.2f);
+    std::vector<std::vector<float>> channels(2, std::vector<float>(size_t(frames)));
+    for (auto& channel : channels)
+        for (size_t i = 0; i < channel.size(); ++i)
+            channel[i] = normal(generator) * ((i / 24000) % 4 == 3 ? 0.02f : 1.0f);
+    return channels;
+}
+
+void run(benchmark::State& state, const std::shared_ptr<EffectSession>& session) {
+    auto source = music();
+    auto audio = source;
+    auto processor = makeProcessor(session->kind(), rate, 2, session->bank());
+    for (auto _ : state) {
+        state.PauseTiming();
+        audio = source;
+        state.ResumeTiming();
+        for (int64_t at = 0; at < frames; at += block) {
+            float* channels[2] = {audio[0].data() + at, audio[1].data() + at};
+            processor->process(channels, std::min(block, frames - at));
+        }
+        benchmark::DoNotOptimize(audio[0].data());
+    }
+    state.counters["realtime"] = benchmark::Counter(double(frames) / rate * double(state.iterations()),
+                                                    benchmark::Counter::kIsRate);
+}
+
+void equalizer(benchmark::State& state) {
+    auto session = EffectSession::make(EffectKind::equalizer);
+    session->setValues(presets(EffectKind::equalizer)[0].valuesFor(parameters(EffectKind::equalizer)));
+    run(state, session);
+}
+
+void compressor(benchmark::State& state) {
+    run(state, EffectSession::make(EffectKind::compressor));
+}
+
+void limiter(benchmark::State& state) {
+    run(state, EffectSession::make(EffectKind::limiter));
+}
+
+void noiseGate(benchmark::State& state) {
+    run(state, EffectSession::make(EffectKind::noiseGate));
+}
+
+} // namespace
+
+BENCHMARK(equalizer)->Unit(benchmark::kMillisecond);
+BENCHMARK(compressor)->Unit(benchmark::kMillisecond);
+BENCHMARK(limiter)->Unit(benchmark::kMillisecond);
+BENCHMARK(noiseGate)->Unit(benchmark::kMillisecond);
