@@ -48,6 +48,26 @@ FrameRange parseRange(const std::string& text, const AudioData& audio) {
     return range;
 }
 
+// The file with `range` replaced by the rendered clip (which is longer by the tail), as
+// plain samples: the whole result is written, so no level pyramid is built for it.
+AudioClip spliced(const AudioData& audio, FrameRange range, AudioClip rendered) {
+    if (range.lower == 0 && range.upper == audio.frameCount) return rendered;
+    AudioClip result;
+    result.sampleRate = audio.sampleRate;
+    for (int c = 0; c < audio.channelCount(); ++c) {
+        const float* source = audio.samples(c);
+        auto& middle = rendered.channels[size_t(c)];
+        std::vector<float> channel;
+        channel.reserve(size_t(audio.frameCount - range.length()) + middle.size());
+        channel.insert(channel.end(), source, source + range.lower);
+        channel.insert(channel.end(), middle.begin(), middle.end());
+        channel.insert(channel.end(), source + range.upper, source + audio.frameCount);
+        result.channels.push_back(std::move(channel));
+        std::vector<float>().swap(middle);
+    }
+    return result;
+}
+
 } // namespace
 
 int apply(const Arguments& args) {
@@ -97,8 +117,7 @@ int apply(const Arguments& args) {
     auto render = chain.renderProcessor(audio->sampleRate, audio->channelCount());
     auto tail = EffectRenderer::tailFrames(render.tailSeconds, audio->sampleRate);
     auto rendered = EffectRenderer::render(*audio, range, tail, *render.processor);
-    auto result = audio->replacing(range, rendered);
-    AudioExporter::writeLossless(result->clip({0, result->frameCount}), *output);
+    AudioExporter::writeLossless(spliced(*audio, range, std::move(rendered)), *output);
     return 0;
 }
 

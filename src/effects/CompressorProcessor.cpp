@@ -36,13 +36,19 @@ void CompressorProcessor::process(float* const* channels, int64_t frameCount) no
     double a = std::exp(-1 / (attackMs / 1000 * sampleRate));
     double r = std::exp(-1 / (releaseMs / 1000 * sampleRate));
 
+    // The largest peak that the curve leaves alone, a little low so rounding never skips work.
+    float quietBelow = float(std::exp((T - K / 2) * nepersPerDB) * 0.999);
     double lowest = 0;
     double lastDB = M, lastLinear = std::pow(10.0, M / 20); // the exponential, cached
     for (int64_t i = 0; i < frameCount; ++i) {
         float peak = 0;
         for (int c = 0; c < channelCount; ++c) peak = std::max(peak, std::fabs(channels[c][i]));
-        double level = dBPerNeper * std::log(std::max(double(peak), 1e-9));
-        double change = staticCurve(level, T, R, K) - level;
+        // Below the knee the curve is the identity: no logarithm needed.
+        double change = 0;
+        if (peak > quietBelow) {
+            double level = dBPerNeper * std::log(std::max(double(peak), 1e-9));
+            change = staticCurve(level, T, R, K) - level;
+        }
         double coefficient = change < envelope ? a : r;
         envelope = envelope * coefficient + change * (1 - coefficient);
         if (envelope > -1e-30) envelope = 0; // no denormals while it settles back to 0

@@ -22,7 +22,8 @@ AudioClip EffectRenderer::render(const AudioData& audio, FrameRange range, int64
 
     AudioClip clip;
     clip.sampleRate = audio.sampleRate;
-    clip.channels.assign(size_t(channelCount), std::vector<float>(size_t(total)));
+    clip.channels.resize(size_t(channelCount));
+    for (auto& channel : clip.channels) channel.reserve(size_t(total)); // filled as it renders
     auto scratch = std::vector<std::vector<float>>(size_t(channelCount),
                                                    std::vector<float>(size_t(blockFrames)));
     std::vector<float*> pointers;
@@ -40,9 +41,10 @@ AudioClip EffectRenderer::render(const AudioData& audio, FrameRange range, int64
             std::fill(block + inside, block + frames, 0.0f); // the tail: silence in
         }
         processor.process(pointers.data(), frames);
-        for (int c = 0; c < channelCount; ++c)
-            std::memcpy(clip.channels[size_t(c)].data() + done, scratch[size_t(c)].data(),
-                        size_t(frames) * sizeof(float));
+        for (int c = 0; c < channelCount; ++c) {
+            const float* block = scratch[size_t(c)].data();
+            clip.channels[size_t(c)].insert(clip.channels[size_t(c)].end(), block, block + frames);
+        }
         if (progress && total > 0) {
             double fraction = double(done + frames) / double(total);
             if (fraction - reported >= 0.02 || done + frames == total) {

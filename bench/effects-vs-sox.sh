@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Applying each built effect to the same 10-minute stereo 48 kHz file with sonvale-cli apply,
+# next to the nearest sox effect writing the same 32-bit float WAV. Prints both times and
+# sonvale's time as a fraction of sox's (below 1: faster).
+# Usage: effects-vs-sox.sh CLI [WORK_DIR]
+set -euo pipefail
+cli=${1:?usage: effects-vs-sox.sh CLI [WORK_DIR]}
+work=${2:-$(mktemp -d)}
+[ -n "${2:-}" ] || trap 'rm -rf "$work"' EXIT
+mkdir -p "$work"
+minutes=${SONVALE_BENCH_MINUTES:-10}
+src="$work/effects-${minutes}m.wav"
+if [ ! -f "$src" ]; then
+    # Pink noise that swells and falls every few seconds, so that dynamics have work to do.
+    sox -n -r 48000 -c 2 -b 16 "$src" synth "$((minutes * 60))" pinknoise \
+        tremolo 0.2 90 gain -6
+fi
+seconds() { /usr/bin/time -f "%e" "$@" 2>&1 >/dev/null | tail -n1; }
+compare() {
+    local name=$1 spec=$2
+    shift 2
+    local s x
+    s=$(seconds "$cli" apply "$src" -o "$work/s.wav" --effect "$spec")
+    x=$(seconds sox "$src" -e floating-point -b 32 "$work/x.wav" "$@")
+    printf '%-11s sonvale %6ss   sox %-40s %6ss   ratio %.2f\n' "$name" "$s" "$*" "$x" \
+        "$(awk "BEGIN{print $s / $x}")"
+}
+compare equalizer "equalizer@Vocal Presence" \
+    highpass 80 equalizer 300 1q -2 equalizer 3000 1.2q 3 treble 2 10000 0.71q
+compare compressor "compressor" compand 0.01,0.15 6:-60,-60,-18,-18,0,-13.5
+compare limiter "limiter" gain 6 compand 0,0.1 -90,-90,-1,-1,0,-1
+compare noiseGate "noiseGate" compand 0.001,0.15 -inf,-80.1,-inf,-80,-80,-50.1,-inf,-50,-50
