@@ -1,18 +1,27 @@
 #include "effects/EffectInsert.h"
 
+#include <thread>
+
 namespace sonvale {
+
+void EffectInsert::lockSlot() const noexcept {
+    while (busy.test_and_set(std::memory_order_acquire)) std::this_thread::yield();
+}
 
 std::unique_ptr<EffectProcessor> EffectInsert::setProcessor(
     std::unique_ptr<EffectProcessor> processor, int channelCount) {
-    std::lock_guard guard(lock);
+    lockSlot();
     std::swap(slot, processor);
     slotChannels = slot ? channelCount : 0;
-    return processor;
+    unlockSlot();
+    return processor; // the previous one, freed by the caller outside the lock
 }
 
 bool EffectInsert::hasProcessor() const {
-    std::lock_guard guard(lock);
-    return slot != nullptr;
+    lockSlot();
+    bool has = slot != nullptr;
+    unlockSlot();
+    return has;
 }
 
 void EffectInsert::process(float* left, float* right, int64_t frameCount) noexcept {
@@ -22,9 +31,9 @@ void EffectInsert::process(float* left, float* right, int64_t frameCount) noexce
 
 void EffectInsert::process(float* const* buffers, int bufferCount, int64_t frameCount) noexcept {
     if (isBypassed()) return;
-    std::unique_lock guard(lock, std::try_to_lock);
-    if (!guard.owns_lock()) return; // a swap is under way: this block passes through
+    if (busy.test_and_set(std::memory_order_acquire)) return; // a swap: pass this block through
     if (slot && slotChannels <= bufferCount) slot->process(buffers, frameCount);
+    unlockSlot();
 }
 
 } // namespace sonvale

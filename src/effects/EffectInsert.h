@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 
 namespace sonvale {
 
@@ -12,6 +11,8 @@ namespace sonvale {
 // thread. The interface thread swaps processors under the slot lock; the audio thread only
 // tries that lock and lets a block through unprocessed while a swap holds it. A replaced
 // processor is handed back to the caller, so it is never freed on the audio thread.
+// The lock is one atomic flag: the audio side never sleeps in, or wakes anyone from, the
+// kernel; the interface side yields until a running block is done.
 class EffectInsert {
 public:
     EffectInsert() = default;
@@ -34,9 +35,12 @@ public:
     void process(float* const* buffers, int bufferCount, int64_t frameCount) noexcept;
 
 private:
-    mutable std::mutex lock;
-    std::unique_ptr<EffectProcessor> slot; // guarded by lock
-    int slotChannels = 0;                  // guarded by lock
+    void lockSlot() const noexcept;
+    void unlockSlot() const noexcept { busy.clear(std::memory_order_release); }
+
+    mutable std::atomic_flag busy = ATOMIC_FLAG_INIT; // the slot lock
+    std::unique_ptr<EffectProcessor> slot;            // guarded by busy
+    int slotChannels = 0;                             // guarded by busy
     std::atomic<bool> bypassed{false};
 };
 

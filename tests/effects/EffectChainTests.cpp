@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
+#include <thread>
 
 using namespace sonvale;
 using namespace sonvale::test;
@@ -204,4 +206,36 @@ TEST(EffectInsert, HandsBackTheReplacedProcessorAndSkipsTooFewBuffers) {
     EXPECT_EQ(mono[0], 1.0f);
     insert.setProcessor(nullptr, 0);
     EXPECT_FALSE(insert.hasProcessor());
+}
+
+namespace {
+
+// Holds the insert's lock from inside process() until released.
+class Holding final : public EffectProcessor {
+public:
+    void process(float* const* channels, int64_t frames) noexcept override {
+        entered = true;
+        while (!released) std::this_thread::yield();
+        for (int64_t i = 0; i < frames; ++i) channels[0][i] = 0;
+    }
+    void reset() noexcept override {}
+    std::atomic<bool> entered{false}, released{false};
+};
+
+} // namespace
+
+TEST(EffectInsert, BlockArrivingWhileTheSlotIsBusyPassesThroughUnprocessed) {
+    EffectInsert insert;
+    auto holding = std::make_unique<Holding>();
+    auto& hold = *holding;
+    insert.setProcessor(std::move(holding), 1);
+    auto first = constant(4, 1.0f);
+    std::thread other([&] { insert.process(first.data(), nullptr, 4); });
+    while (!hold.entered) std::this_thread::yield();
+    auto second = constant(4, 1.0f);
+    insert.process(second.data(), nullptr, 4);
+    EXPECT_EQ(second[0], 1.0f);
+    hold.released = true;
+    other.join();
+    EXPECT_EQ(first[0], 0.0f);
 }
