@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <fcntl.h>
 #include <sndfile.h>
 #include <unistd.h>
@@ -96,9 +97,7 @@ public:
         // libsndfile reports SF_COUNT_MAX when it can't tell the length.
         const bool known = sfInfo.frames >= 0 && sfInfo.frames < SF_COUNT_MAX;
         fileInfo.frames = known ? sfInfo.frames : 0;
-        // An MP3 file's length comes from its Xing/LAME header or, failing that, from its
-        // size and bit rate; it can hold more than that.
-        exactLength = known && (sfInfo.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG;
+        exactLength = known;
         if (fileInfo.channels > 1) interleaved = FloatBuffer(readChunk * fileInfo.channels);
     }
     ~SndfileDecoder() override { sf_close(sndfile); }
@@ -147,6 +146,40 @@ private:
     FloatBuffer interleaved;
 };
 
+// Whether an MP3 file starts with a Xing/Info or VBRI frame stating its frame count.
+// Without one, libsndfile takes a length estimated from the file size and first bit rate
+// and stops reading there, losing the end of a VBR file; FFmpeg decodes to the end.
+bool hasMP3LengthHeader(int fd) {
+    unsigned char head[16384];
+    const ssize_t got = ::pread(fd, head, sizeof head, 0);
+    if (got < 10) return false;
+    size_t at = 0;
+    if (head[0] == 'I' && head[1] == 'D' && head[2] == '3') {
+        // ID3v2 tag: ten-byte header, synchsafe size, optional ten-byte footer.
+        const size_t size = size_t(head[6] & 0x7f) << 21 | size_t(head[7] & 0x7f) << 14 |
+                            size_t(head[8] & 0x7f) << 7 | size_t(head[9] & 0x7f);
+        at = 10 + size + ((head[5] & 0x10) ? 10 : 0);
+        if (at + 64 > sizeof head) {
+            if (::pread(fd, head, sizeof head, off_t(at)) < 64) return false;
+            at = 0;
+        }
+    }
+    const size_t end = size_t(got);
+    for (; at + 4 < end && at + 64 <= sizeof head; ++at) {
+        if (head[at] != 0xff || (head[at + 1] & 0xe0) != 0xe0) continue;
+        const int version = (head[at + 1] >> 3) & 3; // 3: MPEG-1, 2: MPEG-2, 0: MPEG-2.5
+        const bool mono = (head[at + 3] >> 6) == 3;
+        if (version == 1 || ((head[at + 1] >> 1) & 3) == 0) continue; // reserved, not audio
+        const size_t sideInfo = version == 3 ? (mono ? 17 : 32) : (mono ? 9 : 17);
+        if (at + 4 + sideInfo + 8 > sizeof head || at + 36 + 4 > sizeof head) return false;
+        const unsigned char* xing = head + at + 4 + sideInfo;
+        const bool hasXing = (std::memcmp(xing, "Xing", 4) == 0 || std::memcmp(xing, "Info", 4) == 0) &&
+                             (xing[7] & 1); // the frame-count flag
+        return hasXing || std::memcmp(head + at + 36, "VBRI", 4) == 0;
+    }
+    return false;
+}
+
 } // namespace
 
 std::unique_ptr<AudioDecoder> openSndfileDecoder(FileHandle& file,
@@ -165,8 +198,10 @@ std::unique_ptr<AudioDecoder> openSndfileDecoder(FileHandle& file,
         return nullptr;
     }
     // libsndfile decodes Opus at the rate the encoder was fed; FFmpeg, like every other
-    // player, at the codec's own 48 kHz. Opus goes to FFmpeg.
-    if ((info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS) {
+    // player, at the codec's own 48 kHz. Opus goes to FFmpeg, and so does MP3 without a
+    // length header.
+    if ((info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS ||
+        ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG && !hasMP3LengthHeader(file.get()))) {
         sf_close(sndfile);
         return nullptr;
     }
