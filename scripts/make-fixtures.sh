@@ -44,6 +44,14 @@ ff -f lavfi -i "aevalsrc=0.1*sin(2*PI*220*t)|0.2*sin(2*PI*330*t)|0.3*sin(2*PI*44
 ff -f lavfi -i "sine=frequency=300:sample_rate=8000:duration=2" -c:a pcm_s16le low-8k.wav
 ff -f lavfi -i "aevalsrc=0.3*sin(2*PI*20000*t)|0.3*sin(2*PI*1000*t):s=96000:d=1" \
    -c:a flac -sample_fmt s32 high-96k.flac
+ff -f lavfi -i "anullsrc=r=48000:cl=stereo" -t 1 -c:a pcm_s16le silence.wav
+# Raw AAC (ADTS): no container duration, no edit list.
+ff -i stereo-s16.wav -c:a aac -b:a 128k stereo.aac
+# A VBR MP3 without a Xing header (loud, then quiet): its size suggests far fewer frames
+# than it holds.
+ff -f lavfi -i "anoisesrc=d=0.5:a=0.5:r=44100:seed=7" -f lavfi -i "anullsrc=r=44100:cl=mono" \
+   -filter_complex "[1]atrim=0:4[quiet];[0][quiet]concat=n=2:v=0:a=1" \
+   -c:a libmp3lame -q:a 0 -write_xing 0 vbr-no-header.mp3
 espeak-ng -w speech.wav "Sonvale opens audio files and keeps every sample."
 
 # A film: a small picture track next to the sound, and one with no sound at all.
@@ -65,7 +73,7 @@ mv noise.raw noise.wav
 
 # ffmpeg's decode of every file that has audio, as interleaved 32-bit float, in one run.
 inputs=() outputs=()
-for f in *.wav *.aiff *.flac *.mp3 *.m4a *.opus *.ogg *.wma *.mka video.mp4; do
+for f in *.wav *.aiff *.flac *.mp3 *.m4a *.aac *.opus *.ogg *.wma *.mka video.mp4; do
     case $f in noise.* | empty.wav | source.f32.wav) continue ;; esac
     outputs+=(-map "$(( ${#inputs[@]} / 2 )):a:0" -f f32le -c:a pcm_f32le "$f.f32")
     inputs+=(-i "$f")

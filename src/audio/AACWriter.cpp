@@ -1,7 +1,8 @@
 // AAC in an M4A file through FFmpeg's native encoder and its MPEG-4 muxer. The encoder
 // takes 1,024-frame packets, so input is gathered into a frame of that size; the muxer
 // records the encoder's priming in an edit list and the true length in the track's
-// duration, so a decoder that honours both returns exactly the frames written.
+// duration, so a decoder that honours both returns exactly the frames written (the
+// movie's timescale is the sample rate, so that length needn't be whole milliseconds).
 
 #include "audio/AudioFileWriter.h"
 
@@ -19,6 +20,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/dict.h>
 }
 
 namespace sonvale {
@@ -58,7 +60,13 @@ public:
         if ((error = avcodec_open2(codec, encoder, nullptr)) < 0) fail(error);
         if ((error = avcodec_parameters_from_context(stream->codecpar, codec)) < 0) fail(error);
         stream->time_base = codec->time_base;
-        if ((error = avformat_write_header(format, nullptr)) < 0) fail(error);
+        // The edit list's duration is counted in the movie's timescale, 1/1000 s unless
+        // told otherwise: at the sample rate it can end on any frame.
+        AVDictionary* options = nullptr;
+        av_dict_set_int(&options, "movie_timescale", rate, 0);
+        error = avformat_write_header(format, &options);
+        av_dict_free(&options);
+        if (error < 0) fail(error);
 
         frame->format = AV_SAMPLE_FMT_FLTP;
         frame->sample_rate = rate;
@@ -118,6 +126,10 @@ private:
             error = avcodec_receive_packet(codec, packet);
             if (error == AVERROR(EAGAIN) || error == AVERROR_EOF) return;
             if (error < 0) fail(error);
+            // The encoder rounds the last packet's duration up (to whole blocks of 16 frames);
+            // the track must end where the input did, so no packet reaches past it.
+            if (packet->pts != AV_NOPTS_VALUE && packet->pts + packet->duration > nextPts)
+                packet->duration = std::max<int64_t>(0, nextPts - packet->pts);
             av_packet_rescale_ts(packet, codec->time_base, stream->time_base);
             packet->stream_index = stream->index;
             error = av_write_frame(format, packet);

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <sndfile.h>
 #include <sys/stat.h>
 #include <utility>
@@ -39,7 +40,11 @@ int sndfileFormat(const EncoderSettings& s) {
         format |= depth == 64 ? SF_FORMAT_DOUBLE : SF_FORMAT_FLOAT;
     else
         format |= depth == 24 ? SF_FORMAT_PCM_24 : depth == 32 ? SF_FORMAT_PCM_32 : SF_FORMAT_PCM_16;
-    if (s.isBigEndian) format |= *s.isBigEndian ? SF_ENDIAN_BIG : SF_ENDIAN_LITTLE;
+    // AIFF is big-endian and WAV little-endian by nature; naming the order explicitly would
+    // make libsndfile write AIFF-C, which fewer programs read. Only the unusual order is named.
+    const bool nativelyBig = s.container == EncoderSettings::Container::aiff;
+    if (s.isBigEndian && *s.isBigEndian != nativelyBig)
+        format |= *s.isBigEndian ? SF_ENDIAN_BIG : SF_ENDIAN_LITTLE;
     return format;
 }
 
@@ -55,13 +60,16 @@ public:
             throw FileError(describeFileError("Couldn't write", this->path.string(),
                                               "libsndfile can't write this format"));
         channels = settings.channels;
-        interleaved = FloatBuffer(chunkFrames * channels);
+        if (settings.isFloat.value_or(false)) {
+            floats = FloatBuffer(chunkFrames * channels);
+        } else {
+            integerBits = std::clamp(settings.bitDepth.value_or(16), 8, 32);
+            integers.reset(new (std::nothrow) int32_t[size_t(chunkFrames * channels)]);
+            if (!integers) throw AudioLoaderError::outOfMemory();
+        }
         SF_VIRTUAL_IO io{&fileLength, &seek, &read, &write, &tell};
         sndfile = sf_open_virtual(&io, SFM_WRITE, &info, this);
         if (!sndfile) fail(sf_strerror(nullptr));
-        // Floats scale by 2^15 (or 2^23) with +1.0 clipped to the largest code, matching
-        // how they are read back; without this libsndfile scales by 2^15 - 1.
-        sf_command(sndfile, SFC_SET_CLIPPING, nullptr, SF_TRUE);
         if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_RF64)
             sf_command(sndfile, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
     }
@@ -73,12 +81,33 @@ public:
     void write(const float* const* input, int64_t frames) override {
         for (int64_t done = 0; done < frames;) {
             const int64_t n = std::min(frames - done, chunkFrames);
-            float* out = interleaved.data();
-            for (int c = 0; c < channels; ++c) {
-                const float* in = input[c] + done;
-                for (int64_t i = 0; i < n; ++i) out[i * channels + c] = in[i];
+            if (integerBits > 0) {
+                // Rounded to the nearest code at 2^(bits-1) per full scale, +1.0 clipped to
+                // the largest code: what FFmpeg does, and exact for samples that were read
+                // from a file of that depth. (libsndfile's own conversion floors instead.)
+                const float scale = std::ldexp(1.0f, integerBits - 1);
+                // (At 32 bits, the largest float below 2^31.)
+                const float largest = integerBits > 24 ? 2147483520.0f : scale - 1;
+                const int shift = 32 - integerBits;
+                int32_t* out = integers.get();
+                for (int c = 0; c < channels; ++c) {
+                    const float* in = input[c] + done;
+                    for (int64_t i = 0; i < n; ++i) {
+                        float x = in[i] * scale;
+                        x = x == x ? std::clamp(x, -scale, largest) : 0.0f; // NaN: silence
+                        const float code = std::nearbyint(x);
+                        out[i * channels + c] = int32_t(code) * (int32_t(1) << shift);
+                    }
+                }
+                if (sf_writef_int(sndfile, out, n) != n) fail(sf_strerror(sndfile));
+            } else {
+                float* out = floats.data();
+                for (int c = 0; c < channels; ++c) {
+                    const float* in = input[c] + done;
+                    for (int64_t i = 0; i < n; ++i) out[i * channels + c] = in[i];
+                }
+                if (sf_writef_float(sndfile, out, n) != n) fail(sf_strerror(sndfile));
             }
-            if (sf_writef_float(sndfile, out, n) != n) fail(sf_strerror(sndfile));
             done += n;
         }
     }
@@ -135,7 +164,10 @@ private:
     SNDFILE* sndfile = nullptr;
     int channels = 0;
     int failure = 0; // errno of the first failed system call
-    FloatBuffer interleaved;
+    int integerBits = 0; // 0 for float files
+    FloatBuffer floats;  // one interleaved chunk, for float files
+    std::unique_ptr<int32_t[]> integers; // one interleaved chunk of left-aligned codes
+
 };
 
 } // namespace
