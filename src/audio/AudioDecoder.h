@@ -3,6 +3,7 @@
 #include "audio/AudioLoader.h"
 #include "audio/FileHandle.h"
 
+#include <bit>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -32,8 +33,17 @@ protected:
     bool exactLength = true;
 };
 
-// Opens `path` with libsndfile when it can read the file's format (and agrees with FFmpeg
-// on it), else with FFmpeg. Throws FileError naming the file when neither can, and
+// Replaces NaN and infinite samples (a damaged stream, a broken float file) with silence,
+// so that levels, meters and exports never see them. Finite values stay as decoded.
+inline void silenceNonFinite(float* samples, int64_t count) {
+    for (int64_t i = 0; i < count; ++i) {
+        const uint32_t bits = std::bit_cast<uint32_t>(samples[i]);
+        samples[i] = (bits & 0x7f800000u) == 0x7f800000u ? 0.0f : samples[i];
+    }
+}
+
+// Opens `path` with libsndfile when it holds PCM or FLAC that libsndfile reads, else with
+// FFmpeg. Throws FileError naming the file when neither can, and
 // AudioLoaderError::empty when the file has no audio stream.
 std::unique_ptr<AudioDecoder> openAudioDecoder(const std::filesystem::path& path);
 

@@ -8,7 +8,9 @@
 #include <cctype>
 #include <cerrno>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace sonvale {
 
@@ -16,6 +18,18 @@ namespace {
 
 // Frames decoded per read; progress is looked at after each.
 constexpr int64_t chunkFrames = 65536;
+
+// Whether the file begins with the signature of a container libsndfile should read: RIFF
+// and RF64 WAV, AIFF, FLAC, CAF, Sony Wave64, Sun AU. Anything else goes straight to
+// FFmpeg: libsndfile would hand MP3 to mpg123, which prints its complaints on stderr.
+bool startsLikeSndfileFormat(int fd) {
+    char head[4] = {};
+    if (::pread(fd, head, sizeof head, 0) != ssize_t(sizeof head)) return false;
+    const std::string_view magic(head, sizeof head);
+    for (std::string_view known : {"RIFF", "RIFX", "RF64", "BW64", "FORM", "fLaC", "caff", "riff", ".snd"})
+        if (magic == known) return true;
+    return false;
+}
 
 } // namespace
 
@@ -28,7 +42,8 @@ std::unique_ptr<AudioDecoder> openAudioDecoder(const std::filesystem::path& path
     if (S_ISDIR(status.st_mode)) throw fileErrorFromErrno("Couldn't open", path.string(), EISDIR);
 
     std::string sndfileFailure;
-    if (auto decoder = openSndfileDecoder(file, path, sndfileFailure)) return decoder;
+    if (startsLikeSndfileFormat(fd))
+        if (auto decoder = openSndfileDecoder(file, path, sndfileFailure)) return decoder;
     try {
         return openFFmpegDecoder(file, path);
     } catch (const FileError&) {

@@ -1,5 +1,5 @@
-// Decoding through FFmpeg: M4A/AAC, ALAC, Opus, WMA, the audio of video containers, and
-// whatever else libavformat recognises. Samples are only converted to planar float; the
+// Decoding through FFmpeg: MP3, AAC, ALAC, Vorbis, Opus, WMA, the audio of video
+// containers, and whatever else libavformat recognises. Samples are only converted to planar float; the
 // rate and channel layout stay as the file has them.
 
 #include "audio/AudioDecoder.h"
@@ -196,10 +196,12 @@ private:
         const int n = fileInfo.channels;
         const auto sampleFormat = AVSampleFormat(frame->format);
         if (sampleFormat == AV_SAMPLE_FMT_FLTP) {
-            for (int c = 0; c < n; ++c)
+            for (int c = 0; c < n; ++c) {
                 std::memcpy(channels[c] + at,
                             reinterpret_cast<const float*>(frame->extended_data[c]) + frameOffset,
                             size_t(count) * sizeof(float));
+                silenceNonFinite(channels[c] + at, count);
+            }
             return;
         }
         if (sampleFormat == AV_SAMPLE_FMT_FLT) {
@@ -207,6 +209,7 @@ private:
             for (int c = 0; c < n; ++c) {
                 float* out = channels[c] + at;
                 for (int64_t i = 0; i < count; ++i) out[i] = from[i * n + c];
+                silenceNonFinite(out, count);
             }
             return;
         }
@@ -234,6 +237,8 @@ private:
         if (converted < count)
             for (int c = 0; c < n; ++c)
                 std::fill(channels[c] + at + converted, channels[c] + at + count, 0.0f);
+        if (sampleFormat == AV_SAMPLE_FMT_DBL || sampleFormat == AV_SAMPLE_FMT_DBLP)
+            for (int c = 0; c < n; ++c) silenceNonFinite(channels[c] + at, count);
     }
 
     FileHandle file;

@@ -1,5 +1,6 @@
-// Decoding through libsndfile: WAV, AIFF, FLAC, Ogg Vorbis, MP3 and the other formats it
-// reads. It yields exactly the frames FFmpeg's decoders yield for these, and faster.
+// Decoding through libsndfile: WAV, AIFF, FLAC and the other PCM containers it reads
+// (CAF, W64, RF64, AU ...). It yields exactly what FFmpeg's decoders yield for these, and
+// faster.
 
 #include "audio/AudioDecoder.h"
 
@@ -8,7 +9,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <fcntl.h>
 #include <sndfile.h>
 #include <unistd.h>
@@ -98,11 +98,21 @@ public:
         const bool known = sfInfo.frames >= 0 && sfInfo.frames < SF_COUNT_MAX;
         fileInfo.frames = known ? sfInfo.frames : 0;
         exactLength = known;
+        const int codec = sfInfo.format & SF_FORMAT_SUBMASK;
+        floatingPoint = codec == SF_FORMAT_FLOAT || codec == SF_FORMAT_DOUBLE;
         if (fileInfo.channels > 1) interleaved = FloatBuffer(readChunk * fileInfo.channels);
     }
     ~SndfileDecoder() override { sf_close(sndfile); }
 
     int64_t read(float* const* channels, int64_t maxFrames) override {
+        const int64_t got = readSamples(channels, maxFrames);
+        if (floatingPoint)
+            for (int c = 0; c < fileInfo.channels; ++c) silenceNonFinite(channels[c], got);
+        return got;
+    }
+
+private:
+    int64_t readSamples(float* const* channels, int64_t maxFrames) {
         const int n = fileInfo.channels;
         if (n == 1) return checked(sf_readf_float(sndfile, channels[0], maxFrames), maxFrames);
         int64_t total = 0;
@@ -116,7 +126,6 @@ public:
         return total;
     }
 
-private:
     // A short read is the end of the audio, unless the system failed to read the file.
     int64_t checked(sf_count_t got, int64_t wanted) {
         if (got < wanted && sf_error(sndfile) == SF_ERR_SYSTEM)
@@ -144,41 +153,8 @@ private:
     SNDFILE* sndfile;
     std::filesystem::path path;
     FloatBuffer interleaved;
+    bool floatingPoint = false; // samples stored as floats may be NaN or infinite
 };
-
-// Whether an MP3 file starts with a Xing/Info or VBRI frame stating its frame count.
-// Without one, libsndfile takes a length estimated from the file size and first bit rate
-// and stops reading there, losing the end of a VBR file; FFmpeg decodes to the end.
-bool hasMP3LengthHeader(int fd) {
-    unsigned char head[16384];
-    const ssize_t got = ::pread(fd, head, sizeof head, 0);
-    if (got < 10) return false;
-    size_t at = 0;
-    if (head[0] == 'I' && head[1] == 'D' && head[2] == '3') {
-        // ID3v2 tag: ten-byte header, synchsafe size, optional ten-byte footer.
-        const size_t size = size_t(head[6] & 0x7f) << 21 | size_t(head[7] & 0x7f) << 14 |
-                            size_t(head[8] & 0x7f) << 7 | size_t(head[9] & 0x7f);
-        at = 10 + size + ((head[5] & 0x10) ? 10 : 0);
-        if (at + 64 > sizeof head) {
-            if (::pread(fd, head, sizeof head, off_t(at)) < 64) return false;
-            at = 0;
-        }
-    }
-    const size_t end = size_t(got);
-    for (; at + 4 < end && at + 64 <= sizeof head; ++at) {
-        if (head[at] != 0xff || (head[at + 1] & 0xe0) != 0xe0) continue;
-        const int version = (head[at + 1] >> 3) & 3; // 3: MPEG-1, 2: MPEG-2, 0: MPEG-2.5
-        const bool mono = (head[at + 3] >> 6) == 3;
-        if (version == 1 || ((head[at + 1] >> 1) & 3) == 0) continue; // reserved, not audio
-        const size_t sideInfo = version == 3 ? (mono ? 17 : 32) : (mono ? 9 : 17);
-        if (at + 4 + sideInfo + 8 > sizeof head || at + 36 + 4 > sizeof head) return false;
-        const unsigned char* xing = head + at + 4 + sideInfo;
-        const bool hasXing = (std::memcmp(xing, "Xing", 4) == 0 || std::memcmp(xing, "Info", 4) == 0) &&
-                             (xing[7] & 1); // the frame-count flag
-        return hasXing || std::memcmp(head + at + 36, "VBRI", 4) == 0;
-    }
-    return false;
-}
 
 } // namespace
 
@@ -197,11 +173,13 @@ std::unique_ptr<AudioDecoder> openSndfileDecoder(FileHandle& file,
         if (sf_error(nullptr) != SF_ERR_UNRECOGNISED_FORMAT) failure = sf_strerror(nullptr);
         return nullptr;
     }
-    // libsndfile decodes Opus at the rate the encoder was fed; FFmpeg, like every other
-    // player, at the codec's own 48 kHz. Opus goes to FFmpeg, and so does MP3 without a
-    // length header.
-    if ((info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS ||
-        ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG && !hasMP3LengthHeader(file.get()))) {
+    // Lossy codecs go to FFmpeg. libsndfile decodes Opus at the rate the encoder was fed
+    // (FFmpeg, like every player, at Opus's own 48 kHz); stops an MP3 without a length
+    // header at a size-based estimate, disagrees with FFmpeg on damaged MP3 and Vorbis
+    // streams, and lets mpg123 print to stderr. FFmpeg is as fast or faster on these.
+    const int codec = info.format & SF_FORMAT_SUBMASK;
+    if (codec == SF_FORMAT_OPUS || codec == SF_FORMAT_VORBIS ||
+        (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
         sf_close(sndfile);
         return nullptr;
     }
