@@ -64,6 +64,12 @@ head -c 300000 stereo-s16.wav > truncated.wav
 head -c 200000 stereo.flac > truncated.flac
 # An M4A with its index in front, cut off partway through the audio.
 head -c $(( $(stat -c %s stereo-faststart.m4a) * 3 / 5 )) stereo-faststart.m4a > truncated.m4a
+# A FLAC whose header claims 2^36 - 1 frames (hundreds of gigabytes of samples) in front
+# of three seconds of audio: the total-samples field ends STREAMINFO's 18th byte.
+cp stereo.flac huge-header.flac
+printf '\xff\xff\xff\xff' | dd of=huge-header.flac bs=1 seek=22 conv=notrunc status=none
+printf "\\x$(printf '%02x' $(( $(od -An -tu1 -j21 -N1 huge-header.flac) | 0x0f )))" |
+    dd of=huge-header.flac bs=1 seek=21 conv=notrunc status=none
 # A WAV with a header and no frames.
 sox -n -r 48000 -c 2 -b 16 empty.wav trim 0 0
 # Noise bytes (sox's fixed seed makes them the same every time) under audio names.

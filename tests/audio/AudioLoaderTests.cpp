@@ -11,6 +11,8 @@
 #include <fstream>
 #include <limits>
 #include <sndfile.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 using namespace sonvale;
 using sonvale::test::fixture;
@@ -228,6 +230,43 @@ TEST(AudioLoader, FileWithoutFramesContainsNoAudio) {
         EXPECT_EQ(error.code(), AudioLoaderError::Code::empty);
         EXPECT_STREQ(error.what(), "The file contains no audio.");
     }
+}
+
+// Caps the process's address space a little above what it uses, for as long as it lives,
+// so that running out of memory doesn't depend on the system's overcommit policy.
+class AddressSpaceCap {
+public:
+    explicit AddressSpaceCap(rlim_t headroom) {
+        std::ifstream statm("/proc/self/statm");
+        long pages = 0;
+        statm >> pages;
+        ::getrlimit(RLIMIT_AS, &saved);
+        rlimit capped = saved;
+        capped.rlim_cur = rlim_t(pages) * rlim_t(::sysconf(_SC_PAGESIZE)) + headroom;
+        active = ::setrlimit(RLIMIT_AS, &capped) == 0;
+    }
+    ~AddressSpaceCap() { ::setrlimit(RLIMIT_AS, &saved); }
+    bool active = false;
+
+private:
+    rlimit saved{};
+};
+
+TEST(AudioLoader, HeaderClaimingMoreThanMemoryHoldsFailsAsOutOfMemory) {
+    std::string message;
+    {
+        AddressSpaceCap cap(rlim_t(1) << 30);
+        ASSERT_TRUE(cap.active);
+        try {
+            AudioLoader::load(fixture("huge-header.flac"));
+        } catch (const AudioLoaderError& error) {
+            message = error.what();
+            EXPECT_EQ(error.code(), AudioLoaderError::Code::outOfMemory);
+        } catch (const std::exception& error) {
+            message = error.what();
+        }
+    }
+    EXPECT_EQ(message, "Not enough memory to decode the file.");
 }
 
 TEST(AudioLoader, FilmWithoutSoundContainsNoAudio) {
