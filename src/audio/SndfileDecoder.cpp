@@ -5,6 +5,7 @@
 #include "audio/AudioDecoder.h"
 
 #include "audio/AudioErrors.h"
+#include "audio/SndfileSupport.h"
 #include "base/Errors.h"
 
 #include <algorithm>
@@ -158,6 +159,11 @@ private:
 
 } // namespace
 
+std::mutex& sndfileOpenMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
 std::unique_ptr<AudioDecoder> openSndfileDecoder(FileHandle& file,
                                                  const std::filesystem::path& path,
                                                  std::string& failure) {
@@ -168,10 +174,14 @@ std::unique_ptr<AudioDecoder> openSndfileDecoder(FileHandle& file,
     const int own = ::fcntl(file.get(), F_DUPFD_CLOEXEC, 0);
     if (own < 0) return nullptr;
     SF_INFO info{};
-    SNDFILE* sndfile = sf_open_fd(own, SFM_READ, &info, SF_TRUE);
-    if (!sndfile) {
-        if (sf_error(nullptr) != SF_ERR_UNRECOGNISED_FORMAT) failure = sf_strerror(nullptr);
-        return nullptr;
+    SNDFILE* sndfile = nullptr;
+    {
+        std::lock_guard lock(sndfileOpenMutex());
+        sndfile = sf_open_fd(own, SFM_READ, &info, SF_TRUE);
+        if (!sndfile) {
+            if (sf_error(nullptr) != SF_ERR_UNRECOGNISED_FORMAT) failure = sf_strerror(nullptr);
+            return nullptr;
+        }
     }
     // Lossy codecs go to FFmpeg. libsndfile decodes Opus at the rate the encoder was fed
     // (FFmpeg, like every player, at Opus's own 48 kHz); stops an MP3 without a length

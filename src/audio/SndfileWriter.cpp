@@ -6,6 +6,7 @@
 #include "audio/AudioErrors.h"
 #include "audio/FileHandle.h"
 #include "audio/FloatBuffer.h"
+#include "audio/SndfileSupport.h"
 #include "base/Errors.h"
 
 #include <algorithm>
@@ -68,8 +69,13 @@ public:
             if (!integers) throw AudioLoaderError::outOfMemory();
         }
         SF_VIRTUAL_IO io{&fileLength, &seek, &read, &write, &tell};
-        sndfile = sf_open_virtual(&io, SFM_WRITE, &info, this);
-        if (!sndfile) fail(sf_strerror(nullptr));
+        std::string openFailure;
+        {
+            std::lock_guard lock(sndfileOpenMutex());
+            sndfile = sf_open_virtual(&io, SFM_WRITE, &info, this);
+            if (!sndfile) openFailure = sf_strerror(nullptr);
+        }
+        if (!sndfile) fail(openFailure.c_str());
         if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_RF64)
             sf_command(sndfile, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
     }
