@@ -104,6 +104,27 @@ INSTANTIATE_TEST_SUITE_P(
         return name;
     });
 
+TEST(AudioLoader, LossyDecodesLineUpWithTheirSourceFrameForFrame) {
+    // The encoders' priming (AAC's 1,024 frames, LAME's delay, Opus's pre-skip) is dropped,
+    // so frame n of the decode is frame n of what was encoded. The codecs' own error is
+    // below 0.1 % of the signal's energy; one frame off adds 0.3 % at 440 Hz and more on
+    // the chirp.
+    const auto source = AudioLoader::load(fixture("stereo-f32.wav"));
+    for (const char* file : {"stereo.m4a", "stereo.mp3", "stereo.opus", "stereo.ogg"}) {
+        const auto decoded = AudioLoader::load(fixture(file));
+        ASSERT_EQ(decoded->frameCount, source->frameCount) << file;
+        for (int ch = 0; ch < 2; ++ch) {
+            double error = 0, signal = 0;
+            for (int64_t i = 2048; i < source->frameCount - 2048; ++i) {
+                const double x = source->samples(ch)[i];
+                error += std::pow(decoded->samples(ch)[i] - x, 2);
+                signal += x * x;
+            }
+            EXPECT_LT(error / signal, 0.003) << file << " channel " << ch;
+        }
+    }
+}
+
 TEST(AudioLoader, TruncatedFilesKeepFewerFramesThanTheirHeadersPromise) {
     for (const char* file : {"truncated.wav", "truncated.m4a"}) {
         const auto info = AudioLoader::probe(fixture(file));
