@@ -58,12 +58,3 @@ TEST(EffectsCommand, UnknownKindIsRefusedWithTheValidKinds) {
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.output.find("noiseGate"), std::string::npos) << run.output;
 }
-
-TEST(ApplyCommand, RefusesBadEffectsBeforeTouchingAnyFile) {
-    auto run = runCLI("apply /nonexistent.wav -o /tmp/never.wav --effect 'limiter,Ceiling=4'");
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.output.find("from -12 to 0"), std::string::npos) << run.output;
-    auto missing = runCLI("apply /nonexistent.wav -o /tmp/never.wav");
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_NE(missing.output.find("usage: apply"), std::string::npos) << missing.output;
-}
