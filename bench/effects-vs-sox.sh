@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Applying each built effect to the same 10-minute stereo 48 kHz file with sonvale-cli apply,
-# next to the nearest sox effect writing the same 32-bit float WAV. Prints both times and
-# sonvale's time as a fraction of sox's (below 1: faster).
+# next to the nearest sox effect writing the same 32-bit float WAV. Prints wall-clock and CPU
+# times and sonvale's CPU time as a fraction of sox's (below 1: faster).
 # Usage: effects-vs-sox.sh CLI [WORK_DIR]
 set -euo pipefail
 cli=${1:?usage: effects-vs-sox.sh CLI [WORK_DIR]}
@@ -15,16 +15,20 @@ if [ ! -f "$src" ]; then
     sox -n -r 48000 -c 2 -b 16 "$src" synth "$((minutes * 60))" pinknoise \
         tremolo 0.2 90 gain -6
 fi
-seconds() { /usr/bin/time -f "%e" "$@" 2>&1 >/dev/null | tail -n1; }
+# Wall-clock and CPU (user + system) seconds of a command.
+times() { /usr/bin/time -f "%e %U %S" "$@" 2>&1 >/dev/null | tail -n1 | awk '{print $1, $2 + $3}'; }
 compare() {
     local name=$1 spec=$2
     shift 2
     local s x
-    s=$(seconds "$cli" apply "$src" -o "$work/s.wav" --effect "$spec")
-    x=$(seconds sox "$src" -e floating-point -b 32 "$work/x.wav" "$@")
-    printf '%-11s sonvale %6ss   sox %-40s %6ss   ratio %.2f\n' "$name" "$s" "$*" "$x" \
-        "$(awk "BEGIN{print $s / $x}")"
+    s=$(times "$cli" apply "$src" -o "$work/s.wav" --effect "$spec")
+    x=$(times sox "$src" -e floating-point -b 32 "$work/x.wav" "$@")
+    set -- $s $x
+    printf '%-11s sonvale %6.2fs (cpu %6.2fs)   sox %6.2fs (cpu %6.2fs)   cpu ratio %.2f\n' \
+        "$name" "$1" "$2" "$3" "$4" "$(awk "BEGIN{print $2 / $4}")"
 }
+echo "sox commands: equalizer = highpass 80 + equalizer 300/3000 + treble 10k;" \
+    "compressor, limiter, noise gate = compand"
 compare equalizer "equalizer@Vocal Presence" \
     highpass 80 equalizer 300 1q -2 equalizer 3000 1.2q 3 treble 2 10000 0.71q
 compare compressor "compressor" compand 0.01,0.15 6:-60,-60,-18,-18,0,-13.5

@@ -1,28 +1,16 @@
-#include "audio/AudioLoader.h"
 #include "effects/EffectChain.h"
 #include "effects/EffectRenderer.h"
 
+#include "support/AudioFiles.h"
 #include "support/ProcessorRun.h"
 #include "support/Signals.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 using namespace sonvale;
 using namespace sonvale::test;
 
 namespace {
-
-AudioDataPtr makeAudio(const Channels& channels, double rate) {
-    std::vector<FloatBuffer> buffers;
-    for (auto& channel : channels) {
-        FloatBuffer buffer(int64_t(channel.size()));
-        std::memcpy(buffer.data(), channel.data(), channel.size() * sizeof(float));
-        buffers.push_back(std::move(buffer));
-    }
-    return AudioLoader::makeAudioData(rate, std::move(buffers), int64_t(channels[0].size()));
-}
 
 // Records the size of every block it is given and counts the frames.
 class BlockRecorder final : public EffectProcessor {
@@ -38,7 +26,7 @@ public:
 } // namespace
 
 TEST(EffectRenderer, RendersTheRangeAndTheTailInBlocksOfAtMost4096Frames) {
-    auto audio = makeAudio({noise(20000, 1), noise(20000, 2)}, 48000);
+    auto audio = makeAudio(48000, {noise(20000, 1), noise(20000, 2)});
     BlockRecorder recorder;
     auto clip = EffectRenderer::render(*audio, {1000, 10000}, 500, recorder);
     ASSERT_EQ(clip.channels.size(), 2u);
@@ -53,7 +41,7 @@ TEST(EffectRenderer, RendersTheRangeAndTheTailInBlocksOfAtMost4096Frames) {
 }
 
 TEST(EffectRenderer, ClampsTheRangeToTheAudio) {
-    auto audio = makeAudio({noise(5000, 3), noise(5000, 4)}, 44100);
+    auto audio = makeAudio(44100, {noise(5000, 3), noise(5000, 4)});
     BlockRecorder recorder;
     auto clip = EffectRenderer::render(*audio, {4000, 90000}, 0, recorder);
     EXPECT_EQ(clip.length(), 1000);
@@ -76,7 +64,7 @@ TEST(EffectRenderer, ChainRenderEqualsTheChainRunOverTheWholeSignalAtOnce) {
     chain.append(eq);
     chain.append(EffectSession::make(EffectKind::compressor));
     auto source = Channels{noise(30000, 5, 0.8), noise(30000, 6, 0.8)};
-    auto audio = makeAudio(source, rate);
+    auto audio = makeAudio(rate, source);
 
     auto render = chain.renderProcessor(rate, 2);
     auto tail = EffectRenderer::tailFrames(render.tailSeconds, rate);
@@ -97,7 +85,7 @@ TEST(EffectRenderer, EqualizerTailLetsTheRingingDecayBySixtyDecibels) {
     eq->setValue(0, 0); // band 1 Low Cut at 50 Hz
     eq->setValue(1, 50);
     chain.append(eq);
-    auto audio = makeAudio({impulse(100, 99)}, rate);
+    auto audio = makeAudio(rate, {impulse(100, 99)});
     auto render = chain.renderProcessor(rate, 1);
     auto tail = EffectRenderer::tailFrames(render.tailSeconds, rate);
     auto clip = EffectRenderer::render(*audio, {0, 100}, tail, *render.processor);
