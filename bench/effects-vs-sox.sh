@@ -18,10 +18,10 @@ fi
 # Wall-clock and CPU (user + system) seconds of a command.
 times() { /usr/bin/time -f "%e %U %S" "$@" 2>&1 >/dev/null | tail -n1 | awk '{print $1, $2 + $3}'; }
 compare() {
-    local name=$1 spec=$2
+    local name=$1 setup=$2
     shift 2
     local s x
-    s=$(times "$cli" apply "$src" -o "$work/s.wav" --effect "$spec")
+    s=$(times "$cli" apply "$src" -o "$work/s.wav" --effect "$setup")
     x=$(times sox "$src" -e floating-point -b 32 "$work/x.wav" "$@")
     set -- $s $x
     printf '%-11s sonvale %6.2fs (cpu %6.2fs)   sox %6.2fs (cpu %6.2fs)   cpu ratio %.2f\n' \

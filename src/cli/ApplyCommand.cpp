@@ -1,4 +1,4 @@
-// sonvale-cli apply IN -o OUT [--range START:END] --effect SPEC [--effect SPEC ...]
+// sonvale-cli apply IN -o OUT [--range START:END] --effect KIND[@PRESET][,NAME=VALUE...] ...
 // Renders an effect chain into a file as "Apply to Selection" does and writes the whole
 // result as a 32-bit float WAV.
 
@@ -9,7 +9,7 @@
 #include "base/Errors.h"
 #include "effects/EffectChain.h"
 #include "effects/EffectRenderer.h"
-#include "effects/EffectSpec.h"
+#include "effects/EffectSetup.h"
 
 #include <charconv>
 #include <cmath>
@@ -72,7 +72,7 @@ AudioClip spliced(const AudioData& audio, FrameRange range, AudioClip rendered) 
 
 int apply(const Arguments& args) {
     std::optional<std::string> input, output, rangeText;
-    std::vector<EffectSpec> specs;
+    std::vector<EffectSetup> setups;
     for (size_t i = 0; i < args.size(); ++i) {
         auto& arg = args[i];
         auto next = [&]() -> const std::string& {
@@ -85,7 +85,7 @@ int apply(const Arguments& args) {
             rangeText = next();
         } else if (arg == "--effect" || arg == "-e") {
             try {
-                specs.push_back(EffectSpec::parse(next()));
+                setups.push_back(EffectSetup::parse(next()));
             } catch (const UserError& error) {
                 throw UsageError{error.what()};
             }
@@ -97,7 +97,7 @@ int apply(const Arguments& args) {
             input = arg;
         }
     }
-    if (!input || !output || specs.empty())
+    if (!input || !output || setups.empty())
         throw UsageError{"usage: apply IN -o OUT [--range START:END] --effect "
                          "KIND[@PRESET][,NAME=VALUE...] [--effect ...]"};
 
@@ -107,12 +107,12 @@ int apply(const Arguments& args) {
     if (range.isEmpty()) throw UsageError{"\"" + *input + "\" has no audio to process"};
 
     EffectChain chain;
-    for (auto& spec : specs) {
-        if (!makeProcessor(spec.kind, audio->sampleRate, audio->channelCount(),
-                           std::make_shared<ParameterBank>(parameters(spec.kind))))
-            throw UsageError{std::string(title(spec.kind)) +
+    for (auto& setup : setups) {
+        if (!makeProcessor(setup.kind, audio->sampleRate, audio->channelCount(),
+                           std::make_shared<ParameterBank>(parameters(setup.kind))))
+            throw UsageError{std::string(title(setup.kind)) +
                              " can't be applied yet: its processor isn't built"};
-        chain.append(EffectSession::make(spec.kind, spec.values));
+        chain.append(EffectSession::make(setup.kind, setup.values));
     }
     auto render = chain.renderProcessor(audio->sampleRate, audio->channelCount());
     auto tail = EffectRenderer::tailFrames(render.tailSeconds, audio->sampleRate);

@@ -4,7 +4,7 @@
 
 #include "base/Errors.h"
 #include "effects/EffectKind.h"
-#include "effects/EffectSpec.h"
+#include "effects/EffectSetup.h"
 
 #include <nlohmann/json.hpp>
 
@@ -111,7 +111,7 @@ int effects(const Arguments& args) {
             throw UsageError{"give at most one effect kind"};
         } else {
             try {
-                only = EffectSpec::parse(arg).kind;
+                only = EffectSetup::parse(arg).kind;
             } catch (const UserError& error) {
                 throw UsageError{error.what()};
             }

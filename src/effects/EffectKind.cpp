@@ -18,14 +18,14 @@ namespace {
 
 using Unit = EffectParameter::Unit;
 
-struct Description {
+struct KindInfo {
     std::string_view raw, title;
     EffectCategory category;
     std::string_view image, summary;
 };
 
-const Description& describe(EffectKind kind) {
-    static const std::array<Description, 13> table{{
+const KindInfo& describe(EffectKind kind) {
+    static const std::array<KindInfo, 13> table{{
         {"equalizer", "Parametric EQ", EffectCategory::tone, "slider.vertical.3",
          "Shapes the tone: lift or cut bass, mids and treble."},
         {"saturation", "Saturation", EffectCategory::tone, "flame",

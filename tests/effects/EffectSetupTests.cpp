@@ -1,5 +1,5 @@
 #include "base/Errors.h"
-#include "effects/EffectSpec.h"
+#include "effects/EffectSetup.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@ namespace {
 // The message of the UserError that parsing `text` throws; empty when it parses.
 std::string refusal(const std::string& text) {
     try {
-        EffectSpec::parse(text);
+        EffectSetup::parse(text);
     } catch (const UserError& error) {
         return error.what();
     }
@@ -19,24 +19,24 @@ std::string refusal(const std::string& text) {
 
 } // namespace
 
-TEST(EffectSpec, KindAloneGivesTheDefaults) {
-    auto spec = EffectSpec::parse("limiter");
-    EXPECT_EQ(spec.kind, EffectKind::limiter);
-    EXPECT_EQ(spec.values, (std::vector<double>{6, -1, 100}));
+TEST(EffectSetup, KindAloneGivesTheDefaults) {
+    auto setup = EffectSetup::parse("limiter");
+    EXPECT_EQ(setup.kind, EffectKind::limiter);
+    EXPECT_EQ(setup.values, (std::vector<double>{6, -1, 100}));
 }
 
-TEST(EffectSpec, KindsMatchRawValueOrTitleIgnoringCaseSpacesAndHyphens) {
-    EXPECT_EQ(EffectSpec::parse("noiseGate").kind, EffectKind::noiseGate);
-    EXPECT_EQ(EffectSpec::parse("Noise Gate").kind, EffectKind::noiseGate);
-    EXPECT_EQ(EffectSpec::parse("noise-gate").kind, EffectKind::noiseGate);
-    EXPECT_EQ(EffectSpec::parse("Parametric EQ").kind, EffectKind::equalizer);
-    EXPECT_EQ(EffectSpec::parse(" 'pitch shifter' ").kind, EffectKind::pitchShifter);
+TEST(EffectSetup, KindsMatchRawValueOrTitleIgnoringCaseSpacesAndHyphens) {
+    EXPECT_EQ(EffectSetup::parse("noiseGate").kind, EffectKind::noiseGate);
+    EXPECT_EQ(EffectSetup::parse("Noise Gate").kind, EffectKind::noiseGate);
+    EXPECT_EQ(EffectSetup::parse("noise-gate").kind, EffectKind::noiseGate);
+    EXPECT_EQ(EffectSetup::parse("Parametric EQ").kind, EffectKind::equalizer);
+    EXPECT_EQ(EffectSetup::parse(" 'pitch shifter' ").kind, EffectKind::pitchShifter);
 }
 
-TEST(EffectSpec, PresetThenSettingsOverrideTheDefaultsInOrder) {
-    auto spec = EffectSpec::parse("limiter@streaming master,Release=20");
-    EXPECT_EQ(spec.values, (std::vector<double>{4, -1, 20}));
-    auto eq = EffectSpec::parse("equalizer@Telephone,Band 1 Gain=3,band2gain=-1.5,"
+TEST(EffectSetup, PresetThenSettingsOverrideTheDefaultsInOrder) {
+    auto setup = EffectSetup::parse("limiter@streaming master,Release=20");
+    EXPECT_EQ(setup.values, (std::vector<double>{4, -1, 20}));
+    auto eq = EffectSetup::parse("equalizer@Telephone,Band 1 Gain=3,band2gain=-1.5,"
                                 "\"Band 4 Type\"=low shelf,Band 2 On=off");
     EXPECT_EQ(eq.values[0], 0);  // the preset's Low Cut
     EXPECT_EQ(eq.values[1], 400);
@@ -46,23 +46,23 @@ TEST(EffectSpec, PresetThenSettingsOverrideTheDefaultsInOrder) {
     EXPECT_EQ(eq.values[15], 1);
 }
 
-TEST(EffectSpec, UnknownKindIsRefusedWithTheListOfKinds) {
+TEST(EffectSetup, UnknownKindIsRefusedWithTheListOfKinds) {
     auto message = refusal("echo");
     EXPECT_NE(message.find("unknown effect \"echo\""), std::string::npos) << message;
     EXPECT_NE(message.find("spectrumAnalyzer"), std::string::npos) << message;
 }
 
-TEST(EffectSpec, UnknownPresetIsRefusedWithTheKindsPresets) {
+TEST(EffectSetup, UnknownPresetIsRefusedWithTheKindsPresets) {
     auto message = refusal("compressor@Squash");
     EXPECT_NE(message.find("\"Podcast Leveler\""), std::string::npos) << message;
 }
 
-TEST(EffectSpec, UnknownParameterIsRefusedWithTheKindsParameters) {
+TEST(EffectSetup, UnknownParameterIsRefusedWithTheKindsParameters) {
     auto message = refusal("compressor,Threshhold=-20");
     EXPECT_NE(message.find("\"Threshold\", \"Ratio\""), std::string::npos) << message;
 }
 
-TEST(EffectSpec, OutOfRangeOrMalformedValuesAreRefusedWithTheRange) {
+TEST(EffectSetup, OutOfRangeOrMalformedValuesAreRefusedWithTheRange) {
     auto message = refusal("limiter,Ceiling=3");
     EXPECT_NE(message.find("from -12 to 0"), std::string::npos) << message;
     EXPECT_NE(refusal("limiter,Ceiling=-1dB"), "");

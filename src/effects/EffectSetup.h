@@ -18,11 +18,11 @@ namespace sonvale {
 // a number in the parameter's unit, or for choices and toggles also a label ("Low Cut",
 // "on"). Anything unknown or out of range throws UserError with a message that lists what
 // is valid.
-struct EffectSpec {
+struct EffectSetup {
     EffectKind kind = EffectKind::equalizer;
     std::vector<double> values;
 
-    static EffectSpec parse(std::string_view text);
+    static EffectSetup parse(std::string_view text);
 };
 
 // Lower case without spaces, hyphens, underscores or quotes: the form names are compared in.

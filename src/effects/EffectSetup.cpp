@@ -1,4 +1,4 @@
-#include "effects/EffectSpec.h"
+#include "effects/EffectSetup.h"
 
 #include "base/Errors.h"
 
@@ -130,7 +130,7 @@ std::string foldedName(std::string_view name) {
     return out;
 }
 
-EffectSpec EffectSpec::parse(std::string_view text) {
+EffectSetup EffectSetup::parse(std::string_view text) {
     auto parts = fields(text);
     std::string head = parts[0];
     std::optional<std::string> presetName;
@@ -138,23 +138,23 @@ EffectSpec EffectSpec::parse(std::string_view text) {
         presetName = trimmed(head.substr(at + 1));
         head = head.substr(0, at);
     }
-    EffectSpec spec;
-    spec.kind = parseKind(trimmed(head));
-    auto& list = parameters(spec.kind);
-    spec.values = presetName ? parsePreset(spec.kind, *presetName).valuesFor(list)
+    EffectSetup setup;
+    setup.kind = parseKind(trimmed(head));
+    auto& list = parameters(setup.kind);
+    setup.values = presetName ? parsePreset(setup.kind, *presetName).valuesFor(list)
                              : EffectPreset{}.valuesFor(list);
     for (size_t i = 1; i < parts.size(); ++i) {
         auto setting = trimmed(parts[i]);
         if (setting.empty()) continue;
         auto equals = setting.find('=');
         if (equals == std::string::npos)
-            throw UserError("\"" + setting + "\" in the " + std::string(rawValue(spec.kind)) +
+            throw UserError("\"" + setting + "\" in the " + std::string(rawValue(setup.kind)) +
                             " settings is not NAME=VALUE");
-        auto& parameter = parseParameter(spec.kind, trimmed(setting.substr(0, equals)));
-        spec.values[size_t(parameter.index)] =
-            parseValue(spec.kind, parameter, trimmed(setting.substr(equals + 1)));
+        auto& parameter = parseParameter(setup.kind, trimmed(setting.substr(0, equals)));
+        setup.values[size_t(parameter.index)] =
+            parseValue(setup.kind, parameter, trimmed(setting.substr(equals + 1)));
     }
-    return spec;
+    return setup;
 }
 
 } // namespace sonvale
