@@ -64,22 +64,29 @@ void summariseBlock(const float* samples, int64_t n, float& mn, float& mx, float
 
 } // namespace
 
-std::vector<PeakLevel> AudioLoader::buildLevels(const float* samples, int64_t count) {
-    std::vector<PeakLevel> levels;
-    if (count < 17) return levels;
+void AudioLoader::summariseLevelZero(const float* samples, int64_t count, float* minMax,
+                                     float* energy) {
+    const int64_t whole = count / 16;
+    summariseWholeBlocks(samples, whole, minMax, energy);
+    if (16 * whole < count)
+        summariseBlock(samples + 16 * whole, count - 16 * whole, minMax[2 * whole],
+                       minMax[2 * whole + 1], energy[whole]);
+}
 
+std::vector<PeakLevel> AudioLoader::buildLevels(const float* samples, int64_t count) {
+    if (count < 17) return {};
     PeakLevel first;
     first.blockSize = 16;
     first.count = (count + 15) / 16;
     first.buffer = FloatBuffer(2 * first.count);
     first.energy = FloatBuffer(first.count);
-    const int64_t whole = count / 16;
-    summariseWholeBlocks(samples, whole, first.buffer.data(), first.energy.data());
-    if (whole < first.count)
-        summariseBlock(samples + 16 * whole, count - 16 * whole, first.buffer[2 * whole],
-                       first.buffer[2 * whole + 1], first.energy[whole]);
-    levels.push_back(std::move(first));
+    summariseLevelZero(samples, count, first.buffer.data(), first.energy.data());
+    return buildLevels(std::move(first));
+}
 
+std::vector<PeakLevel> AudioLoader::buildLevels(PeakLevel levelZero) {
+    std::vector<PeakLevel> levels;
+    levels.push_back(std::move(levelZero));
     while (levels.back().count > 1) {
         const PeakLevel& previous = levels.back();
         PeakLevel next;
@@ -155,7 +162,17 @@ AudioDataPtr AudioLoader::makeAudioData(double sampleRate, std::vector<FloatBuff
     }
     for (auto& failure : failures)
         if (failure) std::rethrow_exception(failure);
+    return makeAudioData(sampleRate, std::move(buffers), frameCount, std::move(levels));
+}
 
+AudioDataPtr AudioLoader::makeAudioData(double sampleRate, std::vector<FloatBuffer> buffers,
+                                        int64_t frameCount,
+                                        std::vector<std::vector<PeakLevel>> levels) {
+    frameCount = std::max<int64_t>(frameCount, 0);
+    for (auto& buffer : buffers)
+        if (buffer.size() != frameCount) buffer.resize(frameCount);
+    const size_t n = buffers.size();
+    levels.resize(n);
     std::vector<ChannelDataPtr> channels;
     channels.reserve(n);
     float peak = 0;
