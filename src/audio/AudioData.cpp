@@ -21,9 +21,18 @@ namespace {
 typedef float v8f __attribute__((vector_size(32)));
 typedef float v4f __attribute__((vector_size(16)));
 
+// target_clones picks a version at load time through an ifunc resolver; a sanitizer
+// instruments that resolver, which then runs before the sanitizer is set up and crashes
+// the program at start-up. Sanitized builds get the one portable version.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#define SONVALE_AVX2_CLONES
+#else
+#define SONVALE_AVX2_CLONES __attribute__((target_clones("avx2", "default")))
+#endif
+
 // Level 0 over whole 16-sample blocks: min and max into `minMax` (pairs), sum of squares
 // into `energy`. Built for AVX2 where the processor has it.
-__attribute__((target_clones("avx2", "default"))) void
+SONVALE_AVX2_CLONES void
 summariseWholeBlocks(const float* samples, int64_t blocks, float* minMax, float* energy) {
     for (int64_t b = 0; b < blocks; ++b) {
         v8f lo, hi;
