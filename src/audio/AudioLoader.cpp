@@ -12,11 +12,11 @@
 #include <fcntl.h>
 #include <mutex>
 #include <optional>
-#include <sys/mman.h>
 #include <string_view>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <thread>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace sonvale {
@@ -134,6 +134,30 @@ private:
     std::thread worker; // last: starts once everything above exists
 };
 
+// Every channel's pyramid from level 0 summarised up to frame `summarised` by the
+// background summariser: the rest of level 0 is summarised here, then the levels above.
+std::vector<std::vector<PeakLevel>> completeLevels(const std::vector<FloatBuffer>& samples,
+                                                   std::vector<FloatBuffer>& minMax,
+                                                   std::vector<FloatBuffer>& energy,
+                                                   int64_t summarised, int64_t frames) {
+    const int64_t blocks = (frames + 15) / 16;
+    std::vector<std::vector<PeakLevel>> levels(samples.size());
+    for (size_t c = 0; c < samples.size(); ++c) {
+        AudioLoader::summariseLevelZero(samples[c].data() + summarised, frames - summarised,
+                                        minMax[c].data() + 2 * (summarised / 16),
+                                        energy[c].data() + summarised / 16);
+        minMax[c].resize(2 * blocks);
+        energy[c].resize(blocks);
+        PeakLevel levelZero;
+        levelZero.blockSize = 16;
+        levelZero.count = blocks;
+        levelZero.buffer = std::move(minMax[c]);
+        levelZero.energy = std::move(energy[c]);
+        levels[c] = AudioLoader::buildLevels(std::move(levelZero));
+    }
+    return levels;
+}
+
 // Whether the file begins with the signature of a container libsndfile should read: RIFF
 // and RF64 WAV, AIFF, FLAC, CAF, Sony Wave64, Sun AU. Anything else goes straight to
 // FFmpeg: libsndfile would hand MP3 to mpg123, which prints its complaints on stderr.
@@ -231,22 +255,7 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
 
     AudioDataPtr audio;
     if (summariser && filled >= 17) {
-        // The worker's share is done; the rest of level 0 is summarised here.
-        const int64_t done = summariser->stop();
-        const int64_t blocks = (filled + 15) / 16;
-        std::vector<std::vector<PeakLevel>> levels(channels);
-        for (size_t c = 0; c < channels; ++c) {
-            summariseLevelZero(buffers[c].data() + done, filled - done,
-                               minMax[c].data() + 2 * (done / 16), energy[c].data() + done / 16);
-            minMax[c].resize(2 * blocks);
-            energy[c].resize(blocks);
-            PeakLevel levelZero;
-            levelZero.blockSize = 16;
-            levelZero.count = blocks;
-            levelZero.buffer = std::move(minMax[c]);
-            levelZero.energy = std::move(energy[c]);
-            levels[c] = buildLevels(std::move(levelZero));
-        }
+        auto levels = completeLevels(buffers, minMax, energy, summariser->stop(), filled);
         audio = makeAudioData(info.sampleRate, std::move(buffers), filled, std::move(levels));
     } else {
         summariser.reset();
