@@ -17,5 +17,8 @@ int info(const Arguments& args);
 int exportCommand(const Arguments& args);
 int effects(const Arguments& args);
 int apply(const Arguments& args);
+int loudness(const Arguments& args);
+int normalize(const Arguments& args);
+int trimSilence(const Arguments& args);
 
 } // namespace sonvale::cli

@@ -33,6 +33,11 @@ const std::map<std::string, Command>& commands() {
         {"apply", {"apply IN -o OUT [--range START:END] --effect KIND[@PRESET][,NAME=VALUE...] "
                    "[--effect ...]",
                    apply}},
+        {"loudness", {"loudness [--json] FILE...        integrated loudness (LUFS) and sample peak",
+                      loudness}},
+        {"normalize", {"normalize IN -o OUT (--peak | --loudness LUFS) [--format F]", normalize}},
+        {"trim-silence", {"trim-silence IN -o OUT [--format F]   cut the silence at both ends",
+                          trimSilence}},
     };
     return table;
 }
