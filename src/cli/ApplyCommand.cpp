@@ -3,6 +3,7 @@
 // result as a 32-bit float WAV.
 
 #include "cli/Commands.h"
+#include "cli/Options.h"
 
 #include "audio/AudioExporter.h"
 #include "audio/AudioLoader.h"
@@ -30,21 +31,22 @@ std::optional<int64_t> position(const std::string& text, double sampleRate) {
     bool whole = seconds || value == std::floor(value);
     if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() ||
         value < 0 || !whole || !std::isfinite(value))
-        throw UsageError{"\"" + text + "\" in --range is neither a frame number nor seconds "
-                         "such as 1.5s"};
+        throw UsageError{curlyQuoted(text) + " in --range is neither a frame number nor "
+                         "seconds such as 1.5s"};
     return int64_t(seconds ? std::llround(value * sampleRate) : value);
 }
 
-FrameRange parseRange(const std::string& text, const AudioData& audio) {
+// START:END in frames or seconds; an empty side is the file's start or end.
+FrameRange parseRange(const std::string& text, const AudioData& audio, const std::string& file) {
     auto colon = text.find(':');
     if (colon == std::string::npos)
-        throw UsageError{"--range takes START:END in frames or seconds (1.5s:3s); either may "
-                         "be left out"};
+        throw UsageError{"--range needs START:END in frames or seconds (1.5s:3s), not " +
+                         curlyQuoted(text)};
     FrameRange range{position(text.substr(0, colon), audio.sampleRate).value_or(0),
                      position(text.substr(colon + 1), audio.sampleRate).value_or(audio.frameCount)};
-    if (range.upper > audio.frameCount || range.isEmpty())
-        throw UsageError{"--range " + text + " is not within the file's " +
-                         std::to_string(audio.frameCount) + " frames"};
+    if (range.isEmpty())
+        throw UsageError{"the range " + text + " is empty: END must be after START"};
+    checkRangeWithin(range, audio, file);
     return range;
 }
 
@@ -103,7 +105,7 @@ int apply(const Arguments& args) {
 
     auto audio = AudioLoader::load(*input);
     FrameRange range{0, audio->frameCount};
-    if (rangeText) range = parseRange(*rangeText, *audio);
+    if (rangeText) range = parseRange(*rangeText, *audio, *input);
     if (range.isEmpty()) throw UsageError{"\"" + *input + "\" has no audio to process"};
 
     EffectChain chain;
