@@ -62,7 +62,6 @@ RenderSourcePtr PlaybackEngine::prepare(PlaybackContentPtr content,
     renderSource = std::make_shared<RenderSource>(std::move(content), std::move(gain), insert);
     current.store(renderSource.get());
     installEffect();
-    updateLatency();
     return renderSource;
 }
 
@@ -78,7 +77,6 @@ void PlaybackEngine::start() {
     meters.clear();
     output->start();
     latency = output->outputLatency();
-    updateLatency();
 }
 
 void PlaybackEngine::stop() {
@@ -103,7 +101,6 @@ std::optional<int64_t> PlaybackEngine::audibleFrame(HostTime time) const {
 void PlaybackEngine::setRate(float rate) {
     playbackRate = rate > 0 ? rate : 1.0f;
     requestedRate.store(playbackRate);
-    updateLatency();
 }
 
 double PlaybackEngine::stretchLatency() const {
@@ -111,10 +108,10 @@ double PlaybackEngine::stretchLatency() const {
     return double(stretchDelayFrames.load(std::memory_order_relaxed)) / streamFormat->sampleRate;
 }
 
-void PlaybackEngine::updateLatency() {
+int64_t PlaybackEngine::latencyFrames() const {
     double rateHz = renderSource ? renderSource->content->sampleRate()
                                  : (streamFormat ? streamFormat->sampleRate : 0);
-    latencyInFrames = int64_t((stretchLatency() + latency) * rateHz * double(playbackRate));
+    return int64_t((stretchLatency() + latency) * rateHz * double(playbackRate));
 }
 
 void PlaybackEngine::setEffectFactory(EffectFactory newFactory) {
@@ -147,8 +144,7 @@ void PlaybackEngine::handleConfigurationChange() {
         if (wasPlaying) {
             output->start();
             latency = output->outputLatency();
-            updateLatency();
-        }
+                }
     } catch (const PlaybackError&) {
         if (renderSource) renderSource->playing.store(false);
     }

@@ -73,9 +73,9 @@ public:
     double outputLatency() const { return latency; }
     // The stretcher's delay in seconds; 0 while it is bypassed.
     double stretchLatency() const;
-    // (stretcher delay + output latency) x content rate x speed, in content frames.
-    int64_t latencyFrames() const { return latencyInFrames; }
-    void updateLatency();
+    // (stretcher delay + output latency) x content rate x speed, in content frames. The
+    // stretcher's delay is known once it has run, so this is computed when asked.
+    int64_t latencyFrames() const;
 
     const std::shared_ptr<EffectInsert>& effectInsert() const { return insert; }
     // Sets (or, with an empty function, removes) the factory of the live effect processor and
@@ -113,7 +113,6 @@ private:
     RenderSourcePtr renderSource;
     std::unique_ptr<RubberBand::RubberBandStretcher> timePitch;
     double latency = 0;
-    int64_t latencyInFrames = 0;
     float playbackRate = 1;
     LevelMeters meters;
 
