@@ -15,5 +15,6 @@ struct UsageError {
 // Each command takes the arguments after its name and returns the exit status.
 int info(const Arguments& args);
 int exportCommand(const Arguments& args);
+int play(const Arguments& args);
 
 } // namespace sonvale::cli

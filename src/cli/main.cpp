@@ -27,6 +27,9 @@ const std::map<std::string, Command>& commands() {
         {"export", {"export IN -o OUT [--format wav16|wav24|aiff16|aac] [--gain DB] "
                     "[--range START:END]",
                     exportCommand}},
+        {"play", {"play FILE [--speed X] [--loop] [--from SECONDS] [--seconds N] "
+                  "[--effect SPEC ...]",
+                  play}},
     };
     return table;
 }
