@@ -106,12 +106,22 @@ EOF
         pgrep -n -f "pulseaudio.*$dir/default.pa" >"$dir/pid"
     pactl set-default-sink sonvale_test >/dev/null
     pactl set-default-source sonvale_test.monitor >/dev/null
+    # A silent client asking for 10 ms keeps the null sink waking as a sound card would; left
+    # alone it sleeps up to two seconds between wake-ups, and a new stream would stall that long.
+    pacat --playback --latency-msec=10 --raw --format=s16le --rate=48000 --channels=2 \
+        --stream-name=keep-awake /dev/zero >/dev/null 2>&1 &
+    echo $! >"$dir/keepalive.pid"
     environment >"$dir/env"
     echo "sound-server: running (pid $(cat "$dir/pid"), sink sonvale_test)" >&2
 }
 
 stop() {
     local pid
+    if [[ -f $dir/keepalive.pid ]]; then
+        pid=$(cat "$dir/keepalive.pid")
+        [[ -n $pid ]] && kill "$pid" 2>/dev/null
+        rm -f "$dir/keepalive.pid"
+    fi
     if pid=$(serverPid); then
         kill "$pid" 2>/dev/null
         for _ in $(seq 50); do

@@ -14,6 +14,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 #include <thread>
 
 namespace sonvale::cli {
@@ -110,18 +111,19 @@ int play(const Arguments& args) {
     OutputPeakReader reader;
     LevelMeters::Peaks peak;
     auto& source = *engine.source();
+    std::optional<int64_t> lastHeard;
     while (!interrupted) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         engine.checkOutput();
+        if (auto frame = engine.audibleFrame()) lastHeard = frame;
         if (auto heard = heardOutputPeaks(reader, engine.outputMeters(), engine.latencyFrames())) {
             peak.left = std::max(peak.left, heard->left);
             peak.right = std::max(peak.right, heard->right);
         }
         auto now = std::chrono::steady_clock::now();
         if (now >= nextReport) {
-            auto frame = engine.audibleFrame();
-            if (frame)
-                std::printf("%8.2f s   peak %s dB %s dB\n", double(*frame) / audio->sampleRate,
+            if (lastHeard)
+                std::printf("%8.2f s   peak %s dB %s dB\n", double(*lastHeard) / audio->sampleRate,
                             decibels(peak.left).c_str(), decibels(peak.right).c_str());
             std::fflush(stdout);
             peak = {};
@@ -136,11 +138,13 @@ int play(const Arguments& args) {
         }
     }
     const bool ended = !source.playing.load();
-    auto frame = engine.audibleFrame();
+    if (auto frame = engine.audibleFrame()) lastHeard = frame;
     engine.stop();
     if (interrupted) std::printf("interrupted");
     else std::printf(ended ? "finished" : "stopped");
-    if (frame) std::printf(" at %.2f s", double(*frame) / audio->sampleRate);
+    if (lastHeard)
+        std::printf(" at %.2f s", double(std::clamp<int64_t>(*lastHeard, 0, audio->frameCount)) /
+                                      audio->sampleRate);
     std::printf("; %lld output underruns\n", static_cast<long long>(engine.underflowCount()));
     return 0;
 }

@@ -91,9 +91,6 @@ std::optional<int64_t> PlaybackEngine::audibleFrame(HostTime time) const {
     int64_t renderedFrom = renderSource->renderedFrom.load(std::memory_order_relaxed);
     double elapsed = secondsFromHostTime(time) - secondsFromHostTime(renderedAt) - latency -
                      stretchLatency();
-    // Until the first frame of the newest buffer is heard, the playhead waits at that frame
-    // (right after a seek it shows the new position, not one before it).
-    elapsed = std::max(elapsed, 0.0);
     return renderedFrom +
            std::llround(elapsed * renderSource->content->sampleRate() * double(playbackRate));
 }

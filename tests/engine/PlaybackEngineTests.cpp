@@ -52,8 +52,8 @@ TEST(PlaybackEngine, PlayheadIsTheRenderedFrameWhenItsBufferIsHeard) {
     // Heard from 10.0 + 0.02 s of output latency on.
     EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(10.02)), 1000);
     EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(10.12)), 1000 + 4800);
-    // Before its buffer reaches the ear the playhead waits at the buffer's first frame.
-    EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(10.0)), 1000);
+    // Until the buffer reaches the ear the playhead lags the render position by the latency.
+    EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(10.0)), 1000 - 960);
 }
 
 TEST(PlaybackEngine, PlayheadRestartsFromTheSeekTarget) {
