@@ -185,11 +185,19 @@ void PlaybackEngine::renderStretched(float* const* buffers, int channelCount, in
     if (stretchRate != speed) {
         timePitch->setTimeRatio(1.0 / double(speed));
         stretchRate = speed;
-        stretchDelayFrames.store(int64_t(timePitch->getStartDelay()), std::memory_order_relaxed);
+        // Without a silent pad in front, a frame leaves the stretcher after its start delay
+        // (output frames) plus the pad it would have wanted (input frames), as measured against
+        // the captured output.
+        stretchDelayFrames.store(int64_t(timePitch->getStartDelay()) +
+                                     std::llround(double(timePitch->getPreferredStartPad()) / double(speed)),
+                                 std::memory_order_relaxed);
     }
-    // Feed the stretcher until it holds a buffer's worth; only the first block of a callback
-    // carries the time stamp, since it is the one that starts this buffer.
-    HostTime stamp = hostTime;
+    // Feed the stretcher until it holds a buffer's worth. Only the first block of a callback
+    // carries a time stamp: it is heard after what the stretcher already holds ready.
+    HostTime stamp = 0;
+    if (hostTime != 0)
+        stamp = hostTime + HostTime(std::llround(double(std::max(timePitch->available(), 0)) /
+                                                 streamFormat->sampleRate * 1e9));
     for (int round = 0; round < 64 && timePitch->available() < int(frameCount); ++round) {
         int64_t wanted = int64_t(timePitch->getSamplesRequired());
         int64_t n = std::clamp<int64_t>(wanted > 0 ? wanted : 256, 1, maxStretchBlock);
