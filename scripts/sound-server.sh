@@ -108,7 +108,7 @@ EOF
     pactl set-default-source sonvale_test.monitor >/dev/null
     # A silent client asking for 10 ms keeps the null sink waking as a sound card would; left
     # alone it sleeps up to two seconds between wake-ups, and a new stream would stall that long.
-    pacat --playback --latency-msec=10 --raw --format=s16le --rate=48000 --channels=2 \
+    pacat --playback --latency-msec=10 --raw --format=float32le --rate=48000 --channels=2 \
         --stream-name=keep-awake /dev/zero >/dev/null 2>&1 &
     echo $! >"$dir/keepalive.pid"
     environment >"$dir/env"
