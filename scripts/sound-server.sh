@@ -83,6 +83,9 @@ default-fragment-size-msec = 10
 resample-method = speex-float-5
 avoid-resampling = yes
 flat-volumes = no
+high-priority = yes
+realtime-scheduling = yes
+realtime-priority = 9
 EOF
 
     # Root needs --system=no spelled out, a private HOME for the cookie and --disallow-exit

@@ -1,6 +1,7 @@
 #include "engine/AudioOutput.h"
 
 #include <alsa/asoundlib.h>
+#include <pa_linux_alsa.h>
 #include <portaudio.h>
 
 #include <algorithm>
@@ -30,7 +31,7 @@ void silenceDeviceProbing() {
 }
 
 constexpr unsigned long framesPerBuffer = 512;
-constexpr double minimumLatency = 0.05; // seconds: enough headroom for a shared sound server
+constexpr double minimumLatency = 0.1; // seconds: headroom for a sound server on a busy machine
 
 std::string describe(const char* what, PaError error) {
     std::string text = what;
@@ -77,6 +78,11 @@ public:
             throw PlaybackError(describe("The audio output could not be opened", error));
         }
         Pa_SetStreamFinishedCallback(stream, &PortAudioOutput::finished);
+        // Ask for a real-time callback thread where the system grants one (it falls back to
+        // normal scheduling when it does not).
+        if (const PaHostApiInfo* api = Pa_GetHostApiInfo(info ? info->hostApi : -1);
+            api && api->type == paALSA)
+            PaAlsa_EnableRealtimeScheduling(stream, 1);
         streamFormat = wanted;
         underflows.store(0);
         const PaStreamInfo* streamInfo = Pa_GetStreamInfo(stream);
