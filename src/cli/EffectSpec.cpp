@@ -1,6 +1,7 @@
 #include "cli/EffectSpec.h"
 
 #include "cli/Commands.h"
+#include "cli/Options.h"
 
 #include <algorithm>
 #include <cctype>
@@ -53,7 +54,7 @@ EffectSessionPtr parseEffectSpec(const std::string& spec) {
     const std::string kindName = trimmed(spec.substr(0, colon));
     auto kind = kindNamed(kindName);
     if (!kind)
-        throw UsageError{"unknown effect \"" + kindName + "\" (effects: " + effectKindList() + ")"};
+        throw UsageError{"unknown effect " + curlyQuoted(kindName) + " (effects: " + effectKindList() + ")"};
     const auto& parameters = sonvale::parameters(*kind);
     auto session = EffectSession::make(*kind);
     if (colon == std::string::npos) return session;
@@ -68,7 +69,7 @@ EffectSessionPtr parseEffectSpec(const std::string& spec) {
         if (setting.empty()) continue;
         size_t equals = setting.find('=');
         if (equals == std::string::npos)
-            throw UsageError{"effect setting \"" + setting + "\" needs NAME=VALUE"};
+            throw UsageError{"effect setting " + curlyQuoted(setting) + " needs NAME=VALUE"};
         const std::string name = trimmed(setting.substr(0, equals));
         const std::string value = trimmed(setting.substr(equals + 1));
 
@@ -80,7 +81,7 @@ EffectSessionPtr parseEffectSpec(const std::string& spec) {
             if (preset == list.end()) {
                 std::string names;
                 for (auto& p : list) names += (names.empty() ? "" : ", ") + p.name;
-                throw UsageError{"no preset \"" + value + "\" for " + std::string(rawValue(*kind)) +
+                throw UsageError{"no preset " + curlyQuoted(value) + " for " + std::string(rawValue(*kind)) +
                                  " (presets: " + names + ")"};
             }
             values = preset->valuesFor(parameters);
@@ -92,7 +93,7 @@ EffectSessionPtr parseEffectSpec(const std::string& spec) {
         if (parameter == parameters.end()) {
             std::string names;
             for (auto& p : parameters) names += (names.empty() ? "" : ", ") + p.name;
-            throw UsageError{"no parameter \"" + name + "\" in " + std::string(rawValue(*kind)) +
+            throw UsageError{"no parameter " + curlyQuoted(name) + " in " + std::string(rawValue(*kind)) +
                              " (parameters: " + names + ")"};
         }
         std::optional<double> parsed = number(value);
@@ -103,7 +104,7 @@ EffectSessionPtr parseEffectSpec(const std::string& spec) {
         for (size_t i = 0; !parsed && i < parameter->choices.size(); ++i)
             if (folded(parameter->choices[i]) == folded(value)) parsed = double(i);
         if (!parsed)
-            throw UsageError{"\"" + value + "\" is not a value for " + parameter->name};
+            throw UsageError{curlyQuoted(value) + " is not a value for " + parameter->name};
         if (*parsed < parameter->lower() || *parsed > parameter->upper())
             throw UsageError{parameter->name + " must lie between " + parameter->format(parameter->lower()) +
                              " and " + parameter->format(parameter->upper())};

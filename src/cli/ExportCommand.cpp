@@ -1,14 +1,13 @@
 // sonvale-cli export: writes a file, or a range of it, in an export format with a gain.
 
 #include "cli/Commands.h"
+#include "cli/Options.h"
 #include "cli/Progress.h"
 
 #include "audio/AudioExporter.h"
 #include "audio/AudioLoader.h"
 
-#include <charconv>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <optional>
 
@@ -18,24 +17,6 @@ namespace {
 
 constexpr const char* usage =
     "usage: export IN -o OUT [--format wav16|wav24|aiff16|aac] [--gain DB] [--range START:END]";
-
-std::string curlyQuoted(const std::string& text) { return "\u201C" + text + "\u201D"; }
-
-std::string formatList() {
-    std::string list;
-    for (size_t i = 0; i < allExportFormats.size(); ++i) {
-        if (i > 0) list += i + 1 == allExportFormats.size() ? " or " : ", ";
-        list += rawValue(allExportFormats[i]);
-    }
-    return list;
-}
-
-std::optional<int64_t> parseFrame(std::string_view text) {
-    int64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < 0) return std::nullopt;
-    return value;
-}
 
 struct Options {
     std::string input;
@@ -47,40 +28,19 @@ struct Options {
 
 Options parse(const Arguments& args) {
     Options options;
-    auto value = [&](size_t& i, const std::string& option) -> const std::string& {
-        if (i + 1 >= args.size()) throw UsageError{option + " needs a value (" + usage + ")"};
-        return args[++i];
-    };
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
+    ArgumentCursor cursor(args, usage);
+    while (cursor.next()) {
+        const std::string& arg = cursor.current();
         if (arg == "-o" || arg == "--output") {
-            options.output = value(i, arg);
+            options.output = cursor.value();
         } else if (arg == "--format") {
-            const std::string& raw = value(i, arg);
-            options.format = exportFormatFromRawValue(raw);
-            if (!options.format)
-                throw UsageError{"unknown format " + curlyQuoted(raw) + "; use " + formatList()};
+            options.format = parseExportFormat(cursor.value());
         } else if (arg == "--gain") {
-            const std::string& raw = value(i, arg);
-            char* end = nullptr;
-            options.gainDB = std::strtod(raw.c_str(), &end);
-            if (raw.empty() || *end != '\0' || !std::isfinite(options.gainDB))
-                throw UsageError{"--gain needs a number of decibels, not " + curlyQuoted(raw)};
+            options.gainDB = parseNumber(cursor.value(), arg, "a number of decibels");
         } else if (arg == "--range") {
-            const std::string& raw = value(i, arg);
-            const size_t colon = raw.find(':');
-            std::optional<int64_t> start, end;
-            if (colon != std::string::npos) {
-                start = parseFrame(std::string_view(raw).substr(0, colon));
-                end = parseFrame(std::string_view(raw).substr(colon + 1));
-            }
-            if (!start || !end)
-                throw UsageError{"--range needs START:END in frames, not " + curlyQuoted(raw)};
-            if (*end <= *start)
-                throw UsageError{"the range " + raw + " is empty: END must be after START"};
-            options.range = FrameRange{*start, *end};
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            throw UsageError{"unknown option " + curlyQuoted(arg) + " (" + usage + ")"};
+            options.range = parseFrameRange(cursor.value());
+        } else if (cursor.isOption()) {
+            cursor.unknownOption();
         } else if (options.input.empty()) {
             options.input = arg;
         } else {
@@ -89,12 +49,7 @@ Options parse(const Arguments& args) {
     }
     if (options.input.empty()) throw UsageError{std::string("no input file given (") + usage + ")"};
     if (options.output.empty()) throw UsageError{std::string("no output file given (") + usage + ")"};
-    if (!options.format) {
-        options.format = exportFormatForExtension(std::filesystem::path(options.output).extension().string());
-        if (!options.format)
-            throw UsageError{"can't tell the format from " + curlyQuoted(options.output) +
-                             "; name it .wav, .aiff or .m4a, or give --format " + formatList()};
-    }
+    options.format = resolveExportFormat(options.format, options.output);
     return options;
 }
 
@@ -111,11 +66,7 @@ int exportCommand(const Arguments& args) {
     FrameRange range{0, audio->frameCount};
     if (options.range) {
         range = *options.range;
-        if (range.upper > audio->frameCount)
-            throw UsageError{"the range " + std::to_string(range.lower) + ":" +
-                             std::to_string(range.upper) + " reaches past the end of " +
-                             curlyQuoted(options.input) + " (" + std::to_string(audio->frameCount) +
-                             " frames)"};
+        checkRangeWithin(range, *audio, options.input);
     }
     const float gain = float(std::pow(10.0, options.gainDB / 20.0));
     ProgressLine progress("Writing " + options.output);

@@ -3,6 +3,7 @@
 
 #include "cli/Commands.h"
 #include "cli/EffectSpec.h"
+#include "cli/Options.h"
 
 #include "audio/AudioLoader.h"
 #include "engine/LevelMeter.h"
@@ -25,21 +26,6 @@ volatile std::sig_atomic_t interrupted = 0;
 
 void onInterrupt(int) { interrupted = 1; }
 
-double numberArgument(const Arguments& args, size_t& i, const std::string& option) {
-    if (i + 1 >= args.size()) throw UsageError{option + " needs a value"};
-    const std::string& text = args[++i];
-    size_t used = 0;
-    double value = 0;
-    try {
-        value = std::stod(text, &used);
-    } catch (const std::exception&) {
-        used = 0;
-    }
-    if (used != text.size() || !std::isfinite(value))
-        throw UsageError{option + " needs a number, not \"" + text + "\""};
-    return value;
-}
-
 std::string decibels(float peak) {
     char text[32];
     if (peak <= 0)
@@ -52,22 +38,22 @@ std::string decibels(float peak) {
 } // namespace
 
 int play(const Arguments& args) {
+    const char* usage = "play FILE [--speed X] [--loop] [--from SECONDS] [--seconds N] [--effect SPEC ...]";
     std::string file;
     double speed = 1, from = 0, seconds = -1;
     bool loop = false;
     std::vector<std::string> effects;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (arg == "--speed") speed = numberArgument(args, i, arg);
-        else if (arg == "--from") from = numberArgument(args, i, arg);
-        else if (arg == "--seconds") seconds = numberArgument(args, i, arg);
-        else if (arg == "--loop") loop = true;
-        else if (arg == "--effect") {
-            if (i + 1 >= args.size()) throw UsageError{"--effect needs a SPEC"};
-            effects.push_back(args[++i]);
-        } else if (arg.starts_with("--")) throw UsageError{"unknown option " + arg};
-        else if (file.empty()) file = arg;
-        else throw UsageError{"play takes one FILE"};
+    ArgumentCursor cursor(args, usage);
+    while (cursor.next()) {
+        const std::string option = cursor.current();
+        if (option == "--speed") speed = parseNumber(cursor.value(), option, "a number");
+        else if (option == "--from") from = parseNumber(cursor.value(), option, "seconds");
+        else if (option == "--seconds") seconds = parseNumber(cursor.value(), option, "seconds");
+        else if (option == "--loop") loop = true;
+        else if (option == "--effect") effects.push_back(cursor.value());
+        else if (cursor.isOption()) cursor.unknownOption();
+        else if (file.empty()) file = option;
+        else throw UsageError{std::string("play takes one FILE (") + usage + ")"};
     }
     if (file.empty()) throw UsageError{"play needs a FILE"};
     if (!(speed >= 0.5 && speed <= 2.0)) throw UsageError{"--speed must lie between 0.5 and 2"};

@@ -265,3 +265,100 @@ TEST(CliExport, FullDiskAndImpossiblePathsFailCleanly) {
 }
 
 } // namespace
+
+// ---- loudness, normalize, trim-silence --------------------------------------------------
+
+#include "audio/AudioExporter.h"
+#include "audio/Loudness.h"
+
+namespace {
+
+// A WAV with `silence` seconds of digital silence around one second of a -12 dBFS tone.
+std::filesystem::path toneWithSilence(const test::TemporaryFolder& folder, double silence) {
+    const double rate = 48000;
+    const auto pad = size_t(silence * rate);
+    std::vector<float> samples(pad, 0.0f);
+    for (int i = 0; i < 48000; ++i) samples.push_back(0.25f * float(std::sin(2 * M_PI * 440 * i / rate)));
+    samples.insert(samples.end(), pad, 0.0f);
+    const auto file = folder / "padded.wav";
+    AudioExporter::writeLossless(AudioClip{rate, {samples, samples}}, file);
+    return file;
+}
+
+} // namespace
+
+TEST(CliLoudness, ReportsWhatTheMeterMeasuresAndWhyThereIsNone) {
+    const CliRun run = cli({"loudness", "--json", path("speech.wav"), path("silence.wav")});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto json = nlohmann::json::parse(run.out);
+    ASSERT_EQ(json.size(), 2u);
+    const auto expected = Loudness::integrated(*AudioLoader::load(fixture("speech.wav")));
+    ASSERT_TRUE(expected);
+    EXPECT_NEAR(json[0]["integratedLUFS"].get<double>(), *expected, 1e-9);
+    EXPECT_TRUE(json[1]["integratedLUFS"].is_null());
+    EXPECT_TRUE(json[1]["peakDBFS"].is_null());
+    EXPECT_EQ(json[1]["reason"], "too quiet: nothing above the -70 LUFS gate");
+
+    const CliRun text = cli({"loudness", path("silence.wav"), "/nonexistent/take.wav"});
+    EXPECT_EQ(text.status, 1);
+    EXPECT_EQ(text.out, path("silence.wav") +
+                            ": integrated none (too quiet: nothing above the -70 LUFS gate), peak -inf dBFS\n");
+    ASSERT_EQ(text.errLines().size(), 1u);
+    EXPECT_NE(text.err.find("take.wav"), std::string::npos);
+}
+
+TEST(CliNormalize, PeakAndLoudnessTargetsSetTheGainOfTheExport) {
+    test::TemporaryFolder folder;
+    const CliRun peak = cli({"normalize", path("stereo-s16.wav"), "-o", (folder / "peak.wav").string(),
+                             "--peak", "--format", "wav24"});
+    ASSERT_EQ(peak.status, 0) << peak.err;
+    EXPECT_EQ(peak.out, "+6.0 dB applied\n");
+    EXPECT_NEAR(AudioLoader::load(folder / "peak.wav")->peak, 1.0f, 1e-4f);
+
+    const CliRun target = cli({"normalize", path("speech.wav"), "-o", (folder / "speech.wav").string(),
+                               "--loudness", "-23", "--format", "wav24"});
+    ASSERT_EQ(target.status, 0) << target.err;
+    const auto measured = Loudness::integrated(*AudioLoader::load(folder / "speech.wav"));
+    ASSERT_TRUE(measured);
+    // Hard clipping on export can only lower it, and speech at -23 LUFS does not clip.
+    EXPECT_NEAR(*measured, -23.0, 0.02);
+}
+
+TEST(CliNormalize, RefusesSilenceAndAmbiguousRequests) {
+    test::TemporaryFolder folder;
+    const CliRun silent = cli({"normalize", path("silence.wav"), "-o", (folder / "x.wav").string(), "--peak"});
+    EXPECT_EQ(silent.status, 1);
+    EXPECT_NE(silent.err.find("silence.wav: The whole track is silent."), std::string::npos) << silent.err;
+    EXPECT_FALSE(std::filesystem::exists(folder / "x.wav"));
+    const CliRun both = cli({"normalize", path("speech.wav"), "-o", (folder / "x.wav").string(), "--peak",
+                             "--loudness", "-16"});
+    EXPECT_EQ(both.status, 1);
+    EXPECT_NE(both.err.find("either --peak or --loudness"), std::string::npos);
+    const CliRun neither = cli({"normalize", path("speech.wav"), "-o", (folder / "x.flac").string(), "--peak"});
+    EXPECT_EQ(neither.status, 1);
+    EXPECT_NE(neither.err.find("can't tell the format"), std::string::npos);
+}
+
+TEST(CliTrimSilence, KeepsTheAudiblePartWithTenMillisecondsOfPadding) {
+    test::TemporaryFolder folder;
+    const auto input = toneWithSilence(folder, 0.5);
+    const CliRun run = cli({"trim-silence", input.string(), "-o", (folder / "kept.wav").string(), "--format", "wav24"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto kept = AudioLoader::load(folder / "kept.wav");
+    // The tone's first sample is 0, so it is heard from frame 24001 to 72000.
+    EXPECT_EQ(kept->frameCount, (72000 + 480) - (24001 - 480));
+    EXPECT_EQ(run.out, "kept frames 23521:72480 of 96000\n");
+}
+
+TEST(CliTrimSilence, SaysWhenThereIsNothingToTrim) {
+    test::TemporaryFolder folder;
+    const CliRun silent = cli({"trim-silence", path("silence.wav"), "-o", (folder / "a.wav").string()});
+    EXPECT_EQ(silent.status, 1);
+    EXPECT_NE(silent.err.find("The whole track is silent."), std::string::npos);
+    const CliRun tight = cli({"trim-silence", toneWithSilence(folder, 0.005).string(), "-o",
+                              (folder / "b.wav").string()});
+    EXPECT_EQ(tight.status, 1);
+    EXPECT_NE(tight.err.find("There's no silence (below -60 dBFS) at the start or end."), std::string::npos)
+        << tight.err;
+    EXPECT_FALSE(std::filesystem::exists(folder / "b.wav"));
+}

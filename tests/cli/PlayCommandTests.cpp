@@ -60,22 +60,22 @@ TEST(PlayCommand, RejectsBadArgumentsWithAClearMessage) {
     EXPECT_NE(run.output.find("--speed must lie between 0.5 and 2"), std::string::npos) << run.output;
 
     run = runCli("play x.wav --speed fast");
-    EXPECT_NE(run.output.find("--speed needs a number, not \"fast\""), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("--speed needs a number, not “fast”"), std::string::npos) << run.output;
 }
 
 TEST(PlayCommand, RejectsAnEffectSpecThatNamesNothingKnown) {
     auto run = runCli("play x.wav --effect eq");
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.output.find("unknown effect \"eq\""), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("unknown effect “eq”"), std::string::npos) << run.output;
 
     run = runCli("play x.wav --effect 'limiter:Gian=3'");
-    EXPECT_NE(run.output.find("no parameter \"Gian\" in limiter"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("no parameter “Gian” in limiter"), std::string::npos) << run.output;
 
     run = runCli("play x.wav --effect 'limiter:Gain=40'");
     EXPECT_NE(run.output.find("Gain must lie between"), std::string::npos) << run.output;
 
     run = runCli("play x.wav --effect 'compressor:preset=Loud'");
-    EXPECT_NE(run.output.find("no preset \"Loud\" for compressor"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("no preset “Loud” for compressor"), std::string::npos) << run.output;
 }
 
 TEST(HeardPlayCommand, PlaysAFileReportingPositionAndPeakThenFinishes) {
