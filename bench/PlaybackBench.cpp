@@ -1,5 +1,6 @@
 // CPU cost of rendering one 512-frame output buffer of a stereo 48 kHz track, as a fraction of
-// the buffer's duration (realtime_fraction: 0.01 means 1 % of the time the buffer lasts).
+// the buffer's duration (realtime_fraction: 0.01 means 1 % of the time the buffer lasts; Google
+// Benchmark prints it with SI prefixes, so "76u" is 0.000076 and "7.4m" is 0.0074).
 
 #include "audio/AudioLoader.h"
 #include "effects/EffectChain.h"

@@ -45,10 +45,12 @@ serverPid() {
 
 start() {
     rm -f "$dir/unavailable"
-    if serverPid >/dev/null; then
+    if serverPid >/dev/null &&
+        env $(environment) pactl info >/dev/null 2>&1; then
         environment >"$dir/env"
         return 0
     fi
+    stop # whatever is left of an earlier run
     command -v pulseaudio >/dev/null || unavailable "pulseaudio is not installed (package pulseaudio)"
     command -v pactl >/dev/null || unavailable "pactl is not installed (package pulseaudio-utils)"
     [[ -f /usr/lib/x86_64-linux-gnu/alsa-lib/libasound_module_pcm_pulse.so ||
@@ -124,6 +126,13 @@ stop() {
         pid=$(cat "$dir/keepalive.pid")
         [[ -n $pid ]] && kill "$pid" 2>/dev/null
         rm -f "$dir/keepalive.pid"
+    fi
+    # The server's own pid file too, in case ours was lost; only a pulseaudio of this directory.
+    local own
+    own=$(cat "$runtime/pulse/pid" 2>/dev/null || true)
+    if [[ -n $own ]] && grep -qs "$dir/default.pa" "/proc/$own/cmdline" &&
+        [[ $own != "$(cat "$dir/pid" 2>/dev/null)" ]]; then
+        kill "$own" 2>/dev/null
     fi
     if pid=$(serverPid); then
         kill "$pid" 2>/dev/null
