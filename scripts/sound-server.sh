@@ -83,7 +83,6 @@ default-sample-format = float32le
 default-fragments = 4
 default-fragment-size-msec = 10
 resample-method = speex-float-5
-avoid-resampling = yes
 flat-volumes = no
 high-priority = yes
 realtime-scheduling = yes
