@@ -20,5 +20,6 @@ int apply(const Arguments& args);
 int loudness(const Arguments& args);
 int normalize(const Arguments& args);
 int trimSilence(const Arguments& args);
+int play(const Arguments& args);
 
 } // namespace sonvale::cli

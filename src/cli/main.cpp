@@ -38,6 +38,9 @@ const std::map<std::string, Command>& commands() {
         {"normalize", {"normalize IN -o OUT (--peak | --loudness LUFS) [--format F]", normalize}},
         {"trim-silence", {"trim-silence IN -o OUT [--format F]   cut the silence at both ends",
                           trimSilence}},
+        {"play", {"play FILE [--speed X] [--loop] [--from SECONDS] [--seconds N] "
+                  "[--effect SPEC ...]",
+                  play}},
     };
     return table;
 }

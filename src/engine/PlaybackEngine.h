@@ -1,0 +1,131 @@
+#pragma once
+
+#include "effects/EffectInsert.h"
+#include "engine/AudioOutput.h"
+#include "engine/LevelMeters.h"
+#include "engine/RenderSource.h"
+
+#include <array>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace RubberBand {
+class RubberBandStretcher;
+}
+
+namespace sonvale {
+
+// Plays one piece of content at a time through the audio output: a RenderSource pulls it on
+// the real-time thread through the live effect insert and the live gain; a Rubber Band
+// stretcher changes the speed with the pitch kept (bypassed at speed 1); the playhead is
+// read on the output's stream clock, corrected for the output's and the stretcher's latency.
+// The output's peaks are recorded into outputMeters() (the master slot) as they are rendered.
+//
+// Every member function belongs to the main thread; the render callback is private.
+class PlaybackEngine final : private AudioOutput::Client {
+public:
+    // The speeds of the speed control, slowest first.
+    static constexpr std::array<float, 6> playbackRates{0.5f, 0.75f, 1.0f, 1.25f, 1.5f, 2.0f};
+    // The speed `step` places from `current` in playbackRates, clamped to the ends; a speed that
+    // is not one of the steps counts as 1.
+    static float steppedRate(float current, int step);
+    // Output channels: mono content is heard on both sides.
+    static constexpr int outputChannels = 2;
+    // Largest block the render source is asked for while the stretcher runs.
+    static constexpr int64_t maxStretchBlock = 8192;
+
+    using EffectFactory =
+        std::function<std::unique_ptr<EffectProcessor>(double sampleRate, int channelCount)>;
+    using Format = AudioOutput::Format;
+
+    explicit PlaybackEngine(std::unique_ptr<AudioOutput> output = makePortAudioOutput());
+    ~PlaybackEngine() override;
+    PlaybackEngine(const PlaybackEngine&) = delete;
+    PlaybackEngine& operator=(const PlaybackEngine&) = delete;
+
+    // Makes the output ready for `content` (its rate, two channels) and returns the source
+    // that will play it. Stops whatever played before. Throws PlaybackError.
+    RenderSourcePtr prepare(PlaybackContentPtr content, std::shared_ptr<GainBox> gain);
+    // Stops and lets go of the source; the output stream stays open for the next play.
+    void unload();
+    // Starts the output (the source should have been started). Clears the output meters.
+    // Throws PlaybackError: the editor shows it under playbackFailedTitle.
+    void start();
+    // Stops the source and the output.
+    void stop();
+    bool isRunning() const { return output->isRunning(); }
+
+    const RenderSourcePtr& source() const { return renderSource; }
+    const std::optional<Format>& nodeFormat() const { return streamFormat; }
+
+    // The content frame heard at `time` on the stream clock; none before the first buffer,
+    // without a source or when it is not playing.
+    std::optional<int64_t> audibleFrame(HostTime time) const;
+    std::optional<int64_t> audibleFrame() const { return audibleFrame(hostTimeNow()); }
+    HostTime hostTimeNow() const { return output->now(); }
+
+    float rate() const { return playbackRate; }
+    void setRate(float rate);
+    // Seconds from render to ear on the output, read when the output opens.
+    double outputLatency() const { return latency; }
+    // The stretcher's delay in seconds; 0 while it is bypassed.
+    double stretchLatency() const;
+    // (stretcher delay + output latency) x content rate x speed, in content frames. The
+    // stretcher's delay is known once it has run, so this is computed when asked.
+    int64_t latencyFrames() const;
+
+    const std::shared_ptr<EffectInsert>& effectInsert() const { return insert; }
+    // Sets (or, with an empty function, removes) the factory of the live effect processor and
+    // installs a processor made by it.
+    void setEffectFactory(EffectFactory factory);
+    // Builds the processor for the current format when it was built for another (or not yet)
+    // and places it in the insert.
+    void installEffect();
+    const std::optional<Format>& effectFormat() const { return effectMadeFor; }
+
+    // The output stopped or changed under us: reopen it and, when a source was playing,
+    // restart; if that fails the source stops playing (the transport then ends as at the end
+    // of the content).
+    void handleConfigurationChange();
+    // Main-thread poll (the transport timer): handles a failed output. True when it did.
+    bool checkOutput();
+
+    LevelMeters& outputMeters() { return meters; }
+    const LevelMeters& outputMeters() const { return meters; }
+    int64_t underflowCount() const { return output->underflowCount(); }
+    AudioOutput& audioOutput() { return *output; }
+
+private:
+    void render(float* const* buffers, int channelCount, int64_t frameCount,
+                HostTime hostTime) noexcept override;
+    void renderStretched(float* const* buffers, int channelCount, int64_t frameCount,
+                         HostTime hostTime, float speed) noexcept;
+    void openOutput(Format format);
+
+    std::unique_ptr<AudioOutput> output;
+    std::shared_ptr<EffectInsert> insert = std::make_shared<EffectInsert>();
+    EffectFactory factory;
+    std::optional<Format> effectMadeFor;
+    std::optional<Format> streamFormat;
+    RenderSourcePtr renderSource;
+    std::unique_ptr<RubberBand::RubberBandStretcher> timePitch;
+    double latency = 0;
+    float playbackRate = 1;
+    LevelMeters meters;
+
+    // Shared with the render callback.
+    std::atomic<RenderSource*> current{nullptr};
+    std::atomic<float> requestedRate{1};
+    std::atomic<int64_t> stretchDelayFrames{0}; // output frames; 0 while bypassed
+
+    // Render callback only.
+    bool stretching = false;
+    float stretchRate = 1;
+    std::vector<float> scratch; // outputChannels x maxStretchBlock
+    std::array<float*, outputChannels> scratchChannels{};
+};
+
+} // namespace sonvale

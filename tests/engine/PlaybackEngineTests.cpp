@@ -1,0 +1,175 @@
+#include "engine/PlaybackEngine.h"
+
+#include "effects/EffectChain.h"
+#include "support/PlaybackTestAudio.h"
+
+#include <gtest/gtest.h>
+
+using namespace sonvale;
+using namespace sonvale::test;
+
+namespace {
+
+struct ManualEngine {
+    ManualEngine() {
+        auto manual = std::make_unique<ManualOutput>();
+        output = manual.get();
+        engine = std::make_unique<PlaybackEngine>(std::move(manual));
+    }
+    ManualOutput* output;
+    std::unique_ptr<PlaybackEngine> engine;
+};
+
+AudioDataPtr countingAudio(int64_t frames, double rate = 48000) {
+    return makeAudio(rate, 1, frames, [](int, int64_t i) { return float(i) * 1e-6f; });
+}
+
+} // namespace
+
+TEST(PlaybackSpeed, StepsMoveThroughTheSixSpeedsAndStopAtTheEnds) {
+    EXPECT_EQ(PlaybackEngine::steppedRate(1.0f, 1), 1.25f);
+    EXPECT_EQ(PlaybackEngine::steppedRate(1.25f, 1), 1.5f);
+    EXPECT_EQ(PlaybackEngine::steppedRate(1.5f, 1), 2.0f);
+    EXPECT_EQ(PlaybackEngine::steppedRate(2.0f, 1), 2.0f);
+    EXPECT_EQ(PlaybackEngine::steppedRate(1.0f, -1), 0.75f);
+    EXPECT_EQ(PlaybackEngine::steppedRate(0.75f, -1), 0.5f);
+    EXPECT_EQ(PlaybackEngine::steppedRate(0.5f, -1), 0.5f);
+}
+
+TEST(PlaybackSpeed, ASpeedThatIsNotAStepCountsAsOne) {
+    EXPECT_EQ(PlaybackEngine::steppedRate(1.1f, 1), 1.25f);
+    EXPECT_EQ(PlaybackEngine::steppedRate(3.0f, -1), 0.75f);
+}
+
+TEST(PlaybackEngine, PlayheadIsTheRenderedFrameWhenItsBufferIsHeard) {
+    ManualEngine m;
+    auto source = m.engine->prepare(AudioDataContent::make(countingAudio(480000)), nullptr);
+    EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(5.0)), std::nullopt); // not playing
+    source->start({0, 480000}, 1000, false);
+    m.engine->start();
+    EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(5.0)), std::nullopt); // nothing rendered
+    m.output->pull(512, hostTimeFromSeconds(10.0));
+    // Heard from 10.0 + 0.02 s of output latency on.
+    EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(10.02)), 1000);
+    EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(10.12)), 1000 + 4800);
+    // Until the buffer reaches the ear the playhead lags the render position by the latency.
+    EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(10.0)), 1000 - 960);
+}
+
+TEST(PlaybackEngine, PlayheadRestartsFromTheSeekTarget) {
+    ManualEngine m;
+    auto source = m.engine->prepare(AudioDataContent::make(countingAudio(480000)), nullptr);
+    source->start({0, 480000}, 0, false);
+    m.engine->start();
+    m.output->pull(512, hostTimeFromSeconds(1.0));
+    source->seek(200000);
+    EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(1.03)), 480); // not applied yet
+    m.output->pull(512, hostTimeFromSeconds(1.0 + 512.0 / 48000));
+    auto heard = m.engine->audibleFrame(hostTimeFromSeconds(1.0 + 512.0 / 48000 + 0.02 + 0.01));
+    EXPECT_EQ(heard, 200000 + 480);
+}
+
+TEST(PlaybackEngine, PlayheadRunsAtTheContentRateTimesTheSpeed) {
+    ManualEngine m;
+    auto source = m.engine->prepare(AudioDataContent::make(countingAudio(441000, 44100)), nullptr);
+    m.engine->setRate(1.5f);
+    source->start({0, 441000}, 0, false);
+    m.engine->start();
+    m.output->pull(512, hostTimeFromSeconds(2.0));
+    double delay = m.engine->stretchLatency();
+    EXPECT_GT(delay, 0.0); // the stretcher runs and its delay counts
+    auto heard = m.engine->audibleFrame(hostTimeFromSeconds(2.0 + 0.02 + delay + 1.0));
+    EXPECT_EQ(heard, 66150);
+    EXPECT_EQ(m.engine->latencyFrames(), int64_t((delay + 0.02) * 44100 * 1.5));
+}
+
+TEST(PlaybackEngine, SpeedOneBypassesTheStretcher) {
+    ManualEngine m;
+    auto audio = makeSine(48000, 2, 48000, 1000, 0.5f);
+    auto source = m.engine->prepare(AudioDataContent::make(audio), nullptr);
+    source->start({0, 48000}, 0, false);
+    m.engine->start();
+    auto& out = m.output->pull(512, 1);
+    EXPECT_EQ(out[0][100], audio->samples(0)[100]); // untouched samples, no delay
+    EXPECT_EQ(m.engine->stretchLatency(), 0.0);
+}
+
+TEST(PlaybackEngine, OutputFailingToStartIsAPlaybackErrorWithTheDevicesText) {
+    ManualEngine m;
+    m.output->failStart = true;
+    auto source = m.engine->prepare(AudioDataContent::make(countingAudio(1000)), nullptr);
+    source->start({0, 1000}, 0, false);
+    try {
+        m.engine->start();
+        FAIL() << "start succeeded";
+    } catch (const PlaybackError& error) {
+        EXPECT_STREQ(error.what(), "The audio output could not start: Device unavailable");
+        EXPECT_STREQ(playbackFailedTitle, "Playback failed");
+    }
+}
+
+TEST(PlaybackEngine, ContentWithoutChannelsCannotBePrepared) {
+    ManualEngine m;
+    EXPECT_THROW(m.engine->prepare(AudioDataContent::make(makeAudio(48000, 0, 0, {})), nullptr),
+                 PlaybackError);
+}
+
+TEST(PlaybackEngine, ConfigurationChangeReopensAndRestartsAPlayingSource) {
+    ManualEngine m;
+    auto source = m.engine->prepare(AudioDataContent::make(countingAudio(48000)), nullptr);
+    source->start({0, 48000}, 0, false);
+    m.engine->start();
+    m.output->failed = true;
+    EXPECT_TRUE(m.engine->checkOutput());
+    EXPECT_EQ(m.output->opens, 2);
+    EXPECT_EQ(m.output->starts, 2);
+    EXPECT_TRUE(m.engine->isRunning());
+    EXPECT_TRUE(source->playing.load());
+    EXPECT_FALSE(m.engine->checkOutput());
+}
+
+TEST(PlaybackEngine, FailedRestartStopsTheSourceAsAtTheEnd) {
+    ManualEngine m;
+    auto source = m.engine->prepare(AudioDataContent::make(countingAudio(48000)), nullptr);
+    source->start({0, 48000}, 0, false);
+    m.engine->start();
+    m.output->failStart = true;
+    m.engine->handleConfigurationChange();
+    EXPECT_FALSE(source->playing.load());
+    EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(1)), std::nullopt);
+}
+
+TEST(PlaybackEngine, EffectProcessorIsBuiltOncePerFormatAndRemovedWithTheFactory) {
+    ManualEngine m;
+    int built = 0;
+    std::vector<double> rates;
+    m.engine->setEffectFactory([&](double rate, int channels) -> std::unique_ptr<EffectProcessor> {
+        ++built;
+        rates.push_back(rate);
+        EXPECT_EQ(channels, 2);
+        return std::make_unique<ChainProcessor>();
+    });
+    EXPECT_EQ(built, 0); // no format yet
+    m.engine->prepare(AudioDataContent::make(countingAudio(1000, 44100)), nullptr);
+    m.engine->prepare(AudioDataContent::make(countingAudio(2000, 44100)), nullptr);
+    EXPECT_EQ(built, 1);
+    m.engine->prepare(AudioDataContent::make(countingAudio(1000, 96000)), nullptr);
+    EXPECT_EQ(built, 2);
+    EXPECT_EQ(rates, (std::vector<double>{44100, 96000}));
+    EXPECT_TRUE(m.engine->effectInsert()->hasProcessor());
+    m.engine->setEffectFactory({});
+    EXPECT_FALSE(m.engine->effectInsert()->hasProcessor());
+    EXPECT_EQ(m.engine->effectFormat(), std::nullopt);
+}
+
+TEST(PlaybackEngine, OutputPeaksAreRecordedIntoTheMasterMeter) {
+    ManualEngine m;
+    auto source = m.engine->prepare(
+        AudioDataContent::make(makeAudio(48000, 2, 4800, [](int c, int64_t) { return c ? -0.5f : 0.25f; })),
+        nullptr);
+    source->start({0, 4800}, 0, false);
+    m.engine->start();
+    m.output->pull(512, 1);
+    auto peaks = m.engine->outputMeters().take(LevelMeters::Slot::master(), 512);
+    EXPECT_EQ(peaks, (LevelMeters::Peaks{0.25f, 0.5f}));
+}

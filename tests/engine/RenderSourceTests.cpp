@@ -1,0 +1,230 @@
+#include "engine/RenderSource.h"
+
+#include "effects/EffectChain.h"
+#include "effects/EffectKind.h"
+#include "support/AllocationCounter.h"
+#include "support/LockCounter.h"
+#include "support/PlaybackTestAudio.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+using namespace sonvale;
+using namespace sonvale::test;
+
+namespace {
+
+// A stereo output block the way the render callback sees it.
+struct Block {
+    explicit Block(int64_t frames) : left(size_t(frames), -7.0f), right(size_t(frames), -7.0f) {}
+    float* channels[2];
+    float* const* buffers() {
+        channels[0] = left.data();
+        channels[1] = right.data();
+        return channels;
+    }
+    std::vector<float> left, right;
+};
+
+// Frame i of this content holds the value i (left) and -i (right).
+AudioDataPtr countingAudio(int64_t frames) {
+    return makeAudio(48000, 2, frames, [](int c, int64_t i) { return c == 0 ? float(i) : -float(i); });
+}
+
+RenderSource makeSource(AudioDataPtr audio, float gain = 1.0f) {
+    return RenderSource(AudioDataContent::make(std::move(audio)), std::make_shared<GainBox>(gain),
+                        std::make_shared<EffectInsert>());
+}
+
+// Halves the signal: an effect whose presence is easy to see.
+class HalvingProcessor final : public EffectProcessor {
+public:
+    void process(float* const* channels, int64_t frames) noexcept override {
+        for (int c = 0; c < 2; ++c)
+            for (int64_t i = 0; i < frames; ++i) channels[c][i] *= 0.5f;
+    }
+    void reset() noexcept override {}
+};
+
+} // namespace
+
+TEST(RenderSource, RendersSilenceUntilStarted) {
+    auto source = makeSource(countingAudio(1000));
+    Block block(64);
+    EXPECT_FALSE(source.render(64, block.buffers(), 2, 0));
+    for (float x : block.left) EXPECT_EQ(x, 0.0f);
+}
+
+TEST(RenderSource, StartsAtTheGivenFrameAndCopiesEachChannel) {
+    auto source = makeSource(countingAudio(1000));
+    source.start({0, 1000}, 100, false);
+    Block block(64);
+    EXPECT_FALSE(source.render(64, block.buffers(), 2, 0));
+    for (int64_t k = 0; k < 64; ++k) {
+        EXPECT_EQ(block.left[size_t(k)], float(100 + k));
+        EXPECT_EQ(block.right[size_t(k)], -float(100 + k));
+    }
+    EXPECT_EQ(source.position.load(), 164);
+    EXPECT_TRUE(source.playing.load());
+}
+
+TEST(RenderSource, MonoContentIsHeardOnBothChannels) {
+    auto source = makeSource(makeAudio(48000, 1, 100, [](int, int64_t i) { return float(i); }));
+    source.start({0, 100}, 0, false);
+    Block block(32);
+    source.render(32, block.buffers(), 2, 0);
+    EXPECT_EQ(block.left, block.right);
+    EXPECT_EQ(block.right[31], 31.0f);
+}
+
+TEST(RenderSource, SeekRequestedWhilePlayingIsAppliedAtTheNextBuffer) {
+    auto source = makeSource(countingAudio(100000));
+    source.start({0, 100000}, 0, false);
+    Block block(256);
+    source.render(256, block.buffers(), 2, hostTimeFromSeconds(1.0));
+    source.seek(50000);
+    EXPECT_EQ(source.position.load(), 256); // nothing moves until the next buffer
+    source.render(256, block.buffers(), 2, hostTimeFromSeconds(1.1));
+    EXPECT_EQ(block.left[0], 50000.0f);
+    EXPECT_EQ(block.left[255], 50255.0f);
+    EXPECT_EQ(source.renderedFrom.load(), 50000);
+    EXPECT_EQ(source.seekRequest.load(), -1);
+}
+
+TEST(RenderSource, TimeStampIsKeptOnlyWhenThePlatformGivesOne) {
+    auto source = makeSource(countingAudio(10000));
+    source.start({0, 10000}, 0, false);
+    Block block(128);
+    source.render(128, block.buffers(), 2, 0);
+    EXPECT_EQ(source.renderedAt.load(), 0u);
+    source.render(128, block.buffers(), 2, 12345);
+    EXPECT_EQ(source.renderedAt.load(), 12345u);
+    EXPECT_EQ(source.renderedFrom.load(), 128);
+}
+
+TEST(RenderSource, LoopingWrapsToTheRangeStartInsideOneBuffer) {
+    auto source = makeSource(countingAudio(1000));
+    source.start({100, 110}, 105, true);
+    Block block(20);
+    EXPECT_FALSE(source.render(20, block.buffers(), 2, 0));
+    std::vector<float> expected{105, 106, 107, 108, 109, 100, 101, 102, 103, 104,
+                                105, 106, 107, 108, 109, 100, 101, 102, 103, 104};
+    EXPECT_EQ(block.left, expected);
+    EXPECT_TRUE(source.playing.load());
+}
+
+TEST(RenderSource, LoopEndPastTheContentWrapsAtTheContentEnd) {
+    auto source = makeSource(countingAudio(50));
+    source.start({40, 1000}, 45, true);
+    Block block(12);
+    source.render(12, block.buffers(), 2, 0);
+    EXPECT_EQ(block.left[4], 49.0f);
+    EXPECT_EQ(block.left[5], 40.0f);
+}
+
+TEST(RenderSource, LoopingWithTheStartAtOrPastTheEndPlaysToTheEndAndStops) {
+    for (int64_t rangeStart : {1000, 1200}) {
+        auto source = makeSource(countingAudio(1000));
+        source.start({rangeStart, 2000}, 990, true);
+        Block block(64);
+        EXPECT_TRUE(source.render(64, block.buffers(), 2, 0)) << rangeStart;
+        EXPECT_EQ(block.left[9], 999.0f);
+        for (size_t k = 10; k < 64; ++k) EXPECT_EQ(block.left[k], 0.0f);
+        EXPECT_FALSE(source.playing.load());
+    }
+}
+
+TEST(RenderSource, BufferLongerThanTheRestEndsWithSilenceAndClearsPlaying) {
+    auto source = makeSource(countingAudio(1000));
+    source.start({0, 300}, 290, false);
+    Block block(512);
+    EXPECT_TRUE(source.render(512, block.buffers(), 2, 0));
+    EXPECT_EQ(block.left[9], 299.0f);
+    for (size_t k = 10; k < 512; ++k) {
+        EXPECT_EQ(block.left[k], 0.0f);
+        EXPECT_EQ(block.right[k], 0.0f);
+    }
+    EXPECT_FALSE(source.playing.load());
+    EXPECT_EQ(source.position.load(), 300);
+    // The next buffer is silence and reports nothing new.
+    EXPECT_FALSE(source.render(512, block.buffers(), 2, 0));
+}
+
+TEST(RenderSource, SeekPastTheEndEndsThePlay) {
+    auto source = makeSource(countingAudio(1000));
+    source.start({0, 1000}, 0, false);
+    source.seek(5000);
+    Block block(64);
+    EXPECT_TRUE(source.render(64, block.buffers(), 2, 0));
+    EXPECT_FALSE(source.playing.load());
+}
+
+TEST(RenderSource, GainChangeRampsLinearlyOverOneBufferAndEndsExactlyOnTheTarget) {
+    auto audio = makeAudio(48000, 2, 4096, [](int, int64_t) { return 1.0f; });
+    auto source = makeSource(audio, 1.0f);
+    source.start({0, 4096}, 0, false);
+    Block block(512);
+    source.render(512, block.buffers(), 2, 0);
+    EXPECT_EQ(block.left[511], 1.0f);
+
+    source.gain->store(0.0f);
+    source.render(512, block.buffers(), 2, 0);
+    EXPECT_EQ(block.left[511], 0.0f);
+    EXPECT_EQ(block.right[511], 0.0f);
+    float largestStep = 0;
+    for (size_t k = 1; k < 512; ++k) {
+        EXPECT_LE(block.left[k], block.left[k - 1]);
+        largestStep = std::max(largestStep, block.left[k - 1] - block.left[k]);
+    }
+    EXPECT_NEAR(block.left[0], 1.0f - 1.0f / 512, 1e-6);
+    EXPECT_NEAR(largestStep, 1.0f / 512, 1e-5); // a ramp, never a step
+    EXPECT_EQ(source.appliedGain, 0.0f);
+
+    source.render(512, block.buffers(), 2, 0);
+    for (float x : block.left) EXPECT_EQ(x, 0.0f);
+}
+
+TEST(RenderSource, EffectInsertProcessesTheBufferUnlessBypassed) {
+    auto source = makeSource(makeAudio(48000, 2, 4096, [](int, int64_t) { return 0.8f; }));
+    source.effect->setProcessor(std::make_unique<HalvingProcessor>(), 2);
+    source.start({0, 4096}, 0, false);
+    Block block(64);
+    source.render(64, block.buffers(), 2, 0);
+    EXPECT_FLOAT_EQ(block.left[10], 0.4f);
+    source.effect->setBypassed(true);
+    source.render(64, block.buffers(), 2, 0);
+    EXPECT_FLOAT_EQ(block.left[10], 0.8f);
+}
+
+TEST(RenderSource, RenderingWithAnEffectChainAndAGainRampAllocatesNothingAndOnlyTriesTheInsertLock) {
+    auto audio = makeSine(48000, 2, 48000, 440, 0.5f);
+    auto source = makeSource(audio);
+    EffectChain chain;
+    for (auto kind : {EffectKind::equalizer, EffectKind::compressor, EffectKind::limiter,
+                      EffectKind::noiseGate})
+        chain.append(EffectSession::make(kind));
+    source.effect->setProcessor(chain.previewProcessor(48000, 2), 2);
+    source.start({0, 48000}, 0, true);
+    Block block(512);
+    source.render(512, block.buffers(), 2, 1); // first touches outside the counted scope
+
+    int64_t allocations = 0, frees = 0, locks = 0, tryLocks = 0;
+    for (int i = 0; i < 200; ++i) {
+        source.gain->store(i % 2 ? 0.25f : 1.0f);
+        if (i == 100) source.seek(1000);
+        AllocationCounter::Scope memory;
+        LockCounter::Scope mutexes;
+        source.render(512, block.buffers(), 2, HostTime(i + 2));
+        allocations += memory.allocations();
+        frees += memory.frees();
+        locks += mutexes.locks();
+        tryLocks += mutexes.tryLocks();
+    }
+    EXPECT_EQ(allocations, 0);
+    EXPECT_EQ(frees, 0);
+    if (!LockCounter::available) GTEST_SKIP() << "locks are not counted in this build";
+    EXPECT_EQ(locks, 0);
+    EXPECT_EQ(tryLocks, 200); // the insert's try-lock, once per buffer
+}
