@@ -2,7 +2,8 @@
 // printing the heard position and the output's peak once a second. Ctrl-C stops cleanly.
 
 #include "cli/Commands.h"
-#include "cli/EffectSpec.h"
+#include "effects/EffectChain.h"
+#include "effects/EffectSetup.h"
 #include "cli/Options.h"
 
 #include "audio/AudioLoader.h"
@@ -60,7 +61,12 @@ int play(const Arguments& args) {
     if (from < 0) throw UsageError{"--from must not be negative"};
     if (seconds == 0 || (seconds < 0 && seconds != -1)) throw UsageError{"--seconds must be positive"};
 
-    auto chain = parseEffectChain(effects); // before decoding: a bad SPEC fails at once
+    // Parsed before decoding, so a bad SPEC fails at once.
+    auto chain = std::make_shared<EffectChain>();
+    for (const auto& effect : effects) {
+        const EffectSetup setup = EffectSetup::parse(effect);
+        chain->append(EffectSession::make(setup.kind, setup.values));
+    }
     auto audio = AudioLoader::load(file);
     const int64_t start = std::min<int64_t>(std::llround(from * audio->sampleRate), audio->frameCount);
     if (start >= audio->frameCount)
