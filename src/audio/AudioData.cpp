@@ -18,36 +18,69 @@ namespace sonvale {
 
 namespace {
 
+// 8-float vectors are passed between always-inlined helpers only, so the ABI note GCC
+// gives for them in the non-AVX clone does not apply.
+#pragma GCC diagnostic ignored "-Wpsabi"
 typedef float v8f __attribute__((vector_size(32)));
-typedef float v4f __attribute__((vector_size(16)));
 
-// Level 0 over whole 16-sample blocks: min and max into `minMax` (pairs), sum of squares
-// into `energy`. Built for AVX2 where the processor has it.
+#define SONVALE_INLINE __attribute__((always_inline)) inline
+template <typename V> SONVALE_INLINE V vmin(V a, V b) { return a < b ? a : b; }
+template <typename V> SONVALE_INLINE V vmax(V a, V b) { return a > b ? a : b; }
+
+// Reduces eight vectors to one whose lane k holds the reduction of vector k, using only
+// in-lane shuffles and one cross-lane step (the classic 8x8 transpose-and-reduce).
+template <typename Op> SONVALE_INLINE v8f reduceEight(const v8f (&m)[8], Op op) {
+    v8f pairs[4];
+    for (int i = 0; i < 4; ++i)
+        pairs[i] = op(__builtin_shufflevector(m[2 * i], m[2 * i + 1], 0, 2, 8, 10, 4, 6, 12, 14),
+                      __builtin_shufflevector(m[2 * i], m[2 * i + 1], 1, 3, 9, 11, 5, 7, 13, 15));
+    v8f quads[2];
+    for (int i = 0; i < 2; ++i)
+        quads[i] = op(__builtin_shufflevector(pairs[2 * i], pairs[2 * i + 1], 0, 2, 8, 10, 4, 6, 12, 14),
+                      __builtin_shufflevector(pairs[2 * i], pairs[2 * i + 1], 1, 3, 9, 11, 5, 7, 13, 15));
+    return op(__builtin_shufflevector(quads[0], quads[1], 0, 1, 2, 3, 8, 9, 10, 11),
+              __builtin_shufflevector(quads[0], quads[1], 4, 5, 6, 7, 12, 13, 14, 15));
+}
+
+// The first two pyramid levels over groups of eight whole 16-sample blocks: level 0 (min and
+// max pairs, sums of squares) and, since four blocks make one level-1 entry, two level-1
+// entries per group, so level 0 is never read back. Built for AVX2 where the processor has it.
 __attribute__((target_clones("avx2", "default"))) void
-summariseWholeBlocks(const float* samples, int64_t blocks, float* minMax, float* energy) {
-    for (int64_t b = 0; b < blocks; ++b) {
-        v8f lo, hi;
-        std::memcpy(&lo, samples + 16 * b, sizeof lo);
-        std::memcpy(&hi, samples + 16 * b + 8, sizeof hi);
-        v8f mn8 = lo < hi ? lo : hi;
-        v8f mx8 = lo > hi ? lo : hi;
-        v8f sq8 = lo * lo + hi * hi;
-        v4f mn = __builtin_shufflevector(mn8, mn8, 0, 1, 2, 3);
-        v4f mnHigh = __builtin_shufflevector(mn8, mn8, 4, 5, 6, 7);
-        mn = mn < mnHigh ? mn : mnHigh;
-        v4f mx = __builtin_shufflevector(mx8, mx8, 0, 1, 2, 3);
-        v4f mxHigh = __builtin_shufflevector(mx8, mx8, 4, 5, 6, 7);
-        mx = mx > mxHigh ? mx : mxHigh;
-        v4f sq = __builtin_shufflevector(sq8, sq8, 0, 1, 2, 3) +
-                 __builtin_shufflevector(sq8, sq8, 4, 5, 6, 7);
-        v4f mnSwap = __builtin_shufflevector(mn, mn, 2, 3, 0, 1);
-        mn = mn < mnSwap ? mn : mnSwap;
-        v4f mxSwap = __builtin_shufflevector(mx, mx, 2, 3, 0, 1);
-        mx = mx > mxSwap ? mx : mxSwap;
-        sq = sq + __builtin_shufflevector(sq, sq, 2, 3, 0, 1);
-        minMax[2 * b] = std::min(mn[0], mn[1]);
-        minMax[2 * b + 1] = std::max(mx[0], mx[1]);
-        energy[b] = sq[0] + sq[1];
+summariseBlockGroups(const float* samples, int64_t groups, float* minMax0, float* energy0,
+                     float* minMax1, float* energy1) {
+    for (int64_t g = 0; g < groups; ++g) {
+        const float* in = samples + 128 * g;
+        v8f mn[8], mx[8], sq[8];
+        for (int k = 0; k < 8; ++k) {
+            v8f lo, hi;
+            std::memcpy(&lo, in + 16 * k, sizeof lo);
+            std::memcpy(&hi, in + 16 * k + 8, sizeof hi);
+            mn[k] = vmin(lo, hi);
+            mx[k] = vmax(lo, hi);
+            sq[k] = lo * lo + hi * hi;
+        }
+        const v8f mins = reduceEight(mn, vmin<v8f>);
+        const v8f maxs = reduceEight(mx, vmax<v8f>);
+        const v8f sums = reduceEight(sq, [](v8f x, v8f y) __attribute__((always_inline)) { return x + y; });
+        const v8f pairsLow = __builtin_shufflevector(mins, maxs, 0, 8, 1, 9, 2, 10, 3, 11);
+        const v8f pairsHigh = __builtin_shufflevector(mins, maxs, 4, 12, 5, 13, 6, 14, 7, 15);
+        std::memcpy(minMax0 + 16 * g, &pairsLow, sizeof pairsLow);
+        std::memcpy(minMax0 + 16 * g + 8, &pairsHigh, sizeof pairsHigh);
+        std::memcpy(energy0 + 8 * g, &sums, sizeof sums);
+
+        // Lanes 0-3 and 4-7 each reduce to one level-1 entry.
+        const v8f mn2 = vmin(mins, __builtin_shufflevector(mins, mins, 2, 3, 0, 1, 6, 7, 4, 5));
+        const v8f mn1 = vmin(mn2, __builtin_shufflevector(mn2, mn2, 1, 0, 3, 2, 5, 4, 7, 6));
+        const v8f mx2 = vmax(maxs, __builtin_shufflevector(maxs, maxs, 2, 3, 0, 1, 6, 7, 4, 5));
+        const v8f mx1 = vmax(mx2, __builtin_shufflevector(mx2, mx2, 1, 0, 3, 2, 5, 4, 7, 6));
+        const v8f e2 = sums + __builtin_shufflevector(sums, sums, 2, 3, 0, 1, 6, 7, 4, 5);
+        const v8f e1 = e2 + __builtin_shufflevector(e2, e2, 1, 0, 3, 2, 5, 4, 7, 6);
+        minMax1[4 * g] = mn1[0];
+        minMax1[4 * g + 1] = mx1[0];
+        minMax1[4 * g + 2] = mn1[4];
+        minMax1[4 * g + 3] = mx1[4];
+        energy1[2 * g] = e1[0];
+        energy1[2 * g + 1] = e1[4];
     }
 }
 
@@ -62,45 +95,55 @@ void summariseBlock(const float* samples, int64_t n, float& mn, float& mx, float
     }
 }
 
+// Fills `next` from entry `from` on: each entry merges four entries of `previous`.
+void mergeEntries(const PeakLevel& previous, PeakLevel& next, int64_t from) {
+    const float* pairs = previous.buffer.data();
+    const float* energy = previous.energy.data();
+    for (int64_t i = from; i < next.count; ++i) {
+        const int64_t first = 4 * i, last = std::min(first + 4, previous.count);
+        float mn = pairs[2 * first], mx = pairs[2 * first + 1], e = energy[first];
+        for (int64_t j = first + 1; j < last; ++j) {
+            mn = std::min(mn, pairs[2 * j]);
+            mx = std::max(mx, pairs[2 * j + 1]);
+            e += energy[j];
+        }
+        next.buffer[2 * i] = mn;
+        next.buffer[2 * i + 1] = mx;
+        next.energy[i] = e;
+    }
+}
+
 } // namespace
 
 std::vector<PeakLevel> AudioLoader::buildLevels(const float* samples, int64_t count) {
     std::vector<PeakLevel> levels;
     if (count < 17) return levels;
 
-    PeakLevel first;
-    first.blockSize = 16;
-    first.count = (count + 15) / 16;
-    first.buffer = FloatBuffer(2 * first.count);
-    first.energy = FloatBuffer(first.count);
-    const int64_t whole = count / 16;
-    summariseWholeBlocks(samples, whole, first.buffer.data(), first.energy.data());
-    if (whole < first.count)
-        summariseBlock(samples + 16 * whole, count - 16 * whole, first.buffer[2 * whole],
-                       first.buffer[2 * whole + 1], first.energy[whole]);
+    auto allocate = [](int64_t blockSize, int64_t entries) {
+        PeakLevel level;
+        level.blockSize = blockSize;
+        level.count = entries;
+        level.buffer = FloatBuffer(2 * entries);
+        level.energy = FloatBuffer(entries);
+        return level;
+    };
+    // 17 or more samples make at least two level-0 entries, so level 1 always exists.
+    PeakLevel first = allocate(16, (count + 15) / 16);
+    PeakLevel second = allocate(64, (first.count + 3) / 4);
+
+    const int64_t groups = count / 128;
+    summariseBlockGroups(samples, groups, first.buffer.data(), first.energy.data(),
+                         second.buffer.data(), second.energy.data());
+    for (int64_t b = 8 * groups; b < first.count; ++b)
+        summariseBlock(samples + 16 * b, std::min<int64_t>(16, count - 16 * b), first.buffer[2 * b],
+                       first.buffer[2 * b + 1], first.energy[b]);
+    mergeEntries(first, second, 2 * groups);
     levels.push_back(std::move(first));
+    levels.push_back(std::move(second));
 
     while (levels.back().count > 1) {
-        const PeakLevel& previous = levels.back();
-        PeakLevel next;
-        next.blockSize = previous.blockSize * 4;
-        next.count = (previous.count + 3) / 4;
-        next.buffer = FloatBuffer(2 * next.count);
-        next.energy = FloatBuffer(next.count);
-        const float* pairs = previous.buffer.data();
-        const float* energy = previous.energy.data();
-        for (int64_t i = 0; i < next.count; ++i) {
-            const int64_t from = 4 * i, to = std::min(from + 4, previous.count);
-            float mn = pairs[2 * from], mx = pairs[2 * from + 1], e = energy[from];
-            for (int64_t j = from + 1; j < to; ++j) {
-                mn = std::min(mn, pairs[2 * j]);
-                mx = std::max(mx, pairs[2 * j + 1]);
-                e += energy[j];
-            }
-            next.buffer[2 * i] = mn;
-            next.buffer[2 * i + 1] = mx;
-            next.energy[i] = e;
-        }
+        PeakLevel next = allocate(levels.back().blockSize * 4, (levels.back().count + 3) / 4);
+        mergeEntries(levels.back(), next, 0);
         levels.push_back(std::move(next));
     }
     return levels;

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -97,6 +98,9 @@ public:
     int64_t nearestZeroCrossing(int64_t frame, int64_t radius) const;
     // The same audio at another sample rate (mastering-quality band-limited conversion).
     AudioDataPtr resampled(double newSampleRate) const;
+    // From the first to the last frame where any channel's magnitude exceeds the threshold,
+    // widened by `padding` seconds on both sides; nothing when no frame is that loud.
+    std::optional<FrameRange> audibleRange(double thresholdDB, double padding) const;
 
 private:
     friend struct AudioLoader;

@@ -1,0 +1,330 @@
+#include "audio/AudioData.h"
+#include "audio/AudioErrors.h"
+#include "audio/AudioLoader.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <limits>
+#include <numbers>
+#include <random>
+
+using namespace sonvale;
+
+namespace {
+
+AudioDataPtr makeAudio(const std::vector<std::vector<float>>& channels, double rate = 48000) {
+    std::vector<FloatBuffer> buffers;
+    int64_t frames = channels.empty() ? 0 : int64_t(channels[0].size());
+    for (const auto& channel : channels) {
+        FloatBuffer buffer(int64_t(channel.size()));
+        std::copy(channel.begin(), channel.end(), buffer.data());
+        buffers.push_back(std::move(buffer));
+    }
+    return AudioLoader::makeAudioData(rate, std::move(buffers), frames);
+}
+
+std::vector<float> noise(size_t n, unsigned seed, float scale = 1.0f) {
+    std::mt19937 engine(seed);
+    std::uniform_real_distribution<float> dist(-scale, scale);
+    std::vector<float> out(n);
+    for (auto& s : out) s = dist(engine);
+    return out;
+}
+
+std::vector<float> ramp(size_t n) {
+    std::vector<float> out(n);
+    for (size_t i = 0; i < n; ++i) out[i] = float(i);
+    return out;
+}
+
+std::vector<float> samplesOf(const AudioData& audio, int channel) {
+    auto span = audio.channels[size_t(channel)]->samples();
+    return {span.begin(), span.end()};
+}
+
+} // namespace
+
+TEST(AudioData, SixteenSamplesHaveNoLevelsAndThePeakComesFromTheSamples) {
+    auto audio = makeAudio({{0.1f, -0.7f, 0.2f, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0.3f}});
+    EXPECT_TRUE(audio->channels[0]->levels().empty());
+    EXPECT_FLOAT_EQ(audio->peak, 0.7f);
+}
+
+TEST(AudioData, SeventeenSamplesHaveTwoLevelsOfTwoAndOneEntries) {
+    std::vector<float> samples(17, 0.0f);
+    samples[16] = -0.5f;
+    samples[3] = 0.25f;
+    auto audio = makeAudio({samples});
+    const auto& levels = audio->channels[0]->levels();
+    ASSERT_EQ(levels.size(), 2u);
+    EXPECT_EQ(levels[0].blockSize, 16);
+    EXPECT_EQ(levels[0].count, 2);
+    EXPECT_EQ(levels[1].blockSize, 64);
+    EXPECT_EQ(levels[1].count, 1);
+    // The short last block holds only sample 16.
+    EXPECT_FLOAT_EQ(levels[0].minimum(1), -0.5f);
+    EXPECT_FLOAT_EQ(levels[0].maximum(1), -0.5f);
+    EXPECT_FLOAT_EQ(levels[0].energy[1], 0.25f);
+    EXPECT_FLOAT_EQ(levels[1].minimum(0), -0.5f);
+    EXPECT_FLOAT_EQ(levels[1].maximum(0), 0.25f);
+    EXPECT_FLOAT_EQ(audio->peak, 0.5f);
+}
+
+TEST(AudioData, EveryLevelSummarisesExactlyItsBlocks) {
+    const size_t n = 100003; // not a multiple of any block size
+    const auto samples = noise(n, 7);
+    auto audio = makeAudio({samples});
+    const auto& levels = audio->channels[0]->levels();
+    ASSERT_FALSE(levels.empty());
+    EXPECT_EQ(levels.back().count, 1);
+    int64_t expectedBlock = 16;
+    for (const auto& level : levels) {
+        ASSERT_EQ(level.blockSize, expectedBlock);
+        ASSERT_EQ(level.count, (int64_t(n) + expectedBlock - 1) / expectedBlock);
+        for (int64_t b = 0; b < level.count; ++b) {
+            const size_t from = size_t(b * level.blockSize);
+            const size_t to = std::min(n, size_t((b + 1) * level.blockSize));
+            float mn = INFINITY, mx = -INFINITY;
+            double energy = 0;
+            for (size_t i = from; i < to; ++i) {
+                mn = std::min(mn, samples[i]);
+                mx = std::max(mx, samples[i]);
+                energy += double(samples[i]) * samples[i];
+            }
+            ASSERT_EQ(level.minimum(b), mn) << "level " << level.blockSize << " block " << b;
+            ASSERT_EQ(level.maximum(b), mx);
+            ASSERT_NEAR(level.energy[b], energy, 1e-4 * std::max(1.0, energy));
+        }
+        expectedBlock *= 4;
+    }
+}
+
+TEST(AudioData, PeakIsTheLargestMagnitudeOverAllChannels) {
+    auto left = noise(5000, 1, 0.5f);
+    auto right = noise(5000, 2, 0.5f);
+    right[4321] = -0.93f;
+    auto audio = makeAudio({left, right});
+    EXPECT_FLOAT_EQ(audio->peak, 0.93f);
+    EXPECT_EQ(makeAudio({})->peak, 0.0f);
+}
+
+TEST(AudioData, WaveColumnsAreEmptyForNoColumnsOrARangeOutsideTheAudio) {
+    auto audio = makeAudio({noise(1000, 3)});
+    EXPECT_TRUE(audio->waveColumns({0, 1000}, 0).empty());
+    EXPECT_TRUE(audio->waveColumns({1000, 2000}, 10).empty());
+    EXPECT_TRUE(audio->waveColumns({-50, 0}, 10).empty());
+    EXPECT_EQ(audio->waveColumns({-50, 5000}, 10).size(), 10u);
+}
+
+TEST(AudioData, ZoomedInColumnsReadRawSamples) {
+    const auto samples = noise(4000, 4);
+    auto audio = makeAudio({samples});
+    // 8 samples per column: finer than any level.
+    auto columns = audio->waveColumns({800, 880}, 10);
+    ASSERT_EQ(columns.size(), 10u);
+    for (int c = 0; c < 10; ++c) {
+        float mn = INFINITY, mx = -INFINITY;
+        double sq = 0;
+        for (int i = 800 + 8 * c; i < 808 + 8 * c; ++i) {
+            mn = std::min(mn, samples[size_t(i)]);
+            mx = std::max(mx, samples[size_t(i)]);
+            sq += double(samples[size_t(i)]) * samples[size_t(i)];
+        }
+        EXPECT_EQ(columns[size_t(c)].min, mn);
+        EXPECT_EQ(columns[size_t(c)].max, mx);
+        EXPECT_NEAR(columns[size_t(c)].rms, std::sqrt(sq / 8), 1e-5);
+    }
+}
+
+TEST(AudioData, ZoomedOutColumnsMergeWholeBlocksOfTheCoarsestFittingLevel) {
+    // A ramp makes min and max tell exactly which samples a column summarised.
+    auto audio = makeAudio({ramp(100000)});
+    auto columns = audio->waveColumns({0, 100000}, 100); // 1000 per column -> level of 256
+    ASSERT_EQ(columns.size(), 100u);
+    for (int c = 0; c < 100; ++c) {
+        const int64_t start = 1000 * c, end = 1000 * (c + 1);
+        EXPECT_EQ(columns[size_t(c)].min, float(start / 256 * 256));
+        EXPECT_EQ(columns[size_t(c)].max, float(std::min<int64_t>(100000, (end - 1) / 256 * 256 + 256) - 1));
+    }
+}
+
+TEST(AudioData, OnlyTheFirstTwoChannelsAreDrawn) {
+    std::vector<std::vector<float>> channels(5, std::vector<float>(2000, 0.0f));
+    channels[0][10] = 0.2f;
+    channels[1][20] = -0.3f;
+    channels[2][30] = 0.9f;
+    channels[4][40] = -0.9f;
+    auto columns = makeAudio(channels)->waveColumns({0, 2000}, 1);
+    ASSERT_EQ(columns.size(), 1u);
+    EXPECT_FLOAT_EQ(columns[0].max, 0.2f);
+    EXPECT_FLOAT_EQ(columns[0].min, -0.3f);
+}
+
+TEST(AudioData, ClipCopiesEveryChannelOfTheRange) {
+    auto audio = makeAudio({ramp(100), noise(100, 5)}, 44100);
+    auto clip = audio->clip({10, 20});
+    EXPECT_EQ(clip.sampleRate, 44100);
+    ASSERT_EQ(clip.channels.size(), 2u);
+    EXPECT_EQ(clip.length(), 10);
+    EXPECT_EQ(clip.channels[0].front(), 10.0f);
+    EXPECT_EQ(clip.channels[1][3], audio->samples(1)[13]);
+    auto empty = audio->clip({30, 30});
+    ASSERT_EQ(empty.channels.size(), 2u);
+    EXPECT_TRUE(empty.channels[0].empty());
+}
+
+TEST(AudioData, ReplacingCopiesHeadClipAndTailAndRebuildsLevels) {
+    auto audio = makeAudio({ramp(1000)});
+    AudioClip clip{48000, {{-1, -2, -3}}};
+    auto result = audio->replacing({100, 600}, clip);
+    ASSERT_EQ(result->frameCount, 1000 - 500 + 3);
+    const auto samples = samplesOf(*result, 0);
+    EXPECT_EQ(samples[99], 99.0f);
+    EXPECT_EQ(samples[100], -1.0f);
+    EXPECT_EQ(samples[102], -3.0f);
+    EXPECT_EQ(samples[103], 600.0f);
+    EXPECT_EQ(samples.back(), 999.0f);
+    EXPECT_FLOAT_EQ(result->peak, 999.0f);
+    EXPECT_EQ(result->channels[0]->levels().front().count, (503 + 15) / 16);
+    // The source is untouched.
+    EXPECT_EQ(audio->frameCount, 1000);
+    EXPECT_EQ(audio->samples(0)[100], 100.0f);
+}
+
+TEST(AudioData, ReplacingEverythingWithNothingIsRefused) {
+    auto audio = makeAudio({ramp(50), ramp(50)});
+    try {
+        audio->replacing({0, 50}, AudioClip{48000, {{}, {}}});
+        FAIL();
+    } catch (const EditError& error) {
+        EXPECT_EQ(error.code(), EditError::Code::wouldRemoveEverything);
+        EXPECT_STREQ(error.what(), "A track can't be left empty. Remove it from the list instead.");
+    }
+}
+
+TEST(AudioData, ReplacingMatchesTheClipsChannelsToTheAudio) {
+    auto stereo = makeAudio({ramp(10), ramp(10)});
+    auto intoStereo = stereo->replacing({2, 2}, AudioClip{48000, {{0.5f, 0.25f}}});
+    EXPECT_EQ(intoStereo->samples(0)[2], 0.5f);
+    EXPECT_EQ(intoStereo->samples(1)[3], 0.25f);
+
+    auto mono = makeAudio({ramp(10)});
+    auto intoMono = mono->replacing({0, 1}, AudioClip{48000, {{0.5f}, {0.25f}}});
+    EXPECT_FLOAT_EQ(intoMono->samples(0)[0], 0.375f);
+    EXPECT_EQ(intoMono->frameCount, 10);
+}
+
+TEST(AudioClip, MatchingDropsRepeatsOrAveragesChannels) {
+    AudioClip three{44100, {{1, 1}, {2, 2}, {6, 6}}};
+    EXPECT_EQ(three.matching(3).channels, three.channels);
+    auto mono = three.matching(1);
+    ASSERT_EQ(mono.channels.size(), 1u);
+    EXPECT_FLOAT_EQ(mono.channels[0][0], 3.0f);
+    auto two = three.matching(2);
+    EXPECT_EQ(two.channels, (std::vector<std::vector<float>>{{1, 1}, {2, 2}}));
+    auto five = three.matching(5);
+    ASSERT_EQ(five.channels.size(), 5u);
+    EXPECT_EQ(five.channels[4], (std::vector<float>{6, 6}));
+    EXPECT_TRUE(AudioClip{}.matching(2).channels.empty());
+    EXPECT_EQ(mono.sampleRate, 44100);
+}
+
+TEST(AudioData, NearestZeroCrossingLeavesFrameZeroAndRadiusZeroAlone) {
+    auto audio = makeAudio({noise(1000, 9)});
+    EXPECT_EQ(audio->nearestZeroCrossing(0, 100), 0);
+    EXPECT_EQ(audio->nearestZeroCrossing(500, 0), 500);
+    EXPECT_EQ(audio->nearestZeroCrossing(1000, 10), 1000);
+}
+
+TEST(AudioData, NearestZeroCrossingOnSilencePicksTheEarlierFrame) {
+    auto audio = makeAudio({std::vector<float>(100, 0.0f)});
+    EXPECT_EQ(audio->nearestZeroCrossing(50, 10), 49);
+}
+
+TEST(AudioData, NearestZeroCrossingTriesForwardBeforeBackwardAndUsesTheMonoSum) {
+    // Left and right cancel at every frame except around 40 and 60.
+    std::vector<float> left(100, 1.0f), right(100, -1.0f);
+    for (int i = 0; i < 100; ++i) left[size_t(i)] = right[size_t(i)] = i < 50 ? 0.5f : -0.5f;
+    // Sum is +1 before 50 and -1 from 50: one crossing between 49 and 50; the tie picks 49.
+    auto audio = makeAudio({left, right});
+    EXPECT_EQ(audio->nearestZeroCrossing(45, 10), 49);
+    EXPECT_EQ(audio->nearestZeroCrossing(55, 10), 49);
+    EXPECT_EQ(audio->nearestZeroCrossing(45, 3), 45); // out of reach
+    // Crossings at equal distance on both sides: forward wins.
+    std::vector<float> wave(100, 1.0f);
+    for (int i = 40; i < 60; ++i) wave[size_t(i)] = -1.0f;
+    wave[59] = -0.1f; // 59 -> 60 crossing, |s(59)| smaller: returns 59
+    wave[40] = -0.1f; // 39 -> 40 crossing
+    auto both = makeAudio({wave});
+    EXPECT_EQ(both->nearestZeroCrossing(50, 10), 59);
+}
+
+TEST(AudioData, ResamplingKeepsAToneAndScalesTheLength) {
+    const int n = 44100;
+    std::vector<float> tone(n);
+    for (int i = 0; i < n; ++i) tone[size_t(i)] = 0.5f * float(std::sin(2 * std::numbers::pi * 1000.0 * i / 44100));
+    auto audio = makeAudio({tone, tone}, 44100);
+    auto converted = audio->resampled(48000);
+    EXPECT_EQ(converted->sampleRate, 48000);
+    EXPECT_EQ(converted->channelCount(), 2);
+    EXPECT_NEAR(double(converted->frameCount), 48000, 2);
+    // Away from the edges the result is the same tone at the new rate, up to a fixed delay.
+    const float* out = converted->samples(0);
+    double bestError = 1e9;
+    for (int delay = -40; delay <= 40; ++delay) {
+        double error = 0;
+        for (int i = 2000; i < 46000; i += 7) {
+            double expected = 0.5 * std::sin(2 * std::numbers::pi * 1000.0 * (i - delay) / 48000);
+            error = std::max(error, std::fabs(out[i] - expected));
+        }
+        bestError = std::min(bestError, error);
+    }
+    EXPECT_LT(bestError, 1e-3);
+    EXPECT_NEAR(converted->peak, 0.5f, 0.01f);
+}
+
+TEST(FloatBuffer, AnImpossibleAllocationIsReportedAsOutOfMemory) {
+    try {
+        FloatBuffer buffer(int64_t(1) << 60);
+        FAIL();
+    } catch (const AudioLoaderError& error) {
+        EXPECT_EQ(error.code(), AudioLoaderError::Code::outOfMemory);
+        EXPECT_STREQ(error.what(), "Not enough memory to decode the file.");
+    }
+    EXPECT_THROW(FloatBuffer(-1), AudioLoaderError);
+}
+
+TEST(FloatBuffer, ResizeKeepsTheContentsInBothMappedAndHeapBuffers) {
+    for (int64_t start : {int64_t(100), int64_t(1) << 20}) {
+        FloatBuffer buffer(start);
+        for (int64_t i = 0; i < start; ++i) buffer[i] = float(i % 1000);
+        buffer.resize(start * 3);
+        buffer[start * 3 - 1] = 1;
+        for (int64_t i = 0; i < start; i += 97) ASSERT_EQ(buffer[i], float(i % 1000));
+        buffer.resize(start / 2);
+        EXPECT_EQ(buffer.size(), start / 2);
+        EXPECT_EQ(buffer[start / 2 - 1], float((start / 2 - 1) % 1000));
+    }
+}
+
+TEST(AudioMemory, SharedAudioCountsOnceAndTheClipboardCountsFourBytesASample) {
+    auto audio = makeAudio({noise(1 << 18, 1), noise(1 << 18, 2)});
+    AudioMemory::Accumulator memory;
+    memory.addAudio(audio);
+    memory.addAudio(audio);
+    AudioClip clip{48000, {std::vector<float>(10), std::vector<float>(10)}};
+    memory.setClipboard(&clip);
+    EXPECT_GE(memory.result.samples, 2 * (1 << 18) * 4);
+    EXPECT_LT(memory.result.samples, 2 * (1 << 18) * 4 + 2 * 4096);
+    // Levels: 3 floats per 16 samples plus a third more for the upper levels.
+    EXPECT_NEAR(double(memory.result.levels) / double(memory.result.samples), 0.25, 0.02);
+    EXPECT_EQ(memory.result.clipboard, 80);
+    EXPECT_GT(AudioMemory::processFootprint(), 0);
+}
+
+TEST(GainBox, StoresTheFloatBitsExactly) {
+    GainBox box;
+    EXPECT_EQ(box.load(), 1.0f);
+    box.store(0.501187f);
+    EXPECT_EQ(box.load(), 0.501187f);
+}
