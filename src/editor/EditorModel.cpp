@@ -92,8 +92,13 @@ std::string lowercased(std::string text) {
     return text;
 }
 
+// The last component, also for a folder given with a trailing slash.
+fs::path lastComponent(const fs::path& path) {
+    return path.has_filename() ? path.filename() : path.parent_path().filename();
+}
+
 bool isHidden(const fs::path& path) {
-    const std::string name = path.filename().string();
+    const std::string name = lastComponent(path).string();
     return !name.empty() && name[0] == '.';
 }
 
@@ -106,7 +111,7 @@ bool pathOrder(const fs::path& a, const fs::path& b) {
 } // namespace
 
 bool EditorModel::isSessionDocument(const fs::path& url) {
-    return lowercased(url.extension().string()) == ".sonvale";
+    return lowercased(lastComponent(url).extension().string()) == ".sonvale";
 }
 
 std::vector<fs::path> EditorModel::audioFiles(const std::vector<fs::path>& urls) {

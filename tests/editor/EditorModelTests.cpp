@@ -514,10 +514,11 @@ TEST(EditorModel, SessionDocumentsAreHandedOnNotOpenedAsTracks) {
     Editor e;
     TempFolder folder;
     std::filesystem::create_directories(folder / "Show.SONVALE/Audio");
-    const auto opened = e.model.open({folder / "Show.SONVALE", folder / "other.sonvale"});
+    const auto withSlash = folder / "Show.SONVALE" / "";
+    const auto opened = e.model.open({withSlash, folder / "other.sonvale"});
     EXPECT_TRUE(opened.empty());
     EXPECT_EQ(e.model.pendingSessionDocuments(),
-              (std::vector<std::filesystem::path>{folder / "Show.SONVALE", folder / "other.sonvale"}));
+              (std::vector<std::filesystem::path>{withSlash, folder / "other.sonvale"}));
     std::vector<std::filesystem::path> handed;
     e.model.openSessionDocument = [&](const std::filesystem::path& p) { handed.push_back(p); };
     e.model.open({folder / "third.sonvale"});
