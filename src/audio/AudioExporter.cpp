@@ -1,16 +1,118 @@
 #include "audio/AudioExporter.h"
 
+#include "audio/AudioErrors.h"
+#include "audio/AudioFileWriter.h"
 #include "base/Errors.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace sonvale {
 
-void AudioExporter::exportAudio(const AudioData&, FrameRange, float, ExportFormat,
-                                const std::filesystem::path& url, const Progress&) {
-    throw FileError("export is not built yet: " + url.string());
+namespace {
+
+constexpr int64_t chunkFrames = 65536;
+
+// Multiplies by `gain` and clips to [-1, 1]; NaN becomes silence rather than an
+// undefined integer code.
+void applyGainAndClip(const float* __restrict in, float* __restrict out, int64_t n, float gain) {
+    for (int64_t i = 0; i < n; ++i) {
+        float x = in[i] * gain;
+        x = x < -1.0f ? -1.0f : x;
+        x = x > 1.0f ? 1.0f : x;
+        out[i] = x == x ? x : 0.0f;
+    }
 }
 
-void AudioExporter::writeLossless(const AudioClip&, const std::filesystem::path& url) {
-    throw FileError("export is not built yet: " + url.string());
+void removeExistingFile(const std::filesystem::path& path) {
+    struct stat status{};
+    if (::lstat(path.c_str(), &status) != 0) return;
+    // Only files and links: a device, pipe or folder at the path is written to (or fails)
+    // but never unlinked.
+    if (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) ::unlink(path.c_str());
+}
+
+} // namespace
+
+std::unique_ptr<AudioFileWriter> openAudioFileWriter(const EncoderSettings& settings,
+                                                     const std::filesystem::path& path) {
+    removeExistingFile(path);
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) throw fileErrorFromErrno("Couldn't write", path.string(), errno);
+    if (settings.codec == EncoderSettings::Codec::aac) return openAACWriter(fd, settings, path);
+    return openSndfileWriter(fd, settings, path);
+}
+
+void AudioExporter::exportAudio(const AudioData& audio, FrameRange range, float gain,
+                                ExportFormat format, const std::filesystem::path& url,
+                                const Progress& progress) {
+    const int channels = audio.channelCount();
+    if (channels < 1 || !(audio.sampleRate > 0)) throw AudioLoaderError::outOfMemory();
+    const int64_t lower = std::clamp<int64_t>(range.lower, 0, audio.frameCount);
+    const int64_t upper = std::clamp<int64_t>(range.upper, lower, audio.frameCount);
+
+    auto writer = openAudioFileWriter(settings(format, audio.sampleRate, channels), url);
+    FloatBuffer chunk(chunkFrames * channels);
+    std::vector<const float*> planes(static_cast<size_t>(channels));
+    for (int c = 0; c < channels; ++c) planes[size_t(c)] = chunk.data() + c * chunkFrames;
+
+    double reported = 0;
+    for (int64_t at = lower; at < upper;) {
+        const int64_t n = std::min(upper - at, chunkFrames);
+        for (int c = 0; c < channels; ++c)
+            applyGainAndClip(audio.samples(c) + at, chunk.data() + c * chunkFrames, n, gain);
+        writer->write(planes.data(), n);
+        at += n;
+        const double fraction = double(at - lower) / double(upper - lower);
+        if (progress && fraction - reported >= 0.02 && at < upper) {
+            reported = fraction;
+            progress(fraction);
+        }
+    }
+    writer->finish();
+    if (progress) progress(1.0);
+}
+
+void AudioExporter::writeLossless(const AudioClip& clip, const std::filesystem::path& url) {
+    const int channels = int(clip.channels.size());
+    if (channels < 1)
+        throw FileError(describeFileError("Couldn't write", url.string(), "There is no audio to write."));
+    if (url.has_parent_path()) {
+        std::error_code error;
+        std::filesystem::create_directories(url.parent_path(), error);
+        if (error)
+            throw FileError(describeFileError("Couldn't create the folder", url.parent_path().string(),
+                                              error.message()));
+    }
+    EncoderSettings s;
+    s.container = EncoderSettings::Container::wav;
+    s.codec = EncoderSettings::Codec::linearPCM;
+    s.sampleRate = clip.sampleRate;
+    s.channels = channels;
+    s.bitDepth = 32;
+    s.isFloat = true;
+    s.isBigEndian = false;
+    s.isNonInterleaved = false;
+
+    auto writer = openAudioFileWriter(s, url);
+    const int64_t length = clip.length();
+    std::vector<const float*> planes(static_cast<size_t>(channels));
+    for (int64_t at = 0; at < length;) {
+        const int64_t n = std::min(length - at, chunkFrames);
+        for (int c = 0; c < channels; ++c) {
+            // A channel shorter than the first would be a broken clip; never read past it.
+            if (int64_t(clip.channels[size_t(c)].size()) < at + n)
+                throw FileError(describeFileError("Couldn't write", url.string(),
+                                                  "The clip's channels differ in length."));
+            planes[size_t(c)] = clip.channels[size_t(c)].data() + at;
+        }
+        writer->write(planes.data(), n);
+        at += n;
+    }
+    writer->finish();
 }
 
 } // namespace sonvale

@@ -17,7 +17,9 @@ std::string lowercased(std::string text) {
 std::vector<ExportJob> regionExportJobs(const std::string& trackName,
                                         const std::vector<Marker>& regions, ExportFormat format,
                                         const std::filesystem::path& folder) {
-    const std::string extension = "." + std::string(fileExtension(format));
+    // Built by appending: GCC 12 warns falsely (-Wrestrict) about "." + std::string.
+    std::string extension = ".";
+    extension += fileExtension(format);
     std::set<std::string> used;
     std::vector<ExportJob> jobs;
     for (const Marker& marker : regions) {

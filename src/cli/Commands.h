@@ -15,5 +15,8 @@ struct UsageError {
 // Each command takes the arguments after its name and returns the exit status.
 int info(const Arguments& args);
 int exportCommand(const Arguments& args);
+int loudness(const Arguments& args);
+int normalize(const Arguments& args);
+int trimSilence(const Arguments& args);
 
 } // namespace sonvale::cli

@@ -27,6 +27,11 @@ const std::map<std::string, Command>& commands() {
         {"export", {"export IN -o OUT [--format wav16|wav24|aiff16|aac] [--gain DB] "
                     "[--range START:END]",
                     exportCommand}},
+        {"loudness", {"loudness [--json] FILE...        integrated loudness (LUFS) and sample peak",
+                      loudness}},
+        {"normalize", {"normalize IN -o OUT (--peak | --loudness LUFS) [--format F]", normalize}},
+        {"trim-silence", {"trim-silence IN -o OUT [--format F]   cut the silence at both ends",
+                          trimSilence}},
     };
     return table;
 }

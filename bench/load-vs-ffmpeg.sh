@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# Times opening a long stereo 48 kHz file (decode plus level pyramid, through
+# `sonvale-cli info`) against `ffmpeg -threads 1 -i FILE -f f32le /dev/null`, with peak
+# resident memory, for WAV 16-bit, FLAC, MP3 and AAC.
+# Usage: load-vs-ffmpeg.sh [MINUTES] [CLI]   (default 10 minutes, build/release's tool)
+# Test files are made once per length under ${SONVALE_BENCH_DIR:-/tmp/sonvale-bench}.
+set -euo pipefail
+minutes=${1:-10}
+here=$(cd "$(dirname "$0")/.." && pwd)
+cli=${2:-$here/build/release/sonvale-cli}
+dir=${SONVALE_BENCH_DIR:-/tmp/sonvale-bench}/$minutes-min
+mkdir -p "$dir"
+[[ -x $cli ]] || { echo "no $cli: build it first (cmake --build --preset release --target sonvale-cli)" >&2; exit 1; }
+
+seconds=$((minutes * 60))
+ff() { ffmpeg -nostdin -hide_banner -v error -y "$@"; }
+if [[ ! -f $dir/long.wav ]]; then
+    # A tone pair with a slow sweep: cheap to make, not trivially compressible.
+    ff -f lavfi -i "aevalsrc=0.5*sin(2*PI*440*t)+0.1*sin(2*PI*3000*t)|0.4*sin(2*PI*(200+30*mod(t\,10))*t):s=48000:d=$seconds" \
+       -c:a pcm_s16le "$dir/long.wav"
+fi
+[[ -f $dir/long.flac ]] || ff -i "$dir/long.wav" -c:a flac "$dir/long.flac"
+[[ -f $dir/long.mp3 ]] || ff -i "$dir/long.wav" -c:a libmp3lame -b:a 192k "$dir/long.mp3"
+[[ -f $dir/long.m4a ]] || ff -i "$dir/long.wav" -c:a aac -b:a 256k "$dir/long.m4a"
+
+raw_kb=$((seconds * 48000 * 2 * 4 / 1024))
+printf '%d min stereo 48 kHz; raw float %d MB\n' "$minutes" $((raw_kb / 1024))
+printf '%-10s %12s %12s %14s %14s %10s\n' file "sonvale s" "ffmpeg s" "sonvale MB" "ffmpeg MB" "RSS/raw"
+measure() { # prints "seconds kilobytes" for the command, best wall time of three runs
+    local best_s="" best_kb=""
+    for _ in 1 2 3; do
+        /usr/bin/time -o "$dir/.time" -f '%e %M' "$@" >/dev/null 2>&1
+        local s kb
+        read -r s kb < "$dir/.time"
+        if [[ -z $best_s ]] || awk "BEGIN{exit !($s < $best_s)}"; then best_s=$s; best_kb=$kb; fi
+    done
+    echo "$best_s $best_kb"
+}
+for f in long.wav long.flac long.mp3 long.m4a; do
+    read -r ss skb < <(measure "$cli" info "$dir/$f")
+    read -r fs fkb < <(measure ffmpeg -nostdin -v error -threads 1 -i "$dir/$f" -f f32le -y /dev/null)
+    printf '%-10s %12s %12s %14d %14d %10s\n' "${f#long.}" "$ss" "$fs" $((skb / 1024)) $((fkb / 1024)) \
+        "$(awk "BEGIN{printf \"%.3f\", $skb / $raw_kb}")"
+done

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "audio/AudioLoader.h"
+#include "audio/FileHandle.h"
+
+#include <bit>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace sonvale {
+
+// One open audio file being decoded to planar 32-bit float at its own rate and channel
+// count. Made by openAudioDecoder, used by one thread at a time.
+class AudioDecoder {
+public:
+    virtual ~AudioDecoder() = default;
+
+    // Container, codec, rate, channels and the frame count the file announces.
+    const AudioLoader::FileInfo& info() const { return fileInfo; }
+    // True when info().frames is what the file says it holds (a truncated file may still
+    // hold fewer); false when it is only an estimate and the file may hold more.
+    bool lengthIsExact() const { return exactLength; }
+
+    // Decodes up to `maxFrames` frames, writing channel c's samples to channels[c][0...].
+    // Returns the number of frames written; 0 at the end of the audio. Throws FileError
+    // when the file can't be read.
+    virtual int64_t read(float* const* channels, int64_t maxFrames) = 0;
+
+protected:
+    AudioLoader::FileInfo fileInfo;
+    bool exactLength = true;
+};
+
+// Replaces NaN and infinite samples (a damaged stream, a broken float file) with silence,
+// so that levels, meters and exports never see them. Finite values stay as decoded.
+inline void silenceNonFinite(float* samples, int64_t count) {
+    for (int64_t i = 0; i < count; ++i) {
+        const uint32_t bits = std::bit_cast<uint32_t>(samples[i]);
+        samples[i] = (bits & 0x7f800000u) == 0x7f800000u ? 0.0f : samples[i];
+    }
+}
+
+// Opens `path` with libsndfile when it holds PCM or FLAC that libsndfile reads, else with
+// FFmpeg. Throws FileError naming the file when neither can, and
+// AudioLoaderError::empty when the file has no audio stream.
+std::unique_ptr<AudioDecoder> openAudioDecoder(const std::filesystem::path& path);
+
+// The two back ends, reading an open file from its start; on success the decoder takes
+// the handle over. libsndfile's returns nullptr for a file it can't read or leaves to
+// FFmpeg, with its reason in `failure` when it recognised the format but found it broken.
+// FFmpeg's throws FileError naming the file, with FFmpeg's reason.
+std::unique_ptr<AudioDecoder> openSndfileDecoder(FileHandle& file,
+                                                 const std::filesystem::path& path,
+                                                 std::string& failure);
+std::unique_ptr<AudioDecoder> openFFmpegDecoder(FileHandle& file,
+                                                const std::filesystem::path& path);
+
+} // namespace sonvale

@@ -1,0 +1,289 @@
+// Decoding through FFmpeg: MP3, AAC, ALAC, Vorbis, Opus, WMA, the audio of video
+// containers, and whatever else libavformat recognises. Samples are only converted to planar float; the
+// rate and channel layout stay as the file has them.
+
+#include "audio/AudioDecoder.h"
+
+#include "audio/AudioErrors.h"
+#include "audio/FFmpegSupport.h"
+#include "base/Errors.h"
+
+#include <algorithm>
+#include <cstring>
+#include <unistd.h>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+#include <libswresample/swresample.h>
+}
+
+namespace sonvale {
+
+namespace {
+
+// Consecutive undecodable packets after which the rest of the stream is given up.
+constexpr int maxConsecutiveErrors = 100;
+
+class FFmpegDecoder final : public AudioDecoder {
+public:
+    FFmpegDecoder(FileHandle handle, const std::filesystem::path& path)
+        : file(std::move(handle)), path(path), io(file.get(), false) {
+        open();
+    }
+
+    int64_t read(float* const* channels, int64_t maxFrames) override {
+        int64_t total = 0;
+        while (total < maxFrames && !finished) {
+            if (frameOffset >= frame->nb_samples) {
+                if (!receiveFrame()) break;
+                continue;
+            }
+            int64_t count = std::min<int64_t>(frame->nb_samples - frameOffset, maxFrames - total);
+            // The container's duration ends the audio where the codec's padding begins.
+            if (limit >= 0) count = std::min(count, limit - delivered);
+            if (count <= 0) {
+                finished = true;
+                break;
+            }
+            convert(channels, total, count);
+            frameOffset += int(count);
+            total += count;
+            delivered += count;
+        }
+        return total;
+    }
+
+private:
+    void open() {
+        silenceFFmpegLog();
+        const std::string name = path.string();
+        format = avformat_alloc_context();
+        packet = av_packet_alloc();
+        frame = av_frame_alloc();
+        if (!format || !packet || !frame) throw AudioLoaderError::outOfMemory();
+        format->pb = io.context();
+        // The name only helps format detection by extension; data comes through `io`.
+        int error = avformat_open_input(&format, name.c_str(), nullptr, nullptr);
+        if (error < 0) fail("Couldn't open", error);
+        error = avformat_find_stream_info(format, nullptr);
+        if (error < 0) fail("Couldn't open", error);
+
+        const AVCodec* decoder = nullptr;
+        const int index = av_find_best_stream(format, AVMEDIA_TYPE_AUDIO, -1, -1, &decoder, 0);
+        if (index == AVERROR_STREAM_NOT_FOUND) throw AudioLoaderError::empty();
+        if (index < 0 || !decoder) {
+            if (index >= 0 || index == AVERROR_DECODER_NOT_FOUND) {
+                const AVCodecID id = index >= 0 ? format->streams[index]->codecpar->codec_id
+                                                : AV_CODEC_ID_NONE;
+                throw FileError(describeFileError("Couldn't open", name,
+                                                  std::string("No decoder for ") +
+                                                      avcodec_get_name(id) + " audio"));
+            }
+            fail("Couldn't open", index);
+        }
+        stream = format->streams[index];
+        for (unsigned i = 0; i < format->nb_streams; ++i)
+            if (int(i) != index) format->streams[i]->discard = AVDISCARD_ALL;
+
+        codec = avcodec_alloc_context3(decoder);
+        if (!codec) throw AudioLoaderError::outOfMemory();
+        error = avcodec_parameters_to_context(codec, stream->codecpar);
+        if (error < 0) fail("Couldn't open", error);
+        codec->pkt_timebase = stream->time_base;
+        codec->thread_count = 1;
+        error = avcodec_open2(codec, decoder, nullptr);
+        if (error < 0) fail("Couldn't open", error);
+
+        fileInfo.container = format->iformat->name;
+        fileInfo.codec = avcodec_get_name(stream->codecpar->codec_id);
+        fileInfo.sampleRate = codec->sample_rate;
+        fileInfo.channels = codec->ch_layout.nb_channels;
+        if (fileInfo.sampleRate <= 0) throw AudioLoaderError::empty();
+
+        const AVRational perFrame{1, codec->sample_rate};
+        int64_t frames = 0;
+        if (stream->duration != AV_NOPTS_VALUE && stream->duration > 0)
+            frames = av_rescale_q(stream->duration, stream->time_base, perFrame);
+        else if (format->duration != AV_NOPTS_VALUE && format->duration > 0)
+            frames = av_rescale_q(format->duration, AV_TIME_BASE_Q, perFrame);
+        fileInfo.frames = frames;
+
+        // An MPEG-4 track's duration (after its edit list) is exact, and AAC's decoder
+        // overruns it by the encoder's padding. The decoder already drops the priming
+        // samples the edit list skips; the end is cut here. Other containers carry their
+        // own end trimming (Ogg granules, Matroska's discard padding, the LAME header) or
+        // only an estimated duration.
+        const bool isMPEG4 = std::strstr(format->iformat->name, "mp4") != nullptr;
+        exactLength = isMPEG4 && stream->duration != AV_NOPTS_VALUE && stream->duration > 0;
+        limit = exactLength ? frames : -1;
+    }
+
+    [[noreturn]] void fail(const char* what, int error) const {
+        if (io.systemError()) throw fileErrorFromErrno(what, path.string(), io.systemError());
+        // A demuxer that took the file for its format on weak evidence (an extension) and
+        // then failed reports "Invalid argument"; to the user the data is what's wrong.
+        if (error == AVERROR(EINVAL)) error = AVERROR_INVALIDDATA;
+        throw FileError(describeFileError(what, path.string(), ffmpegErrorText(error)));
+    }
+
+    // Fetches the next decoded frame; false at the end of the stream.
+    bool receiveFrame() {
+        frameOffset = 0;
+        av_frame_unref(frame);
+        int errors = 0;
+        for (;;) {
+            const int received = avcodec_receive_frame(codec, frame);
+            if (received == 0) {
+                if (frame->ch_layout.nb_channels != fileInfo.channels) {
+                    // A stream whose channel count changes midway ends where it changes.
+                    av_frame_unref(frame);
+                    finished = true;
+                    return false;
+                }
+                return true;
+            }
+            if (received == AVERROR_EOF) {
+                finished = true;
+                return false;
+            }
+            if (received != AVERROR(EAGAIN)) {
+                // A damaged packet: skip it as players do, unless nothing decodes any more.
+                if (++errors > maxConsecutiveErrors) {
+                    finished = true;
+                    return false;
+                }
+                continue;
+            }
+            sendPacket(errors);
+        }
+    }
+
+    void sendPacket(int& errors) {
+        for (;;) {
+            if (flushing) {
+                // Already flushing and the decoder wants more: it has nothing left.
+                finished = true;
+                avcodec_send_packet(codec, nullptr);
+                return;
+            }
+            const int got = av_read_frame(format, packet);
+            if (got < 0) {
+                if (io.systemError()) fail("Couldn't read", got);
+                // End of file, or the container breaks off: decode what the codec holds.
+                flushing = true;
+                avcodec_send_packet(codec, nullptr);
+                return;
+            }
+            if (packet->stream_index != stream->index) {
+                av_packet_unref(packet);
+                continue;
+            }
+            const int sent = avcodec_send_packet(codec, packet);
+            av_packet_unref(packet);
+            if (sent < 0 && sent != AVERROR(EAGAIN) && ++errors > maxConsecutiveErrors) {
+                flushing = true;
+                avcodec_send_packet(codec, nullptr);
+            }
+            return;
+        }
+    }
+
+    // Writes `count` samples from the current frame (from frameOffset on) to each channel
+    // at `at`, converting the decoder's sample format to float.
+    void convert(float* const* channels, int64_t at, int64_t count) {
+        const int n = fileInfo.channels;
+        const auto sampleFormat = AVSampleFormat(frame->format);
+        if (sampleFormat == AV_SAMPLE_FMT_FLTP) {
+            for (int c = 0; c < n; ++c) {
+                std::memcpy(channels[c] + at,
+                            reinterpret_cast<const float*>(frame->extended_data[c]) + frameOffset,
+                            size_t(count) * sizeof(float));
+                silenceNonFinite(channels[c] + at, count);
+            }
+            return;
+        }
+        if (sampleFormat == AV_SAMPLE_FMT_FLT) {
+            const float* from = reinterpret_cast<const float*>(frame->data[0]) + int64_t(frameOffset) * n;
+            for (int c = 0; c < n; ++c) {
+                float* out = channels[c] + at;
+                for (int64_t i = 0; i < count; ++i) out[i] = from[i * n + c];
+                silenceNonFinite(out, count);
+            }
+            return;
+        }
+        if (!converter || converterFormat != sampleFormat) {
+            swr_free(&converter);
+            int error = swr_alloc_set_opts2(&converter, &frame->ch_layout, AV_SAMPLE_FMT_FLTP,
+                                            frame->sample_rate, &frame->ch_layout, sampleFormat,
+                                            frame->sample_rate, 0, nullptr);
+            if (error >= 0) error = swr_init(converter);
+            if (error < 0) fail("Couldn't read", error);
+            converterFormat = sampleFormat;
+        }
+        const int bytesPerSample = av_get_bytes_per_sample(sampleFormat);
+        const bool planar = av_sample_fmt_is_planar(sampleFormat);
+        inputs.resize(size_t(n));
+        outputs.resize(size_t(n));
+        for (int c = 0; c < n; ++c) {
+            inputs[size_t(c)] = planar ? frame->extended_data[c] + int64_t(frameOffset) * bytesPerSample
+                                       : frame->extended_data[0] +
+                                             int64_t(frameOffset) * bytesPerSample * n;
+            outputs[size_t(c)] = reinterpret_cast<uint8_t*>(channels[c] + at);
+        }
+        const int converted = swr_convert(converter, outputs.data(), int(count), inputs.data(), int(count));
+        if (converted < 0) fail("Couldn't read", converted);
+        if (converted < count)
+            for (int c = 0; c < n; ++c)
+                std::fill(channels[c] + at + converted, channels[c] + at + count, 0.0f);
+        if (sampleFormat == AV_SAMPLE_FMT_DBL || sampleFormat == AV_SAMPLE_FMT_DBLP)
+            for (int c = 0; c < n; ++c) silenceNonFinite(channels[c] + at, count);
+    }
+
+    FileHandle file;
+    std::filesystem::path path;
+    FFmpegFileIO io;
+    // Freed before `io`, which the format context reads through, even when open() throws.
+    struct Contexts {
+        AVFormatContext* format = nullptr;
+        AVCodecContext* codec = nullptr;
+        AVPacket* packet = nullptr;
+        AVFrame* frame = nullptr;
+        SwrContext* converter = nullptr;
+        Contexts() = default;
+        Contexts(const Contexts&) = delete;
+        Contexts& operator=(const Contexts&) = delete;
+        ~Contexts() {
+            swr_free(&converter);
+            av_frame_free(&frame);
+            av_packet_free(&packet);
+            avcodec_free_context(&codec);
+            avformat_close_input(&format);
+        }
+    } contexts;
+    AVFormatContext*& format = contexts.format;
+    AVCodecContext*& codec = contexts.codec;
+    AVPacket*& packet = contexts.packet;
+    AVFrame*& frame = contexts.frame;
+    SwrContext*& converter = contexts.converter;
+    AVStream* stream = nullptr;
+    AVSampleFormat converterFormat = AV_SAMPLE_FMT_NONE;
+    std::vector<const uint8_t*> inputs;
+    std::vector<uint8_t*> outputs;
+    int frameOffset = 0;
+    int64_t delivered = 0;
+    int64_t limit = -1; // frames the container says the stream holds; -1 when unknown
+    bool flushing = false;
+    bool finished = false;
+};
+
+} // namespace
+
+std::unique_ptr<AudioDecoder> openFFmpegDecoder(FileHandle& file, const std::filesystem::path& path) {
+    if (::lseek(file.get(), 0, SEEK_SET) != 0)
+        throw fileErrorFromErrno("Couldn't open", path.string(), errno);
+    return std::make_unique<FFmpegDecoder>(std::move(file), path);
+}
+
+} // namespace sonvale

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "audio/AudioData.h"
+#include "audio/ExportFormat.h"
+#include "cli/Commands.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace sonvale::cli {
+
+// Shared pieces of the commands' argument handling, so every command words its errors alike.
+
+std::string curlyQuoted(const std::string& text);
+// "wav16, wav24, aiff16 or aac"
+std::string exportFormatList();
+// --format's value, or a UsageError listing the formats.
+ExportFormat parseExportFormat(const std::string& raw);
+// The format given, else the one OUT's extension implies, else a UsageError.
+ExportFormat resolveExportFormat(std::optional<ExportFormat> given, const std::string& output);
+// START:END in frames (half-open, END after START), or a UsageError.
+FrameRange parseFrameRange(const std::string& raw);
+// A range must lie within the file it applies to.
+void checkRangeWithin(const FrameRange& range, const AudioData& audio, const std::string& file);
+// A finite number, or a UsageError naming the option.
+double parseNumber(const std::string& raw, const std::string& option, const std::string& what);
+
+// Walks the arguments: value() takes the next argument as the current option's value.
+class ArgumentCursor {
+public:
+    ArgumentCursor(const Arguments& args, std::string usage) : args(args), usage(std::move(usage)) {}
+    bool next();
+    const std::string& current() const { return args[index]; }
+    const std::string& value();
+    bool isOption() const { return current().size() > 1 && current()[0] == '-'; }
+    [[noreturn]] void unknownOption() const;
+    const std::string& usageText() const { return usage; }
+
+private:
+    const Arguments& args;
+    std::string usage;
+    size_t index = size_t(-1);
+};
+
+} // namespace sonvale::cli

@@ -1,0 +1,34 @@
+#include "cli/Progress.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace sonvale::cli {
+
+ProgressLine::ProgressLine(std::string label)
+    : label(std::move(label)), shown(::isatty(STDERR_FILENO) == 1) {}
+
+ProgressLine::~ProgressLine() { clear(); }
+
+std::function<void(double)> ProgressLine::callback() {
+    if (!shown) return {};
+    return [this](double fraction) {
+        const int percent = int(fraction * 100 + 0.5);
+        if (percent == lastPercent) return;
+        lastPercent = percent;
+        std::fprintf(stderr, "\r%s: %3d%%", label.c_str(), percent);
+        std::fflush(stderr);
+        drawn = true;
+    };
+}
+
+void ProgressLine::clear() {
+    if (!drawn) return;
+    // Carriage return, then erase to the end of the line.
+    std::fprintf(stderr, "\r\033[K");
+    std::fflush(stderr);
+    drawn = false;
+    lastPercent = -1;
+}
+
+} // namespace sonvale::cli

@@ -1,0 +1,344 @@
+#include "audio/AudioLoader.h"
+
+#include "audio/AudioErrors.h"
+#include "support/AudioFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <limits>
+#include <sndfile.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+using namespace sonvale;
+using sonvale::test::fixture;
+
+namespace {
+
+// Largest difference from ffmpeg's decode that counts as the same audio. PCM, FLAC and
+// ALAC are exact, and every lossy codec is decoded by FFmpeg's own decoders, so the whole
+// table is exact: any difference is a fault in conversion, alignment or trimming.
+constexpr float exact = 0;
+
+struct DecodeCase {
+    const char* file;
+    int channels;
+    double sampleRate;
+    int64_t frames; // -1: as many as ffmpeg decodes
+    float tolerance;
+};
+
+std::ostream& operator<<(std::ostream& out, const DecodeCase& c) { return out << c.file; }
+
+class DecodingFixture : public testing::TestWithParam<DecodeCase> {};
+
+TEST_P(DecodingFixture, MatchesFFmpegsDecodeInLengthAndSamples) {
+    const DecodeCase& c = GetParam();
+    const AudioDataPtr audio = AudioLoader::load(fixture(c.file));
+    const std::vector<float> reference = test::ffmpegDecode(c.file);
+    const int64_t referenceFrames = int64_t(reference.size()) / c.channels;
+
+    ASSERT_EQ(audio->channelCount(), c.channels);
+    EXPECT_EQ(audio->sampleRate, c.sampleRate);
+    EXPECT_EQ(audio->frameCount, c.frames >= 0 ? c.frames : referenceFrames);
+    ASSERT_LE(audio->frameCount, referenceFrames);
+
+    // Compared over the frames both have: ffmpeg's command line keeps AAC's end padding.
+    float worst = 0;
+    int64_t worstFrame = 0;
+    for (int ch = 0; ch < c.channels; ++ch) {
+        const float* samples = audio->samples(ch);
+        for (int64_t i = 0; i < audio->frameCount; ++i) {
+            const float difference = std::fabs(samples[i] - reference[size_t(i * c.channels + ch)]);
+            if (!(difference <= worst)) {
+                worst = difference;
+                worstFrame = i;
+            }
+        }
+    }
+    EXPECT_LE(worst, c.tolerance) << "at frame " << worstFrame;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryFormat, DecodingFixture,
+    testing::Values(
+        DecodeCase{"stereo-s16.wav", 2, 48000, 144000, exact},
+        DecodeCase{"stereo-s24.wav", 2, 48000, 144000, exact},
+        DecodeCase{"stereo-f32.wav", 2, 48000, 144000, exact},
+        DecodeCase{"stereo-s16.aiff", 2, 48000, 144000, exact},
+        DecodeCase{"stereo-s24.aiff", 2, 48000, 144000, exact},
+        DecodeCase{"stereo.flac", 2, 48000, 144000, exact},
+        DecodeCase{"stereo-alac.m4a", 2, 48000, 144000, exact},
+        DecodeCase{"stereo-pcm.mka", 2, 48000, 144000, exact},
+        DecodeCase{"stereo.mp3", 2, 48000, 144000, exact},
+        DecodeCase{"stereo.ogg", 2, 48000, 144000, exact},
+        DecodeCase{"stereo.opus", 2, 48000, 144000, exact},
+        // AAC in MPEG-4: exactly the encoded frames, priming and end padding dropped.
+        DecodeCase{"stereo.m4a", 2, 48000, 144000, exact},
+        DecodeCase{"stereo-faststart.m4a", 2, 48000, 144000, exact},
+        DecodeCase{"six.m4a", 6, 48000, 72000, exact},
+        DecodeCase{"video.mp4", 1, 48000, 96000, exact},
+        // Raw AAC has nothing saying where the audio starts and ends: as FFmpeg decodes it.
+        DecodeCase{"stereo.aac", 2, 48000, -1, exact},
+        DecodeCase{"stereo.wma", 2, 48000, -1, exact},
+        DecodeCase{"mono.wav", 1, 44100, 88200, exact},
+        DecodeCase{"mono.mp3", 1, 44100, 88200, exact},
+        DecodeCase{"vbr-no-header.mp3", 1, 44100, -1, exact},
+        DecodeCase{"six.wav", 6, 48000, 72000, exact},
+        DecodeCase{"low-8k.wav", 1, 8000, 16000, exact},
+        DecodeCase{"high-96k.flac", 2, 96000, 96000, exact},
+        DecodeCase{"speech.wav", 1, 22050, -1, exact},
+        DecodeCase{"silence.wav", 2, 48000, 48000, exact},
+        // Files that end before their headers say: the frames that are there.
+        DecodeCase{"truncated.wav", 2, 48000, -1, exact},
+        DecodeCase{"truncated.flac", 2, 48000, -1, exact},
+        DecodeCase{"truncated.m4a", 2, 48000, -1, exact}),
+    [](const testing::TestParamInfo<DecodeCase>& info) {
+        std::string name = info.param.file;
+        for (char& c : name)
+            if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+        return name;
+    });
+
+TEST(AudioLoader, LossyDecodesLineUpWithTheirSourceFrameForFrame) {
+    // The encoders' priming (AAC's 1,024 frames, LAME's delay, Opus's pre-skip) is dropped,
+    // so frame n of the decode is frame n of what was encoded. The codecs' own error is
+    // below 0.1 % of the signal's energy; one frame off adds 0.3 % at 440 Hz and more on
+    // the chirp.
+    const auto source = AudioLoader::load(fixture("stereo-f32.wav"));
+    for (const char* file : {"stereo.m4a", "stereo.mp3", "stereo.opus", "stereo.ogg"}) {
+        const auto decoded = AudioLoader::load(fixture(file));
+        ASSERT_EQ(decoded->frameCount, source->frameCount) << file;
+        for (int ch = 0; ch < 2; ++ch) {
+            double error = 0, signal = 0;
+            for (int64_t i = 2048; i < source->frameCount - 2048; ++i) {
+                const double x = source->samples(ch)[i];
+                error += std::pow(decoded->samples(ch)[i] - x, 2);
+                signal += x * x;
+            }
+            EXPECT_LT(error / signal, 0.003) << file << " channel " << ch;
+        }
+    }
+}
+
+TEST(AudioLoader, TruncatedFilesKeepFewerFramesThanTheirHeadersPromise) {
+    for (const char* file : {"truncated.wav", "truncated.m4a"}) {
+        const auto info = AudioLoader::probe(fixture(file));
+        const auto audio = AudioLoader::load(fixture(file));
+        EXPECT_GT(audio->frameCount, 0) << file;
+        EXPECT_LT(audio->frameCount, 144000) << file;
+        EXPECT_LE(audio->frameCount, info.frames) << file;
+    }
+}
+
+TEST(AudioLoader, ProbeReportsContainerCodecAndHeaderLength) {
+    struct Expected {
+        const char* file;
+        const char* container;
+        const char* codec;
+        double rate;
+        int channels;
+        int64_t frames;
+    };
+    for (const Expected& e : {Expected{"stereo-s16.wav", "wav", "pcm_s16le", 48000, 2, 144000},
+                              Expected{"stereo-s24.aiff", "aiff", "pcm_s24be", 48000, 2, 144000},
+                              Expected{"stereo.flac", "flac", "flac", 48000, 2, 144000},
+                              // An MP3's header counts whole packets, priming and padding included.
+                              Expected{"stereo.mp3", "mp3", "mp3", 48000, 2, 145152},
+                              Expected{"stereo.ogg", "ogg", "vorbis", 48000, 2, 144000},
+                              Expected{"stereo.m4a", "mov,mp4,m4a,3gp,3g2,mj2", "aac", 48000, 2, 144000},
+                              Expected{"stereo-alac.m4a", "mov,mp4,m4a,3gp,3g2,mj2", "alac", 48000, 2, 144000},
+                              Expected{"six.wav", "wav", "pcm_s16le", 48000, 6, 72000}}) {
+        const auto info = AudioLoader::probe(fixture(e.file));
+        EXPECT_EQ(info.container, e.container) << e.file;
+        EXPECT_EQ(info.codec, e.codec) << e.file;
+        EXPECT_EQ(info.sampleRate, e.rate) << e.file;
+        EXPECT_EQ(info.channels, e.channels) << e.file;
+        EXPECT_EQ(info.frames, e.frames) << e.file;
+    }
+    const auto opus = AudioLoader::probe(fixture("stereo.opus"));
+    EXPECT_EQ(opus.codec, "opus");
+    EXPECT_EQ(opus.sampleRate, 48000);
+}
+
+TEST(AudioLoader, OpusDecodesAtFortyEightKilohertzWhateverRateWasEncoded) {
+    // The fixture was encoded from 48 kHz, so check a file made from 8 kHz input here.
+    test::TemporaryFolder folder;
+    const auto path = folder / "low.opus";
+    ASSERT_EQ(std::system(("ffmpeg -nostdin -v error -f lavfi -i sine=frequency=300:sample_rate=8000:duration=1 "
+                           "-c:a libopus '" + path.string() + "'").c_str()),
+              0);
+    const auto audio = AudioLoader::load(path);
+    EXPECT_EQ(audio->sampleRate, 48000);
+    EXPECT_EQ(audio->frameCount, 48000);
+}
+
+TEST(AudioLoader, NaNAndInfinityInAFloatFileBecomeSilence) {
+    test::TemporaryFolder folder;
+    const auto path = folder / "broken-floats.wav";
+    SF_INFO info{};
+    info.samplerate = 48000;
+    info.channels = 1;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr);
+    std::vector<float> samples(1000, 0.25f);
+    samples[10] = std::numeric_limits<float>::quiet_NaN();
+    samples[500] = std::numeric_limits<float>::infinity();
+    samples[999] = -std::numeric_limits<float>::infinity();
+    samples[600] = 3.5f; // loud, but a number: kept
+    sf_writef_float(file, samples.data(), 1000);
+    sf_close(file);
+
+    const auto audio = AudioLoader::load(path);
+    ASSERT_EQ(audio->frameCount, 1000);
+    EXPECT_EQ(audio->samples(0)[10], 0.0f);
+    EXPECT_EQ(audio->samples(0)[500], 0.0f);
+    EXPECT_EQ(audio->samples(0)[999], 0.0f);
+    EXPECT_EQ(audio->samples(0)[600], 3.5f);
+    EXPECT_EQ(audio->samples(0)[11], 0.25f);
+    EXPECT_EQ(audio->peak, 3.5f);
+}
+
+// ---- progress ------------------------------------------------------------------------
+
+std::vector<double> progressOf(const std::string& file) {
+    std::vector<double> values;
+    AudioLoader::load(fixture(file), [&](double value) { values.push_back(value); });
+    return values;
+}
+
+TEST(AudioLoader, ProgressRisesInStepsOfAtLeastTwoPercentAndEndsAtOne) {
+    for (const char* file : {"stereo-s16.wav", "stereo.mp3", "stereo.m4a", "stereo.aac",
+                             "vbr-no-header.mp3", "truncated.wav"}) {
+        const auto values = progressOf(file);
+        ASSERT_GE(values.size(), 2u) << file;
+        EXPECT_EQ(values.back(), 1.0) << file;
+        EXPECT_GE(values.front(), 0.02) << file;
+        for (size_t i = 0; i + 1 < values.size(); ++i) {
+            EXPECT_LE(values[i], 0.9) << file; // reading fills 90 % of the bar
+            EXPECT_GE(values[i + 1] - values[i], 0.02) << file << " step " << i;
+        }
+    }
+}
+
+TEST(AudioLoader, ReadingAFileWithAKnownLengthReachesNinetyPercentBeforeTheEnd) {
+    const auto values = progressOf("stereo-s16.wav");
+    ASSERT_GE(values.size(), 2u);
+    EXPECT_DOUBLE_EQ(values[values.size() - 2], 0.9);
+}
+
+// ---- files that don't load ------------------------------------------------------------
+
+std::string loadError(const std::filesystem::path& path) {
+    try {
+        AudioLoader::load(path);
+    } catch (const UserError& error) {
+        return error.what();
+    }
+    return "(loaded)";
+}
+
+TEST(AudioLoader, FileWithoutFramesContainsNoAudio) {
+    try {
+        AudioLoader::load(fixture("empty.wav"));
+        FAIL() << "loaded";
+    } catch (const AudioLoaderError& error) {
+        EXPECT_EQ(error.code(), AudioLoaderError::Code::empty);
+        EXPECT_STREQ(error.what(), "The file contains no audio.");
+    }
+}
+
+// Caps the process's address space a little above what it uses, for as long as it lives,
+// so that running out of memory doesn't depend on the system's overcommit policy.
+class AddressSpaceCap {
+public:
+    explicit AddressSpaceCap(rlim_t headroom) {
+        std::ifstream statm("/proc/self/statm");
+        long pages = 0;
+        statm >> pages;
+        ::getrlimit(RLIMIT_AS, &saved);
+        rlimit capped = saved;
+        capped.rlim_cur = rlim_t(pages) * rlim_t(::sysconf(_SC_PAGESIZE)) + headroom;
+        active = ::setrlimit(RLIMIT_AS, &capped) == 0;
+    }
+    ~AddressSpaceCap() { ::setrlimit(RLIMIT_AS, &saved); }
+    bool active = false;
+
+private:
+    rlimit saved{};
+};
+
+TEST(AudioLoader, HeaderClaimingMoreThanMemoryHoldsFailsAsOutOfMemory) {
+    std::string message;
+    {
+        AddressSpaceCap cap(rlim_t(1) << 30);
+        ASSERT_TRUE(cap.active);
+        try {
+            AudioLoader::load(fixture("huge-header.flac"));
+        } catch (const AudioLoaderError& error) {
+            message = error.what();
+            EXPECT_EQ(error.code(), AudioLoaderError::Code::outOfMemory);
+        } catch (const std::exception& error) {
+            message = error.what();
+        }
+    }
+    EXPECT_EQ(message, "Not enough memory to decode the file.");
+}
+
+TEST(AudioLoader, FilmWithoutSoundContainsNoAudio) {
+    EXPECT_EQ(loadError(fixture("video-silent.mp4")), "The file contains no audio.");
+}
+
+TEST(AudioLoader, NoiseNamedMP3IsReportedAsInvalidData) {
+    EXPECT_EQ(loadError(fixture("noise.mp3")),
+              "Couldn't open \u201Cnoise.mp3\u201D: Invalid data found when processing input");
+}
+
+TEST(AudioLoader, NoiseNamedWAVFailsWithAMessageNamingTheFile) {
+    const std::string message = loadError(fixture("noise.wav"));
+    EXPECT_EQ(message.rfind("Couldn't open \u201Cnoise.wav\u201D: ", 0), 0u) << message;
+}
+
+TEST(AudioLoader, MissingFileAndFolderGiveTheSystemsReason) {
+    test::TemporaryFolder folder;
+    EXPECT_EQ(loadError(folder / "gone.wav"), "Couldn't open \u201Cgone.wav\u201D: No such file or directory");
+    std::filesystem::create_directory(folder / "album.wav");
+    EXPECT_EQ(loadError(folder / "album.wav"), "Couldn't open \u201Calbum.wav\u201D: Is a directory");
+}
+
+TEST(AudioLoader, EmptyFileIsNotAudio) {
+    test::TemporaryFolder folder;
+    std::ofstream(folder / "zero.m4a").close();
+    const std::string message = loadError(folder / "zero.m4a");
+    EXPECT_EQ(message.rfind("Couldn't open \u201Czero.m4a\u201D: ", 0), 0u) << message;
+}
+
+TEST(AudioLoader, ProbeFailsLikeLoad) {
+    EXPECT_THROW(AudioLoader::probe(fixture("noise.mp3")), FileError);
+    EXPECT_THROW(AudioLoader::probe(fixture("video-silent.mp4")), AudioLoaderError);
+}
+
+// ---- audio file names ------------------------------------------------------------------
+
+TEST(AudioLoader, RecognisesAudioExtensionsWhateverTheirCase) {
+    EXPECT_TRUE(AudioLoader::isAudioFile("take.wav"));
+    EXPECT_TRUE(AudioLoader::isAudioFile("/music/Song.M4A"));
+    EXPECT_TRUE(AudioLoader::isAudioFile("voice.Opus"));
+    EXPECT_FALSE(AudioLoader::isAudioFile("notes.txt"));
+    EXPECT_FALSE(AudioLoader::isAudioFile("wav"));
+    EXPECT_FALSE(AudioLoader::isAudioFile(".wav")); // a hidden file with no extension
+    EXPECT_FALSE(AudioLoader::isAudioFile("holiday.mp4")); // films open, but aren't audio files
+}
+
+TEST(AudioLoader, EveryFixtureFormatCountsAsAnAudioFile) {
+    for (const char* file : {"a.wav", "a.aiff", "a.flac", "a.mp3", "a.m4a", "a.aac", "a.ogg",
+                             "a.opus", "a.wma", "a.mka"})
+        EXPECT_TRUE(AudioLoader::isAudioFile(file)) << file;
+}
+
+} // namespace

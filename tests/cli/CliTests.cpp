@@ -1,0 +1,364 @@
+// Runs the built sonvale-cli as a separate process and checks what it prints and returns.
+
+#include "audio/AudioLoader.h"
+#include "support/AudioFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sndfile.h>
+#include <spawn.h>
+#include <sstream>
+#include <sys/wait.h>
+
+extern char** environ;
+
+using namespace sonvale;
+using sonvale::test::fixture;
+
+namespace {
+
+struct CliRun {
+    int status = -1; // exit status; -1 when the process didn't exit normally
+    std::string out;
+    std::string err;
+    std::vector<std::string> errLines() const {
+        std::vector<std::string> lines;
+        std::istringstream in(err);
+        for (std::string line; std::getline(in, line);) lines.push_back(line);
+        return lines;
+    }
+};
+
+std::string slurp(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// stdout and stderr go to files (so neither pipe can fill up and block), stdin is empty.
+CliRun cli(const std::vector<std::string>& args) {
+    test::TemporaryFolder folder;
+    const auto outPath = folder / "out", errPath = folder / "err";
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    std::vector<std::string> all{SONVALE_CLI_PATH};
+    all.insert(all.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (auto& arg : all) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+
+    CliRun run;
+    pid_t pid = 0;
+    const int spawned = posix_spawn(&pid, SONVALE_CLI_PATH, &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawned != 0) {
+        ADD_FAILURE() << "couldn't start " << SONVALE_CLI_PATH;
+        return run;
+    }
+    int wstatus = 0;
+    ::waitpid(pid, &wstatus, 0);
+    run.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
+    run.out = slurp(outPath);
+    run.err = slurp(errPath);
+    return run;
+}
+
+std::string path(const char* name) { return fixture(name).string(); }
+
+// ---- info -----------------------------------------------------------------------------
+
+TEST(CliInfo, DescribesAFileOnOneLine) {
+    const CliRun run = cli({"info", path("stereo-s16.wav")});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "");
+    // A 0.5 sine at 16 bits peaks at exactly 16384/32768: -6.02 dBFS.
+    EXPECT_EQ(run.out, path("stereo-s16.wav") +
+                           ": wav, pcm_s16le, 48000 Hz, 2 channels, 144000 frames, 3.000 s, "
+                           "peak -6.02 dBFS\n");
+}
+
+TEST(CliInfo, SilenceHasNoPeakLevel) {
+    const CliRun run = cli({"info", path("silence.wav"), path("mono.wav")});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_NE(run.out.find("silence.wav: wav, pcm_s16le, 48000 Hz, 2 channels, 48000 frames, "
+                           "1.000 s, peak -inf dBFS\n"),
+              std::string::npos)
+        << run.out;
+    EXPECT_NE(run.out.find("mono.wav: wav, pcm_s16le, 44100 Hz, 1 channel, 88200 frames"),
+              std::string::npos)
+        << run.out;
+}
+
+TEST(CliInfo, CountsTheFramesDecodedNotThoseTheHeaderPromises) {
+    const CliRun run = cli({"info", "--json", path("stereo.m4a"), path("truncated.wav")});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto files = nlohmann::json::parse(run.out);
+    ASSERT_EQ(files.size(), 2u);
+    EXPECT_EQ(files[0]["frames"], 144000);
+    EXPECT_EQ(files[1]["frames"], AudioLoader::load(fixture("truncated.wav"))->frameCount);
+}
+
+TEST(CliInfo, JSONHasOneObjectPerFileWithTheDocumentedKeys) {
+    const CliRun run = cli({"info", "--json", path("stereo.flac"), path("silence.wav")});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto files = nlohmann::json::parse(run.out);
+    ASSERT_TRUE(files.is_array());
+    ASSERT_EQ(files.size(), 2u);
+    const auto& flac = files[0];
+    EXPECT_EQ(flac["file"], path("stereo.flac"));
+    EXPECT_EQ(flac["container"], "flac");
+    EXPECT_EQ(flac["codec"], "flac");
+    EXPECT_EQ(flac["sampleRate"], 48000);
+    EXPECT_EQ(flac["channels"], 2);
+    EXPECT_EQ(flac["frames"], 144000);
+    EXPECT_DOUBLE_EQ(flac["duration"].get<double>(), 3.0);
+    EXPECT_NEAR(flac["peakDBFS"].get<double>(), -6.02, 0.01);
+    EXPECT_EQ(flac.size(), 8u);
+    EXPECT_TRUE(files[1]["peakDBFS"].is_null());
+}
+
+TEST(CliInfo, AFailingFileGetsOneLineOnStderrAndTheOthersStillPrint) {
+    const CliRun run = cli({"info", path("noise.mp3"), path("mono.wav"), path("empty.wav")});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.out.find("mono.wav: wav"), std::string::npos);
+    const auto lines = run.errLines();
+    ASSERT_EQ(lines.size(), 2u) << run.err;
+    EXPECT_EQ(lines[0], "sonvale-cli info: " + path("noise.mp3") +
+                            ": Couldn't open \u201Cnoise.mp3\u201D: Invalid data found when processing input");
+    EXPECT_EQ(lines[1], "sonvale-cli info: " + path("empty.wav") + ": The file contains no audio.");
+}
+
+TEST(CliInfo, JSONLeavesFailedFilesOutOfTheArray) {
+    const CliRun run = cli({"info", "--json", path("empty.wav"), path("mono.wav")});
+    EXPECT_EQ(run.status, 1);
+    const auto files = nlohmann::json::parse(run.out);
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_EQ(files[0]["file"], path("mono.wav"));
+    EXPECT_EQ(run.errLines().size(), 1u);
+}
+
+TEST(CliInfo, WithoutFilesOrWithAnUnknownOptionIsAUsageError) {
+    for (const auto& args : {std::vector<std::string>{"info"}, {"info", "--deep", path("mono.wav")}}) {
+        const CliRun run = cli(args);
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.errLines().size(), 1u) << run.err;
+    }
+}
+
+// ---- export ---------------------------------------------------------------------------
+
+SF_INFO sndfileInfo(const std::filesystem::path& file) {
+    SF_INFO info{};
+    if (SNDFILE* f = sf_open(file.c_str(), SFM_READ, &info)) sf_close(f);
+    return info;
+}
+
+TEST(CliExport, TakesTheFormatFromTheExtensionAndPrintsNothing) {
+    test::TemporaryFolder folder;
+    const CliRun wav = cli({"export", path("stereo.flac"), "-o", (folder / "a.wav").string()});
+    EXPECT_EQ(wav.status, 0) << wav.err;
+    EXPECT_EQ(wav.out + wav.err, ""); // stderr isn't a terminal: no progress
+    EXPECT_EQ(sndfileInfo(folder / "a.wav").format, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+
+    const CliRun aiff = cli({"export", path("stereo.flac"), "-o", (folder / "a.aif").string()});
+    EXPECT_EQ(aiff.status, 0) << aiff.err;
+    EXPECT_EQ(sndfileInfo(folder / "a.aif").format, SF_FORMAT_AIFF | SF_FORMAT_PCM_16);
+
+    const CliRun aac = cli({"export", path("stereo.flac"), "-o", (folder / "a.m4a").string()});
+    EXPECT_EQ(aac.status, 0) << aac.err;
+    const auto info = AudioLoader::probe(folder / "a.m4a");
+    EXPECT_EQ(info.codec, "aac");
+    EXPECT_EQ(info.frames, 144000);
+}
+
+TEST(CliExport, FormatOptionOverridesTheExtension) {
+    test::TemporaryFolder folder;
+    const CliRun run = cli({"export", path("mono.wav"), "-o", (folder / "x.wav").string(), "--format", "wav24"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    const SF_INFO info = sndfileInfo(folder / "x.wav");
+    EXPECT_EQ(info.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
+    EXPECT_EQ(info.frames, 88200);
+    EXPECT_EQ(info.samplerate, 44100);
+}
+
+TEST(CliExport, RangeAndGainApply) {
+    test::TemporaryFolder folder;
+    const auto out = folder / "part.wav";
+    const CliRun run = cli({"export", path("stereo-s16.wav"), "-o", out.string(), "--range", "1000:49000",
+                         "--gain", "+6.0206"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto source = AudioLoader::load(fixture("stereo-s16.wav"));
+    const auto written = AudioLoader::load(out);
+    ASSERT_EQ(written->frameCount, 48000);
+    // Twice the gain: 16-bit samples double exactly, and the 0.5 sine now reaches full scale.
+    for (int64_t i = 0; i < 48000; i += 997)
+        EXPECT_EQ(written->samples(1)[i], 2 * source->samples(1)[1000 + i]) << i;
+    EXPECT_NEAR(written->peak, 1.0f, 1.0f / 32768);
+}
+
+TEST(CliExport, UnknownExtensionWithoutFormatListsTheFormats) {
+    test::TemporaryFolder folder;
+    const CliRun run = cli({"export", path("mono.wav"), "-o", (folder / "x.mp3").string()});
+    EXPECT_EQ(run.status, 1);
+    ASSERT_EQ(run.errLines().size(), 1u) << run.err;
+    EXPECT_NE(run.err.find("x.mp3"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("wav16, wav24, aiff16 or aac"), std::string::npos) << run.err;
+    EXPECT_FALSE(std::filesystem::exists(folder / "x.mp3"));
+}
+
+TEST(CliExport, RangesOutsideTheFileOrBackwardsAreRefused) {
+    test::TemporaryFolder folder;
+    const std::string out = (folder / "x.wav").string();
+    const CliRun past = cli({"export", path("mono.wav"), "-o", out, "--range", "0:88201"});
+    EXPECT_EQ(past.status, 1);
+    EXPECT_NE(past.err.find("mono.wav"), std::string::npos) << past.err;
+    EXPECT_NE(past.err.find("88200 frames"), std::string::npos) << past.err;
+    for (const char* range : {"500:100", "7:7", "-5:10", "abc", "10:"}) {
+        const CliRun bad = cli({"export", path("mono.wav"), "-o", out, "--range", range});
+        EXPECT_EQ(bad.status, 1) << range;
+        EXPECT_EQ(bad.errLines().size(), 1u) << range << ": " << bad.err;
+    }
+    EXPECT_FALSE(std::filesystem::exists(out));
+}
+
+TEST(CliExport, BadArgumentsGiveOneLineAndStatusOne) {
+    test::TemporaryFolder folder;
+    const std::string out = (folder / "x.wav").string();
+    for (const auto& args : std::vector<std::vector<std::string>>{
+             {"export"},
+             {"export", path("mono.wav")},
+             {"export", path("mono.wav"), "-o"},
+             {"export", path("mono.wav"), "-o", out, "--format", "flac"},
+             {"export", path("mono.wav"), "-o", out, "--gain", "loud"},
+             {"export", path("mono.wav"), "-o", out, "--fast"},
+             {"export", path("mono.wav"), path("low-8k.wav"), "-o", out}}) {
+        const CliRun run = cli(args);
+        EXPECT_EQ(run.status, 1) << args.size();
+        EXPECT_EQ(run.errLines().size(), 1u) << run.err;
+        EXPECT_EQ(run.out, "");
+    }
+}
+
+TEST(CliExport, UnreadableInputNamesTheFile) {
+    test::TemporaryFolder folder;
+    const CliRun run = cli({"export", (folder / "gone.wav").string(), "-o", (folder / "x.wav").string()});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "sonvale-cli export: Couldn't open \u201Cgone.wav\u201D: No such file or directory\n");
+}
+
+TEST(CliExport, FullDiskAndImpossiblePathsFailCleanly) {
+    test::TemporaryFolder folder;
+    std::ofstream(folder / "file.wav") << "x";
+    const CliRun notFolder = cli({"export", path("mono.wav"), "-o", (folder / "file.wav" / "x.wav").string()});
+    EXPECT_EQ(notFolder.status, 1);
+    EXPECT_EQ(notFolder.err, "sonvale-cli export: Couldn't write \u201Cx.wav\u201D: Not a directory\n");
+
+    const CliRun full = cli({"export", path("mono.wav"), "-o", "/dev/full", "--format", "aac"});
+    EXPECT_EQ(full.status, 1);
+    EXPECT_EQ(full.err, "sonvale-cli export: Couldn't write \u201Cfull\u201D: No space left on device\n");
+}
+
+} // namespace
+
+// ---- loudness, normalize, trim-silence --------------------------------------------------
+
+#include "audio/AudioExporter.h"
+#include "audio/Loudness.h"
+
+namespace {
+
+// A WAV with `silence` seconds of digital silence around one second of a -12 dBFS tone.
+std::filesystem::path toneWithSilence(const test::TemporaryFolder& folder, double silence) {
+    const double rate = 48000;
+    const auto pad = size_t(silence * rate);
+    std::vector<float> samples(pad, 0.0f);
+    for (int i = 0; i < 48000; ++i) samples.push_back(0.25f * float(std::sin(2 * M_PI * 440 * i / rate)));
+    samples.insert(samples.end(), pad, 0.0f);
+    const auto file = folder / "padded.wav";
+    AudioExporter::writeLossless(AudioClip{rate, {samples, samples}}, file);
+    return file;
+}
+
+} // namespace
+
+TEST(CliLoudness, ReportsWhatTheMeterMeasuresAndWhyThereIsNone) {
+    const CliRun run = cli({"loudness", "--json", path("speech.wav"), path("silence.wav")});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto json = nlohmann::json::parse(run.out);
+    ASSERT_EQ(json.size(), 2u);
+    const auto expected = Loudness::integrated(*AudioLoader::load(fixture("speech.wav")));
+    ASSERT_TRUE(expected);
+    EXPECT_NEAR(json[0]["integratedLUFS"].get<double>(), *expected, 1e-9);
+    EXPECT_TRUE(json[1]["integratedLUFS"].is_null());
+    EXPECT_TRUE(json[1]["peakDBFS"].is_null());
+    EXPECT_EQ(json[1]["reason"], "too quiet: nothing above the -70 LUFS gate");
+
+    const CliRun text = cli({"loudness", path("silence.wav"), "/nonexistent/take.wav"});
+    EXPECT_EQ(text.status, 1);
+    EXPECT_EQ(text.out, path("silence.wav") +
+                            ": integrated none (too quiet: nothing above the -70 LUFS gate), peak -inf dBFS\n");
+    ASSERT_EQ(text.errLines().size(), 1u);
+    EXPECT_NE(text.err.find("take.wav"), std::string::npos);
+}
+
+TEST(CliNormalize, PeakAndLoudnessTargetsSetTheGainOfTheExport) {
+    test::TemporaryFolder folder;
+    const CliRun peak = cli({"normalize", path("stereo-s16.wav"), "-o", (folder / "peak.wav").string(),
+                             "--peak", "--format", "wav24"});
+    ASSERT_EQ(peak.status, 0) << peak.err;
+    EXPECT_EQ(peak.out, "+6.0 dB applied\n");
+    EXPECT_NEAR(AudioLoader::load(folder / "peak.wav")->peak, 1.0f, 1e-4f);
+
+    const CliRun target = cli({"normalize", path("speech.wav"), "-o", (folder / "speech.wav").string(),
+                               "--loudness", "-23", "--format", "wav24"});
+    ASSERT_EQ(target.status, 0) << target.err;
+    const auto measured = Loudness::integrated(*AudioLoader::load(folder / "speech.wav"));
+    ASSERT_TRUE(measured);
+    // Hard clipping on export can only lower it, and speech at -23 LUFS does not clip.
+    EXPECT_NEAR(*measured, -23.0, 0.02);
+}
+
+TEST(CliNormalize, RefusesSilenceAndAmbiguousRequests) {
+    test::TemporaryFolder folder;
+    const CliRun silent = cli({"normalize", path("silence.wav"), "-o", (folder / "x.wav").string(), "--peak"});
+    EXPECT_EQ(silent.status, 1);
+    EXPECT_NE(silent.err.find("silence.wav: The whole track is silent."), std::string::npos) << silent.err;
+    EXPECT_FALSE(std::filesystem::exists(folder / "x.wav"));
+    const CliRun both = cli({"normalize", path("speech.wav"), "-o", (folder / "x.wav").string(), "--peak",
+                             "--loudness", "-16"});
+    EXPECT_EQ(both.status, 1);
+    EXPECT_NE(both.err.find("either --peak or --loudness"), std::string::npos);
+    const CliRun neither = cli({"normalize", path("speech.wav"), "-o", (folder / "x.flac").string(), "--peak"});
+    EXPECT_EQ(neither.status, 1);
+    EXPECT_NE(neither.err.find("can't tell the format"), std::string::npos);
+}
+
+TEST(CliTrimSilence, KeepsTheAudiblePartWithTenMillisecondsOfPadding) {
+    test::TemporaryFolder folder;
+    const auto input = toneWithSilence(folder, 0.5);
+    const CliRun run = cli({"trim-silence", input.string(), "-o", (folder / "kept.wav").string(), "--format", "wav24"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto kept = AudioLoader::load(folder / "kept.wav");
+    // The tone's first sample is 0, so it is heard from frame 24001 to 72000.
+    EXPECT_EQ(kept->frameCount, (72000 + 480) - (24001 - 480));
+    EXPECT_EQ(run.out, "kept frames 23521:72480 of 96000\n");
+}
+
+TEST(CliTrimSilence, SaysWhenThereIsNothingToTrim) {
+    test::TemporaryFolder folder;
+    const CliRun silent = cli({"trim-silence", path("silence.wav"), "-o", (folder / "a.wav").string()});
+    EXPECT_EQ(silent.status, 1);
+    EXPECT_NE(silent.err.find("The whole track is silent."), std::string::npos);
+    const CliRun tight = cli({"trim-silence", toneWithSilence(folder, 0.005).string(), "-o",
+                              (folder / "b.wav").string()});
+    EXPECT_EQ(tight.status, 1);
+    EXPECT_NE(tight.err.find("There's no silence (below -60 dBFS) at the start or end."), std::string::npos)
+        << tight.err;
+    EXPECT_FALSE(std::filesystem::exists(folder / "b.wav"));
+}
