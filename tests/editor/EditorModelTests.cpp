@@ -4,10 +4,15 @@
 #include "persistence/Preferences.h"
 #include "support/ModelTestAudio.h"
 #include "support/ModelTestFiles.h"
+#include "audio/AudioLoader.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
+#include <tuple>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace sonvale;
 using namespace sonvale::testing;
@@ -597,4 +602,238 @@ TEST(EditorModel, FailedExportClearsProgressAndShowsExportFailed) {
     EXPECT_EQ(track->exportedRevision(), 0);
     EXPECT_EQ(seen.front(), 0.0);
     EXPECT_EQ(seen.back(), std::nullopt);
+}
+
+// ---- with real files -------------------------------------------------------------------------
+
+namespace {
+
+std::vector<std::string> relativeNames(const std::vector<AudioTrackPtr>& tracks,
+                                       const std::filesystem::path& root) {
+    std::vector<std::string> names;
+    for (const auto& t : tracks) names.push_back(t->url().lexically_relative(root).string());
+    return names;
+}
+
+} // namespace
+
+TEST(EditorModel, OpeningAFolderTreeFindsVisibleAudioFilesInPathOrder) {
+    Editor e;
+    TempFolder folder;
+    const auto tree = folder / "tree";
+    std::filesystem::create_directories(tree / "b");
+    std::filesystem::create_directories(tree / ".cache");
+    std::filesystem::create_directories(tree / "Old.sonvale/Audio");
+    std::filesystem::copy_file(sonvale::test::fixture("stereo-s16.wav"), tree / "b/second.wav");
+    std::filesystem::copy_file(sonvale::test::fixture("stereo.flac"), tree / "A.flac");
+    std::filesystem::copy_file(sonvale::test::fixture("mono.mp3"), tree / "c.MP3");
+    std::filesystem::copy_file(sonvale::test::fixture("noise.wav"), tree / "d-noise.wav");
+    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), tree / ".hidden.wav");
+    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), tree / ".cache/inner.wav");
+    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), tree / "Old.sonvale/Audio/take.wav");
+    writeText(tree / "notes.txt", "not audio");
+    writeText(tree / "cover.jpg", "not audio either");
+    std::filesystem::create_symlink(tree / "gone.wav", tree / "dangling.wav");
+    std::filesystem::create_symlink(tree / "loop.wav", tree / "loop.wav");
+    ASSERT_EQ(mkfifo((tree / "pipe.wav").c_str(), 0600), 0);
+
+    int tracksSignals = 0;
+    e.model.tracksChanged.connect([&] { ++tracksSignals; });
+    const auto opened = e.model.open({tree});
+    EXPECT_EQ(relativeNames(opened, tree),
+              (std::vector<std::string>{"A.flac", "b/second.wav", "c.MP3", "d-noise.wav"}));
+    EXPECT_EQ(e.model.tracks(), opened);
+    EXPECT_EQ(tracksSignals, 1);
+    EXPECT_EQ(e.model.selectedTrackIDs().size(), 4u);
+    EXPECT_EQ(e.model.activeTrack(), opened[0]);
+    for (const auto& t : opened) EXPECT_EQ(t->state(), AudioTrack::LoadState(AudioTrack::Loading{0}));
+
+    e.executor.drain();
+    EXPECT_TRUE(opened[0]->isReady());
+    EXPECT_TRUE(opened[1]->isReady());
+    EXPECT_TRUE(opened[2]->isReady());
+    EXPECT_EQ(opened[1]->frameCount(), 144000);
+    ASSERT_TRUE(std::holds_alternative<AudioTrack::Failed>(opened[3]->state()));
+    EXPECT_FALSE(std::get<AudioTrack::Failed>(opened[3]->state()).message.empty());
+    EXPECT_FALSE(opened[3]->audio());
+}
+
+TEST(EditorModel, FilesGivenByNameAndInsideGivenFoldersOpenOnce) {
+    Editor e;
+    TempFolder folder;
+    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), folder / "one.wav");
+    writeText(folder / "readme.md", "x");
+    const auto opened = e.model.open({folder / "one.wav", folder.path(), folder / "readme.md"});
+    EXPECT_EQ(opened.size(), 1u);
+    EXPECT_TRUE(e.model.open({folder / "readme.md"}).empty());
+    EXPECT_EQ(e.model.tracks().size(), 1u);
+}
+
+TEST(EditorModel, UnreadableEntriesInAFolderArePassedOver) {
+    if (geteuid() == 0) GTEST_SKIP() << "permissions don't stop the superuser from reading";
+    Editor e;
+    TempFolder folder;
+    std::filesystem::create_directories(folder / "locked");
+    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), folder / "locked/inside.wav");
+    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), folder / "closed.wav");
+    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), folder / "open.wav");
+    std::filesystem::permissions(folder / "locked", std::filesystem::perms::none);
+    std::filesystem::permissions(folder / "closed.wav", std::filesystem::perms::none);
+    const auto opened = e.model.open({folder.path()});
+    EXPECT_EQ(relativeNames(opened, folder.path()), std::vector<std::string>{"open.wav"});
+}
+
+TEST(EditorModel, LoadingReportsRisingProgressOnTheMainThreadThenReady) {
+    Editor e;
+    auto track = AudioTrack::create(sonvale::test::fixture("stereo-s16.wav"));
+    track->updateWidth(1000);
+    e.model.addTrack(track);
+    std::vector<AudioTrack::LoadState> states{track->state()};
+    track->stateChanged.connect([&] { states.push_back(track->state()); });
+    e.model.load(track);
+    e.executor.runBackground();
+    EXPECT_EQ(states.size(), 1u); // nothing reaches the track off the main thread
+    e.executor.runMain();
+    ASSERT_GE(states.size(), 3u);
+    double last = 0;
+    for (size_t i = 1; i + 1 < states.size(); ++i) {
+        ASSERT_TRUE(std::holds_alternative<AudioTrack::Loading>(states[i]));
+        const double p = std::get<AudioTrack::Loading>(states[i]).progress;
+        EXPECT_GT(p, last);
+        EXPECT_LE(p, 1.0);
+        last = p;
+    }
+    EXPECT_TRUE(std::holds_alternative<AudioTrack::Ready>(states.back()));
+    EXPECT_EQ(track->frameCount(), 144000);
+    EXPECT_DOUBLE_EQ(track->viewport().samplesPerPoint, 144);
+}
+
+TEST(EditorModel, TrackRemovedWhileLoadingIsLeftAlone) {
+    Editor e;
+    auto opened = e.model.open({sonvale::test::fixture("stereo-s16.wav")});
+    ASSERT_EQ(opened.size(), 1u);
+    std::weak_ptr<AudioTrack> weak = opened[0];
+    e.model.removeTracks({opened[0]->id()});
+    opened.clear();
+    EXPECT_TRUE(weak.expired());
+    e.executor.drain();
+    EXPECT_TRUE(e.model.tracks().empty());
+}
+
+TEST(EditorModel, NewTrackFromSelectionCarriesSamplesMarkersAndGain) {
+    Editor e;
+    TempFolder folder;
+    e.preferences.setRecordingsFolderPath((folder / "Recordings").string());
+    auto source = e.add(makeNoise(44100, 2, 10000, 3), "Interview");
+    source->setMarkers({{Uuid::random(), "before", 100, std::nullopt},
+                        {Uuid::random(), "inside", 2500, std::nullopt},
+                        {Uuid::random(), "long", 2600, 9000},
+                        {Uuid::random(), "at start", 2000, 2100},
+                        {Uuid::random(), "at end", 4000, std::nullopt}});
+    source->setGainDB(-4.5f);
+    source->select(2000, 4000, false);
+    const auto expected = source->audio()->clip({2000, 4000});
+    e.model.newTrackFromSelection();
+    e.executor.drain();
+
+    ASSERT_EQ(e.model.tracks().size(), 2u);
+    const auto made = e.model.tracks()[1];
+    EXPECT_EQ(made->url(), folder / "Recordings/Interview (selection).wav");
+    EXPECT_TRUE(made->isNewFile());
+    EXPECT_TRUE(made->isReady());
+    EXPECT_EQ(e.model.selectedTrackIDs(), std::set<Uuid>{made->id()});
+    EXPECT_EQ(samplesOf(*made->audio()), expected.channels); // 32-bit float: exact
+    EXPECT_EQ(made->sampleRate(), 44100);
+    EXPECT_EQ(made->gainDB(), -4.5f);
+    std::vector<std::tuple<std::string, int64_t, std::optional<int64_t>>> markers;
+    for (const auto& m : made->markers()) markers.emplace_back(m.name, m.start, m.end);
+    EXPECT_EQ(markers, (std::vector<std::tuple<std::string, int64_t, std::optional<int64_t>>>{
+                           {"at start", 0, 100}, {"inside", 500, std::nullopt}, {"long", 600, 2000}}));
+    EXPECT_NE(made->markers()[0].id, source->markers()[1].id);
+    EXPECT_FALSE(made->undoStack().canUndo());
+}
+
+TEST(EditorModel, NewTracksStartedTogetherGetDistinctFiles) {
+    Editor e;
+    TempFolder folder;
+    e.preferences.setRecordingsFolderPath(folder.path().string());
+    writeText(folder / "take (selection).wav", "already there");
+    auto source = e.add(makeNoise(48000, 1, 1000));
+    source->select(0, 100, false);
+    e.model.newTrackFromSelection();
+    e.model.newTrackFromSelection();
+    e.executor.drain();
+    ASSERT_EQ(e.model.tracks().size(), 3u);
+    EXPECT_EQ(e.model.tracks()[1]->url().filename(), "take (selection) 2.wav");
+    EXPECT_EQ(e.model.tracks()[2]->url().filename(), "take (selection) 3.wav");
+    EXPECT_EQ(readText(folder / "take (selection).wav"), "already there");
+    EXPECT_FALSE(e.model.alert());
+}
+
+TEST(EditorModel, WholeTrackExportMarksTheRevisionItStartedFrom) {
+    Editor e;
+    TempFolder folder;
+    auto track = e.add(makeNoise(48000, 2, 200000));
+    track->select(0, 10, false);
+    e.model.deleteSelection();
+    const auto startRevision = track->editRevision();
+    std::vector<std::optional<double>> progress;
+    e.model.exportProgressChanged.connect([&] { progress.push_back(e.model.exportProgress()); });
+    e.model.exportActiveTrack(folder / "out.wav", ExportFormat::wav24, false);
+    track->select(0, 10, false);
+    e.model.deleteSelection(); // while the export runs
+    e.executor.drain();
+
+    EXPECT_FALSE(e.model.alert());
+    EXPECT_EQ(track->exportedRevision(), startRevision);
+    EXPECT_TRUE(track->hasUnexportedEdits());
+    ASSERT_GE(progress.size(), 3u);
+    EXPECT_EQ(progress.front(), 0.0);
+    EXPECT_EQ(progress.back(), std::nullopt);
+    for (size_t i = 1; i + 1 < progress.size(); ++i) EXPECT_GT(*progress[i], *progress[i - 1]);
+    const auto written = AudioLoader::load(folder / "out.wav");
+    EXPECT_EQ(written->frameCount, 199990);
+    EXPECT_EQ(written->channelCount(), 2);
+
+    e.model.exportActiveTrack(folder / "again.wav", ExportFormat::wav16, true);
+    e.executor.drain();
+    EXPECT_EQ(track->exportedRevision(), track->editRevision());
+    EXPECT_FALSE(track->hasUnexportedEdits());
+}
+
+TEST(EditorModel, SelectionExportWritesTheSelectionWithGainAndLeavesTheRevision) {
+    Editor e;
+    TempFolder folder;
+    std::vector<float> ramp(1000);
+    for (size_t i = 0; i < ramp.size(); ++i) ramp[i] = float(i) / 1000.0f;
+    auto track = e.add(makeAudio(48000, {ramp}));
+    track->setGainDB(6.0206f); // x2: everything from 0.5 up clips
+    track->select(400, 700, false);
+    e.model.exportActiveTrack(folder / "part.wav", ExportFormat::wav24, true);
+    e.executor.drain();
+    EXPECT_EQ(track->exportedRevision(), 0);
+    const auto written = AudioLoader::load(folder / "part.wav");
+    ASSERT_EQ(written->frameCount, 300);
+    EXPECT_NEAR(written->samples(0)[0], 0.8f, 1e-4);
+    EXPECT_NEAR(written->samples(0)[299], 1.0f, 1e-4);
+}
+
+TEST(EditorModel, RegionsExportAsOneFileEachNamedAfterTrackAndRegion) {
+    Editor e;
+    TempFolder folder;
+    auto track = e.add(makeNoise(48000, 1, 48000), "Track");
+    track->setMarkers({{Uuid::random(), "Intro", 0, 1000},
+                       {Uuid::random(), "intro", 2000, 2500},
+                       {Uuid::random(), "a/b:c", 3000, 3100},
+                       {Uuid::random(), "point", 4000, std::nullopt}});
+    EXPECT_EQ(e.model.exportRegionsMessage(), "Choose a folder for 3 region files.");
+    e.model.exportRegions(folder.path(), ExportFormat::wav16);
+    e.executor.drain();
+    EXPECT_FALSE(e.model.alert());
+    EXPECT_EQ(AudioLoader::load(folder / "Track - Intro.wav")->frameCount, 1000);
+    EXPECT_EQ(AudioLoader::load(folder / "Track - intro 2.wav")->frameCount, 500);
+    EXPECT_EQ(AudioLoader::load(folder / "Track - a-b-c.wav")->frameCount, 100);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()),
+                            std::filesystem::directory_iterator()),
+              3);
 }

@@ -2,6 +2,7 @@
 
 #include "audio/AudioData.h"
 #include "audio/AudioLoader.h"
+#include "support/AudioFiles.h"
 
 #include <cmath>
 #include <cstdint>
@@ -11,16 +12,7 @@
 namespace sonvale::testing {
 
 // Audio built in memory from explicit samples, one vector per channel.
-inline AudioDataPtr makeAudio(double sampleRate, const std::vector<std::vector<float>>& channels) {
-    const int64_t frames = channels.empty() ? 0 : int64_t(channels[0].size());
-    std::vector<FloatBuffer> buffers;
-    for (const auto& channel : channels) {
-        FloatBuffer buffer(frames);
-        for (int64_t i = 0; i < frames; ++i) buffer[i] = channel[size_t(i)];
-        buffers.push_back(std::move(buffer));
-    }
-    return AudioLoader::makeAudioData(sampleRate, std::move(buffers), frames);
-}
+using sonvale::test::makeAudio;
 
 // Seeded white noise in [-0.5, 0.5): full of zero crossings, different in every channel.
 inline AudioDataPtr makeNoise(double sampleRate, int channelCount, int64_t frames,
