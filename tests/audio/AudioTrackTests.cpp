@@ -55,17 +55,6 @@ TEST(AudioTrack, StartsLoadingAndBecomesReadyWithTheViewportFitted) {
     EXPECT_DOUBLE_EQ(track->viewport().start, 0);
 }
 
-TEST(AudioTrack, LoadStateSignalFiresOnlyOnRealChanges) {
-    auto track = AudioTrack::create("/a.wav");
-    int signals = 0;
-    track->stateChanged.connect([&] { ++signals; });
-    track->setState(AudioTrack::Loading{0});
-    track->setState(AudioTrack::Loading{0.5});
-    track->setState(AudioTrack::Loading{0.5});
-    track->setState(AudioTrack::Failed{"The file contains no audio."});
-    EXPECT_EQ(signals, 2);
-}
-
 // ---- selection ---------------------------------------------------------------------------
 
 TEST(AudioTrack, SelectRoundsOrdersAndPutsTheCursorAtTheLowerEdge) {
@@ -238,13 +227,6 @@ TEST(AudioTrack, ReplaceThatWouldRemoveEverythingChangesNothing) {
     EXPECT_EQ(audioSignals, 0);
 }
 
-TEST(AudioTrack, ReplaceWithoutAudioDoesNothing) {
-    auto track = AudioTrack::create("/x.wav");
-    track->replace({0, 10}, AudioClip{}, std::nullopt, "Delete");
-    EXPECT_FALSE(track->undoStack().canUndo());
-    EXPECT_EQ(track->editRevision(), 0);
-}
-
 TEST(AudioTrack, ReplaceReportsTheNewAudioAndEndsMarkerRenaming) {
     auto track = readyTrack(makeNoise(48000, 1, 1000));
     track->setMarkers({point("p", 10)});
@@ -348,13 +330,6 @@ TEST(AudioTrack, ZoomKeepsTheFrameUnderTheAnchor) {
     track->zoom(0.5, 40); // 100 -> 50 frames per point around frame 4000
     EXPECT_DOUBLE_EQ(track->viewport().samplesPerPoint, 50);
     EXPECT_DOUBLE_EQ(track->viewport().start + 40 * 50, 4000);
-}
-
-TEST(AudioTrack, ZoomWithoutWidthDoesNothing) {
-    auto track = readyTrack(makeNoise(48000, 1, 10000));
-    const auto before = track->viewport();
-    track->zoom(0.5, 10);
-    EXPECT_EQ(track->viewport(), before);
 }
 
 TEST(AudioTrack, PanAndScrollStayWithinTheAudio) {

@@ -573,14 +573,6 @@ TEST(EditorModel, ExportOptionsCarryTheSelectionAndGain) {
     EXPECT_TRUE(e.model.makeExportOptions(ExportFormat::wav24)->selectionOnly());
 }
 
-TEST(EditorModel, RegionFolderMessageCountsRegionsInThePlural) {
-    Editor e;
-    auto track = e.add(makeNoise(48000, 1, 1000));
-    track->addMarker(0, FrameRange{10, 20});
-    track->addMarker(5, std::nullopt);
-    EXPECT_EQ(e.model.exportRegionsMessage(), "Choose a folder for 1 region files.");
-}
-
 TEST(EditorModel, FailedExportClearsProgressAndShowsExportFailed) {
     Editor e;
     TempFolder folder;

@@ -263,16 +263,6 @@ TEST_F(PreferencesFile, SettingTheSameValueNeitherWritesNorSignals) {
     EXPECT_EQ(readText(file), "{ \"snapToZeroCrossings\" :  false }");
 }
 
-TEST_F(PreferencesFile, ChangeSignalNamesTheSetting) {
-    Preferences p(file);
-    std::vector<Preferences::Setting> seen;
-    p.changed.connect([&](Preferences::Setting s) { seen.push_back(s); });
-    p.setRecordingFormat(RecordingFormat::wav16);
-    p.setInputDeviceUID("x");
-    EXPECT_EQ(seen, (std::vector<Preferences::Setting>{Preferences::Setting::recordingFormat,
-                                                       Preferences::Setting::inputDeviceUID}));
-}
-
 TEST_F(PreferencesFile, WriteFailureKeepsTheValueAndDoesNotThrow) {
     writeText(folder / "blocker", "a file where a folder should be");
     Preferences p(folder / "blocker/preferences.json");
@@ -317,15 +307,6 @@ TEST(Preferences, CanvasThemeFollowsTheAppearanceOnlyWhenAskedTo) {
     p.setFollowsSystemAppearance(true);
     EXPECT_EQ(p.canvasTheme(true), CanvasThemeID::midnight);
     EXPECT_EQ(p.canvasTheme(false), CanvasThemeID::paper);
-}
-
-TEST(Preferences, ThereAreThirteenThemesWithDistinctNames) {
-    std::set<std::string_view> names;
-    for (const auto& [theme, name] : canvasThemeNames) {
-        names.insert(name);
-        EXPECT_EQ(canvasThemeFromRawValue(name), theme);
-    }
-    EXPECT_EQ(names.size(), 13u);
 }
 
 // ---- locations ---------------------------------------------------------------------------
