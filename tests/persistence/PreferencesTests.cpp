@@ -7,7 +7,6 @@
 
 #include <cmath>
 #include <limits>
-#include <set>
 
 using namespace sonvale;
 using namespace sonvale::testing;
