@@ -1,12 +1,10 @@
 #!/usr/bin/env bash
 # Exporting a long file to WAV 24 and AAC with sonvale-cli, next to sox and ffmpeg writing
 # the same format from the same source, in the same run.
-# Usage: export.sh CLI MEDIA_DIR
+# Usage: export.sh CLI SOURCE.wav
 set -euo pipefail
-cli=${1:?usage: export.sh CLI MEDIA_DIR}
-dir=${2:?usage: export.sh CLI MEDIA_DIR}
-minutes=${SONVALE_BENCH_MINUTES:-60}
-src="$dir/long-${minutes}m-16.wav"
+cli=${1:?usage: export.sh CLI SOURCE.wav}
+src=${2:?usage: export.sh CLI SOURCE.wav}
 out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
 seconds() { /usr/bin/time -f "%e" "$@" 2>&1 >/dev/null | tail -n1; }

@@ -25,20 +25,25 @@ fi
 
 raw_kb=$((seconds * 48000 * 2 * 4 / 1024))
 printf '%d min stereo 48 kHz; raw float %d MB\n' "$minutes" $((raw_kb / 1024))
-printf '%-10s %12s %12s %14s %14s %10s\n' file "sonvale s" "ffmpeg s" "sonvale MB" "ffmpeg MB" "RSS/raw"
-measure() { # prints "seconds kilobytes" for the command, best wall time of three runs
-    local best_s="" best_kb=""
-    for _ in 1 2 3; do
-        /usr/bin/time -o "$dir/.time" -f '%e %M' "$@" >/dev/null 2>&1
-        local s kb
-        read -r s kb < "$dir/.time"
-        if [[ -z $best_s ]] || awk "BEGIN{exit !($s < $best_s)}"; then best_s=$s; best_kb=$kb; fi
-    done
-    echo "$best_s $best_kb"
+runs=${SONVALE_BENCH_RUNS:-5}
+printf 'best of %d runs each, alternating; CPU = user + system seconds of that run\n' "$runs"
+printf '%-6s %10s %10s %10s %10s %11s %10s %8s\n' file "sonvale s" "CPU" "ffmpeg s" "CPU" "sonvale MB" "ffmpeg MB" "RSS/raw"
+timed() { # runs the command once; prints "wall cpu kilobytes"
+    /usr/bin/time -o "$dir/.time" -f '%e %U %S %M' "$@" >/dev/null 2>&1
+    local wall user system kb
+    read -r wall user system kb < "$dir/.time"
+    echo "$wall $(awk "BEGIN{print $user + $system}") $kb"
 }
 for f in long.wav long.flac long.mp3 long.m4a; do
-    read -r ss skb < <(measure "$cli" info "$dir/$f")
-    read -r fs fkb < <(measure ffmpeg -nostdin -v error -threads 1 -i "$dir/$f" -f f32le -y /dev/null)
-    printf '%-10s %12s %12s %14d %14d %10s\n' "${f#long.}" "$ss" "$fs" $((skb / 1024)) $((fkb / 1024)) \
-        "$(awk "BEGIN{printf \"%.3f\", $skb / $raw_kb}")"
+    best_s="" best_f=""
+    for ((i = 0; i < runs; i++)); do
+        read -r w c k < <(timed "$cli" info "$dir/$f")
+        if [[ -z $best_s ]] || awk "BEGIN{exit !($w < ${best_s%% *})}"; then best_s="$w $c $k"; fi
+        read -r w c k < <(timed ffmpeg -nostdin -v error -threads 1 -i "$dir/$f" -f f32le -y /dev/null)
+        if [[ -z $best_f ]] || awk "BEGIN{exit !($w < ${best_f%% *})}"; then best_f="$w $c $k"; fi
+    done
+    read -r sw sc sk <<< "$best_s"
+    read -r fw fc fk <<< "$best_f"
+    printf '%-6s %10s %10s %10s %10s %11d %10d %8s\n' "${f#long.}" "$sw" "$sc" "$fw" "$fc" \
+        $((sk / 1024)) $((fk / 1024)) "$(awk "BEGIN{printf \"%.3f\", $sk / $raw_kb}")"
 done

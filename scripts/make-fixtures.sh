@@ -52,6 +52,10 @@ ff -i stereo-s16.wav -c:a aac -b:a 128k stereo.aac
 ff -f lavfi -i "anoisesrc=d=0.5:a=0.5:r=44100:seed=7" -f lavfi -i "anullsrc=r=44100:cl=mono" \
    -filter_complex "[1]atrim=0:4[quiet];[0][quiet]concat=n=2:v=0:a=1" \
    -c:a libmp3lame -q:a 0 -write_xing 0 vbr-no-header.mp3
+# Raw AAC whose length FFmpeg estimates from the bit rate of its start: 23 s of noise, then
+# 40 s of near-silence, so it holds far more than the estimate (over a million frames).
+ff -f lavfi -i "anoisesrc=d=23:a=0.5:r=48000:seed=3" -f lavfi -i "anullsrc=r=48000:cl=mono" \
+   -filter_complex "[1]atrim=0:40[quiet];[0][quiet]concat=n=2:v=0:a=1" -c:a aac -b:a 96k growing.aac
 espeak-ng -w speech.wav "Sonvale opens audio files and keeps every sample."
 
 # A film: a small picture track next to the sound, and one with no sound at all.

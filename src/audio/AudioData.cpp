@@ -42,10 +42,20 @@ template <typename Op> SONVALE_INLINE v8f reduceEight(const v8f (&m)[8], Op op) 
               __builtin_shufflevector(quads[0], quads[1], 4, 5, 6, 7, 12, 13, 14, 15));
 }
 
+// target_clones picks a version at load time through an ifunc resolver; a sanitizer
+// instruments that resolver, which then runs before the sanitizer is set up and crashes
+// the program at start-up. Sanitized builds get the one portable version.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#define SONVALE_AVX2_CLONES
+#else
+#define SONVALE_AVX2_CLONES __attribute__((target_clones("avx2", "default")))
+#endif
+
 // The first two pyramid levels over groups of eight whole 16-sample blocks: level 0 (min and
 // max pairs, sums of squares) and, since four blocks make one level-1 entry, two level-1
-// entries per group, so level 0 is never read back. Built for AVX2 where the processor has it.
-__attribute__((target_clones("avx2", "default"))) void
+// entries per group, so level 0 is never read back. Level 1 is skipped when its buffers are
+// null. Built for AVX2 where the processor has it.
+SONVALE_AVX2_CLONES void
 summariseBlockGroups(const float* samples, int64_t groups, float* minMax0, float* energy0,
                      float* minMax1, float* energy1) {
     for (int64_t g = 0; g < groups; ++g) {
@@ -68,19 +78,19 @@ summariseBlockGroups(const float* samples, int64_t groups, float* minMax0, float
         std::memcpy(minMax0 + 16 * g + 8, &pairsHigh, sizeof pairsHigh);
         std::memcpy(energy0 + 8 * g, &sums, sizeof sums);
 
+        if (!minMax1) continue;
         // Lanes 0-3 and 4-7 each reduce to one level-1 entry.
         const v8f mn2 = vmin(mins, __builtin_shufflevector(mins, mins, 2, 3, 0, 1, 6, 7, 4, 5));
         const v8f mn1 = vmin(mn2, __builtin_shufflevector(mn2, mn2, 1, 0, 3, 2, 5, 4, 7, 6));
         const v8f mx2 = vmax(maxs, __builtin_shufflevector(maxs, maxs, 2, 3, 0, 1, 6, 7, 4, 5));
         const v8f mx1 = vmax(mx2, __builtin_shufflevector(mx2, mx2, 1, 0, 3, 2, 5, 4, 7, 6));
-        const v8f e2 = sums + __builtin_shufflevector(sums, sums, 2, 3, 0, 1, 6, 7, 4, 5);
-        const v8f e1 = e2 + __builtin_shufflevector(e2, e2, 1, 0, 3, 2, 5, 4, 7, 6);
         minMax1[4 * g] = mn1[0];
         minMax1[4 * g + 1] = mx1[0];
         minMax1[4 * g + 2] = mn1[4];
         minMax1[4 * g + 3] = mx1[4];
-        energy1[2 * g] = e1[0];
-        energy1[2 * g + 1] = e1[4];
+        // Summed in the order mergeEntries uses, so both ways of building agree to the bit.
+        energy1[2 * g] = ((sums[0] + sums[1]) + sums[2]) + sums[3];
+        energy1[2 * g + 1] = ((sums[4] + sums[5]) + sums[6]) + sums[7];
     }
 }
 
@@ -93,6 +103,14 @@ void summariseBlock(const float* samples, int64_t n, float& mn, float& mx, float
         mx = std::max(mx, samples[i]);
         sumSq += samples[i] * samples[i];
     }
+}
+
+// Level 0 from block `from` to the end of `count` samples, one block at a time.
+void summariseRemainingBlocks(const float* samples, int64_t count, int64_t from, float* minMax,
+                              float* energy) {
+    for (int64_t b = from; 16 * b < count; ++b)
+        summariseBlock(samples + 16 * b, std::min<int64_t>(16, count - 16 * b), minMax[2 * b],
+                       minMax[2 * b + 1], energy[b]);
 }
 
 // Fills `next` from entry `from` on: each entry merges four entries of `previous`.
@@ -113,40 +131,54 @@ void mergeEntries(const PeakLevel& previous, PeakLevel& next, int64_t from) {
     }
 }
 
-} // namespace
+PeakLevel allocateLevel(int64_t blockSize, int64_t entries) {
+    PeakLevel level;
+    level.blockSize = blockSize;
+    level.count = entries;
+    level.buffer = FloatBuffer(2 * entries);
+    level.energy = FloatBuffer(entries);
+    return level;
+}
 
-std::vector<PeakLevel> AudioLoader::buildLevels(const float* samples, int64_t count) {
-    std::vector<PeakLevel> levels;
-    if (count < 17) return levels;
-
-    auto allocate = [](int64_t blockSize, int64_t entries) {
-        PeakLevel level;
-        level.blockSize = blockSize;
-        level.count = entries;
-        level.buffer = FloatBuffer(2 * entries);
-        level.energy = FloatBuffer(entries);
-        return level;
-    };
-    // 17 or more samples make at least two level-0 entries, so level 1 always exists.
-    PeakLevel first = allocate(16, (count + 15) / 16);
-    PeakLevel second = allocate(64, (first.count + 3) / 4);
-
-    const int64_t groups = count / 128;
-    summariseBlockGroups(samples, groups, first.buffer.data(), first.energy.data(),
-                         second.buffer.data(), second.energy.data());
-    for (int64_t b = 8 * groups; b < first.count; ++b)
-        summariseBlock(samples + 16 * b, std::min<int64_t>(16, count - 16 * b), first.buffer[2 * b],
-                       first.buffer[2 * b + 1], first.energy[b]);
-    mergeEntries(first, second, 2 * groups);
-    levels.push_back(std::move(first));
-    levels.push_back(std::move(second));
-
+// Adds coarser levels, four entries to one, until a level has a single entry.
+std::vector<PeakLevel> buildUpperLevels(std::vector<PeakLevel> levels) {
     while (levels.back().count > 1) {
-        PeakLevel next = allocate(levels.back().blockSize * 4, (levels.back().count + 3) / 4);
+        PeakLevel next = allocateLevel(levels.back().blockSize * 4, (levels.back().count + 3) / 4);
         mergeEntries(levels.back(), next, 0);
         levels.push_back(std::move(next));
     }
     return levels;
+}
+
+} // namespace
+
+void AudioLoader::summariseLevelZero(const float* samples, int64_t count, float* minMax,
+                                     float* energy) {
+    const int64_t groups = count / 128;
+    summariseBlockGroups(samples, groups, minMax, energy, nullptr, nullptr);
+    summariseRemainingBlocks(samples, count, 8 * groups, minMax, energy);
+}
+
+std::vector<PeakLevel> AudioLoader::buildLevels(const float* samples, int64_t count) {
+    if (count < 17) return {};
+    // 17 or more samples make at least two level-0 entries, so level 1 always exists.
+    PeakLevel first = allocateLevel(16, (count + 15) / 16);
+    PeakLevel second = allocateLevel(64, (first.count + 3) / 4);
+    const int64_t groups = count / 128;
+    summariseBlockGroups(samples, groups, first.buffer.data(), first.energy.data(),
+                         second.buffer.data(), second.energy.data());
+    summariseRemainingBlocks(samples, count, 8 * groups, first.buffer.data(), first.energy.data());
+    mergeEntries(first, second, 2 * groups);
+    std::vector<PeakLevel> levels;
+    levels.push_back(std::move(first));
+    levels.push_back(std::move(second));
+    return buildUpperLevels(std::move(levels));
+}
+
+std::vector<PeakLevel> AudioLoader::buildLevels(PeakLevel levelZero) {
+    std::vector<PeakLevel> levels;
+    levels.push_back(std::move(levelZero));
+    return buildUpperLevels(std::move(levels));
 }
 
 namespace {
@@ -198,7 +230,17 @@ AudioDataPtr AudioLoader::makeAudioData(double sampleRate, std::vector<FloatBuff
     }
     for (auto& failure : failures)
         if (failure) std::rethrow_exception(failure);
+    return makeAudioData(sampleRate, std::move(buffers), frameCount, std::move(levels));
+}
 
+AudioDataPtr AudioLoader::makeAudioData(double sampleRate, std::vector<FloatBuffer> buffers,
+                                        int64_t frameCount,
+                                        std::vector<std::vector<PeakLevel>> levels) {
+    frameCount = std::max<int64_t>(frameCount, 0);
+    for (auto& buffer : buffers)
+        if (buffer.size() != frameCount) buffer.resize(frameCount);
+    const size_t n = buffers.size();
+    levels.resize(n);
     std::vector<ChannelDataPtr> channels;
     channels.reserve(n);
     float peak = 0;

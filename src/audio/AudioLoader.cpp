@@ -7,9 +7,16 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <condition_variable>
+#include <cstdint>
 #include <fcntl.h>
+#include <mutex>
+#include <optional>
 #include <string_view>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <system_error>
+#include <thread>
 #include <unistd.h>
 
 namespace sonvale {
@@ -18,6 +25,138 @@ namespace {
 
 // Frames decoded per read; progress is looked at after each.
 constexpr int64_t chunkFrames = 65536;
+// Files at least this long are summarised on a second thread while they decode.
+constexpr int64_t backgroundSummaryThreshold = int64_t(1) << 20;
+// How far ahead of the decoder the summariser faults in pages (2 MB of each channel).
+constexpr int64_t prefaultFrames = 8 * chunkFrames;
+
+// Builds level 0 of every channel's pyramid on a thread of its own, behind the decoder,
+// and faults in the pages the decoder will write next, ahead of it: the summary then
+// costs the decoding thread nothing, and zeroing fresh pages little. The decoder never
+// waits for it. Buffers may be grown (moved) only between pause() and resume().
+class BackgroundSummariser {
+public:
+    BackgroundSummariser(std::vector<FloatBuffer>& samples, std::vector<FloatBuffer>& minMax,
+                         std::vector<FloatBuffer>& energy)
+        : samples(samples), minMax(minMax), energy(energy), worker([this] { run(); }) {}
+    ~BackgroundSummariser() { stop(); }
+    BackgroundSummariser(const BackgroundSummariser&) = delete;
+    BackgroundSummariser& operator=(const BackgroundSummariser&) = delete;
+
+    // The decoder has filled this many frames.
+    void publish(int64_t frames) {
+        {
+            std::lock_guard lock(mutex);
+            published = frames;
+        }
+        wake.notify_one();
+    }
+    // Returns once the worker is between batches; it stays there until resume().
+    void pause() {
+        std::unique_lock lock(mutex);
+        paused = true;
+        idle.wait(lock, [this] { return !busy; });
+    }
+    void resume() {
+        {
+            std::lock_guard lock(mutex);
+            paused = false;
+        }
+        wake.notify_one();
+    }
+    // Ends the worker and returns how many frames it summarised (a multiple of 16).
+    int64_t stop() {
+        {
+            std::lock_guard lock(mutex);
+            stopping = true;
+        }
+        wake.notify_one();
+        if (worker.joinable()) worker.join();
+        return summarised;
+    }
+
+private:
+    void run() {
+        std::unique_lock lock(mutex);
+        for (;;) {
+            wake.wait(lock, [this] {
+                return stopping || (!paused && published - summarised >= chunkFrames);
+            });
+            if (stopping) return;
+            const int64_t from = summarised;
+            const int64_t to = published / 16 * 16;
+            busy = true;
+            lock.unlock();
+            for (size_t c = 0; c < samples.size(); ++c)
+                AudioLoader::summariseLevelZero(samples[c].data() + from, to - from,
+                                                minMax[c].data() + 2 * (from / 16),
+                                                energy[c].data() + from / 16);
+            prefault(to + chunkFrames, to + chunkFrames + prefaultFrames);
+            lock.lock();
+            busy = false;
+            summarised = to;
+            idle.notify_all();
+        }
+    }
+
+    // Faults in whole pages of frames [from, to) of every channel that aren't yet.
+    void prefault(int64_t from, int64_t to) {
+        if (!prefaulting) return;
+        from = std::max(from, prefaulted);
+        for (auto& buffer : samples) {
+            const int64_t end = std::min(to, buffer.size());
+            if (end <= from) return;
+            const auto first = (reinterpret_cast<uintptr_t>(buffer.data() + from) + pageSize - 1) / pageSize * pageSize;
+            const auto last = reinterpret_cast<uintptr_t>(buffer.data() + end) / pageSize * pageSize;
+            // Unsupported before Linux 5.14: then the decoder faults pages in itself.
+            if (last > first &&
+                ::madvise(reinterpret_cast<void*>(first), last - first, MADV_POPULATE_WRITE) != 0 &&
+                errno == EINVAL)
+                prefaulting = false;
+        }
+        prefaulted = std::max(prefaulted, to);
+    }
+
+    static constexpr uintptr_t pageSize = 4096;
+    std::vector<FloatBuffer>& samples;
+    std::vector<FloatBuffer>& minMax;
+    std::vector<FloatBuffer>& energy;
+    std::mutex mutex;
+    std::condition_variable wake; // the worker waits here for work
+    std::condition_variable idle; // pause() waits here for the worker to finish a batch
+    int64_t published = 0;
+    int64_t summarised = 0;
+    int64_t prefaulted = 0; // worker only
+    bool prefaulting = true; // worker only
+    bool busy = false;
+    bool paused = false;
+    bool stopping = false;
+    std::thread worker; // last: starts once everything above exists
+};
+
+// Every channel's pyramid from level 0 summarised up to frame `summarised` by the
+// background summariser: the rest of level 0 is summarised here, then the levels above.
+std::vector<std::vector<PeakLevel>> completeLevels(const std::vector<FloatBuffer>& samples,
+                                                   std::vector<FloatBuffer>& minMax,
+                                                   std::vector<FloatBuffer>& energy,
+                                                   int64_t summarised, int64_t frames) {
+    const int64_t blocks = (frames + 15) / 16;
+    std::vector<std::vector<PeakLevel>> levels(samples.size());
+    for (size_t c = 0; c < samples.size(); ++c) {
+        AudioLoader::summariseLevelZero(samples[c].data() + summarised, frames - summarised,
+                                        minMax[c].data() + 2 * (summarised / 16),
+                                        energy[c].data() + summarised / 16);
+        minMax[c].resize(2 * blocks);
+        energy[c].resize(blocks);
+        PeakLevel levelZero;
+        levelZero.blockSize = 16;
+        levelZero.count = blocks;
+        levelZero.buffer = std::move(minMax[c]);
+        levelZero.energy = std::move(energy[c]);
+        levels[c] = AudioLoader::buildLevels(std::move(levelZero));
+    }
+    return levels;
+}
 
 // Whether the file begins with the signature of a container libsndfile should read: RIFF
 // and RF64 WAV, AIFF, FLAC, CAF, Sony Wave64, Sun AU. Anything else goes straight to
@@ -65,11 +204,26 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
     // an estimate, the buffers get headroom (untouched pages cost nothing) and grow or
     // shrink in place at the end.
     int64_t capacity = exact ? info.frames : info.frames + info.frames / 16 + chunkFrames;
-    std::vector<FloatBuffer> buffers;
-    buffers.reserve(size_t(info.channels));
-    for (int c = 0; c < info.channels; ++c) buffers.emplace_back(capacity);
+    const size_t channels = size_t(info.channels);
+    std::vector<FloatBuffer> buffers, minMax, energy;
+    for (size_t c = 0; c < channels; ++c) buffers.emplace_back(capacity);
 
-    std::vector<float*> destinations(size_t(info.channels));
+    // Long files get their level 0 built while they decode.
+    std::optional<BackgroundSummariser> summariser;
+    if (capacity >= backgroundSummaryThreshold && std::thread::hardware_concurrency() > 1) {
+        const int64_t blocks = (capacity + 15) / 16;
+        for (size_t c = 0; c < channels; ++c) {
+            minMax.emplace_back(2 * blocks);
+            energy.emplace_back(blocks);
+        }
+        try {
+            summariser.emplace(buffers, minMax, energy);
+        } catch (const std::system_error&) {
+            // No thread to be had: the levels are built after decoding instead.
+        }
+    }
+
+    std::vector<float*> destinations(channels);
     const double expected = double(std::max<int64_t>(info.frames, 1));
     double reported = 0;
     int64_t filled = 0;
@@ -77,14 +231,18 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
         if (filled == capacity) {
             if (exact) break;
             const int64_t grown = capacity + std::max(capacity / 2, 16 * chunkFrames);
+            if (summariser) summariser->pause();
             for (auto& buffer : buffers) buffer.resize(grown);
+            for (auto& buffer : minMax) buffer.resize(2 * ((grown + 15) / 16));
+            for (auto& buffer : energy) buffer.resize((grown + 15) / 16);
+            if (summariser) summariser->resume();
             capacity = grown;
         }
-        for (int c = 0; c < info.channels; ++c)
-            destinations[size_t(c)] = buffers[size_t(c)].data() + filled;
+        for (size_t c = 0; c < channels; ++c) destinations[c] = buffers[c].data() + filled;
         const int64_t got = decoder->read(destinations.data(), std::min(capacity - filled, chunkFrames));
         if (got <= 0) break; // the file ends before its header said it would
         filled += got;
+        if (summariser) summariser->publish(filled);
         // Reading fills the first 90 % of the bar.
         const double fraction = std::min(double(filled) / expected, 1.0) * 0.9;
         if (progress && fraction - reported >= 0.02) {
@@ -95,7 +253,14 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
     decoder.reset();
     if (filled == 0) throw AudioLoaderError::empty();
 
-    AudioDataPtr audio = makeAudioData(info.sampleRate, std::move(buffers), filled);
+    AudioDataPtr audio;
+    if (summariser && filled >= 17) {
+        auto levels = completeLevels(buffers, minMax, energy, summariser->stop(), filled);
+        audio = makeAudioData(info.sampleRate, std::move(buffers), filled, std::move(levels));
+    } else {
+        summariser.reset();
+        audio = makeAudioData(info.sampleRate, std::move(buffers), filled);
+    }
     if (progress) progress(1.0);
     return audio;
 }

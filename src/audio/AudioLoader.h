@@ -18,8 +18,17 @@ struct AudioLoader {
     // buffers are cut to size) into an AudioData with its pyramids and peak.
     static AudioDataPtr makeAudioData(double sampleRate, std::vector<FloatBuffer> buffers,
                                       int64_t frameCount);
+    // The same with each channel's levels already built (as buildLevels builds them).
+    static AudioDataPtr makeAudioData(double sampleRate, std::vector<FloatBuffer> buffers,
+                                      int64_t frameCount,
+                                      std::vector<std::vector<PeakLevel>> levels);
     // The level pyramid of one channel; empty when count < 17.
     static std::vector<PeakLevel> buildLevels(const float* samples, int64_t count);
+    // The pyramid above a complete level 0 (for channels summarised while they were decoded).
+    static std::vector<PeakLevel> buildLevels(PeakLevel levelZero);
+    // Level 0 of `count` samples: per 16-sample block (the last may be shorter) the minimum
+    // and maximum into `minMax` (pairs) and the sum of squares into `energy`.
+    static void summariseLevelZero(const float* samples, int64_t count, float* minMax, float* energy);
 
     // Decodes a file to planar float at its own rate and channel count. Progress goes from
     // 0 to 1 in steps of at least 0.02. Throws AudioLoaderError or FileError.

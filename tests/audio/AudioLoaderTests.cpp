@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <limits>
 #include <sndfile.h>
@@ -85,6 +86,8 @@ INSTANTIATE_TEST_SUITE_P(
         // Raw AAC has nothing saying where the audio starts and ends: as FFmpeg decodes it.
         DecodeCase{"stereo.aac", 2, 48000, -1, exact},
         DecodeCase{"stereo.wma", 2, 48000, -1, exact},
+        // Holds more than twice the length FFmpeg estimates: the channels grow while decoding.
+        DecodeCase{"growing.aac", 1, 48000, -1, exact},
         DecodeCase{"mono.wav", 1, 44100, 88200, exact},
         DecodeCase{"mono.mp3", 1, 44100, 88200, exact},
         DecodeCase{"vbr-no-header.mp3", 1, 44100, -1, exact},
@@ -123,6 +126,57 @@ TEST(AudioLoader, LossyDecodesLineUpWithTheirSourceFrameForFrame) {
             EXPECT_LT(error / signal, 0.003) << file << " channel " << ch;
         }
     }
+}
+
+// Levels of long files are summarised on a second thread while they decode: they must be
+// exactly the levels built from the finished samples.
+void expectLevelsBuiltFromTheSamples(const AudioData& audio) {
+    for (int ch = 0; ch < audio.channelCount(); ++ch) {
+        const auto& levels = audio.channels[size_t(ch)]->levels();
+        const auto expected = AudioLoader::buildLevels(audio.samples(ch), audio.frameCount);
+        ASSERT_EQ(levels.size(), expected.size()) << "channel " << ch;
+        for (size_t l = 0; l < levels.size(); ++l) {
+            ASSERT_EQ(levels[l].count, expected[l].count) << "level " << l;
+            EXPECT_EQ(levels[l].blockSize, expected[l].blockSize);
+            EXPECT_EQ(std::memcmp(levels[l].buffer.data(), expected[l].buffer.data(),
+                                  size_t(2 * levels[l].count) * sizeof(float)), 0)
+                << "channel " << ch << " level " << l << " min/max";
+            EXPECT_EQ(std::memcmp(levels[l].energy.data(), expected[l].energy.data(),
+                                  size_t(levels[l].count) * sizeof(float)), 0)
+                << "channel " << ch << " level " << l << " energy";
+        }
+    }
+}
+
+TEST(AudioLoader, LongFileGetsTheSameLevelsAsIfBuiltAfterDecoding) {
+    // 1.5 million frames of noise, not a whole number of chunks or blocks.
+    test::TemporaryFolder folder;
+    const auto path = folder / "long.wav";
+    SF_INFO info{};
+    info.samplerate = 48000;
+    info.channels = 2;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr);
+    std::vector<float> noise(2 * 1500007);
+    uint32_t state = 99;
+    for (float& s : noise) {
+        state = state * 1664525u + 1013904223u;
+        s = float(int32_t(state)) / 2147483648.0f;
+    }
+    sf_writef_float(file, noise.data(), 1500007);
+    sf_close(file);
+
+    const auto audio = AudioLoader::load(path);
+    ASSERT_EQ(audio->frameCount, 1500007);
+    EXPECT_EQ(audio->samples(1)[1500006], noise.back());
+    expectLevelsBuiltFromTheSamples(*audio);
+}
+
+TEST(AudioLoader, FileThatOutgrowsItsEstimateGetsTheSameLevelsAsIfBuiltAfterDecoding) {
+    const auto audio = AudioLoader::load(fixture("growing.aac"));
+    EXPECT_GT(audio->frameCount, 2 * AudioLoader::probe(fixture("growing.aac")).frames);
+    expectLevelsBuiltFromTheSamples(*audio);
 }
 
 TEST(AudioLoader, TruncatedFilesKeepFewerFramesThanTheirHeadersPromise) {
@@ -224,12 +278,9 @@ TEST(AudioLoader, ProgressRisesInStepsOfAtLeastTwoPercentAndEndsAtOne) {
             EXPECT_GE(values[i + 1] - values[i], 0.02) << file << " step " << i;
         }
     }
-}
-
-TEST(AudioLoader, ReadingAFileWithAKnownLengthReachesNinetyPercentBeforeTheEnd) {
-    const auto values = progressOf("stereo-s16.wav");
-    ASSERT_GE(values.size(), 2u);
-    EXPECT_DOUBLE_EQ(values[values.size() - 2], 0.9);
+    // A file of known length has read all of it at 90 %.
+    const auto wav = progressOf("stereo-s16.wav");
+    EXPECT_DOUBLE_EQ(wav[wav.size() - 2], 0.9);
 }
 
 // ---- files that don't load ------------------------------------------------------------
@@ -333,11 +384,7 @@ TEST(AudioLoader, RecognisesAudioExtensionsWhateverTheirCase) {
     EXPECT_FALSE(AudioLoader::isAudioFile("wav"));
     EXPECT_FALSE(AudioLoader::isAudioFile(".wav")); // a hidden file with no extension
     EXPECT_FALSE(AudioLoader::isAudioFile("holiday.mp4")); // films open, but aren't audio files
-}
-
-TEST(AudioLoader, EveryFixtureFormatCountsAsAnAudioFile) {
-    for (const char* file : {"a.wav", "a.aiff", "a.flac", "a.mp3", "a.m4a", "a.aac", "a.ogg",
-                             "a.opus", "a.wma", "a.mka"})
+    for (const char* file : {"a.aiff", "a.flac", "a.mp3", "a.aac", "a.ogg", "a.wma", "a.mka"})
         EXPECT_TRUE(AudioLoader::isAudioFile(file)) << file;
 }
 
