@@ -1,0 +1,214 @@
+#include "editor/EditorModel.h"
+
+#include "audio/AudioErrors.h"
+#include "audio/AudioLoader.h"
+#include "base/Executor.h"
+
+#include <algorithm>
+#include <cctype>
+#include <new>
+
+#include <unistd.h>
+
+namespace sonvale {
+
+namespace fs = std::filesystem;
+
+std::string userMessage(const std::exception& error) {
+    if (dynamic_cast<const std::bad_alloc*>(&error))
+        return AudioLoaderError::description(AudioLoaderError::Code::outOfMemory);
+    return error.what();
+}
+
+EditorModel::EditorModel(Executor& executor, Preferences& preferences)
+    : exec(executor), prefs(preferences), self(std::make_shared<EditorModel*>(this)) {}
+
+EditorModel::~EditorModel() = default;
+
+// ---- tracks ------------------------------------------------------------------------------
+
+AudioTrackPtr EditorModel::track(const Uuid& id) const {
+    for (const auto& t : trackList)
+        if (t->id() == id) return t;
+    return nullptr;
+}
+
+void EditorModel::addTrack(AudioTrackPtr newTrack) {
+    if (!newTrack || track(newTrack->id())) return;
+    trackList.push_back(std::move(newTrack));
+    tracksChanged.emit();
+}
+
+void EditorModel::removeTracks(const std::set<Uuid>& ids) {
+    const auto firstRemoved = std::find_if(trackList.begin(), trackList.end(),
+                                           [&](const auto& t) { return ids.count(t->id()) > 0; });
+    if (firstRemoved == trackList.end()) return;
+    const size_t place = size_t(firstRemoved - trackList.begin());
+    std::erase_if(trackList, [&](const auto& t) { return ids.count(t->id()) > 0; });
+    tracksChanged.emit();
+
+    std::set<Uuid> kept;
+    for (const auto& id : selectedIDs)
+        if (!ids.count(id)) kept.insert(id);
+    if (kept.empty() && !selectedIDs.empty() && !trackList.empty())
+        kept.insert(trackList[std::min(place, trackList.size() - 1)]->id());
+    setSelectedTrackIDs(std::move(kept));
+}
+
+void EditorModel::setSelectedTrackIDs(std::set<Uuid> ids) {
+    std::erase_if(ids, [&](const Uuid& id) { return !track(id); });
+    if (ids == selectedIDs) return;
+    selectedIDs = std::move(ids);
+    selectionChanged.emit();
+}
+
+AudioTrackPtr EditorModel::activeTrack() const {
+    for (const auto& t : trackList)
+        if (selectedIDs.count(t->id())) return t;
+    return nullptr;
+}
+
+void EditorModel::selectAdjacentTrack(int offset) {
+    if (trackList.empty()) return;
+    const auto active = activeTrack();
+    const auto last = long(trackList.size()) - 1;
+    long index;
+    if (!active) {
+        index = offset > 0 ? 0 : last;
+    } else {
+        const long current = long(std::find(trackList.begin(), trackList.end(), active) - trackList.begin());
+        index = std::clamp(current + long(offset), 0L, last);
+    }
+    setSelectedTrackIDs({trackList[size_t(index)]->id()});
+}
+
+// ---- opening -------------------------------------------------------------------------------
+
+namespace {
+
+std::string lowercased(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return char(std::tolower(c)); });
+    return text;
+}
+
+// The last component, also for a folder given with a trailing slash.
+fs::path lastComponent(const fs::path& path) {
+    return path.has_filename() ? path.filename() : path.parent_path().filename();
+}
+
+bool isHidden(const fs::path& path) {
+    const std::string name = lastComponent(path).string();
+    return !name.empty() && name[0] == '.';
+}
+
+// Case-insensitive order first, so "b.wav" sorts between "A.wav" and "C.wav"; exact order breaks ties.
+bool pathOrder(const fs::path& a, const fs::path& b) {
+    const std::string la = lowercased(a.string()), lb = lowercased(b.string());
+    return la != lb ? la < lb : a < b;
+}
+
+} // namespace
+
+bool EditorModel::isSessionDocument(const fs::path& url) {
+    return lowercased(lastComponent(url).extension().string()) == ".sonvale";
+}
+
+std::vector<fs::path> EditorModel::audioFiles(const std::vector<fs::path>& urls) {
+    std::vector<fs::path> found;
+    for (const auto& url : urls) {
+        std::error_code ec;
+        if (!fs::is_directory(url, ec)) {
+            if (AudioLoader::isAudioFile(url)) found.push_back(url);
+            continue;
+        }
+        fs::recursive_directory_iterator it(url, fs::directory_options::skip_permission_denied, ec);
+        for (; !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
+            const fs::path& path = it->path();
+            std::error_code typeError;
+            const bool isFolder = it->is_directory(typeError);
+            if (isHidden(path) || (isFolder && isSessionDocument(path))) {
+                if (isFolder) it.disable_recursion_pending();
+                continue;
+            }
+            // Files inside a folder that can't be read are passed over; a file opened by name
+            // becomes a track that shows why it failed.
+            if (!isFolder && it->is_regular_file(typeError) && AudioLoader::isAudioFile(path) &&
+                access(path.c_str(), R_OK) == 0)
+                found.push_back(path);
+        }
+    }
+    std::sort(found.begin(), found.end(), pathOrder);
+    found.erase(std::unique(found.begin(), found.end()), found.end());
+    return found;
+}
+
+std::vector<AudioTrackPtr> EditorModel::open(const std::vector<fs::path>& urls) {
+    std::vector<fs::path> others;
+    for (const auto& url : urls) {
+        if (!isSessionDocument(url)) {
+            others.push_back(url);
+        } else if (openSessionDocument) {
+            openSessionDocument(url);
+        } else {
+            pendingDocuments.push_back(url);
+        }
+    }
+    std::vector<AudioTrackPtr> opened;
+    for (const auto& file : audioFiles(others)) opened.push_back(AudioTrack::create(file));
+    if (opened.empty()) return opened;
+
+    std::set<Uuid> ids;
+    for (const auto& t : opened) {
+        trackList.push_back(t);
+        ids.insert(t->id());
+    }
+    tracksChanged.emit();
+    for (const auto& t : opened) load(t);
+    setSelectedTrackIDs(std::move(ids));
+    return opened;
+}
+
+std::vector<fs::path> EditorModel::takePendingSessionDocuments() {
+    return std::exchange(pendingDocuments, {});
+}
+
+void EditorModel::load(const AudioTrackPtr& track) {
+    track->setState(AudioTrack::Loading{0});
+    Executor& executor = exec;
+    exec.runInBackground([&executor, weak = std::weak_ptr<AudioTrack>(track), url = track->url()] {
+        auto report = [&executor, weak](auto update) {
+            executor.post([weak, update = std::move(update)] {
+                if (auto t = weak.lock()) update(*t);
+            });
+        };
+        try {
+            AudioDataPtr audio = AudioLoader::load(url, [&](double fraction) {
+                report([fraction](AudioTrack& t) {
+                    if (std::holds_alternative<AudioTrack::Loading>(t.state()))
+                        t.setState(AudioTrack::Loading{fraction});
+                });
+            });
+            report([audio = std::move(audio)](AudioTrack& t) { t.finishLoading(audio); });
+        } catch (const std::exception& error) {
+            report([message = userMessage(error)](AudioTrack& t) {
+                t.setState(AudioTrack::Failed{message});
+            });
+        }
+    });
+}
+
+// ---- alerts --------------------------------------------------------------------------------
+
+void EditorModel::showAlert(AppAlert alert) {
+    currentAlert = std::move(alert);
+    alertChanged.emit();
+}
+
+void EditorModel::dismissAlert() {
+    if (!currentAlert) return;
+    currentAlert.reset();
+    alertChanged.emit();
+}
+
+} // namespace sonvale

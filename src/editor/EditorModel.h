@@ -1,0 +1,198 @@
+#pragma once
+
+#include "audio/AudioExporter.h"
+#include "audio/AudioTrack.h"
+#include "audio/ExportOptions.h"
+#include "base/Uuid.h"
+
+#include <sigc++/signal.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace sonvale {
+
+class Executor;
+class Preferences;
+
+// An alert's title and message; the editor shows one at a time.
+struct AppAlert {
+    std::string title;
+    std::string message;
+    friend bool operator==(const AppAlert&, const AppAlert&) = default;
+};
+
+// The object the whole window works on: the track list and which tracks are selected, the
+// audio clipboard, the editing commands of the waveform editor, opening files into tracks
+// with background decoding, exports, markers, and the alert being shown.
+//
+// Split by concern: EditorModel.cpp (tracks, selection, loading, alerts),
+// EditorModel+Editing.cpp, EditorModel+Export.cpp, EditorModel+Markers.cpp.
+// Main thread only; decoding and file writing run through the executor's background pool and
+// report back on the main thread. Work still under way when the model is destroyed is
+// dropped when it reports.
+class EditorModel {
+public:
+    EditorModel(Executor& executor, Preferences& preferences);
+    ~EditorModel();
+    EditorModel(const EditorModel&) = delete;
+    EditorModel& operator=(const EditorModel&) = delete;
+
+    Executor& executor() const { return exec; }
+    Preferences& preferences() const { return prefs; }
+
+    // ---- tracks and their selection
+    const std::vector<AudioTrackPtr>& tracks() const { return trackList; }
+    AudioTrackPtr track(const Uuid& id) const;
+    void addTrack(AudioTrackPtr track);
+    // Removes tracks from the list. When that empties the selection, the track that moved
+    // into the first removed one's place (else the new last one) is selected.
+    void removeTracks(const std::set<Uuid>& ids);
+    const std::set<Uuid>& selectedTrackIDs() const { return selectedIDs; }
+    // Ids that name no track in the list are left out.
+    void setSelectedTrackIDs(std::set<Uuid> ids);
+    // The track the waveform editor shows: the first selected one in list order.
+    AudioTrackPtr activeTrack() const;
+    // Selects only the track `offset` places away from the active one, stopping at the ends
+    // of the list; without an active track, the first (offset > 0) or last track.
+    void selectAdjacentTrack(int offset);
+
+    // ---- clipboard and editing (EditorModel+Editing.cpp)
+    const std::optional<AudioClip>& clipboard() const { return clip; }
+    void setClipboard(std::optional<AudioClip> clip);
+
+    bool canCopy() const;   // a non-empty selection on an active track with audio
+    bool canEdit() const;   // the same, and the track is not recording (cut, delete, trim, new track)
+    bool canPaste() const;  // a clipboard, and an active track with audio that is not recording
+    void copySelection();
+    void cutSelection();    // "Cut"
+    void deleteSelection(); // "Delete"
+    // Replaces the selection, or inserts at the cursor, and selects what was pasted ("Paste").
+    void paste();
+    // Keeps only `range` as one undo step named `actionName`. On a recording track it asks
+    // for the system beep instead.
+    void trim(FrameRange range, const std::string& actionName, bool selectKept);
+    void trimToSelection(); // "Trim"
+    // Writes the selection into the recordings folder as a 32-bit float WAV on the background
+    // pool, then opens it as a new track carrying the markers inside the selection and the
+    // gain, and selects it.
+    void newTrackFromSelection();
+
+    // The active track's undo stack (switching tracks switches the history Undo acts on).
+    bool canUndo() const;
+    bool canRedo() const;
+    void undo();
+    void redo();
+    std::string undoMenuTitle() const;
+    std::string redoMenuTitle() const;
+
+    // ---- opening files (EditorModel.cpp)
+    // Opens files and folders as new tracks, loading each in the background, and selects
+    // them. Session documents (extension "sonvale") go to openSessionDocument.
+    std::vector<AudioTrackPtr> open(const std::vector<std::filesystem::path>& urls);
+    // The audio files among `urls`: folders are searched recursively, passing over hidden
+    // entries, session documents and whatever can't be read; a file is kept when its
+    // extension is one the decoders read. Sorted by path, case-insensitively; no duplicates.
+    static std::vector<std::filesystem::path> audioFiles(const std::vector<std::filesystem::path>& urls);
+    static bool isSessionDocument(const std::filesystem::path& url);
+    // Decodes the track's file in the background: state loading(p) while it runs, then ready
+    // with the audio, or failed(message).
+    void load(const AudioTrackPtr& track);
+    // Receives session documents to open. While unset they are kept in
+    // pendingSessionDocuments() for the session code to pick up.
+    std::function<void(const std::filesystem::path&)> openSessionDocument;
+    const std::vector<std::filesystem::path>& pendingSessionDocuments() const { return pendingDocuments; }
+    std::vector<std::filesystem::path> takePendingSessionDocuments();
+
+    // ---- alerts
+    const std::optional<AppAlert>& alert() const { return currentAlert; }
+    void showAlert(AppAlert alert); // replaces any alert being shown
+    void dismissAlert();
+
+    // ---- export (EditorModel+Export.cpp)
+    // Between 0 and 1 while an export runs; at most one runs at a time.
+    const std::optional<double>& exportProgress() const { return progress; }
+    // An active track with audio that is not recording, and no export running.
+    bool canExport() const;
+    // canExport, and the track has at least one region.
+    bool canExportRegions() const;
+    // The export dialog's proposed name: the track's name, " (selection)" when it has a
+    // selection, else " (edited)", and the format's extension.
+    std::string proposedExportFileName(ExportFormat format) const;
+    // The choices shown beside the export dialog for the active track.
+    std::unique_ptr<ExportOptions> makeExportOptions(ExportFormat format) const;
+    // The confirmed export dialog: the selection when `selectionOnly` and there is one, else
+    // the whole track. A whole-track export marks the revision it started from as exported.
+    void exportActiveTrack(const std::filesystem::path& url, ExportFormat format, bool selectionOnly);
+    // "Choose a folder for N region files."
+    std::string exportRegionsMessage() const;
+    // The confirmed folder chooser: one file per region of the active track.
+    void exportRegions(const std::filesystem::path& folder, ExportFormat format);
+    // Writes the jobs one after another on the background pool with the linear `gain`;
+    // progress reaches exportProgress, success runs `onSuccess` on the main thread, failure
+    // shows "Export failed". Does nothing while another export runs.
+    void exportJobs(AudioDataPtr audio, std::vector<ExportJob> jobs, float gain,
+                    ExportFormat format, std::function<void()> onSuccess = {});
+
+    // ---- markers and the playhead (EditorModel+Markers.cpp)
+    // Where playback connects: the heard playhead of a track while it plays, and how a jump
+    // moves it. Without hooks the playhead is the active track's cursor and a scrub sets it.
+    struct PlayheadHooks {
+        std::function<std::optional<int64_t>(const AudioTrack&)> position;
+        std::function<void(AudioTrack&, int64_t)> scrub;
+    };
+    void setPlayheadHooks(PlayheadHooks hooks) { playhead = std::move(hooks); }
+    // The active track's playhead; 0 without an active track.
+    int64_t playheadPosition() const;
+    void scrub(int64_t frame);
+
+    bool canAddMarker() const; // an active track with audio
+    bool hasMarkers() const;
+    // "Add Region from Selection" with a selection, else "Add Marker at Playhead".
+    std::string addMarkerTitle() const;
+    // A region over the selection, else a point at the playhead.
+    void addMarker();
+    void removeAllMarkers();
+    // To the nearest marker boundary before the playhead (direction < 1) or after it.
+    void jumpToMarker(int direction);
+
+    // ---- change signals
+    sigc::signal<void()> tracksChanged;
+    sigc::signal<void()> selectionChanged; // selectedTrackIDs, and so activeTrack
+    sigc::signal<void()> clipboardChanged;
+    sigc::signal<void()> exportProgressChanged;
+    sigc::signal<void()> alertChanged;
+    // The shell sounds the system beep (a refused edit on a recording track).
+    sigc::signal<void()> beepRequested;
+
+private:
+    void setExportProgress(std::optional<double> value);
+    // Runs an edit of the active track; a failure becomes the alert "<actionName> failed".
+    bool attemptEdit(const std::string& actionName, const std::function<void()>& edit);
+    std::filesystem::path reserveNewTrackFile(const std::filesystem::path& folder, const std::string& name);
+
+    Executor& exec;
+    Preferences& prefs;
+    // Posted work holds a weak reference to this token and checks it before touching the model.
+    std::shared_ptr<EditorModel*> self;
+
+    std::vector<AudioTrackPtr> trackList;
+    std::set<Uuid> selectedIDs;
+    std::optional<AudioClip> clip;
+    std::optional<AppAlert> currentAlert;
+    std::optional<double> progress;
+    std::vector<std::filesystem::path> pendingDocuments;
+    std::set<std::filesystem::path> filesBeingWritten;
+    PlayheadHooks playhead;
+};
+
+// The text of an error for the person using Sonvale.
+std::string userMessage(const std::exception& error);
+
+} // namespace sonvale

@@ -1,0 +1,373 @@
+#include "persistence/Preferences.h"
+
+#include "support/ModelTestFiles.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <limits>
+
+using namespace sonvale;
+using namespace sonvale::testing;
+using nlohmann::json;
+
+namespace {
+
+class PreferencesFile : public ::testing::Test {
+protected:
+    TempFolder folder;
+    std::filesystem::path file = folder / "sonvale/preferences.json";
+
+    json stored() const { return json::parse(readText(file)); }
+    void store(const json& values) { writeText(file, values.dump()); }
+};
+
+void expectDefaults(const Preferences& p) {
+    EXPECT_TRUE(p.memoryEffectValues().empty());
+    EXPECT_EQ(p.canvasTheme(), CanvasThemeID::classic);
+    EXPECT_FALSE(p.followsSystemAppearance());
+    EXPECT_EQ(p.lightCanvasTheme(), CanvasThemeID::nativeLight);
+    EXPECT_EQ(p.darkCanvasTheme(), CanvasThemeID::classic);
+    EXPECT_EQ(p.spectrogramSettings(), SpectrogramSettings{});
+    EXPECT_EQ(p.spectrogramSettings().fftSize, 2048);
+    EXPECT_EQ(p.spectrogramSettings().colorMap, SpectrogramColorMap::inferno);
+    EXPECT_TRUE(p.spectrogramSettings().logFrequency);
+    EXPECT_TRUE(p.snapToZeroCrossings());
+    EXPECT_FALSE(p.customLoudnessTarget());
+    EXPECT_FALSE(p.recordingsFolderPath());
+    EXPECT_EQ(p.recordingFormat(), RecordingFormat::wav24);
+    EXPECT_FALSE(p.inputDeviceUID());
+    EXPECT_FALSE(p.transcriptionLanguage());
+    EXPECT_TRUE(p.showsAIFeatures());
+    EXPECT_EQ(p.launchSession(), Preferences::LaunchSession::lastSession);
+    EXPECT_FALSE(p.lastDocumentBookmark());
+}
+
+} // namespace
+
+// ---- fallbacks ---------------------------------------------------------------------------
+
+TEST(Preferences, WithoutAStoreEverythingHasItsDefaultAndNothingIsWritten) {
+    TempFolder config;
+    ScopedEnvironment xdg("XDG_CONFIG_HOME", config.path().string());
+    Preferences preferences;
+    expectDefaults(preferences);
+    EXPECT_FALSE(preferences.defaults());
+    preferences.setShowsAIFeatures(false);
+    EXPECT_FALSE(preferences.showsAIFeatures());
+    EXPECT_TRUE(std::filesystem::is_empty(config.path()));
+}
+
+TEST_F(PreferencesFile, MissingFileGivesDefaultsAndIsNotCreatedByReading) {
+    Preferences preferences(file);
+    expectDefaults(preferences);
+    EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST_F(PreferencesFile, EmptyFileGivesDefaultsAndStaysUntouched) {
+    writeText(file, "  \n");
+    Preferences preferences(file);
+    expectDefaults(preferences);
+    EXPECT_EQ(readText(file), "  \n");
+}
+
+TEST_F(PreferencesFile, CorruptFileGivesDefaultsAndIsNotRewrittenByReading) {
+    const std::string garbage = "{\"canvasTheme\": \"paper\", \"snapTo";
+    writeText(file, garbage);
+    {
+        Preferences preferences(file);
+        expectDefaults(preferences);
+        preferences.setSnapToZeroCrossings(true); // no change: no write
+    }
+    EXPECT_EQ(readText(file), garbage);
+}
+
+TEST_F(PreferencesFile, RealChangeAfterACorruptFileWritesValidJSONAndKeepsTheOldBytes) {
+    const std::string garbage = "[1, 2, 3]"; // JSON, but not a dictionary
+    writeText(file, garbage);
+    Preferences preferences(file);
+    preferences.setCanvasTheme(CanvasThemeID::ocean);
+    EXPECT_EQ(stored(), (json{{"canvasTheme", "ocean"}}));
+    auto aside = file;
+    aside += ".corrupt";
+    EXPECT_EQ(readText(aside), garbage);
+    EXPECT_EQ(Preferences(file).canvasTheme(), CanvasThemeID::ocean);
+}
+
+TEST_F(PreferencesFile, WrongTypesGiveEachSettingItsDefault) {
+    store({{"canvasTheme", 3},
+           {"followsSystemAppearance", "yes"},
+           {"lightCanvasTheme", true},
+           {"darkCanvasTheme", json::array({"classic"})},
+           {"spectrogramFFTSize", "1024"},
+           {"spectrogramColorMap", 1},
+           {"spectrogramLogFrequency", 0},
+           {"snapToZeroCrossings", 0},
+           {"customLoudnessTarget", "-14"},
+           {"recordingsFolder", 12},
+           {"recordingFormat", 16},
+           {"inputDeviceUID", false},
+           {"transcriptionLanguage", json::object()},
+           {"showsAIFeatures", "false"},
+           {"launchSession", json()},
+           {"lastSessionDocument", 5},
+           {"effects", json::array()}});
+    const std::string before = readText(file);
+    Preferences preferences(file);
+    expectDefaults(preferences);
+    EXPECT_EQ(readText(file), before);
+}
+
+TEST_F(PreferencesFile, BooleanIsNotTakenForANumberNorANumberForABoolean) {
+    store({{"customLoudnessTarget", true}, {"snapToZeroCrossings", 1}});
+    Preferences preferences(file);
+    EXPECT_FALSE(preferences.customLoudnessTarget());
+    EXPECT_TRUE(preferences.snapToZeroCrossings());
+}
+
+TEST_F(PreferencesFile, UnknownThemeNamesFallBackPerMember) {
+    store({{"canvasTheme", "Ocean"}, {"lightCanvasTheme", "nope"}});
+    Preferences preferences(file);
+    EXPECT_EQ(preferences.canvasTheme(), CanvasThemeID::classic);
+    EXPECT_EQ(preferences.lightCanvasTheme(), CanvasThemeID::nativeLight);
+    EXPECT_EQ(preferences.darkCanvasTheme(), CanvasThemeID::classic);
+}
+
+TEST_F(PreferencesFile, RecordingFormatMatchesCaseNamesExactly) {
+    const std::pair<json, RecordingFormat> cases[] = {
+        {"wav16", RecordingFormat::wav16},     {"wav32Float", RecordingFormat::wav32Float},
+        {"wav24", RecordingFormat::wav24},     {"WAV16", RecordingFormat::wav24},
+        {"wav32float", RecordingFormat::wav24}, {json(), RecordingFormat::wav24},
+    };
+    for (const auto& [value, expected] : cases) {
+        store(value.is_null() ? json::object() : json{{"recordingFormat", value}});
+        EXPECT_EQ(Preferences(file).recordingFormat(), expected) << value;
+    }
+}
+
+TEST_F(PreferencesFile, LaunchSessionIsEmptyOnlyForTheExactWord) {
+    store({{"launchSession", "empty"}});
+    EXPECT_EQ(Preferences(file).launchSession(), Preferences::LaunchSession::empty);
+    store({{"launchSession", "Empty"}});
+    EXPECT_EQ(Preferences(file).launchSession(), Preferences::LaunchSession::lastSession);
+}
+
+TEST_F(PreferencesFile, SpectrogramSettingsFallBackPerKey) {
+    store({{"spectrogramFFTSize", 3000}, {"spectrogramColorMap", "viridis"}});
+    auto settings = Preferences(file).spectrogramSettings();
+    EXPECT_EQ(settings.fftSize, 2048);
+    EXPECT_EQ(settings.colorMap, SpectrogramColorMap::viridis);
+    EXPECT_TRUE(settings.logFrequency);
+    store({{"spectrogramFFTSize", 512.0}, {"spectrogramColorMap", "plasma"},
+           {"spectrogramLogFrequency", false}});
+    settings = Preferences(file).spectrogramSettings();
+    EXPECT_EQ(settings.fftSize, 512);
+    EXPECT_EQ(settings.colorMap, SpectrogramColorMap::inferno);
+    EXPECT_FALSE(settings.logFrequency);
+}
+
+// ---- writing ---------------------------------------------------------------------------
+
+TEST_F(PreferencesFile, EverySettingRoundTripsUnderItsKey) {
+    {
+        Preferences p(file);
+        p.rememberEffectValues("compressor", {-18, 4, 10, 100});
+        p.setCanvasTheme(CanvasThemeID::midnight);
+        p.setFollowsSystemAppearance(true);
+        p.setLightCanvasTheme(CanvasThemeID::paper);
+        p.setDarkCanvasTheme(CanvasThemeID::nativeDark);
+        p.setSpectrogramSettings({4096, SpectrogramColorMap::grayscale, false});
+        p.setSnapToZeroCrossings(false);
+        p.setCustomLoudnessTarget(-19.5);
+        p.setRecordingsFolderPath("/srv/takes");
+        p.setRecordingFormat(RecordingFormat::wav32Float);
+        p.setInputDeviceUID("ALSA: USB Audio");
+        p.setTranscriptionLanguage("de_DE");
+        p.setShowsAIFeatures(false);
+        p.setLaunchSession(Preferences::LaunchSession::empty);
+        p.setLastDocumentBookmark(std::vector<uint8_t>{0, 1, 2, 250, 255});
+    }
+    EXPECT_EQ(stored(), (json{{"effects", {{"compressor", {-18.0, 4.0, 10.0, 100.0}}}},
+                              {"canvasTheme", "midnight"},
+                              {"followsSystemAppearance", true},
+                              {"lightCanvasTheme", "paper"},
+                              {"darkCanvasTheme", "nativeDark"},
+                              {"spectrogramFFTSize", 4096},
+                              {"spectrogramColorMap", "grayscale"},
+                              {"spectrogramLogFrequency", false},
+                              {"snapToZeroCrossings", false},
+                              {"customLoudnessTarget", -19.5},
+                              {"recordingsFolder", "/srv/takes"},
+                              {"recordingFormat", "wav32Float"},
+                              {"inputDeviceUID", "ALSA: USB Audio"},
+                              {"transcriptionLanguage", "de_DE"},
+                              {"showsAIFeatures", false},
+                              {"launchSession", "empty"},
+                              {"lastSessionDocument", "AAEC+v8="}}));
+
+    Preferences p(file);
+    EXPECT_EQ(p.effectValues("compressor"), (std::vector<double>{-18, 4, 10, 100}));
+    EXPECT_EQ(p.canvasTheme(), CanvasThemeID::midnight);
+    EXPECT_TRUE(p.followsSystemAppearance());
+    EXPECT_EQ(p.lightCanvasTheme(), CanvasThemeID::paper);
+    EXPECT_EQ(p.darkCanvasTheme(), CanvasThemeID::nativeDark);
+    EXPECT_EQ(p.spectrogramSettings(), (SpectrogramSettings{4096, SpectrogramColorMap::grayscale, false}));
+    EXPECT_FALSE(p.snapToZeroCrossings());
+    EXPECT_EQ(p.customLoudnessTarget(), -19.5);
+    EXPECT_EQ(p.recordingsFolderPath(), "/srv/takes");
+    EXPECT_EQ(p.recordingsFolder(), "/srv/takes");
+    EXPECT_EQ(p.recordingFormat(), RecordingFormat::wav32Float);
+    EXPECT_EQ(p.inputDeviceUID(), "ALSA: USB Audio");
+    EXPECT_EQ(p.transcriptionLanguage(), "de_DE");
+    EXPECT_FALSE(p.showsAIFeatures());
+    EXPECT_EQ(p.launchSession(), Preferences::LaunchSession::empty);
+    EXPECT_EQ(p.lastDocumentBookmark(), (std::vector<uint8_t>{0, 1, 2, 250, 255}));
+}
+
+TEST_F(PreferencesFile, UnsettingAnOptionalRemovesItsKey) {
+    Preferences p(file);
+    p.setCustomLoudnessTarget(-16);
+    p.setRecordingsFolderPath("/x");
+    p.setLastDocumentBookmark(std::vector<uint8_t>{1});
+    p.setCustomLoudnessTarget(std::nullopt);
+    p.setRecordingsFolderPath(std::nullopt);
+    p.setLastDocumentBookmark(std::nullopt);
+    EXPECT_EQ(stored(), json::object());
+}
+
+TEST_F(PreferencesFile, NonFiniteLoudnessTargetCountsAsNotSet) {
+    Preferences p(file);
+    p.setCustomLoudnessTarget(-16);
+    p.setCustomLoudnessTarget(std::numeric_limits<double>::quiet_NaN());
+    EXPECT_FALSE(p.customLoudnessTarget());
+    EXPECT_FALSE(stored().contains("customLoudnessTarget"));
+}
+
+TEST_F(PreferencesFile, KeysSonvaleDoesNotKnowSurviveAWrite) {
+    store({{"futureSetting", {{"a", 1}}}, {"showsAIFeatures", true}});
+    Preferences p(file);
+    p.setShowsAIFeatures(false);
+    EXPECT_EQ(stored(), (json{{"futureSetting", {{"a", 1}}}, {"showsAIFeatures", false}}));
+}
+
+TEST_F(PreferencesFile, SettingTheSameValueNeitherWritesNorSignals) {
+    writeText(file, "{ \"snapToZeroCrossings\" :  false }");
+    Preferences p(file);
+    int signals = 0;
+    p.changed.connect([&](Preferences::Setting) { ++signals; });
+    p.setSnapToZeroCrossings(false);
+    p.setCanvasTheme(CanvasThemeID::classic);
+    EXPECT_EQ(signals, 0);
+    EXPECT_EQ(readText(file), "{ \"snapToZeroCrossings\" :  false }");
+}
+
+TEST_F(PreferencesFile, WriteFailureKeepsTheValueAndDoesNotThrow) {
+    writeText(folder / "blocker", "a file where a folder should be");
+    Preferences p(folder / "blocker/preferences.json");
+    EXPECT_NO_THROW(p.setShowsAIFeatures(false));
+    EXPECT_FALSE(p.showsAIFeatures());
+}
+
+// ---- effect memory ---------------------------------------------------------------------
+
+TEST_F(PreferencesFile, RememberingAnEffectRewritesTheWholeDictionaryKeepingOtherEntries) {
+    store({{"effects", {{"reverb", {0.5, 0.3}}, {"broken", "x"}}}});
+    Preferences p(file);
+    EXPECT_EQ(p.effectValues("reverb"), (std::vector<double>{0.5, 0.3}));
+    EXPECT_FALSE(p.effectValues("broken"));
+    p.rememberEffectValues("delay", {250, 0.4});
+    EXPECT_EQ(stored()["effects"],
+              (json{{"reverb", {0.5, 0.3}}, {"broken", "x"}, {"delay", {250.0, 0.4}}}));
+}
+
+TEST_F(PreferencesFile, EffectEntryWithANonNumberIsNotUsed) {
+    store({{"effects", {{"eq", {1, "2", 3}}, {"gate", {1, true}}}}});
+    Preferences p(file);
+    EXPECT_FALSE(p.effectValues("eq"));
+    EXPECT_FALSE(p.effectValues("gate"));
+}
+
+TEST(Preferences, NonFiniteEffectValuesAreNotRemembered) {
+    Preferences p;
+    p.rememberEffectValues("eq", {1, std::nan("")});
+    EXPECT_FALSE(p.effectValues("eq"));
+}
+
+// ---- themes ------------------------------------------------------------------------------
+
+TEST(Preferences, CanvasThemeFollowsTheAppearanceOnlyWhenAskedTo) {
+    Preferences p;
+    p.setCanvasTheme(CanvasThemeID::forest);
+    p.setLightCanvasTheme(CanvasThemeID::paper);
+    p.setDarkCanvasTheme(CanvasThemeID::midnight);
+    EXPECT_EQ(p.canvasTheme(true), CanvasThemeID::forest);
+    EXPECT_EQ(p.canvasTheme(false), CanvasThemeID::forest);
+    p.setFollowsSystemAppearance(true);
+    EXPECT_EQ(p.canvasTheme(true), CanvasThemeID::midnight);
+    EXPECT_EQ(p.canvasTheme(false), CanvasThemeID::paper);
+}
+
+// ---- locations ---------------------------------------------------------------------------
+
+TEST(Preferences, StorePathIsUnderTheXDGConfigFolder) {
+    ScopedEnvironment home("HOME", "/home/someone");
+    {
+        ScopedEnvironment xdg("XDG_CONFIG_HOME", "/tmp/cfg");
+        EXPECT_EQ(Preferences::standardStorePath(), "/tmp/cfg/sonvale/preferences.json");
+    }
+    {
+        ScopedEnvironment xdg("XDG_CONFIG_HOME", "relative/cfg");
+        EXPECT_EQ(Preferences::standardStorePath(), "/home/someone/.config/sonvale/preferences.json");
+    }
+    ScopedEnvironment xdg("XDG_CONFIG_HOME", std::nullopt);
+    EXPECT_EQ(Preferences::standardStorePath(), "/home/someone/.config/sonvale/preferences.json");
+}
+
+TEST(Preferences, DefaultRecordingsFolderIsTheConfiguredMusicFolder) {
+    TempFolder home;
+    ScopedEnvironment homeVariable("HOME", home.path().string());
+    ScopedEnvironment xdg("XDG_CONFIG_HOME", (home / "cfg").string());
+    writeText(home / "cfg/user-dirs.dirs",
+              "# written by xdg-user-dirs-update\nXDG_DESKTOP_DIR=\"$HOME/Desktop\"\n"
+              "XDG_MUSIC_DIR=\"$HOME/Tunes\"\n");
+    EXPECT_EQ(Preferences::defaultRecordingsFolder(), home / "Tunes/Sonvale");
+    Preferences p;
+    EXPECT_EQ(p.recordingsFolder(), home / "Tunes/Sonvale");
+}
+
+TEST(Preferences, DefaultRecordingsFolderFallsBackToMusicInHome) {
+    TempFolder home;
+    ScopedEnvironment homeVariable("HOME", home.path().string());
+    ScopedEnvironment xdg("XDG_CONFIG_HOME", (home / "cfg").string());
+    EXPECT_EQ(Preferences::defaultRecordingsFolder(), home / "Music/Sonvale");
+    // A music folder set to home itself means "none".
+    writeText(home / "cfg/user-dirs.dirs", "XDG_MUSIC_DIR=\"$HOME\"\n");
+    EXPECT_EQ(Preferences::defaultRecordingsFolder(), home / "Music/Sonvale");
+}
+
+TEST(Preferences, AbsoluteMusicFolderIsTakenAsItStands) {
+    TempFolder home;
+    ScopedEnvironment homeVariable("HOME", home.path().string());
+    ScopedEnvironment xdg("XDG_CONFIG_HOME", (home / "cfg").string());
+    writeText(home / "cfg/user-dirs.dirs", "XDG_MUSIC_DIR=\"/media/music\"\n");
+    EXPECT_EQ(Preferences::defaultRecordingsFolder(), "/media/music/Sonvale");
+}
+
+// ---- base64 ------------------------------------------------------------------------------
+
+TEST(Preferences, BookmarkDataSurvivesBase64) {
+    for (size_t n = 0; n < 8; ++n) {
+        std::vector<uint8_t> data;
+        for (size_t i = 0; i < n; ++i) data.push_back(uint8_t(i * 97 + 3));
+        EXPECT_EQ(base64Decode(base64Encode(data)), data);
+    }
+    EXPECT_EQ(base64Encode({'f', 'o', 'o', 'b'}), "Zm9vYg==");
+}
+
+TEST_F(PreferencesFile, BookmarkThatIsNotBase64IsNotSet) {
+    for (const char* text : {"Zm9vYg=", "Zm9v!g==", "Zm=vYg==", "Zg==Zg=="}) {
+        store({{"lastSessionDocument", text}});
+        EXPECT_FALSE(Preferences(file).lastDocumentBookmark()) << text;
+    }
+}
