@@ -69,8 +69,8 @@ summariseBlockGroups(const float* samples, int64_t groups, float* minMax0, float
             mx[k] = vmax(lo, hi);
             sq[k] = lo * lo + hi * hi;
         }
-        const v8f mins = reduceEight(mn, vmin<v8f>);
-        const v8f maxs = reduceEight(mx, vmax<v8f>);
+        const v8f mins = reduceEight(mn, [](v8f x, v8f y) __attribute__((always_inline)) { return vmin(x, y); });
+        const v8f maxs = reduceEight(mx, [](v8f x, v8f y) __attribute__((always_inline)) { return vmax(x, y); });
         const v8f sums = reduceEight(sq, [](v8f x, v8f y) __attribute__((always_inline)) { return x + y; });
         const v8f pairsLow = __builtin_shufflevector(mins, maxs, 0, 8, 1, 9, 2, 10, 3, 11);
         const v8f pairsHigh = __builtin_shufflevector(mins, maxs, 4, 12, 5, 13, 6, 14, 7, 15);
