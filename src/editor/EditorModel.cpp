@@ -35,6 +35,7 @@ AudioTrackPtr EditorModel::track(const Uuid& id) const {
 
 void EditorModel::addTrack(AudioTrackPtr newTrack) {
     if (!newTrack || track(newTrack->id())) return;
+    watchTrack(newTrack);
     trackList.push_back(std::move(newTrack));
     tracksChanged.emit();
 }
@@ -160,6 +161,7 @@ std::vector<AudioTrackPtr> EditorModel::open(const std::vector<fs::path>& urls) 
 
     std::set<Uuid> ids;
     for (const auto& t : opened) {
+        watchTrack(t);
         trackList.push_back(t);
         ids.insert(t->id());
     }

@@ -2,6 +2,7 @@
 
 #include "audio/AudioExporter.h"
 #include "audio/AudioTrack.h"
+#include "audio/Loudness.h"
 #include "audio/ExportOptions.h"
 #include "base/Uuid.h"
 
@@ -12,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -162,6 +164,21 @@ public:
     // To the nearest marker boundary before the playhead (direction < 1) or after it.
     void jumpToMarker(int direction);
 
+    // ---- gain, loudness and Trim Silence (EditorModel+Loudness.cpp)
+    // Measures the track's integrated loudness in the background unless the cached value
+    // belongs to its current audio; a result for audio that changed meanwhile is dropped.
+    void measureLoudness(const AudioTrackPtr& track);
+    // The targets of the normalize menu, with the custom target from the preferences.
+    std::vector<LoudnessTarget> loudnessTargets() const;
+    bool canNormalize() const;           // an active track with audio
+    bool canNormalizeToLoudness() const; // ... whose loudness has been measured
+    // "Peak to 0 dBFS": the gain that brings the peak to full scale, within ±30 dB.
+    void normalizePeak();
+    // The gain that brings the measured loudness to the target, within ±30 dB.
+    void normalizeLoudness(const LoudnessTarget& target);
+    // Cuts what lies below -60 dBFS at both ends, keeping 10 ms, as one undo step.
+    void trimSilence();
+
     // ---- change signals
     sigc::signal<void()> tracksChanged;
     sigc::signal<void()> selectionChanged; // selectedTrackIDs, and so activeTrack
@@ -175,6 +192,8 @@ private:
     void setExportProgress(std::optional<double> value);
     // Runs an edit of the active track; a failure becomes the alert "<actionName> failed".
     bool attemptEdit(const std::string& actionName, const std::function<void()>& edit);
+    // Starts following a track that joined the list (loudness measurement on new audio).
+    void watchTrack(const AudioTrackPtr& track);
     std::filesystem::path reserveNewTrackFile(const std::filesystem::path& folder, const std::string& name);
 
     Executor& exec;
@@ -190,6 +209,8 @@ private:
     std::vector<std::filesystem::path> pendingDocuments;
     std::set<std::filesystem::path> filesBeingWritten;
     PlayheadHooks playhead;
+    // The audio each track's loudness is being measured for.
+    std::map<Uuid, std::weak_ptr<const AudioData>> loudnessInFlight;
 };
 
 // The text of an error for the person using Sonvale.
