@@ -5,6 +5,8 @@
 #include "audio/Loudness.h"
 #include "audio/ExportOptions.h"
 #include "base/Uuid.h"
+#include "effects/EffectChain.h"
+#include "effects/EffectInsert.h"
 
 #include <sigc++/signal.h>
 
@@ -116,6 +118,63 @@ public:
     const std::optional<AppAlert>& alert() const { return currentAlert; }
     void showAlert(AppAlert alert); // replaces any alert being shown
     void dismissAlert();
+
+    // ==== effects of the waveform editor (EditorModel+Effects.cpp) ====
+    // The chain being edited; none while the effects are closed.
+    const EffectChainPtr& effectChain() const { return effects; }
+    // An active track with audio, and no apply running.
+    bool canAddEffect() const;
+    // Appends a new effect, starting from the values last applied for its kind (else the
+    // defaults), opens the chain when it is closed, and selects the new effect's panel.
+    void addEffect(EffectKind kind);
+    void removeEffect(const Uuid& id);
+    // Drops the chain without touching the audio ("Close without changing the audio") and
+    // takes the preview out of playback. Ignored while an apply runs.
+    void closeEffects();
+    // Hear the audio without any of the effects.
+    void setEffectsBypassed(bool flag);
+    // Writes the active effects, in chain order, into the selection (the whole track without
+    // one), with their tail, as one undo step named after the effect ("Effects" for several).
+    // Renders on the background pool; the result is discarded when the track's audio changed
+    // meanwhile. Afterwards the applied values are remembered per kind and the chain closes.
+    void applyEffects();
+    // Between 0 and 1 while an apply renders.
+    const std::optional<double>& effectsApplyProgress() const { return applyProgress; }
+    // Hands a fresh live preview of the chain to playback (none without a chain).
+    void rebuildEffectPreview();
+
+    // Where playback connects the live preview: `install` receives a factory of preview
+    // processors for the output's format (an empty function takes the preview out), and
+    // `setBypassed` the chain-wide bypass. Without hooks the preview is built for the active
+    // track's rate and channel count into effectPreviewInsert().
+    using EffectFactory =
+        std::function<std::unique_ptr<EffectProcessor>(double sampleRate, int channelCount)>;
+    struct EffectPreviewHooks {
+        std::function<void(EffectFactory)> install;
+        std::function<void(bool)> setBypassed;
+    };
+    void setEffectPreviewHooks(EffectPreviewHooks hooks);
+    const std::shared_ptr<EffectInsert>& effectPreviewInsert() const { return previewInsert; }
+
+    sigc::signal<void()> effectChainChanged; // opened or closed
+    sigc::signal<void()> effectsApplyProgressChanged;
+
+private:
+    void setEffectChain(EffectChainPtr chain);
+    void setEffectsApplyProgress(std::optional<double> value);
+    void installEffectPreview(EffectFactory factory);
+    struct EffectApply; // one apply's chain, track, range and values, kept while it renders
+    void finishApplyingEffects(const EffectApply& job, AudioClip rendered);
+
+    EffectChainPtr effects;
+    std::optional<double> applyProgress;
+    EffectPreviewHooks previewHooks;
+    std::shared_ptr<EffectInsert> previewInsert = std::make_shared<EffectInsert>();
+    sigc::connection chainEffectsConnection;
+    sigc::connection trackSwitchConnection;
+
+public:
+    // ==== end of effects ====
 
     // ---- export (EditorModel+Export.cpp)
     // Between 0 and 1 while an export runs; at most one runs at a time.

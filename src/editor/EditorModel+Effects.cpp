@@ -1,0 +1,192 @@
+#include "editor/EditorModel.h"
+
+#include "base/Executor.h"
+#include "effects/EffectRenderer.h"
+#include "persistence/Preferences.h"
+
+namespace sonvale {
+
+// What an apply needs once its render is back on the main thread. The track is held weakly:
+// a track removed while its effects render is simply not edited.
+struct EditorModel::EffectApply {
+    struct Applied {
+        EffectKind kind;
+        std::vector<double> values;
+    };
+
+    EffectChainPtr chain;
+    std::weak_ptr<AudioTrack> track;
+    AudioDataPtr source; // the audio the render read; another one means the track was edited
+    FrameRange range;
+    bool hadSelection = false;
+    std::string actionName;
+    std::vector<Applied> applied; // the values that went into the render, in chain order
+};
+
+// ---- the chain -------------------------------------------------------------------------------
+
+void EditorModel::setEffectChain(EffectChainPtr chain) {
+    if (chain == effects) return;
+    chainEffectsConnection.disconnect();
+    trackSwitchConnection.disconnect();
+    effects = std::move(chain);
+    if (effects) {
+        // Membership and order changes need a new preview; knob and bypass changes reach the
+        // running one through the banks and flags.
+        chainEffectsConnection = effects->effectsChanged.connect(
+            [weak = std::weak_ptr<EditorModel*>(self)] {
+                if (auto model = weak.lock()) (*model)->rebuildEffectPreview();
+            });
+        // Another active track may have another rate or channel count.
+        trackSwitchConnection = selectionChanged.connect([this] { rebuildEffectPreview(); });
+    }
+    effectChainChanged.emit();
+}
+
+bool EditorModel::canAddEffect() const {
+    const auto track = activeTrack();
+    return track && track->audio() && !(effects && effects->isApplying());
+}
+
+void EditorModel::addEffect(EffectKind kind) {
+    if (!canAddEffect()) return;
+    if (!effects) setEffectChain(std::make_shared<EffectChain>());
+    auto session = EffectSession::make(kind, prefs.effectValues(std::string(rawValue(kind))));
+    const Uuid id = session->id();
+    effects->append(std::move(session));
+    effects->select(id);
+}
+
+void EditorModel::removeEffect(const Uuid& id) {
+    if (effects) effects->remove(id);
+}
+
+void EditorModel::closeEffects() {
+    if (!effects || effects->isApplying()) return;
+    setEffectChain(nullptr);
+    installEffectPreview({});
+    if (previewHooks.setBypassed)
+        previewHooks.setBypassed(false);
+    else
+        previewInsert->setBypassed(false);
+}
+
+void EditorModel::setEffectsBypassed(bool flag) {
+    if (!effects) return;
+    effects->setBypassed(flag);
+    if (previewHooks.setBypassed)
+        previewHooks.setBypassed(flag);
+    else
+        previewInsert->setBypassed(flag);
+}
+
+// ---- live preview ----------------------------------------------------------------------------
+
+void EditorModel::setEffectPreviewHooks(EffectPreviewHooks hooks) {
+    // The model's own insert stands in only while nobody plays the preview.
+    auto old = previewInsert->setProcessor(nullptr, 0);
+    previewInsert->setBypassed(false);
+    previewHooks = std::move(hooks);
+    rebuildEffectPreview();
+    if (previewHooks.setBypassed) previewHooks.setBypassed(effects && effects->isBypassed());
+}
+
+void EditorModel::rebuildEffectPreview() {
+    if (!effects) return installEffectPreview({});
+    installEffectPreview([weak = std::weak_ptr<EffectChain>(effects)](double sampleRate,
+                                                                     int channelCount)
+                             -> std::unique_ptr<EffectProcessor> {
+        if (auto chain = weak.lock()) return chain->previewProcessor(sampleRate, channelCount);
+        return nullptr;
+    });
+}
+
+void EditorModel::installEffectPreview(EffectFactory factory) {
+    if (previewHooks.install) return previewHooks.install(std::move(factory));
+    std::unique_ptr<EffectProcessor> processor;
+    int channelCount = 0;
+    const auto track = activeTrack();
+    if (factory && track && track->audio()) {
+        channelCount = track->audio()->channelCount();
+        processor = factory(track->sampleRate(), channelCount);
+    }
+    // The processor taken out is freed here, on the main thread, never on the audio thread.
+    auto old = previewInsert->setProcessor(std::move(processor), channelCount);
+}
+
+// ---- apply -----------------------------------------------------------------------------------
+
+void EditorModel::setEffectsApplyProgress(std::optional<double> value) {
+    if (value == applyProgress) return;
+    applyProgress = value;
+    effectsApplyProgressChanged.emit();
+}
+
+void EditorModel::applyEffects() {
+    if (!effects || effects->isApplying()) return;
+    const auto active = effects->activeEffects();
+    const auto track = activeTrack();
+    if (active.empty() || !track || !track->audio() || track->isRecording()) return;
+
+    auto job = std::make_shared<EffectApply>();
+    job->chain = effects;
+    job->track = track;
+    job->source = track->audio();
+    job->hadSelection = track->selection().has_value();
+    job->range = track->selection().value_or(FrameRange{0, track->frameCount()});
+    job->actionName = active.size() == 1 ? std::string(title(active.front()->kind())) : "Effects";
+    for (const auto& session : active) job->applied.push_back({session->kind(), session->values()});
+
+    auto render = effects->renderProcessor(job->source->sampleRate, job->source->channelCount());
+    const int64_t tail = EffectRenderer::tailFrames(render.tailSeconds, job->source->sampleRate);
+    std::shared_ptr<EffectProcessor> processor = std::move(render.processor);
+
+    effects->setApplying(true);
+    setEffectsApplyProgress(0.0);
+    Executor& executor = exec;
+    exec.runInBackground([&executor, weak = std::weak_ptr<EditorModel*>(self), job, processor, tail] {
+        auto toMain = [&executor, weak](std::function<void(EditorModel&)> work) {
+            executor.post([weak, work = std::move(work)] {
+                if (auto model = weak.lock()) work(**model);
+            });
+        };
+        try {
+            auto clip = std::make_shared<AudioClip>(
+                EffectRenderer::render(*job->source, job->range, tail, *processor, [&](double fraction) {
+                    toMain([fraction](EditorModel& m) {
+                        if (m.applyProgress) m.setEffectsApplyProgress(fraction);
+                    });
+                }));
+            toMain([job, clip](EditorModel& m) { m.finishApplyingEffects(*job, std::move(*clip)); });
+        } catch (const std::exception& error) {
+            toMain([job, message = userMessage(error)](EditorModel& m) {
+                job->chain->setApplying(false);
+                m.setEffectsApplyProgress(std::nullopt);
+                m.showAlert({job->actionName + " failed", message});
+            });
+        }
+    });
+}
+
+void EditorModel::finishApplyingEffects(const EffectApply& job, AudioClip rendered) {
+    job.chain->setApplying(false);
+    setEffectsApplyProgress(std::nullopt);
+    // Audio edited, replaced or recorded into while the render ran would be overwritten with
+    // a render of audio that is no longer there: the result is dropped and the chain stays.
+    const auto track = job.track.lock();
+    if (!track || track->audio() != job.source || track->isRecording()) return;
+
+    std::optional<FrameRange> selectingAfter;
+    if (job.hadSelection)
+        selectingAfter = FrameRange{job.range.lower, job.range.lower + rendered.length()};
+    const bool done = attemptEdit(job.actionName, [&] {
+        track->replace(job.range, rendered, selectingAfter, job.actionName);
+    });
+    if (!done) return;
+
+    for (const auto& effect : job.applied)
+        prefs.rememberEffectValues(std::string(rawValue(effect.kind)), effect.values);
+    if (effects == job.chain) closeEffects();
+}
+
+} // namespace sonvale
