@@ -3,6 +3,7 @@
 #include "audio/AudioErrors.h"
 #include "audio/AudioLoader.h"
 #include "base/Executor.h"
+#include "engine/PlaybackEngine.h"
 
 #include <algorithm>
 #include <cctype>
@@ -21,7 +22,14 @@ std::string userMessage(const std::exception& error) {
 }
 
 EditorModel::EditorModel(Executor& executor, Preferences& preferences)
-    : exec(executor), prefs(preferences), self(std::make_shared<EditorModel*>(this)) {}
+    : EditorModel(executor, preferences, nullptr) {}
+
+EditorModel::EditorModel(Executor& executor, Preferences& preferences,
+                         std::unique_ptr<PlaybackEngine> player)
+    : exec(executor), prefs(preferences), self(std::make_shared<EditorModel*>(this)),
+      engine(std::move(player)) {
+    connectTransport();
+}
 
 EditorModel::~EditorModel() = default;
 

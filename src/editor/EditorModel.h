@@ -4,12 +4,14 @@
 #include "audio/AudioTrack.h"
 #include "audio/Loudness.h"
 #include "audio/ExportOptions.h"
+#include "base/Executor.h"
 #include "base/Uuid.h"
 #include "effects/EffectChain.h"
 #include "effects/EffectInsert.h"
 
 #include <sigc++/signal.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -23,7 +25,9 @@
 namespace sonvale {
 
 class Executor;
+class PlaybackEngine;
 class Preferences;
+class RenderSource;
 
 // An alert's title and message; the editor shows one at a time.
 struct AppAlert {
@@ -43,7 +47,11 @@ struct AppAlert {
 // dropped when it reports.
 class EditorModel {
 public:
+    // `player` plays the audio; without one, an engine over the default output is made the
+    // first time something plays.
     EditorModel(Executor& executor, Preferences& preferences);
+    EditorModel(Executor& executor, Preferences& preferences,
+                std::unique_ptr<PlaybackEngine> player);
     ~EditorModel();
     EditorModel(const EditorModel&) = delete;
     EditorModel& operator=(const EditorModel&) = delete;
@@ -238,6 +246,40 @@ public:
     // Cuts what lies below -60 dBFS at both ends, keeping 10 ms, as one undo step.
     void trimSilence();
 
+    // ==== transport (EditorModel+Transport.cpp) ====
+    // Play runs on the active track: a selection plays from its start to its end, otherwise
+    // the whole track from the cursor (from 0 when the cursor is at the end). With looping
+    // on, the selection (or the whole track) repeats. Stop moves the cursor to the frame
+    // being heard when no selection was playing, so play carries on from there; at the end of
+    // the content the transport stops by itself and the cursor stays put. While playing, the
+    // playhead is the frame being heard and a scrub (jumpToMarker, a click) seeks.
+    // Selecting another track while playing carries on at the same time on that track.
+    static constexpr const char* loopPlaybackToolTip = "Loop playback (Ctrl+L)";
+    static constexpr const char* playbackRateToolTip =
+        "Playback speed, pitch preserved (Ctrl+[ slower, Ctrl+] faster)";
+    static constexpr std::chrono::milliseconds playbackTimerInterval{33};
+
+    PlaybackEngine& player();
+    bool canPlay() const; // an active track with audio that is not recording
+    bool isPlaying() const { return playingTrack.has_value(); }
+    const std::optional<Uuid>& playingTrackID() const { return playingTrack; }
+    void play();
+    void stop();
+    void togglePlayback(); // Space
+    // Moves the playhead: a seek while playing (kept inside the play range), else the cursor.
+    void seek(int64_t frame);
+    bool isLooping() const { return looping; }
+    void loopPlayback(); // toggles looping, also for the play under way
+    float playbackRate() const { return rate; }
+    void changePlaybackRate(int step); // one step through PlaybackEngine::playbackRates
+    std::string playbackRateText() const; // "0.5×" ... "2×"
+    void startPlaybackTimer();
+    void continuePlaybackOnSelectedTrack();
+
+    sigc::signal<void()> transportChanged; // isPlaying, isLooping, playbackRate
+    sigc::signal<void()> playheadChanged;  // the playing track's heard position moved
+    // ==== end transport ====
+
     // ---- change signals
     sigc::signal<void()> tracksChanged;
     sigc::signal<void()> selectionChanged; // selectedTrackIDs, and so activeTrack
@@ -270,6 +312,22 @@ private:
     PlayheadHooks playhead;
     // The audio each track's loudness is being measured for.
     std::map<Uuid, std::weak_ptr<const AudioData>> loudnessInFlight;
+
+
+    // ==== transport state (EditorModel+Transport.cpp) ====
+    void connectTransport();
+    void playFrom(const AudioTrackPtr& track, FrameRange range, int64_t at);
+    void finishPlayback(bool moveCursor);
+    void playbackTick();
+    std::optional<int64_t> heardFrame() const;
+    std::unique_ptr<PlaybackEngine> engine;
+    std::shared_ptr<RenderSource> playingSource;
+    std::optional<Uuid> playingTrack;
+    bool playingSelection = false;
+    bool looping = false;
+    float rate = 1.0f;
+    DelayedTask playbackTimer;
+    // ==== end transport state ====
 };
 
 // The text of an error for the person using Sonvale.

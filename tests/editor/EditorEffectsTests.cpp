@@ -32,6 +32,7 @@ struct Editor {
         track->finishLoading(std::move(audio));
         model->addTrack(track);
         model->setSelectedTrackIDs({track->id()});
+        executor.drain(); // the loudness measurement every new audio gets
         return track;
     }
 

@@ -1,0 +1,208 @@
+#include "editor/EditorModel.h"
+
+#include "engine/PlaybackContent.h"
+#include "engine/PlaybackEngine.h"
+#include "engine/RenderSource.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace sonvale {
+
+void EditorModel::connectTransport() {
+    // While a track plays, its playhead is the frame being heard and a scrub is a seek.
+    playhead.position = [this](const AudioTrack& track) -> std::optional<int64_t> {
+        if (playingTrack == track.id()) return heardFrame();
+        return std::nullopt;
+    };
+    playhead.scrub = [this](AudioTrack& track, int64_t frame) {
+        if (playingTrack == track.id())
+            seek(frame);
+        else
+            track.setCursor(std::clamp<int64_t>(frame, 0, track.frameCount()));
+    };
+    selectionChanged.connect([this] { continuePlaybackOnSelectedTrack(); });
+}
+
+PlaybackEngine& EditorModel::player() {
+    if (!engine) {
+        engine = std::make_unique<PlaybackEngine>();
+        engine->setRate(rate);
+    }
+    return *engine;
+}
+
+bool EditorModel::canPlay() const {
+    const auto track = activeTrack();
+    return track && track->audio() && track->frameCount() > 0 && !track->isRecording();
+}
+
+std::optional<int64_t> EditorModel::heardFrame() const {
+    if (!engine || !playingSource) return std::nullopt;
+    const int64_t frames = playingSource->content->frameCount();
+    // Before the first buffer is heard the playhead waits at the frame playback started from.
+    const int64_t frame = engine->audibleFrame().value_or(playingSource->renderedFrom.load());
+    return std::clamp<int64_t>(frame, 0, frames);
+}
+
+void EditorModel::play() {
+    if (!canPlay()) return;
+    const auto track = activeTrack();
+    const int64_t frames = track->frameCount();
+    const auto& selection = track->selection();
+    if (selection && !selection->isEmpty()) {
+        playingSelection = true;
+        playFrom(track, *selection, selection->lower);
+    } else {
+        playingSelection = false;
+        const int64_t cursor = track->cursor();
+        playFrom(track, {0, frames}, cursor >= 0 && cursor < frames ? cursor : 0);
+    }
+    if (isPlaying()) startPlaybackTimer();
+}
+
+void EditorModel::playFrom(const AudioTrackPtr& track, FrameRange range, int64_t at) {
+    PlaybackEngine& out = player();
+    try {
+        out.setRate(rate);
+        auto source = out.prepare(AudioDataContent::make(track->audio()), track->gainBox());
+        source->start(range, at, looping);
+        out.start();
+        playingSource = std::move(source);
+    } catch (const std::exception& error) {
+        out.unload();
+        playingSource.reset();
+        playingTrack.reset();
+        playbackTimer.cancel();
+        showAlert({playbackFailedTitle, userMessage(error)});
+        transportChanged.emit();
+        return;
+    }
+    playingTrack = track->id();
+
+    // Edits made while the track plays are heard at once: playback picks up the new audio at
+    // the frame being heard.
+    std::weak_ptr<EditorModel*> weak = self;
+    const Uuid id = track->id();
+    track->onAudioReplaced = [weak, id](const AudioDataPtr&) {
+        const auto alive = weak.lock();
+        if (!alive) return;
+        EditorModel& model = **alive;
+        if (model.playingTrack != id) return;
+        const auto playing = model.track(id);
+        if (!playing || !playing->audio() || playing->frameCount() == 0) {
+            model.finishPlayback(false);
+            return;
+        }
+        const int64_t frames = playing->frameCount();
+        FrameRange range{0, frames};
+        if (model.playingSelection && playing->selection() && !playing->selection()->isEmpty())
+            range = *playing->selection();
+        else
+            model.playingSelection = false;
+        const int64_t at = std::clamp<int64_t>(model.heardFrame().value_or(range.lower),
+                                               range.lower, range.upper - 1);
+        model.playFrom(playing, range, at);
+    };
+    transportChanged.emit();
+    playheadChanged.emit();
+}
+
+void EditorModel::stop() {
+    if (!isPlaying()) return;
+    finishPlayback(true);
+}
+
+void EditorModel::togglePlayback() {
+    if (isPlaying())
+        stop();
+    else
+        play();
+}
+
+void EditorModel::finishPlayback(bool moveCursor) {
+    const auto heard = heardFrame();
+    const auto playing = playingTrack ? track(*playingTrack) : nullptr;
+    if (engine) engine->unload();
+    playbackTimer.cancel();
+    playingSource.reset();
+    playingTrack.reset();
+    if (moveCursor && !playingSelection && heard && playing) playing->setCursor(*heard);
+    playingSelection = false;
+    transportChanged.emit();
+    playheadChanged.emit();
+}
+
+void EditorModel::seek(int64_t frame) {
+    if (isPlaying() && playingSource) {
+        const int64_t lower = playingSource->rangeStart.load();
+        const int64_t upper = std::min(playingSource->rangeEnd.load(), playingSource->content->frameCount());
+        playingSource->seek(std::clamp<int64_t>(frame, lower, std::max(lower, upper - 1)));
+        playheadChanged.emit();
+        return;
+    }
+    if (const auto track = activeTrack()) track->setCursor(std::clamp<int64_t>(frame, 0, track->frameCount()));
+}
+
+void EditorModel::loopPlayback() {
+    looping = !looping;
+    if (playingSource) playingSource->looping.store(looping);
+    transportChanged.emit();
+}
+
+void EditorModel::changePlaybackRate(int step) {
+    const float next = PlaybackEngine::steppedRate(rate, step);
+    if (next == rate) return;
+    rate = next;
+    if (engine) engine->setRate(rate);
+    transportChanged.emit();
+}
+
+std::string EditorModel::playbackRateText() const {
+    char text[16];
+    std::snprintf(text, sizeof text, "%g", double(rate));
+    return std::string(text) + "\u00d7";
+}
+
+void EditorModel::startPlaybackTimer() {
+    playbackTimer.cancel();
+    std::weak_ptr<EditorModel*> weak = self;
+    playbackTimer = exec.postAfter(playbackTimerInterval, [weak] {
+        if (const auto alive = weak.lock()) (*alive)->playbackTick();
+    });
+}
+
+void EditorModel::playbackTick() {
+    if (!playingSource || !engine) return;
+    engine->checkOutput();
+    if (!playingSource->playing.load()) {
+        // The content ran out (or the output could not be restarted).
+        finishPlayback(false);
+        return;
+    }
+    playheadChanged.emit();
+    startPlaybackTimer();
+}
+
+void EditorModel::continuePlaybackOnSelectedTrack() {
+    if (!isPlaying() || !playingSource) return;
+    const auto active = activeTrack();
+    if (active && active->id() == *playingTrack) return;
+    if (!active || !canPlay()) {
+        finishPlayback(false);
+        return;
+    }
+    // The same moment in time on the newly selected track, through to its end.
+    const double seconds = double(heardFrame().value_or(0)) / playingSource->content->sampleRate();
+    const int64_t frames = active->frameCount();
+    const auto at = int64_t(std::llround(seconds * active->sampleRate()));
+    if (at >= frames) {
+        finishPlayback(false);
+        return;
+    }
+    playingSelection = false;
+    playFrom(active, {0, frames}, at);
+}
+
+} // namespace sonvale

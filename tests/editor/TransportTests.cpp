@@ -1,0 +1,310 @@
+#include "editor/EditorModel.h"
+
+#include "base/ManualExecutor.h"
+#include "engine/PlaybackEngine.h"
+#include "persistence/Preferences.h"
+#include "support/ModelTestAudio.h"
+#include "support/PlaybackTestAudio.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using namespace sonvale;
+using namespace sonvale::testing;
+using sonvale::test::ManualOutput;
+
+namespace {
+
+constexpr float step = 1e-6f; // sample i of a test track is i * step
+
+// An editor whose engine plays into a hand-driven output: each pull() renders one buffer.
+struct Transport {
+    ManualExecutor executor;
+    Preferences preferences;
+    ManualOutput* output;
+    std::unique_ptr<EditorModel> model;
+    AudioTrackPtr track = AudioTrack::create("/music/Talk.wav");
+
+    explicit Transport(int64_t frames = 48000) {
+        auto manual = std::make_unique<ManualOutput>();
+        output = manual.get();
+        model = std::make_unique<EditorModel>(executor, preferences,
+                                              std::make_unique<PlaybackEngine>(std::move(manual)));
+        track->finishLoading(makeRamp(48000, 1, frames, step));
+        model->addTrack(track);
+        model->setSelectedTrackIDs({track->id()});
+    }
+
+    // Renders `frames` frames stamped `at` seconds and returns the left channel.
+    const std::vector<float>& pull(double at, int64_t frames = 512) {
+        return output->pull(frames, hostTimeFromSeconds(at))[0];
+    }
+    void hearAt(double seconds) { output->clock = hostTimeFromSeconds(seconds); }
+    void tick() { executor.advance(EditorModel::playbackTimerInterval); }
+};
+
+int64_t frameOf(float sample, float scale = step) { return std::llround(sample / scale); }
+
+} // namespace
+
+// ---- what plays --------------------------------------------------------------------------
+
+TEST(Transport, PlaysTheWholeTrackFromTheCursor) {
+    Transport t;
+    t.track->setCursor(1000);
+    t.model->play();
+    ASSERT_TRUE(t.model->isPlaying());
+    EXPECT_EQ(t.model->playingTrackID(), t.track->id());
+    const auto& left = t.pull(1.0);
+    EXPECT_EQ(frameOf(left[0]), 1000);
+    EXPECT_EQ(frameOf(left[511]), 1511);
+}
+
+TEST(Transport, ACursorAtTheEndPlaysFromTheStart) {
+    Transport t;
+    t.track->setCursor(48000);
+    t.model->play();
+    EXPECT_EQ(frameOf(t.pull(1.0)[0]), 0);
+}
+
+TEST(Transport, ASelectionPlaysFromItsStartAndStopsAtItsEnd) {
+    Transport t;
+    t.track->setSelection(FrameRange{2000, 2700});
+    t.track->setCursor(2300);
+    t.model->play();
+    EXPECT_EQ(frameOf(t.pull(1.0)[0]), 2000);
+    const auto& left = t.pull(1.0 + 512.0 / 48000);
+    EXPECT_EQ(frameOf(left[187]), 2699);
+    EXPECT_EQ(left[188], 0.0f); // past the selection: silence
+    t.tick();
+    EXPECT_FALSE(t.model->isPlaying());
+}
+
+TEST(Transport, ALoopedSelectionWrapsToItsStart) {
+    Transport t;
+    t.track->setSelection(FrameRange{2000, 2700});
+    t.model->loopPlayback();
+    EXPECT_TRUE(t.model->isLooping());
+    t.model->play();
+    t.pull(1.0);
+    const auto& left = t.pull(1.0 + 512.0 / 48000);
+    EXPECT_EQ(frameOf(left[187]), 2699);
+    EXPECT_EQ(frameOf(left[188]), 2000);
+    t.tick();
+    EXPECT_TRUE(t.model->isPlaying());
+}
+
+TEST(Transport, TurningTheLoopOnWhilePlayingLoopsThePlayUnderWay) {
+    Transport t(1024);
+    t.model->play();
+    t.model->loopPlayback();
+    t.pull(1.0, 1000);
+    const auto& left = t.pull(1.1, 48);
+    EXPECT_EQ(frameOf(left[23]), 1023);
+    EXPECT_EQ(frameOf(left[24]), 0);
+}
+
+TEST(Transport, NothingPlaysWithoutAnActiveTrack) {
+    Transport t;
+    t.model->setSelectedTrackIDs({});
+    t.model->play();
+    EXPECT_FALSE(t.model->isPlaying());
+    EXPECT_EQ(t.output->starts, 0);
+}
+
+// ---- stopping ----------------------------------------------------------------------------
+
+TEST(Transport, StopLeavesTheCursorAtTheFrameBeingHeard) {
+    Transport t;
+    t.model->play();
+    t.pull(1.0);
+    t.hearAt(1.0 + 0.02 + 0.01); // 0.02 s output latency, then 10 ms in
+    t.model->stop();
+    EXPECT_FALSE(t.model->isPlaying());
+    EXPECT_FALSE(t.output->isRunning());
+    EXPECT_EQ(t.track->cursor(), 480);
+    // Playing again carries on from there.
+    t.model->play();
+    EXPECT_EQ(frameOf(t.pull(2.0)[0]), 480);
+}
+
+TEST(Transport, StopAfterPlayingASelectionLeavesTheCursorAlone) {
+    Transport t;
+    t.track->setSelection(FrameRange{2000, 30000});
+    t.track->setCursor(2000);
+    t.model->play();
+    t.pull(1.0);
+    t.hearAt(1.1);
+    t.model->stop();
+    EXPECT_EQ(t.track->cursor(), 2000);
+    EXPECT_EQ(t.model->playheadPosition(), 2000);
+}
+
+TEST(Transport, TheTimerMovesThePlayheadAndStopsAtTheEnd) {
+    Transport t(2048);
+    int moves = 0;
+    t.model->playheadChanged.connect([&] { ++moves; });
+    t.model->play();
+    EXPECT_EQ(t.model->playheadPosition(), 0); // nothing heard yet
+    t.pull(1.0);
+    t.hearAt(1.03);
+    moves = 0;
+    t.tick();
+    EXPECT_EQ(moves, 1);
+    EXPECT_EQ(t.model->playheadPosition(), 480);
+    EXPECT_TRUE(t.model->isPlaying());
+    t.pull(1.0 + 512.0 / 48000, 1600); // past the end of the track
+    t.tick();
+    EXPECT_FALSE(t.model->isPlaying());
+    EXPECT_FALSE(t.output->isRunning());
+    EXPECT_EQ(t.track->cursor(), 0); // the end does not move the cursor
+    EXPECT_EQ(t.executor.pendingDelayed(), 0u);
+}
+
+// ---- seeking and scrubbing ---------------------------------------------------------------
+
+TEST(Transport, SeekWhilePlayingJumpsAtTheNextBuffer) {
+    Transport t;
+    t.model->play();
+    t.pull(1.0);
+    t.model->seek(30000);
+    EXPECT_EQ(frameOf(t.pull(1.0 + 512.0 / 48000)[0]), 30000);
+    EXPECT_EQ(t.track->cursor(), 0);
+}
+
+TEST(Transport, SeekWhilePlayingASelectionStaysInsideIt) {
+    Transport t;
+    t.track->setSelection(FrameRange{2000, 3000});
+    t.model->play();
+    t.model->seek(40000);
+    EXPECT_EQ(frameOf(t.pull(1.0)[0]), 2999);
+}
+
+TEST(Transport, SeekWhileStoppedMovesTheCursorInsideTheTrack) {
+    Transport t;
+    t.model->seek(1234);
+    EXPECT_EQ(t.track->cursor(), 1234);
+    t.model->seek(90000);
+    EXPECT_EQ(t.track->cursor(), 48000);
+}
+
+TEST(Transport, JumpingToAMarkerWhilePlayingSeeks) {
+    Transport t;
+    t.track->addMarker(10000, std::nullopt);
+    t.model->play();
+    t.pull(1.0);
+    t.hearAt(1.03);
+    t.model->jumpToMarker(1);
+    EXPECT_EQ(frameOf(t.pull(1.0 + 512.0 / 48000)[0]), 10000);
+    EXPECT_EQ(t.track->cursor(), 0);
+}
+
+TEST(Transport, AddMarkerUsesThePlayheadWhilePlaying) {
+    Transport t;
+    t.model->play();
+    t.pull(1.0);
+    t.hearAt(1.0 + 0.02 + 0.1);
+    t.model->addMarker();
+    ASSERT_EQ(t.track->markers().size(), 1u);
+    EXPECT_EQ(t.track->markers()[0].start, 4800);
+    EXPECT_FALSE(t.track->markers()[0].isRegion());
+}
+
+// ---- speed -------------------------------------------------------------------------------
+
+TEST(Transport, SpeedStepsUpAndDownAndStopsAtTheEnds) {
+    Transport t;
+    EXPECT_EQ(t.model->playbackRateText(), "1×");
+    t.model->changePlaybackRate(1);
+    EXPECT_EQ(t.model->playbackRate(), 1.25f);
+    EXPECT_EQ(t.model->playbackRateText(), "1.25×");
+    EXPECT_EQ(t.model->player().rate(), 1.25f);
+    for (int i = 0; i < 5; ++i) t.model->changePlaybackRate(1);
+    EXPECT_EQ(t.model->playbackRate(), 2.0f);
+    EXPECT_EQ(t.model->playbackRateText(), "2×");
+    for (int i = 0; i < 10; ++i) t.model->changePlaybackRate(-1);
+    EXPECT_EQ(t.model->playbackRate(), 0.5f);
+    EXPECT_EQ(t.model->playbackRateText(), "0.5×");
+    EXPECT_EQ(t.model->player().rate(), 0.5f);
+}
+
+TEST(Transport, TheSpeedOutlastsAPlayAndChangesOneUnderWay) {
+    Transport t;
+    t.model->changePlaybackRate(-1);
+    t.model->play();
+    EXPECT_EQ(t.model->player().rate(), 0.75f);
+    t.model->changePlaybackRate(1);
+    EXPECT_EQ(t.model->player().rate(), 1.0f);
+}
+
+// ---- failures ----------------------------------------------------------------------------
+
+TEST(Transport, AnOutputThatWontStartShowsPlaybackFailed) {
+    Transport t;
+    t.output->failStart = true;
+    t.model->play();
+    EXPECT_FALSE(t.model->isPlaying());
+    ASSERT_TRUE(t.model->alert());
+    EXPECT_EQ(t.model->alert()->title, "Playback failed");
+    EXPECT_NE(t.model->alert()->message.find("Device unavailable"), std::string::npos);
+    EXPECT_EQ(t.executor.pendingDelayed(), 0u);
+    // The next attempt works once the device does.
+    t.output->failStart = false;
+    t.model->play();
+    EXPECT_TRUE(t.model->isPlaying());
+}
+
+// ---- switching tracks, gain, edits -------------------------------------------------------
+
+TEST(Transport, SelectingAnotherTrackCarriesOnAtTheSameTime) {
+    Transport t;
+    auto other = AudioTrack::create("/music/Other.wav");
+    other->finishLoading(makeRamp(24000, 1, 24000, 2 * step));
+    t.model->addTrack(other);
+    t.model->play();
+    t.pull(1.0);
+    t.hearAt(1.0 + 0.02 + 0.1); // 0.1 s in: frame 4800 at 48 kHz
+    t.model->setSelectedTrackIDs({other->id()});
+    ASSERT_TRUE(t.model->isPlaying());
+    EXPECT_EQ(t.model->playingTrackID(), other->id());
+    EXPECT_EQ(frameOf(t.pull(2.0)[0], 2 * step), 2400); // 0.1 s at 24 kHz
+}
+
+TEST(Transport, SelectingATrackTooShortToCarryOnStops) {
+    Transport t;
+    auto other = AudioTrack::create("/music/Short.wav");
+    other->finishLoading(makeRamp(48000, 1, 1000, step));
+    t.model->addTrack(other);
+    t.model->play();
+    t.pull(1.0);
+    t.hearAt(1.0 + 0.02 + 0.1);
+    t.model->setSelectedTrackIDs({other->id()});
+    EXPECT_FALSE(t.model->isPlaying());
+    EXPECT_FALSE(t.output->isRunning());
+}
+
+TEST(Transport, GainChangesReachThePlayingGainBox) {
+    Transport t;
+    t.model->play();
+    EXPECT_EQ(t.model->player().source()->gain, t.track->gainBox());
+    t.pull(1.0);
+    t.track->setGainDB(20.0f * std::log10(0.5f));
+    t.pull(1.01);                              // ramps to the new gain
+    const auto& left = t.pull(1.02);           // frames 1024 ... at half level
+    EXPECT_NEAR(left[0], 1024 * step * 0.5f, 1e-7f);
+    EXPECT_NEAR(left[511], 1535 * step * 0.5f, 1e-7f);
+}
+
+TEST(Transport, AnEditWhilePlayingIsHeardAtOnce) {
+    Transport t;
+    t.model->play();
+    t.pull(1.0);
+    t.hearAt(1.03); // frame 480
+    t.track->replace(FrameRange{0, 2000}, makeClip(48000, {std::vector<float>(2000, 0.9f)}),
+                     std::nullopt, "Paste");
+    ASSERT_TRUE(t.model->isPlaying());
+    const auto& left = t.pull(2.0);
+    EXPECT_EQ(left[0], 0.9f);
+    EXPECT_EQ(t.model->player().source()->content->frameCount(), 48000);
+}
