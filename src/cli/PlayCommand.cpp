@@ -39,7 +39,7 @@ std::string decibels(float peak) {
 } // namespace
 
 int play(const Arguments& args) {
-    const char* usage = "play FILE [--speed X] [--loop] [--from SECONDS] [--seconds N] [--effect SPEC ...]";
+    const char* usage = "play FILE [--speed X] [--loop] [--from SECONDS] [--seconds N] [--effect KIND[@PRESET][,NAME=VALUE...] ...]";
     std::string file;
     double speed = 1, from = 0, seconds = -1;
     bool loop = false;
@@ -61,7 +61,7 @@ int play(const Arguments& args) {
     if (from < 0) throw UsageError{"--from must not be negative"};
     if (seconds == 0 || (seconds < 0 && seconds != -1)) throw UsageError{"--seconds must be positive"};
 
-    // Parsed before decoding, so a bad SPEC fails at once.
+    // Parsed before decoding, so a bad effect fails at once.
     auto chain = std::make_shared<EffectChain>();
     for (const auto& effect : effects) {
         const EffectSetup setup = EffectSetup::parse(effect);

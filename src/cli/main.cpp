@@ -39,7 +39,7 @@ const std::map<std::string, Command>& commands() {
         {"trim-silence", {"trim-silence IN -o OUT [--format F]   cut the silence at both ends",
                           trimSilence}},
         {"play", {"play FILE [--speed X] [--loop] [--from SECONDS] [--seconds N] "
-                  "[--effect SPEC ...]",
+                  "[--effect KIND[@PRESET][,NAME=VALUE...] ...]",
                   play}},
     };
     return table;
