@@ -14,3 +14,10 @@ echo "== opening a long file"
 bench/load-vs-ffmpeg.sh "$minutes"
 echo "== export"
 bench/export.sh build/release/sonvale-cli "${SONVALE_BENCH_DIR:-/tmp/sonvale-bench}/$minutes-min/long.wav"
+echo "== effects against sox"
+bench/effects-vs-sox.sh build/release/sonvale-cli
+echo "== opening a folder of 200 short files"
+bench/open-folder.sh build/release "${SONVALE_BENCH_DIR:-/tmp/sonvale-bench}"
+echo "== playhead against the captured output"
+cmake --build --preset release -j2 --target sonvale_playhead_error
+bench/playhead-error.sh build/release
