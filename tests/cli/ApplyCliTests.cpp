@@ -3,6 +3,8 @@
 
 #include "support/AudioFiles.h"
 
+#include "support/CliCommand.h"
+
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
@@ -19,24 +21,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Run {
-    int status = -1;
-    std::string output;
-};
-
-Run runCommand(const std::string& command) {
-    Run run;
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (!pipe) return run;
-    std::array<char, 4096> buffer;
-    while (size_t n = fread(buffer.data(), 1, buffer.size(), pipe)) run.output.append(buffer.data(), n);
-    int status = pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
-}
-
-Run apply(const std::string& arguments) {
-    return runCommand(std::string(SONVALE_CLI_PATH) + " apply " + arguments);
+sonvale::test::CliOutput apply(const std::string& arguments) {
+    return sonvale::test::runCli("apply " + arguments);
 }
 
 struct Sound {

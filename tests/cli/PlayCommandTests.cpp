@@ -2,6 +2,8 @@
 
 #include "support/SoundServer.h"
 
+#include "support/CliCommand.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -21,23 +23,6 @@ extern char** environ;
 using namespace sonvale::test;
 
 namespace {
-
-struct Run {
-    int status = -1;
-    std::string output; // stdout and stderr together
-};
-
-Run runCli(const std::string& arguments) {
-    Run run;
-    std::string command = std::string(SONVALE_CLI_PATH) + " " + arguments + " 2>&1";
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return run;
-    std::array<char, 4096> buffer;
-    while (size_t n = fread(buffer.data(), 1, buffer.size(), pipe)) run.output.append(buffer.data(), n);
-    int status = pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
-}
 
 // A two-second 440 Hz tone made by sox, in the temporary directory.
 std::string toneFile() {
