@@ -30,7 +30,9 @@ void MainWindow::openFiles(const QStringList& paths) {
         const QString name = QFileInfo(path).fileName();
         auto* item = new QListWidgetItem(name + QString::fromUtf8(" \u2014 loading\u2026"), list);
         QPointer<QListWidget> guard(list);
-        executor.runInBackground([this, guard, item, name, file = path.toStdString()] {
+        // The task holds the executor, not the window: the window may close while it decodes.
+        Executor& exec = executor;
+        exec.runInBackground([&exec, guard, item, name, file = path.toStdString()] {
             QString text;
             try {
                 auto audio = AudioLoader::load(file);
@@ -38,7 +40,7 @@ void MainWindow::openFiles(const QStringList& paths) {
             } catch (const std::exception& error) {
                 text = name + QString::fromUtf8(" \u2014 ") + QString::fromUtf8(error.what());
             }
-            executor.post([guard, item, text] {
+            exec.post([guard, item, text] {
                 if (guard) item->setText(text);
             });
         });
