@@ -6,7 +6,7 @@
 
 class MainWindowTests : public QObject {
     Q_OBJECT
-private slots:
+private Q_SLOTS:
     void windowIsTitledSonvale() {
         sonvale::QtExecutor executor;
         sonvale::MainWindow window(executor);

@@ -15,7 +15,7 @@ public:
     explicit WaveformCanvas(EditorModel& model, QWidget* parent = nullptr);
     ~WaveformCanvas() override;
 
-public slots:
+public Q_SLOTS:
     void zoomIn();
     void zoomOut();
     void zoomToSelection();
