@@ -30,6 +30,12 @@ PlaybackEngine& EditorModel::player() {
         engine = std::make_unique<PlaybackEngine>();
         engine->setRate(rate);
     }
+    if (!previewHooks.install) {
+        // From the first play on, the chain being edited is heard through the engine's insert.
+        PlaybackEngine* out = engine.get();
+        setEffectPreviewHooks({[out](EffectFactory factory) { out->setEffectFactory(std::move(factory)); },
+                               [out](bool flag) { out->effectInsert()->setBypassed(flag); }});
+    }
     return *engine;
 }
 

@@ -308,3 +308,25 @@ TEST(Transport, AnEditWhilePlayingIsHeardAtOnce) {
     EXPECT_EQ(left[0], 0.9f);
     EXPECT_EQ(t.model->player().source()->content->frameCount(), 48000);
 }
+
+// ---- the effects being edited ------------------------------------------------------------
+
+TEST(Transport, TheChainBeingEditedIsHeardThroughTheEngineFromTheFirstPlayOn) {
+    Transport t;
+    t.executor.drain();
+    t.model->addEffect(EffectKind::compressor);
+    t.model->play();
+    const auto& insert = t.model->player().effectInsert();
+    ASSERT_TRUE(insert->hasProcessor());
+    EXPECT_FALSE(t.model->effectPreviewInsert()->hasProcessor());
+
+    t.model->setEffectsBypassed(true);
+    EXPECT_TRUE(insert->isBypassed());
+    t.model->setEffectsBypassed(false);
+    EXPECT_FALSE(insert->isBypassed());
+
+    t.model->closeEffects();
+    EXPECT_FALSE(insert->hasProcessor());
+    t.model->addEffect(EffectKind::limiter); // opened again while playing
+    EXPECT_TRUE(insert->hasProcessor());
+}
