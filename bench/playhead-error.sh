@@ -14,4 +14,4 @@ fi
 set -a
 . "$server/env"
 set +a
-"$build/bench/sonvale_playhead_error" 2> >(grep -vE '^(ALSA|Cannot connect|jack|JackShm|Expression)' >&2)
+"$build/bench/sonvale_playhead_error" "${@:2}" 2> >(grep -vE '^(ALSA|Cannot connect|jack|JackShm|Expression)' >&2)

@@ -62,7 +62,13 @@ double timeOfSample(const Capture& capture, double when, int64_t& index) {
 
 } // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    // The speeds to measure: all steps, or those given as arguments.
+    std::vector<float> speeds{1.0f, 0.5f, 0.75f, 1.25f, 1.5f, 2.0f};
+    if (argc > 1) {
+        speeds.clear();
+        for (int i = 1; i < argc; ++i) speeds.push_back(std::strtof(argv[i], nullptr));
+    }
     std::vector<FloatBuffer> buffers;
     for (int c = 0; c < 2; ++c) {
         FloatBuffer buffer(frames);
@@ -71,7 +77,7 @@ int main() {
     }
     auto audio = AudioLoader::makeAudioData(rate, std::move(buffers), frames);
 
-    for (float speed : {1.0f, 0.5f, 0.75f, 1.25f, 1.5f, 2.0f}) {
+    for (float speed : speeds) {
         PlaybackEngine engine;
         Capture capture;
         capture.left.resize(size_t(rate * 20));

@@ -89,8 +89,8 @@ std::optional<int64_t> PlaybackEngine::audibleFrame(HostTime time) const {
     HostTime renderedAt = renderSource->renderedAt.load(std::memory_order_relaxed);
     if (renderedAt == 0 || !renderSource->playing.load()) return std::nullopt;
     int64_t renderedFrom = renderSource->renderedFrom.load(std::memory_order_relaxed);
-    double elapsed = secondsFromHostTime(time) - secondsFromHostTime(renderedAt) - latency -
-                     stretchLatency();
+    // While stretching, renderedFrom is already the frame leaving the stretcher at renderedAt.
+    double elapsed = secondsFromHostTime(time) - secondsFromHostTime(renderedAt) - latency;
     return renderedFrom +
            std::llround(elapsed * renderSource->content->sampleRate() * double(playbackRate));
 }
@@ -162,6 +162,10 @@ void PlaybackEngine::render(float* const* buffers, int channelCount, int64_t fra
             std::memset(buffers[c], 0, size_t(frameCount) * sizeof(float));
     } else if (speed == 1.0f || !timePitch) {
         if (stretching) {
+            // Back to speed 1: what the stretcher held but had not played yet plays now.
+            if (fedCount > 0 && source->seekRequest.load(std::memory_order_relaxed) < 0)
+                source->position.store(stretchedFrameAt(stretchTaken).frame,
+                                       std::memory_order_relaxed);
             stretching = false;
             stretchDelayFrames.store(0, std::memory_order_relaxed);
         }
@@ -174,40 +178,75 @@ void PlaybackEngine::render(float* const* buffers, int channelCount, int64_t fra
     meters.advanceMixed(frameCount);
 }
 
+PlaybackEngine::StretchedFrame PlaybackEngine::stretchedFrameAt(int64_t output) const noexcept {
+    const double input = (double(output) - offset) * double(stretchRate);
+    const size_t kept = std::min(fedCount, fedBlocks.size());
+    const FedBlock* block = &fedBlocks[(fedCount - kept) % fedBlocks.size()]; // the oldest
+    for (size_t k = 1; k <= kept; ++k) {
+        const FedBlock& b = fedBlocks[(fedCount - k) % fedBlocks.size()];
+        if (double(b.input) <= input) {
+            block = &b;
+            break;
+        }
+    }
+    // Before the first fed frame comes out, it is that frame, after a wait.
+    const double ahead = std::max(double(block->input) - input, 0.0);
+    return {block->frame + std::max<int64_t>(std::llround(input - double(block->input)), 0),
+            ahead / double(stretchRate)};
+}
+
 void PlaybackEngine::renderStretched(float* const* buffers, int channelCount, int64_t frameCount,
                                      HostTime hostTime, float speed) noexcept {
     RenderSource* source = current.load(std::memory_order_relaxed);
-    if (!stretching) {
+    if (!stretching || stretchRate != speed) {
+        // A new speed starts the stretcher afresh (a gap of its start delay), so that its
+        // output keeps a fixed relation to its input. What it held but had not played yet is
+        // played again, unless a seek is waiting.
+        if (stretching && fedCount > 0 && source->seekRequest.load(std::memory_order_relaxed) < 0)
+            source->position.store(stretchedFrameAt(stretchTaken).frame, std::memory_order_relaxed);
         timePitch->reset();
-        stretching = true;
-        stretchRate = 0;
-    }
-    if (stretchRate != speed) {
         timePitch->setTimeRatio(1.0 / double(speed));
+        stretching = true;
         stretchRate = speed;
-        // Without a silent pad in front, a frame leaves the stretcher after its start delay
-        // (output frames) plus the pad it would have wanted (input frames), as measured against
-        // the captured output.
-        stretchDelayFrames.store(int64_t(timePitch->getStartDelay()) +
-                                     std::llround(double(timePitch->getPreferredStartPad()) / double(speed)),
-                                 std::memory_order_relaxed);
+        stretchFed = stretchTaken = 0;
+        fedCount = 0;
+        // Input frame i leaves the stretcher at output frame i / speed + start delay - start
+        // pad / speed: measured against where a burst comes out, within a few milliseconds at
+        // every speed step.
+        offset = double(timePitch->getStartDelay()) -
+                 double(timePitch->getPreferredStartPad()) / double(speed);
     }
-    // Feed the stretcher until it holds a buffer's worth. Only the first block of a callback
-    // carries a time stamp: it is heard after what the stretcher already holds ready.
-    HostTime stamp = 0;
-    if (hostTime != 0)
-        stamp = hostTime + HostTime(std::llround(double(std::max(timePitch->available(), 0)) /
-                                                 streamFormat->sampleRate * 1e9));
+    const double perInput = 1.0 / double(speed);
+
+    // Feed the stretcher until it holds a buffer's worth.
     for (int round = 0; round < 64 && timePitch->available() < int(frameCount); ++round) {
         int64_t wanted = int64_t(timePitch->getSamplesRequired());
         int64_t n = std::clamp<int64_t>(wanted > 0 ? wanted : 256, 1, maxStretchBlock);
-        source->render(n, scratchChannels.data(), outputChannels, stamp);
-        stamp = 0;
+        source->render(n, scratchChannels.data(), outputChannels, 0);
+        fedBlocks[fedCount % fedBlocks.size()] = {stretchFed, source->blockStart};
+        ++fedCount;
+        stretchFed += n;
         timePitch->process(scratchChannels.data(), size_t(n), false);
     }
+
+    // The content frame at the start of this buffer: the input frame that leaves the stretcher
+    // here, found among the fed blocks.
+    if (hostTime != 0 && fedCount > 0) {
+        const StretchedFrame heard = stretchedFrameAt(stretchTaken);
+        source->renderedFrom.store(heard.frame, std::memory_order_relaxed);
+        source->renderedAt.store(
+            hostTime + HostTime(std::llround(heard.wait / streamFormat->sampleRate * 1e9)),
+            std::memory_order_relaxed);
+        // How long the newest fed frame takes to come out, in output frames.
+        const double newest = double(stretchFed) * perInput + offset;
+        stretchDelayFrames.store(std::max<int64_t>(std::llround(newest) - stretchTaken, 0),
+                                 std::memory_order_relaxed);
+    }
+
     int available = std::max(timePitch->available(), 0);
     int64_t got = std::min<int64_t>(available, frameCount);
     if (got > 0) timePitch->retrieve(buffers, size_t(got));
+    stretchTaken += got;
     for (int c = 0; c < channelCount; ++c)
         std::memset(buffers[c] + got, 0, size_t(frameCount - got) * sizeof(float));
 }

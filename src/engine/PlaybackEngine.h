@@ -104,6 +104,13 @@ private:
     void renderStretched(float* const* buffers, int channelCount, int64_t frameCount,
                          HostTime hostTime, float speed) noexcept;
     void openOutput(Format format);
+    // The content frame that leaves the stretcher at `output`, and for how many output frames
+    // more nothing fed comes out before it.
+    struct StretchedFrame {
+        int64_t frame;
+        double wait;
+    };
+    StretchedFrame stretchedFrameAt(int64_t output) const noexcept;
 
     std::unique_ptr<AudioOutput> output;
     std::shared_ptr<EffectInsert> insert = std::make_shared<EffectInsert>();
@@ -124,6 +131,18 @@ private:
     // Render callback only.
     bool stretching = false;
     float stretchRate = 1;
+    // Where the stretcher's output stands against its input: input frame i (counted since it
+    // was reset) leaves it at output frame i / speed + offset.
+    int64_t stretchFed = 0;   // input frames since the stretcher was reset
+    int64_t stretchTaken = 0; // output frames since then
+    double offset = 0;
+    // The content frame each fed block began at, by input frame, newest last (a ring).
+    struct FedBlock {
+        int64_t input;
+        int64_t frame;
+    };
+    std::array<FedBlock, 256> fedBlocks{};
+    size_t fedCount = 0;
     std::vector<float> scratch; // outputChannels x maxStretchBlock
     std::array<float*, outputChannels> scratchChannels{};
 };

@@ -39,6 +39,7 @@ bool RenderSource::render(int64_t frameCount, float* const* buffers, int bufferC
     int64_t pos = seekRequest.exchange(-1, std::memory_order_relaxed);
     if (pos < 0) pos = position.load(std::memory_order_relaxed);
     pos = std::max<int64_t>(pos, 0);
+    blockStart = pos;
     if (hostTime != 0) {
         renderedFrom.store(pos, std::memory_order_relaxed);
         renderedAt.store(hostTime, std::memory_order_relaxed);

@@ -53,6 +53,8 @@ public:
 
     // Real-time thread only: the gain reached at the end of the last buffer.
     float appliedGain;
+    // Real-time thread only: the content frame the last render began at (after any seek).
+    int64_t blockStart = 0;
 };
 
 using RenderSourcePtr = std::shared_ptr<RenderSource>;
