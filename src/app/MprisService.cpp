@@ -325,9 +325,9 @@ void MprisService::seekBy(qlonglong offset) {
 void MprisService::setPosition(const QString& trackID, qlonglong time) {
     if (!canSeek() || trackID != trackObjectPath() || time < 0) return;
     const auto track = model.activeTrack();
-    const int64_t frame = microsecondsToFrames(time, track->sampleRate());
-    if (frame > track->frameCount()) return;
-    model.seek(frame);
+    // Compared in the bus's unit: a time past the end may still round to the last frame.
+    if (time > framesToMicroseconds(track->frameCount(), track->sampleRate())) return;
+    model.seek(std::min(microsecondsToFrames(time, track->sampleRate()), track->frameCount()));
     announceSeek();
 }
 

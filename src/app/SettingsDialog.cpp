@@ -95,7 +95,8 @@ SettingsDialog::SettingsDialog(Preferences& preferences, QWidget* parent)
     tabs->addTab(makeGeneralPage(), "General");
     tabs->addTab(makeWaveformPage(), "Waveform");
     tabs->addTab(makeEditingPage(), "Editing");
-    tabs->addTab(makeRecordingPage(), "Recording");
+    QWidget* recordingPage = makeRecordingPage();
+    tabs->addTab(recordingPage, "Recording");
     tabs->addTab(makeTranscriptionPage(), "Transcription");
 
     // Settings apply as they change; the one button only closes the window.
@@ -106,7 +107,12 @@ SettingsDialog::SettingsDialog(Preferences& preferences, QWidget* parent)
     layout->addWidget(tabs);
     layout->addWidget(buttons);
 
-    inputDevices = audioInputDevices();
+    // Probing the hardware takes a moment and wakes every sound device: only when the page
+    // with the input menu is first shown.
+    connect(tabs, &QTabWidget::currentChanged, this, [this, tabs, recordingPage] {
+        if (tabs->currentWidget() == recordingPage && !inputDevicesListed)
+            setInputDevices(audioInputDevices());
+    });
     refresh();
     preferencesConnection = preferences.changed.connect([this](Preferences::Setting) { refresh(); });
 }
@@ -320,6 +326,7 @@ void SettingsDialog::chooseRecordingsFolder() {
 
 void SettingsDialog::setInputDevices(std::vector<AudioInputDevice> devices) {
     inputDevices = std::move(devices);
+    inputDevicesListed = true;
     refreshInputDevices();
 }
 

@@ -29,8 +29,9 @@ public:
     explicit SettingsDialog(Preferences& preferences, QWidget* parent = nullptr);
     ~SettingsDialog() override;
 
-    // Replaces the choices of the input device menu (the constructor lists the devices
-    // PortAudio finds). A chosen device that is not among them stays listed as unavailable.
+    // Replaces the choices of the input device menu (the devices PortAudio finds are listed
+    // when the Recording page is first shown). A chosen device that is not among them stays
+    // listed as not connected.
     void setInputDevices(std::vector<AudioInputDevice> devices);
     // The locale identifiers offered for transcription, besides "Automatic".
     static const std::vector<QString>& transcriptionLanguages();
@@ -50,6 +51,7 @@ private:
     Preferences& preferences;
     sigc::connection preferencesConnection;
     std::vector<AudioInputDevice> inputDevices;
+    bool inputDevicesListed = false;
 
     QComboBox* launchSession = nullptr;
     QComboBox* canvasTheme = nullptr;
