@@ -24,7 +24,11 @@ AboutDialog::AboutDialog(QWidget* parent) : QDialog(parent) {
     icon->setAlignment(Qt::AlignCenter);
     icon->setPixmap(applicationIcon().pixmap(QSize(128, 128), devicePixelRatioF()));
 
-    auto* name = new QLabel("<span style='font-size:large; font-weight:bold'>Sonvale</span>");
+    auto* name = new QLabel("Sonvale");
+    QFont nameFont = name->font();
+    nameFont.setPointSizeF(nameFont.pointSizeF() * 1.6);
+    nameFont.setBold(true);
+    name->setFont(nameFont);
     name->setObjectName("aboutName");
     name->setAlignment(Qt::AlignCenter);
 

@@ -65,7 +65,15 @@ CanvasThemeID chosenTheme(const QComboBox* menu) {
 QLabel* makeNote(const QString& text) {
     auto* note = new QLabel(text);
     note->setWordWrap(true);
-    note->setEnabled(false); // the palette's dimmed text, as desktop settings pages show notes
+    // Secondary text: the window text, dimmed, and a little smaller.
+    QPalette palette = note->palette();
+    QColor colour = palette.color(QPalette::WindowText);
+    colour.setAlphaF(0.7f);
+    palette.setColor(QPalette::WindowText, colour);
+    note->setPalette(palette);
+    QFont font = note->font();
+    font.setPointSizeF(font.pointSizeF() * 0.92);
+    note->setFont(font);
     return note;
 }
 
@@ -105,6 +113,7 @@ SettingsDialog::SettingsDialog(Preferences& preferences, QWidget* parent)
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(tabs);
+    setMinimumWidth(560); // room for a recordings folder path
     layout->addWidget(buttons);
 
     // Probing the hardware takes a moment and wakes every sound device: only when the page

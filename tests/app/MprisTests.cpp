@@ -77,7 +77,10 @@ public:
         return {};
     }
 
+    QList<qlonglong> seeks;
+
 public Q_SLOTS:
+    void seeked(qlonglong position) { seeks.append(position); }
     void propertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList&) {
         changes.append({interface, changed});
     }
@@ -113,6 +116,11 @@ public:
     bool listen(ChangeListener& listener) {
         return bus.connect(QString(), MprisService::objectPath, propertiesInterface, "PropertiesChanged",
                            &listener, SLOT(propertiesChanged(QString, QVariantMap, QStringList)));
+    }
+
+    bool listenForSeeks(ChangeListener& listener) {
+        return bus.connect(QString(), MprisService::objectPath, MprisService::playerInterface, "Seeked",
+                           &listener, SLOT(seeked(qlonglong)));
     }
 
     QDBusConnection bus;
@@ -263,9 +271,11 @@ private Q_SLOTS:
         QVERIFY(client.listen(listener));
         client.call(MprisService::playerInterface, "Play");
         QTRY_COMPARE(listener.changes.size(), 1);
-        // Playing again, and selecting the same track again, change nothing the bus can see.
+        // Playing again, and a track added after the active one, change nothing the bus sees.
         client.call(MprisService::playerInterface, "Play");
-        editor.model->setSelectedTrackIDs({editor.first->id()});
+        auto third = AudioTrack::create(test::fixture("stereo-s24.wav"));
+        third->finishLoading(AudioLoader::load(third->url()));
+        editor.model->addTrack(third);
         client.property(MprisService::playerInterface, "PlaybackStatus"); // a round trip
         QCOMPARE(listener.changes.size(), 1);
     }
@@ -275,11 +285,14 @@ private Q_SLOTS:
         Editor editor;
         MprisService service(*editor.model);
         Client client;
+        ChangeListener listener;
+        QVERIFY(client.listenForSeeks(listener));
         const QDBusObjectPath track(service.trackObjectPath());
         client.call(MprisService::playerInterface, "SetPosition",
                     {QVariant::fromValue(track), QVariant::fromValue(qlonglong(1'500'000))});
         QCOMPARE(editor.first->cursor(), 72'000);
         QCOMPARE(client.property(MprisService::playerInterface, "Position").toLongLong(), 1'500'000LL);
+        QTRY_COMPARE(listener.seeks, QList<qlonglong>{1'500'000});
 
         // Another track's id, a negative position and one past the end are ignored.
         const QDBusObjectPath other("/org/mpris/MediaPlayer2/sonvale/track/other");
@@ -290,6 +303,7 @@ private Q_SLOTS:
         client.call(MprisService::playerInterface, "SetPosition",
                     {QVariant::fromValue(track), QVariant::fromValue(qlonglong(3'000'001))});
         QCOMPARE(editor.first->cursor(), 72'000);
+        QCOMPARE(listener.seeks.size(), 1);
     }
 
     void seekMovesByAnOffsetAndStopsAtTheStart() {
