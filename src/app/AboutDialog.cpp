@@ -6,7 +6,9 @@
 
 // The shell is a static library: its resources are linked in only when something refers to
 // them, and Q_INIT_RESOURCE must be called outside any namespace.
-static void initialiseResources() { Q_INIT_RESOURCE(sonvale); }
+static void initialiseResources() {
+    Q_INIT_RESOURCE(sonvale);
+}
 
 namespace sonvale {
 
@@ -15,7 +17,8 @@ QIcon applicationIcon() {
     return QIcon(":/sonvale/sonvale.svg");
 }
 
-AboutDialog::AboutDialog(QWidget* parent) : QDialog(parent) {
+AboutDialog::AboutDialog(QWidget* parent)
+    : QDialog(parent) {
     setWindowTitle("About Sonvale");
     setObjectName("about");
 

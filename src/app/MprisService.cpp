@@ -11,7 +11,6 @@
 #include <QDBusObjectPath>
 #include <QStringList>
 #include <QUrl>
-
 #include <algorithm>
 #include <cmath>
 
@@ -42,7 +41,9 @@ class RootAdaptor : public QDBusAbstractAdaptor {
     Q_PROPERTY(QStringList SupportedUriSchemes READ supportedUriSchemes)
     Q_PROPERTY(QStringList SupportedMimeTypes READ supportedMimeTypes)
 public:
-    explicit RootAdaptor(MprisService* service) : QDBusAbstractAdaptor(service), service(service) {}
+    explicit RootAdaptor(MprisService* service)
+        : QDBusAbstractAdaptor(service)
+        , service(service) {}
 
     bool canQuit() const { return false; }
     bool canRaise() const { return true; }
@@ -51,8 +52,8 @@ public:
     QString desktopEntry() const { return "sonvale"; }
     QStringList supportedUriSchemes() const { return {"file"}; }
     QStringList supportedMimeTypes() const {
-        return {"audio/wav",  "audio/x-wav", "audio/flac", "audio/mpeg",  "audio/mp4",
-                "audio/aac",  "audio/ogg",   "audio/x-aiff", "audio/x-m4a", "audio/opus"};
+        return {"audio/wav", "audio/x-wav", "audio/flac",   "audio/mpeg",  "audio/mp4",
+                "audio/aac", "audio/ogg",   "audio/x-aiff", "audio/x-m4a", "audio/opus"};
     }
 
 public Q_SLOTS:
@@ -82,7 +83,9 @@ class PlayerAdaptor : public QDBusAbstractAdaptor {
     Q_PROPERTY(bool CanSeek READ canSeek)
     Q_PROPERTY(bool CanControl READ canControl)
 public:
-    explicit PlayerAdaptor(MprisService* service) : QDBusAbstractAdaptor(service), service(service) {}
+    explicit PlayerAdaptor(MprisService* service)
+        : QDBusAbstractAdaptor(service)
+        , service(service) {}
 
     QString playbackStatus() const { return service->playbackStatus(); }
     QString loopStatus() const { return service->editor().isLooping() ? "Track" : "None"; }
@@ -132,7 +135,9 @@ MprisService::MprisService(EditorModel& model, QObject* parent)
     : MprisService(model, QDBusConnection::sessionBus(), parent) {}
 
 MprisService::MprisService(EditorModel& model, QDBusConnection bus, QObject* parent)
-    : QObject(parent), model(model), connection(std::move(bus)) {
+    : QObject(parent)
+    , model(model)
+    , connection(std::move(bus)) {
     if (!connection.isConnected()) return;
     new RootAdaptor(this);
     new PlayerAdaptor(this);
@@ -164,8 +169,10 @@ MprisService::MprisService(EditorModel& model, QDBusConnection bus, QObject* par
 }
 
 MprisService::~MprisService() {
-    for (auto& c : modelConnections) c.disconnect();
-    for (auto& c : trackConnections) c.disconnect();
+    for (auto& c : modelConnections)
+        c.disconnect();
+    for (auto& c : trackConnections)
+        c.disconnect();
     if (registered) {
         connection.unregisterService(busName);
         connection.unregisterObject(objectPath);
@@ -173,12 +180,13 @@ MprisService::~MprisService() {
 }
 
 void MprisService::watchActiveTrack() {
-    for (auto& c : trackConnections) c.disconnect();
+    for (auto& c : trackConnections)
+        c.disconnect();
     trackConnections.clear();
     const auto track = model.activeTrack();
     if (!track) return;
-    for (auto* signal : {&track->urlChanged, &track->stateChanged, &track->audioChanged,
-                         &track->recordingChanged})
+    for (auto* signal :
+         {&track->urlChanged, &track->stateChanged, &track->audioChanged, &track->recordingChanged})
         trackConnections.push_back(signal->connect([this] { announceChanges(); }));
 }
 
@@ -203,7 +211,8 @@ QVariantMap MprisService::metadata() const {
     const auto track = model.activeTrack();
     if (!track) return values;
     values["xesam:title"] = QString::fromStdString(track->name());
-    values["xesam:url"] = QUrl::fromLocalFile(QString::fromStdString(track->url().string())).toString();
+    values["xesam:url"] =
+        QUrl::fromLocalFile(QString::fromStdString(track->url().string())).toString();
     if (track->audio())
         values["mpris:length"] = framesToMicroseconds(track->frameCount(), track->sampleRate());
     return values;
@@ -215,7 +224,9 @@ qlonglong MprisService::position() const {
     return framesToMicroseconds(model.playheadPosition(), track->sampleRate());
 }
 
-bool MprisService::canPlay() const { return model.canPlay(); }
+bool MprisService::canPlay() const {
+    return model.canPlay();
+}
 
 bool MprisService::canSeek() const {
     const auto track = model.activeTrack();
@@ -312,7 +323,8 @@ void MprisService::previous() {
 void MprisService::seekBy(qlonglong offset) {
     const auto track = model.activeTrack();
     if (!canSeek()) return;
-    const int64_t target = model.playheadPosition() + microsecondsToFrames(offset, track->sampleRate());
+    const int64_t target =
+        model.playheadPosition() + microsecondsToFrames(offset, track->sampleRate());
     if (target >= track->frameCount()) {
         // Past the end: on to the next track, as players do.
         next();

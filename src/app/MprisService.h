@@ -4,9 +4,7 @@
 #include <QObject>
 #include <QString>
 #include <QVariantMap>
-
 #include <sigc++/connection.h>
-
 #include <vector>
 
 namespace sonvale {

@@ -16,7 +16,6 @@
 #include <QSignalBlocker>
 #include <QTabWidget>
 #include <QVBoxLayout>
-
 #include <array>
 #include <cmath>
 
@@ -26,19 +25,32 @@ namespace {
 
 QString themeTitle(CanvasThemeID theme) {
     switch (theme) {
-    case CanvasThemeID::nativeDark: return "System Dark";
-    case CanvasThemeID::nativeLight: return "System Light";
-    case CanvasThemeID::classic: return "Classic";
-    case CanvasThemeID::graphite: return "Graphite";
-    case CanvasThemeID::midnight: return "Midnight";
-    case CanvasThemeID::paper: return "Paper";
-    case CanvasThemeID::ocean: return "Ocean";
-    case CanvasThemeID::forest: return "Forest";
-    case CanvasThemeID::ember: return "Ember";
-    case CanvasThemeID::amber: return "Amber";
-    case CanvasThemeID::rose: return "Rose";
-    case CanvasThemeID::slate: return "Slate";
-    case CanvasThemeID::highContrast: return "High Contrast";
+    case CanvasThemeID::nativeDark:
+        return "System Dark";
+    case CanvasThemeID::nativeLight:
+        return "System Light";
+    case CanvasThemeID::classic:
+        return "Classic";
+    case CanvasThemeID::graphite:
+        return "Graphite";
+    case CanvasThemeID::midnight:
+        return "Midnight";
+    case CanvasThemeID::paper:
+        return "Paper";
+    case CanvasThemeID::ocean:
+        return "Ocean";
+    case CanvasThemeID::forest:
+        return "Forest";
+    case CanvasThemeID::ember:
+        return "Ember";
+    case CanvasThemeID::amber:
+        return "Amber";
+    case CanvasThemeID::rose:
+        return "Rose";
+    case CanvasThemeID::slate:
+        return "Slate";
+    case CanvasThemeID::highContrast:
+        return "High Contrast";
     }
     return "Classic";
 }
@@ -94,7 +106,8 @@ constexpr double defaultCustomTarget = -18.0; // LUFS, a common target between t
 } // namespace
 
 SettingsDialog::SettingsDialog(Preferences& preferences, QWidget* parent)
-    : QDialog(parent), preferences(preferences) {
+    : QDialog(parent)
+    , preferences(preferences) {
     setWindowTitle("Settings");
     setObjectName("settings");
 
@@ -123,10 +136,13 @@ SettingsDialog::SettingsDialog(Preferences& preferences, QWidget* parent)
             setInputDevices(audioInputDevices());
     });
     refresh();
-    preferencesConnection = preferences.changed.connect([this](Preferences::Setting) { refresh(); });
+    preferencesConnection =
+        preferences.changed.connect([this](Preferences::Setting) { refresh(); });
 }
 
-SettingsDialog::~SettingsDialog() { preferencesConnection.disconnect(); }
+SettingsDialog::~SettingsDialog() {
+    preferencesConnection.disconnect();
+}
 
 QWidget* SettingsDialog::makeGeneralPage() {
     auto* page = new QWidget;
@@ -179,7 +195,8 @@ QWidget* SettingsDialog::makeWaveformPage() {
 
     spectrogramFFTSize = new QComboBox;
     spectrogramFFTSize->setObjectName("spectrogramFFTSize");
-    for (int size : fftSizes) spectrogramFFTSize->addItem(QString::number(size), size);
+    for (int size : fftSizes)
+        spectrogramFFTSize->addItem(QString::number(size), size);
     connect(spectrogramFFTSize, &QComboBox::currentIndexChanged, this, [this] {
         SpectrogramSettings settings = preferences.spectrogramSettings();
         settings.fftSize = spectrogramFFTSize->currentData().toInt();
@@ -255,7 +272,8 @@ QWidget* SettingsDialog::makeRecordingPage() {
     recordingsFolder->setReadOnly(true);
     chooseFolderButton = new QPushButton("Choose\u2026");
     chooseFolderButton->setObjectName("chooseRecordingsFolder");
-    connect(chooseFolderButton, &QPushButton::clicked, this, &SettingsDialog::chooseRecordingsFolder);
+    connect(chooseFolderButton, &QPushButton::clicked, this,
+            &SettingsDialog::chooseRecordingsFolder);
     defaultFolderButton = new QPushButton("Use Default");
     defaultFolderButton->setObjectName("useDefaultRecordingsFolder");
     defaultFolderButton->setToolTip(
@@ -299,7 +317,8 @@ QWidget* SettingsDialog::makeTranscriptionPage() {
     connect(transcriptionLanguage, &QComboBox::currentIndexChanged, this, [this] {
         const QVariant identifier = transcriptionLanguage->currentData();
         preferences.setTranscriptionLanguage(
-            identifier.isNull() ? std::nullopt : std::optional(identifier.toString().toStdString()));
+            identifier.isNull() ? std::nullopt
+                                : std::optional(identifier.toString().toStdString()));
     });
     form->addRow("Language:", transcriptionLanguage);
     form->addRow(makeNote("Transcription runs on your computer. Nothing is uploaded."));
@@ -324,9 +343,9 @@ void SettingsDialog::chooseRecordingsFolder() {
     chooser->setLabelText(QFileDialog::Accept, "Choose");
     const auto current = preferences.recordingsFolder();
     std::error_code error;
-    chooser->setDirectory(QString::fromStdString(
-        std::filesystem::is_directory(current, error) ? current.string()
-                                                      : current.parent_path().string()));
+    chooser->setDirectory(QString::fromStdString(std::filesystem::is_directory(current, error)
+                                                     ? current.string()
+                                                     : current.parent_path().string()));
     connect(chooser, &QFileDialog::fileSelected, this, [this](const QString& folder) {
         if (!folder.isEmpty()) preferences.setRecordingsFolderPath(folder.toStdString());
     });
@@ -373,7 +392,8 @@ void SettingsDialog::refresh() {
     }
     {
         const QSignalBlocker blocker(spectrogramColorMap);
-        spectrogramColorMap->setCurrentIndex(spectrogramColorMap->findData(int(spectrogram.colorMap)));
+        spectrogramColorMap->setCurrentIndex(
+            spectrogramColorMap->findData(int(spectrogram.colorMap)));
     }
     {
         const QSignalBlocker blocker(spectrogramLogFrequency);
@@ -396,7 +416,8 @@ void SettingsDialog::refresh() {
     defaultFolderButton->setEnabled(preferences.recordingsFolderPath().has_value());
     {
         const QSignalBlocker blocker(recordingFormat);
-        recordingFormat->setCurrentIndex(recordingFormat->findData(int(preferences.recordingFormat())));
+        recordingFormat->setCurrentIndex(
+            recordingFormat->findData(int(preferences.recordingFormat())));
     }
     refreshInputDevices();
     refreshLanguages();
@@ -411,7 +432,8 @@ void SettingsDialog::refreshInputDevices() {
     inputDevice->clear();
     inputDevice->addItem("System default"); // no data: no device chosen
     for (const auto& device : inputDevices)
-        inputDevice->addItem(QString::fromStdString(device.name), QString::fromStdString(device.uid));
+        inputDevice->addItem(QString::fromStdString(device.name),
+                             QString::fromStdString(device.uid));
     const auto& chosen = preferences.inputDeviceUID();
     if (!chosen) {
         inputDevice->setCurrentIndex(0);

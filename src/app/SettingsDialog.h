@@ -3,9 +3,7 @@
 #include "engine/AudioInputDevice.h"
 
 #include <QDialog>
-
 #include <sigc++/connection.h>
-
 #include <vector>
 
 class QCheckBox;

@@ -10,7 +10,8 @@ private Q_SLOTS:
         sonvale::AboutDialog about;
         QCOMPARE(about.windowTitle(), QString("About Sonvale"));
         QVERIFY(about.findChild<QLabel*>("aboutName")->text().contains("Sonvale"));
-        QCOMPARE(about.findChild<QLabel*>("aboutVersion")->text(), QString("Version " SONVALE_VERSION));
+        QCOMPARE(about.findChild<QLabel*>("aboutVersion")->text(),
+                 QString("Version " SONVALE_VERSION));
         QVERIFY(about.findChild<QLabel*>("aboutLicence")->text().contains("GPL-3.0-or-later"));
         QVERIFY(!about.findChild<QLabel*>("aboutSummary")->text().isEmpty());
     }

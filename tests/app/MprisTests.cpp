@@ -1,5 +1,4 @@
 #include "app/MprisService.h"
-
 #include "audio/AudioLoader.h"
 #include "base/ManualExecutor.h"
 #include "editor/EditorModel.h"
@@ -17,7 +16,6 @@
 #include <QDBusPendingCall>
 #include <QDBusVariant>
 #include <QtTest>
-
 #include <memory>
 
 using namespace sonvale;
@@ -25,14 +23,14 @@ using namespace sonvale;
 // The service and its client meet on a private session bus that dbus-run-session starts for
 // this program, so nothing reaches the desktop's own bus. They use separate connections, so
 // every call and signal really crosses the bus.
-#define REQUIRE_PRIVATE_BUS()                                                                     \
-    do {                                                                                          \
-        if (qEnvironmentVariableIsSet("SONVALE_NO_DBUS_RUN_SESSION"))                             \
-            QSKIP("dbus-run-session was not found when the build was configured; install the "  \
-                  "package dbus (scripts/setup-deps.sh) to test MPRIS over a private bus");       \
-        if (qEnvironmentVariable("SONVALE_PRIVATE_SESSION_BUS") != "1")                           \
-            QSKIP("needs a private session bus: run it as `dbus-run-session -- <test>` "          \
-                  "with SONVALE_PRIVATE_SESSION_BUS=1 (ctest does)");                            \
+#define REQUIRE_PRIVATE_BUS()                                                                      \
+    do {                                                                                           \
+        if (qEnvironmentVariableIsSet("SONVALE_NO_DBUS_RUN_SESSION"))                              \
+            QSKIP("dbus-run-session was not found when the build was configured; install the "     \
+                  "package dbus (scripts/setup-deps.sh) to test MPRIS over a private bus");        \
+        if (qEnvironmentVariable("SONVALE_PRIVATE_SESSION_BUS") != "1")                            \
+            QSKIP("needs a private session bus: run it as `dbus-run-session -- <test>` "           \
+                  "with SONVALE_PRIVATE_SESSION_BUS=1 (ctest does)");                              \
     } while (false)
 
 namespace {
@@ -81,19 +79,22 @@ public:
 
 public Q_SLOTS:
     void seeked(qlonglong position) { seeks.append(position); }
-    void propertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList&) {
+    void propertiesChanged(const QString& interface, const QVariantMap& changed,
+                           const QStringList&) {
         changes.append({interface, changed});
     }
 };
 
 class Client {
 public:
-    Client() : bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "mpris-test-client")) {}
+    Client()
+        : bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "mpris-test-client")) {}
     ~Client() { QDBusConnection::disconnectFromBus("mpris-test-client"); }
 
     // Calls asynchronously and lets the event loop run meanwhile: the service answers from
     // this same thread.
-    QDBusMessage call(const QString& interface, const QString& method, const QVariantList& arguments = {}) {
+    QDBusMessage call(const QString& interface, const QString& method,
+                      const QVariantList& arguments = {}) {
         auto message = QDBusMessage::createMethodCall(MprisService::serviceName,
                                                       MprisService::objectPath, interface, method);
         message.setArguments(arguments);
@@ -110,17 +111,19 @@ public:
     }
 
     QVariantMap metadata() {
-        return qdbus_cast<QVariantMap>(property(MprisService::playerInterface, "Metadata").value<QDBusArgument>());
+        return qdbus_cast<QVariantMap>(
+            property(MprisService::playerInterface, "Metadata").value<QDBusArgument>());
     }
 
     bool listen(ChangeListener& listener) {
-        return bus.connect(QString(), MprisService::objectPath, propertiesInterface, "PropertiesChanged",
-                           &listener, SLOT(propertiesChanged(QString, QVariantMap, QStringList)));
+        return bus.connect(QString(), MprisService::objectPath, propertiesInterface,
+                           "PropertiesChanged", &listener,
+                           SLOT(propertiesChanged(QString, QVariantMap, QStringList)));
     }
 
     bool listenForSeeks(ChangeListener& listener) {
-        return bus.connect(QString(), MprisService::objectPath, MprisService::playerInterface, "Seeked",
-                           &listener, SLOT(seeked(qlonglong)));
+        return bus.connect(QString(), MprisService::objectPath, MprisService::playerInterface,
+                           "Seeked", &listener, SLOT(seeked(qlonglong)));
     }
 
     QDBusConnection bus;
@@ -128,7 +131,8 @@ public:
 
 // Metadata inside a PropertiesChanged signal arrives still marshalled.
 QVariantMap unmarshalled(const QVariant& value) {
-    if (value.canConvert<QDBusArgument>()) return qdbus_cast<QVariantMap>(value.value<QDBusArgument>());
+    if (value.canConvert<QDBusArgument>())
+        return qdbus_cast<QVariantMap>(value.value<QDBusArgument>());
     return value.toMap();
 }
 
@@ -139,7 +143,8 @@ class MprisTests : public QObject {
 private Q_SLOTS:
     void withoutASessionBusTheServiceDoesNothing() {
         Editor editor;
-        const QDBusConnection none = QDBusConnection::connectToBus(QString("unix:path=/nonexistent/bus"), "no-bus");
+        const QDBusConnection none =
+            QDBusConnection::connectToBus(QString("unix:path=/nonexistent/bus"), "no-bus");
         QVERIFY(!none.isConnected());
         MprisService service(*editor.model, none);
         QVERIFY(!service.isRegistered());
@@ -157,8 +162,10 @@ private Q_SLOTS:
         QCOMPARE(service.registeredName(), QString(MprisService::serviceName));
         Client client;
         QVERIFY(client.bus.interface()->isServiceRegistered(MprisService::serviceName));
-        QCOMPARE(client.property(MprisService::rootInterface, "Identity").toString(), QString("Sonvale"));
-        QCOMPARE(client.property(MprisService::rootInterface, "DesktopEntry").toString(), QString("sonvale"));
+        QCOMPARE(client.property(MprisService::rootInterface, "Identity").toString(),
+                 QString("Sonvale"));
+        QCOMPARE(client.property(MprisService::rootInterface, "DesktopEntry").toString(),
+                 QString("sonvale"));
         QCOMPARE(client.property(MprisService::rootInterface, "CanQuit").toBool(), false);
         QCOMPARE(client.property(MprisService::rootInterface, "CanRaise").toBool(), true);
         QCOMPARE(client.property(MprisService::playerInterface, "CanControl").toBool(), true);
@@ -178,11 +185,13 @@ private Q_SLOTS:
         REQUIRE_PRIVATE_BUS();
         Editor editor;
         MprisService first(*editor.model);
-        const auto other = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "second-sonvale");
+        const auto other =
+            QDBusConnection::connectToBus(QDBusConnection::SessionBus, "second-sonvale");
         {
             MprisService second(*editor.model, other);
             QVERIFY(second.isRegistered());
-            QVERIFY(second.registeredName().startsWith(QString(MprisService::serviceName) + ".instance"));
+            QVERIFY(second.registeredName().startsWith(QString(MprisService::serviceName) +
+                                                       ".instance"));
         }
         QDBusConnection::disconnectFromBus("second-sonvale");
     }
@@ -208,16 +217,19 @@ private Q_SLOTS:
         Client client;
         ChangeListener listener;
         QVERIFY(client.listen(listener));
-        QCOMPARE(client.property(MprisService::playerInterface, "PlaybackStatus").toString(), QString("Stopped"));
+        QCOMPARE(client.property(MprisService::playerInterface, "PlaybackStatus").toString(),
+                 QString("Stopped"));
 
         client.call(MprisService::playerInterface, "PlayPause");
         QVERIFY(editor.model->isPlaying());
-        QCOMPARE(client.property(MprisService::playerInterface, "PlaybackStatus").toString(), QString("Playing"));
+        QCOMPARE(client.property(MprisService::playerInterface, "PlaybackStatus").toString(),
+                 QString("Playing"));
         QTRY_COMPARE(listener.last("PlaybackStatus").toString(), QString("Playing"));
 
         client.call(MprisService::playerInterface, "PlayPause");
         QVERIFY(!editor.model->isPlaying());
-        QCOMPARE(client.property(MprisService::playerInterface, "PlaybackStatus").toString(), QString("Paused"));
+        QCOMPARE(client.property(MprisService::playerInterface, "PlaybackStatus").toString(),
+                 QString("Paused"));
         QTRY_COMPARE(listener.last("PlaybackStatus").toString(), QString("Paused"));
 
         client.call(MprisService::playerInterface, "Play");
@@ -251,7 +263,8 @@ private Q_SLOTS:
         client.call(MprisService::playerInterface, "Next");
         QCOMPARE(editor.model->activeTrack(), editor.second);
         QTRY_VERIFY(listener.last("Metadata").isValid());
-        QCOMPARE(unmarshalled(listener.last("Metadata")).value("xesam:title").toString(), QString("stereo"));
+        QCOMPARE(unmarshalled(listener.last("Metadata")).value("xesam:title").toString(),
+                 QString("stereo"));
         QCOMPARE(listener.last("CanGoNext").toBool(), false);
         QCOMPARE(listener.last("CanGoPrevious").toBool(), true);
 
@@ -291,7 +304,8 @@ private Q_SLOTS:
         client.call(MprisService::playerInterface, "SetPosition",
                     {QVariant::fromValue(track), QVariant::fromValue(qlonglong(1'500'000))});
         QCOMPARE(editor.first->cursor(), 72'000);
-        QCOMPARE(client.property(MprisService::playerInterface, "Position").toLongLong(), 1'500'000LL);
+        QCOMPARE(client.property(MprisService::playerInterface, "Position").toLongLong(),
+                 1'500'000LL);
         QTRY_COMPARE(listener.seeks, QList<qlonglong>{1'500'000});
 
         // Another track's id, a negative position and one past the end are ignored.
@@ -312,12 +326,15 @@ private Q_SLOTS:
         MprisService service(*editor.model);
         Client client;
         editor.first->setCursor(48'000);
-        client.call(MprisService::playerInterface, "Seek", {QVariant::fromValue(qlonglong(500'000))});
+        client.call(MprisService::playerInterface, "Seek",
+                    {QVariant::fromValue(qlonglong(500'000))});
         QCOMPARE(editor.first->cursor(), 72'000);
-        client.call(MprisService::playerInterface, "Seek", {QVariant::fromValue(qlonglong(-10'000'000))});
+        client.call(MprisService::playerInterface, "Seek",
+                    {QVariant::fromValue(qlonglong(-10'000'000))});
         QCOMPARE(editor.first->cursor(), 0);
         // Past the end goes on to the next track.
-        client.call(MprisService::playerInterface, "Seek", {QVariant::fromValue(qlonglong(10'000'000))});
+        client.call(MprisService::playerInterface, "Seek",
+                    {QVariant::fromValue(qlonglong(10'000'000))});
         QCOMPARE(editor.model->activeTrack(), editor.second);
     }
 

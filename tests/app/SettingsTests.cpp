@@ -10,7 +10,6 @@
 #include <QPushButton>
 #include <QTabWidget>
 #include <QtTest>
-
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -53,10 +52,13 @@ private Q_SLOTS:
         Store store;
         SettingsDialog dialog(store.preferences);
         QVERIFY(!std::filesystem::exists(store.file));
-        QCOMPARE(control<QComboBox>(dialog, "canvasTheme")->currentData().toString(), QString("classic"));
+        QCOMPARE(control<QComboBox>(dialog, "canvasTheme")->currentData().toString(),
+                 QString("classic"));
         QVERIFY(control<QCheckBox>(dialog, "snapToZeroCrossings")->isChecked());
-        QCOMPARE(control<QComboBox>(dialog, "recordingFormat")->currentText(), QString("WAV 24-bit"));
-        QCOMPARE(control<QComboBox>(dialog, "launchSession")->currentText(), QString("The last session"));
+        QCOMPARE(control<QComboBox>(dialog, "recordingFormat")->currentText(),
+                 QString("WAV 24-bit"));
+        QCOMPARE(control<QComboBox>(dialog, "launchSession")->currentText(),
+                 QString("The last session"));
     }
 
     void theThirteenThemesAreOfferedAndTheChoiceIsWrittenThrough() {
@@ -94,7 +96,8 @@ private Q_SLOTS:
         Store store;
         SettingsDialog dialog(store.preferences);
         choose(control<QComboBox>(dialog, "spectrogramFFTSize"), 4096);
-        choose(control<QComboBox>(dialog, "spectrogramColorMap"), int(SpectrogramColorMap::viridis));
+        choose(control<QComboBox>(dialog, "spectrogramColorMap"),
+               int(SpectrogramColorMap::viridis));
         control<QCheckBox>(dialog, "spectrogramLogFrequency")->click();
         const auto settings = store.reread()->spectrogramSettings();
         QCOMPARE(settings.fftSize, 4096);
@@ -136,7 +139,8 @@ private Q_SLOTS:
         SettingsDialog dialog(store.preferences);
         auto* shown = control<QLineEdit>(dialog, "recordingsFolder");
         auto* reset = control<QPushButton>(dialog, "useDefaultRecordingsFolder");
-        QCOMPARE(shown->text(), QString::fromStdString(Preferences::defaultRecordingsFolder().string()));
+        QCOMPARE(shown->text(),
+                 QString::fromStdString(Preferences::defaultRecordingsFolder().string()));
         QVERIFY(!reset->isEnabled());
 
         control<QPushButton>(dialog, "chooseRecordingsFolder")->click();
@@ -152,7 +156,8 @@ private Q_SLOTS:
 
         reset->click();
         QVERIFY(!store.reread()->recordingsFolderPath());
-        QCOMPARE(shown->text(), QString::fromStdString(Preferences::defaultRecordingsFolder().string()));
+        QCOMPARE(shown->text(),
+                 QString::fromStdString(Preferences::defaultRecordingsFolder().string()));
         QVERIFY(!reset->isEnabled());
     }
 
@@ -203,7 +208,8 @@ private Q_SLOTS:
         store.preferences.setInputDeviceUID("ALSA: Gone");
         SettingsDialog dialog(store.preferences);
         auto* tabs = control<QTabWidget>(dialog, "settingsTabs");
-        tabs->setCurrentIndex(tabs->indexOf(control<QComboBox>(dialog, "inputDevice")->parentWidget()));
+        tabs->setCurrentIndex(
+            tabs->indexOf(control<QComboBox>(dialog, "inputDevice")->parentWidget()));
         auto* input = control<QComboBox>(dialog, "inputDevice");
         QCOMPARE(input->itemText(0), QString("System default"));
         QCOMPARE(input->currentData().toString(), QString("ALSA: Gone"));
@@ -248,7 +254,8 @@ private Q_SLOTS:
         store.preferences.setCanvasTheme(CanvasThemeID::ember);
         store.preferences.setCustomLoudnessTarget(-19.0);
         QVERIFY(!control<QCheckBox>(dialog, "snapToZeroCrossings")->isChecked());
-        QCOMPARE(control<QComboBox>(dialog, "canvasTheme")->currentData().toString(), QString("ember"));
+        QCOMPARE(control<QComboBox>(dialog, "canvasTheme")->currentData().toString(),
+                 QString("ember"));
         QVERIFY(control<QCheckBox>(dialog, "usesCustomLoudnessTarget")->isChecked());
         QCOMPARE(control<QDoubleSpinBox>(dialog, "customLoudnessTarget")->value(), -19.0);
         // Showing them wrote nothing back over them.
@@ -264,11 +271,14 @@ private Q_SLOTS:
         store.preferences.setTranscriptionLanguage("xx-YY");
         store.preferences.setLaunchSession(Preferences::LaunchSession::empty);
         SettingsDialog dialog(store.preferences);
-        QCOMPARE(control<QComboBox>(dialog, "recordingFormat")->currentText(), QString("WAV 16-bit"));
+        QCOMPARE(control<QComboBox>(dialog, "recordingFormat")->currentText(),
+                 QString("WAV 16-bit"));
         QVERIFY(!control<QCheckBox>(dialog, "showsAIFeatures")->isChecked());
         // An identifier Sonvale doesn't list is shown as it stands, not replaced.
-        QCOMPARE(control<QComboBox>(dialog, "transcriptionLanguage")->currentData().toString(), QString("xx-YY"));
-        QCOMPARE(control<QComboBox>(dialog, "launchSession")->currentText(), QString("An empty session"));
+        QCOMPARE(control<QComboBox>(dialog, "transcriptionLanguage")->currentData().toString(),
+                 QString("xx-YY"));
+        QCOMPARE(control<QComboBox>(dialog, "launchSession")->currentText(),
+                 QString("An empty session"));
     }
 };
 
