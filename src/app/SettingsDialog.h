@@ -1,19 +1,74 @@
 #pragma once
 
+#include "engine/AudioInputDevice.h"
+
 #include <QDialog>
+#include <sigc++/connection.h>
+#include <vector>
+
+class QCheckBox;
+class QComboBox;
+class QDoubleSpinBox;
+class QLineEdit;
+class QPushButton;
 
 namespace sonvale {
 
 class Preferences;
 
-// The Settings window: every preference, written through the moment it changes.
+// The Settings window: every preference, written through the moment a control changes.
+// Changes made elsewhere while it is open show in its controls. Main thread only.
+//
+// Controls carry object names after their preference ("canvasTheme", "snapToZeroCrossings",
+// "recordingsFolder" ...), so that tests and accessibility tools can find them.
 class SettingsDialog : public QDialog {
     Q_OBJECT
 public:
     explicit SettingsDialog(Preferences& preferences, QWidget* parent = nullptr);
+    ~SettingsDialog() override;
+
+    // Replaces the choices of the input device menu (the devices PortAudio finds are listed
+    // when the Recording page is first shown). A chosen device that is not among them stays
+    // listed as not connected.
+    void setInputDevices(std::vector<AudioInputDevice> devices);
+    // The locale identifiers offered for transcription, besides "Automatic".
+    static const std::vector<QString>& transcriptionLanguages();
 
 private:
+    QWidget* makeGeneralPage();
+    QWidget* makeWaveformPage();
+    QWidget* makeEditingPage();
+    QWidget* makeRecordingPage();
+    QWidget* makeTranscriptionPage();
+    void chooseRecordingsFolder();
+    // Shows the preferences' current values without writing anything back.
+    void refresh();
+    void refreshInputDevices();
+    void refreshLanguages();
+
     Preferences& preferences;
+    sigc::connection preferencesConnection;
+    std::vector<AudioInputDevice> inputDevices;
+    bool inputDevicesListed = false;
+
+    QComboBox* launchSession = nullptr;
+    QComboBox* canvasTheme = nullptr;
+    QCheckBox* followsSystemAppearance = nullptr;
+    QComboBox* lightCanvasTheme = nullptr;
+    QComboBox* darkCanvasTheme = nullptr;
+    QComboBox* spectrogramFFTSize = nullptr;
+    QComboBox* spectrogramColorMap = nullptr;
+    QCheckBox* spectrogramLogFrequency = nullptr;
+    QCheckBox* snapToZeroCrossings = nullptr;
+    QCheckBox* usesCustomLoudnessTarget = nullptr;
+    QDoubleSpinBox* customLoudnessTarget = nullptr;
+    QLineEdit* recordingsFolder = nullptr;
+    QPushButton* chooseFolderButton = nullptr;
+    QPushButton* defaultFolderButton = nullptr;
+    QComboBox* recordingFormat = nullptr;
+    QComboBox* inputDevice = nullptr;
+    QComboBox* transcriptionLanguage = nullptr;
+    QCheckBox* showsAIFeatures = nullptr;
 };
 
 } // namespace sonvale

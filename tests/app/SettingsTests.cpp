@@ -1,0 +1,286 @@
+#include "app/SettingsDialog.h"
+#include "persistence/Preferences.h"
+#include "support/AudioFiles.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDoubleSpinBox>
+#include <QFileDialog>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QtTest>
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+using namespace sonvale;
+
+namespace {
+
+// A Preferences over a file in a temporary folder; reread() reads that file afresh, which
+// proves a change reached the file and not only the object.
+struct Store {
+    test::TemporaryFolder folder;
+    std::filesystem::path file = folder / "preferences.json";
+    Preferences preferences{file};
+    std::unique_ptr<Preferences> reread() const { return std::make_unique<Preferences>(file); }
+    std::string text() const {
+        std::ifstream in(file);
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+};
+
+template <typename Widget> Widget* control(QWidget& dialog, const char* name) {
+    auto* widget = dialog.findChild<Widget*>(name);
+    if (!widget) qFatal("no control named %s", name);
+    return widget;
+}
+
+void choose(QComboBox* menu, const QVariant& data) {
+    const int index = menu->findData(data);
+    if (index < 0) qFatal("no choice %s", qPrintable(data.toString()));
+    menu->setCurrentIndex(index);
+}
+
+} // namespace
+
+class SettingsTests : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void openingTheWindowWritesNothing() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        QVERIFY(!std::filesystem::exists(store.file));
+        QCOMPARE(control<QComboBox>(dialog, "canvasTheme")->currentData().toString(),
+                 QString("classic"));
+        QVERIFY(control<QCheckBox>(dialog, "snapToZeroCrossings")->isChecked());
+        QCOMPARE(control<QComboBox>(dialog, "recordingFormat")->currentText(),
+                 QString("WAV 24-bit"));
+        QCOMPARE(control<QComboBox>(dialog, "launchSession")->currentText(),
+                 QString("The last session"));
+    }
+
+    void theThirteenThemesAreOfferedAndTheChoiceIsWrittenThrough() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        auto* theme = control<QComboBox>(dialog, "canvasTheme");
+        QCOMPARE(theme->count(), 13);
+        choose(theme, "ocean");
+        QCOMPARE(store.preferences.canvasTheme(), CanvasThemeID::ocean);
+        QCOMPARE(store.reread()->canvasTheme(), CanvasThemeID::ocean);
+    }
+
+    void followingTheSystemAppearanceSwapsWhichThemeMenusAreEnabled() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        auto* theme = control<QComboBox>(dialog, "canvasTheme");
+        auto* light = control<QComboBox>(dialog, "lightCanvasTheme");
+        auto* dark = control<QComboBox>(dialog, "darkCanvasTheme");
+        QVERIFY(theme->isEnabled() && !light->isEnabled() && !dark->isEnabled());
+
+        control<QCheckBox>(dialog, "followsSystemAppearance")->click();
+        QVERIFY(store.reread()->followsSystemAppearance());
+        QVERIFY(!theme->isEnabled() && light->isEnabled() && dark->isEnabled());
+
+        choose(light, "paper");
+        choose(dark, "midnight");
+        const auto stored = store.reread();
+        QCOMPARE(stored->lightCanvasTheme(), CanvasThemeID::paper);
+        QCOMPARE(stored->darkCanvasTheme(), CanvasThemeID::midnight);
+        QCOMPARE(stored->canvasTheme(true), CanvasThemeID::midnight);
+        QCOMPARE(stored->canvasTheme(false), CanvasThemeID::paper);
+    }
+
+    void spectrogramSettingsAreWrittenThrough() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        choose(control<QComboBox>(dialog, "spectrogramFFTSize"), 4096);
+        choose(control<QComboBox>(dialog, "spectrogramColorMap"),
+               int(SpectrogramColorMap::viridis));
+        control<QCheckBox>(dialog, "spectrogramLogFrequency")->click();
+        const auto settings = store.reread()->spectrogramSettings();
+        QCOMPARE(settings.fftSize, 4096);
+        QVERIFY(settings.colorMap == SpectrogramColorMap::viridis);
+        QVERIFY(!settings.logFrequency);
+    }
+
+    void snappingCanBeTurnedOff() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        control<QCheckBox>(dialog, "snapToZeroCrossings")->click();
+        QVERIFY(!store.reread()->snapToZeroCrossings());
+    }
+
+    void theCustomLoudnessTargetIsSetChangedAndRemoved() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        auto* uses = control<QCheckBox>(dialog, "usesCustomLoudnessTarget");
+        auto* target = control<QDoubleSpinBox>(dialog, "customLoudnessTarget");
+        QVERIFY(!target->isEnabled());
+        // While unchecked, moving the value sets nothing.
+        target->setValue(-30);
+        QVERIFY(!std::filesystem::exists(store.file));
+
+        uses->click();
+        QCOMPARE(store.reread()->customLoudnessTarget(), std::optional<double>(-30.0));
+        QVERIFY(target->isEnabled());
+        target->setValue(-20.5);
+        QCOMPARE(store.reread()->customLoudnessTarget(), std::optional<double>(-20.5));
+
+        uses->click();
+        QVERIFY(!store.reread()->customLoudnessTarget());
+        QVERIFY(store.text().find("customLoudnessTarget") == std::string::npos);
+    }
+
+    void theRecordingsFolderIsChosenAndResetToTheDefault() {
+        Store store;
+        const test::TemporaryFolder chosen;
+        SettingsDialog dialog(store.preferences);
+        auto* shown = control<QLineEdit>(dialog, "recordingsFolder");
+        auto* reset = control<QPushButton>(dialog, "useDefaultRecordingsFolder");
+        QCOMPARE(shown->text(),
+                 QString::fromStdString(Preferences::defaultRecordingsFolder().string()));
+        QVERIFY(!reset->isEnabled());
+
+        control<QPushButton>(dialog, "chooseRecordingsFolder")->click();
+        auto* chooser = control<QFileDialog>(dialog, "recordingsFolderChooser");
+        QCOMPARE(chooser->fileMode(), QFileDialog::Directory);
+        chooser->setDirectory(QString::fromStdString(chosen.path().string()));
+        QVERIFY(QMetaObject::invokeMethod(chooser, "accept"));
+        const auto path = store.reread()->recordingsFolderPath();
+        QVERIFY(path.has_value());
+        QCOMPARE(std::filesystem::path(*path), chosen.path());
+        QCOMPARE(shown->text(), QString::fromStdString(chosen.path().string()));
+        QVERIFY(reset->isEnabled());
+
+        reset->click();
+        QVERIFY(!store.reread()->recordingsFolderPath());
+        QCOMPARE(shown->text(),
+                 QString::fromStdString(Preferences::defaultRecordingsFolder().string()));
+        QVERIFY(!reset->isEnabled());
+    }
+
+    void cancellingTheFolderChooserKeepsTheFolder() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        control<QPushButton>(dialog, "chooseRecordingsFolder")->click();
+        control<QFileDialog>(dialog, "recordingsFolderChooser")->reject();
+        QVERIFY(!std::filesystem::exists(store.file));
+    }
+
+    void theRecordingFormatIsWrittenThrough() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        auto* format = control<QComboBox>(dialog, "recordingFormat");
+        QCOMPARE(format->count(), 3);
+        choose(format, int(RecordingFormat::wav32Float));
+        QVERIFY(store.reread()->recordingFormat() == RecordingFormat::wav32Float);
+        choose(format, int(RecordingFormat::wav16));
+        QVERIFY(store.reread()->recordingFormat() == RecordingFormat::wav16);
+    }
+
+    void anInputDeviceIsChosenByItsIdentifierAndTheDefaultClearsIt() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        dialog.setInputDevices({{"ALSA: USB Mic", "USB Mic"}, {"ALSA: Line In", "Line In"}});
+        auto* input = control<QComboBox>(dialog, "inputDevice");
+        QCOMPARE(input->count(), 3);
+        QCOMPARE(input->currentText(), QString("System default"));
+        input->setCurrentIndex(input->findText("Line In"));
+        QCOMPARE(store.reread()->inputDeviceUID(), std::optional<std::string>("ALSA: Line In"));
+        input->setCurrentIndex(0);
+        QVERIFY(!store.reread()->inputDeviceUID());
+    }
+
+    void aChosenInputThatIsUnpluggedStaysChosen() {
+        Store store;
+        store.preferences.setInputDeviceUID("ALSA: Gone");
+        SettingsDialog dialog(store.preferences);
+        dialog.setInputDevices({{"ALSA: USB Mic", "USB Mic"}});
+        auto* input = control<QComboBox>(dialog, "inputDevice");
+        QCOMPARE(input->currentText(), QString("ALSA: Gone (not connected)"));
+        QCOMPARE(store.reread()->inputDeviceUID(), std::optional<std::string>("ALSA: Gone"));
+    }
+
+    void showingTheRecordingPageListsTheInputsWithoutChangingTheChoice() {
+        Store store;
+        store.preferences.setInputDeviceUID("ALSA: Gone");
+        SettingsDialog dialog(store.preferences);
+        auto* tabs = control<QTabWidget>(dialog, "settingsTabs");
+        tabs->setCurrentIndex(
+            tabs->indexOf(control<QComboBox>(dialog, "inputDevice")->parentWidget()));
+        auto* input = control<QComboBox>(dialog, "inputDevice");
+        QCOMPARE(input->itemText(0), QString("System default"));
+        QCOMPARE(input->currentData().toString(), QString("ALSA: Gone"));
+        QCOMPARE(store.reread()->inputDeviceUID(), std::optional<std::string>("ALSA: Gone"));
+    }
+
+    void theTranscriptionLanguageIsALocaleIdentifierOrAutomatic() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        auto* language = control<QComboBox>(dialog, "transcriptionLanguage");
+        QCOMPARE(language->currentText(), QString("Automatic"));
+        choose(language, "de-DE");
+        QCOMPARE(language->currentText(), QString("German (Germany)"));
+        QCOMPARE(store.reread()->transcriptionLanguage(), std::optional<std::string>("de-DE"));
+        language->setCurrentIndex(0);
+        QVERIFY(!store.reread()->transcriptionLanguage());
+    }
+
+    void aiFeaturesCanBeHidden() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        auto* shows = control<QCheckBox>(dialog, "showsAIFeatures");
+        QVERIFY(shows->isChecked());
+        shows->click();
+        QVERIFY(!store.reread()->showsAIFeatures());
+    }
+
+    void theLaunchSessionCanBeEmpty() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        auto* launch = control<QComboBox>(dialog, "launchSession");
+        choose(launch, "empty");
+        QVERIFY(store.reread()->launchSession() == Preferences::LaunchSession::empty);
+        choose(launch, "lastSession");
+        QVERIFY(store.reread()->launchSession() == Preferences::LaunchSession::lastSession);
+    }
+
+    void changesMadeElsewhereShowInTheOpenWindow() {
+        Store store;
+        SettingsDialog dialog(store.preferences);
+        store.preferences.setSnapToZeroCrossings(false);
+        store.preferences.setCanvasTheme(CanvasThemeID::ember);
+        store.preferences.setCustomLoudnessTarget(-19.0);
+        QVERIFY(!control<QCheckBox>(dialog, "snapToZeroCrossings")->isChecked());
+        QCOMPARE(control<QComboBox>(dialog, "canvasTheme")->currentData().toString(),
+                 QString("ember"));
+        QVERIFY(control<QCheckBox>(dialog, "usesCustomLoudnessTarget")->isChecked());
+        QCOMPARE(control<QDoubleSpinBox>(dialog, "customLoudnessTarget")->value(), -19.0);
+        // Showing them wrote nothing back over them.
+        const auto stored = store.reread();
+        QVERIFY(!stored->snapToZeroCrossings());
+        QCOMPARE(stored->customLoudnessTarget(), std::optional<double>(-19.0));
+    }
+
+    void storedValuesAreShownWhenTheWindowOpens() {
+        Store store;
+        store.preferences.setRecordingFormat(RecordingFormat::wav16);
+        store.preferences.setShowsAIFeatures(false);
+        store.preferences.setTranscriptionLanguage("xx-YY");
+        store.preferences.setLaunchSession(Preferences::LaunchSession::empty);
+        SettingsDialog dialog(store.preferences);
+        QCOMPARE(control<QComboBox>(dialog, "recordingFormat")->currentText(),
+                 QString("WAV 16-bit"));
+        QVERIFY(!control<QCheckBox>(dialog, "showsAIFeatures")->isChecked());
+        // An identifier Sonvale doesn't list is shown as it stands, not replaced.
+        QCOMPARE(control<QComboBox>(dialog, "transcriptionLanguage")->currentData().toString(),
+                 QString("xx-YY"));
+        QCOMPARE(control<QComboBox>(dialog, "launchSession")->currentText(),
+                 QString("An empty session"));
+    }
+};
+
+QTEST_MAIN(SettingsTests)
+#include "SettingsTests.moc"
