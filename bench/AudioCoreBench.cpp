@@ -74,3 +74,15 @@ void BM_WaveColumns(benchmark::State& state) {
 BENCHMARK(BM_WaveColumns)->DenseRange(0, 10)->Unit(benchmark::kMicrosecond);
 
 } // namespace
+
+// Level 0 alone into buffers made once: the summarising loop without the levels' allocation.
+void BM_LevelZeroIntoMadeBuffers(benchmark::State& state) {
+    FloatBuffer samples = noiseBuffer(pyramidSamples, 1);
+    FloatBuffer minMax(pyramidSamples / 8), energy(pyramidSamples / 16);
+    for (auto _ : state) {
+        AudioLoader::summariseLevelZero(samples.data(), samples.size(), minMax.data(), energy.data());
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(state.iterations() * pyramidSamples * int64_t(sizeof(float)));
+}
+BENCHMARK(BM_LevelZeroIntoMadeBuffers)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -131,12 +131,17 @@ void mergeEntries(const PeakLevel& previous, PeakLevel& next, int64_t from) {
     }
 }
 
-PeakLevel allocateLevel(int64_t blockSize, int64_t entries) {
+PeakLevel allocateLevel(int64_t blockSize, int64_t entries, bool faultOnWrite = false) {
     PeakLevel level;
     level.blockSize = blockSize;
     level.count = entries;
-    level.buffer = FloatBuffer(2 * entries);
-    level.energy = FloatBuffer(entries);
+    if (faultOnWrite) {
+        level.buffer = FloatBuffer(2 * entries, FloatBuffer::FaultOnWrite{});
+        level.energy = FloatBuffer(entries, FloatBuffer::FaultOnWrite{});
+    } else {
+        level.buffer = FloatBuffer(2 * entries);
+        level.energy = FloatBuffer(entries);
+    }
     return level;
 }
 
@@ -159,20 +164,49 @@ void AudioLoader::summariseLevelZero(const float* samples, int64_t count, float*
     summariseRemainingBlocks(samples, count, 8 * groups, minMax, energy);
 }
 
-std::vector<PeakLevel> AudioLoader::buildLevels(const float* samples, int64_t count) {
+namespace {
+
+// Samples per thread below which splitting one channel's summary does not pay.
+constexpr int64_t splitLevelThreshold = int64_t(1) << 22;
+
+// Levels 0 and 1 in `threads` contiguous parts at once, then the levels above.
+std::vector<PeakLevel> buildLevelsOn(const float* samples, int64_t count, unsigned threads) {
     if (count < 17) return {};
     // 17 or more samples make at least two level-0 entries, so level 1 always exists.
-    PeakLevel first = allocateLevel(16, (count + 15) / 16);
-    PeakLevel second = allocateLevel(64, (first.count + 3) / 4);
+    const int64_t parts =
+        std::clamp<int64_t>(count / splitLevelThreshold, 1, std::max(1u, threads));
+    // Split, each part faults in its own share of the two levels.
+    PeakLevel first = allocateLevel(16, (count + 15) / 16, parts > 1);
+    PeakLevel second = allocateLevel(64, (first.count + 3) / 4, parts > 1);
     const int64_t groups = count / 128;
-    summariseBlockGroups(samples, groups, first.buffer.data(), first.energy.data(),
-                         second.buffer.data(), second.energy.data());
+    auto summarise = [&](int64_t from, int64_t to) {
+        summariseBlockGroups(samples + 128 * from, to - from, first.buffer.data() + 16 * from,
+                             first.energy.data() + 8 * from, second.buffer.data() + 4 * from,
+                             second.energy.data() + 2 * from);
+    };
+    if (parts > 1) {
+        std::vector<std::thread> workers;
+        for (int64_t k = 1; k < parts; ++k)
+            workers.emplace_back(summarise, groups * k / parts, groups * (k + 1) / parts);
+        summarise(0, groups / parts);
+        for (auto& worker : workers) worker.join();
+    } else {
+        summarise(0, groups);
+    }
     summariseRemainingBlocks(samples, count, 8 * groups, first.buffer.data(), first.energy.data());
     mergeEntries(first, second, 2 * groups);
     std::vector<PeakLevel> levels;
     levels.push_back(std::move(first));
     levels.push_back(std::move(second));
     return buildUpperLevels(std::move(levels));
+}
+
+unsigned hardwareThreads() { return std::max(1u, std::thread::hardware_concurrency()); }
+
+} // namespace
+
+std::vector<PeakLevel> AudioLoader::buildLevels(const float* samples, int64_t count) {
+    return buildLevelsOn(samples, count, hardwareThreads());
 }
 
 std::vector<PeakLevel> AudioLoader::buildLevels(PeakLevel levelZero) {
@@ -211,14 +245,16 @@ AudioDataPtr AudioLoader::makeAudioData(double sampleRate, std::vector<FloatBuff
     std::vector<std::exception_ptr> failures(n);
     auto build = [&](size_t c) {
         try {
-            levels[c] = buildLevels(buffers[c].data(), frameCount);
+            // The threads left over when every channel has one split its summary.
+            levels[c] = buildLevelsOn(buffers[c].data(), frameCount,
+                                      std::max<unsigned>(1, hardwareThreads() / unsigned(n)));
         } catch (...) {
             failures[c] = std::current_exception();
         }
     };
     if (n > 1 && frameCount >= parallelLevelThreshold) {
         std::vector<std::thread> threads;
-        const size_t workers = std::min<size_t>(n, std::max(1u, std::thread::hardware_concurrency()));
+        const size_t workers = std::min<size_t>(n, hardwareThreads());
         for (size_t w = 1; w < workers; ++w)
             threads.emplace_back([&, w] {
                 for (size_t c = w; c < n; c += workers) build(c);

@@ -22,25 +22,29 @@ bool bytesFor(int64_t count, size_t& bytes) {
     return true;
 }
 
-void* mapPages(size_t bytes) {
+void* mapPages(size_t bytes, bool populate) {
     void* pages = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (pages == MAP_FAILED) return nullptr;
     // Huge pages and faulting every page in at once, rather than one trap per page while the
     // buffer is filled, make filling a new buffer about twice as fast. Both are hints: older
     // kernels refuse them and the buffer simply faults in as it is written.
     ::madvise(pages, bytes, MADV_HUGEPAGE);
-    ::madvise(pages, bytes, MADV_POPULATE_WRITE);
+    if (populate) ::madvise(pages, bytes, MADV_POPULATE_WRITE);
     return pages;
 }
 } // namespace
 
-FloatBuffer::FloatBuffer(int64_t n) {
+FloatBuffer::FloatBuffer(int64_t n) : FloatBuffer(n, true) {}
+
+FloatBuffer::FloatBuffer(int64_t n, FaultOnWrite) : FloatBuffer(n, false) {}
+
+FloatBuffer::FloatBuffer(int64_t n, bool populate) {
     size_t bytes;
     if (!bytesFor(n, bytes)) throw AudioLoaderError::outOfMemory();
     if (bytes == 0) return;
     if (bytes >= mapThreshold) {
         size_t mappedBytes = roundUpToPages(bytes);
-        pointer = static_cast<float*>(mapPages(mappedBytes));
+        pointer = static_cast<float*>(mapPages(mappedBytes, populate));
         if (!pointer) throw AudioLoaderError::outOfMemory();
         capacityBytes = mappedBytes;
         mapped = true;

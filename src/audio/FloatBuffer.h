@@ -15,6 +15,10 @@ public:
     FloatBuffer() = default;
     // Uninitialised storage for `count` floats (mapped pages read as zero).
     explicit FloatBuffer(int64_t count);
+    // The same, but mapped pages are left to fault in where they are first written: for a
+    // buffer that several threads fill in parts, each paying for its own pages.
+    struct FaultOnWrite {};
+    FloatBuffer(int64_t count, FaultOnWrite);
     ~FloatBuffer();
     FloatBuffer(FloatBuffer&& other) noexcept;
     FloatBuffer& operator=(FloatBuffer&& other) noexcept;
@@ -36,6 +40,7 @@ public:
     size_t allocatedBytes() const { return capacityBytes; }
 
 private:
+    FloatBuffer(int64_t count, bool populate);
     void release() noexcept;
     float* pointer = nullptr;
     int64_t count = 0;

@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
+
+#include <cstring>
 #include <limits>
 #include <numbers>
 #include <random>
@@ -96,6 +98,30 @@ TEST(AudioData, EveryLevelSummarisesExactlyItsBlocks) {
             ASSERT_NEAR(level.energy[b], energy, 1e-4 * std::max(1.0, energy));
         }
         expectedBlock *= 4;
+    }
+}
+
+// Long channels are summarised in parts on several threads; the parts must meet exactly.
+TEST(AudioData, LevelsBuiltInPartsEqualLevelsBuiltFromAWholeLevelZero) {
+    const int64_t n = (int64_t(1) << 24) + 12345;
+    const auto samples = noise(size_t(n), 11);
+    const auto whole = AudioLoader::buildLevels(samples.data(), n);
+
+    PeakLevel zero;
+    zero.blockSize = 16;
+    zero.count = (n + 15) / 16;
+    zero.buffer = FloatBuffer(2 * zero.count);
+    zero.energy = FloatBuffer(zero.count);
+    AudioLoader::summariseLevelZero(samples.data(), n, zero.buffer.data(), zero.energy.data());
+    const auto reference = AudioLoader::buildLevels(std::move(zero));
+
+    ASSERT_EQ(whole.size(), reference.size());
+    for (size_t l = 0; l < whole.size(); ++l) {
+        ASSERT_EQ(whole[l].count, reference[l].count);
+        EXPECT_EQ(std::memcmp(whole[l].buffer.data(), reference[l].buffer.data(),
+                              size_t(whole[l].count) * 2 * sizeof(float)), 0) << "level " << l;
+        EXPECT_EQ(std::memcmp(whole[l].energy.data(), reference[l].energy.data(),
+                              size_t(whole[l].count) * sizeof(float)), 0) << "level " << l;
     }
 }
 
