@@ -61,6 +61,15 @@ void BM_DeleteOneSecondFromAnHourAndUndo(benchmark::State& state) {
     const int64_t audio = audioBytes(track->audio());
     const FrameRange second{frames / 2, frames / 2 + 48000};
 
+    // The first edit of the process takes memory the process never had; on a virtual machine
+    // the host then faults in every page too (seconds for 1.7 GB). That round is timed on its
+    // own (firstDeleteMs), the rest show the edit itself.
+    auto w0 = std::chrono::steady_clock::now();
+    track->replace(second, AudioClip{}, std::nullopt, "Delete");
+    auto w1 = std::chrono::steady_clock::now();
+    track->undoStack().undo();
+    track->undoStack().removeAll();
+
     double deleteSeconds = 0, undoSeconds = 0;
     int64_t deletePeak = 0, heldAfter = 0, undoPeak = 0;
     for (auto _ : state) {
@@ -86,6 +95,7 @@ void BM_DeleteOneSecondFromAnHourAndUndo(benchmark::State& state) {
     }
     const double n = double(state.iterations());
     state.counters["audioMB"] = double(audio) / 1e6;
+    state.counters["firstDeleteMs"] = std::chrono::duration<double>(w1 - w0).count() * 1e3;
     state.counters["deleteMs"] = deleteSeconds / n * 1e3;
     state.counters["undoMs"] = undoSeconds / n * 1e3;
     state.counters["deletePeakMB"] = double(deletePeak) / 1e6;
@@ -96,6 +106,6 @@ void BM_DeleteOneSecondFromAnHourAndUndo(benchmark::State& state) {
 BENCHMARK(BM_DeleteOneSecondFromAnHourAndUndo)
     ->Unit(benchmark::kMillisecond)
     ->UseManualTime()
-    ->Iterations(3);
+    ->Iterations(5);
 
 } // namespace

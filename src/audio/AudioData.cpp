@@ -203,6 +203,47 @@ std::vector<PeakLevel> buildLevelsOn(const float* samples, int64_t count, unsign
 
 unsigned hardwareThreads() { return std::max(1u, std::thread::hardware_concurrency()); }
 
+// Samples filled and summarised together, small enough to be summarised from the cache.
+constexpr int64_t fillChunk = 32768;
+
+// Levels of `count` samples that `fill(from, to)` writes into `out` chunk by chunk, each chunk
+// summarised while it is still in the cache. The first `headGroups` groups of 128 samples are
+// the same as in the audio `head` summarises (its levels 0 and 1 are copied, not rebuilt);
+// `fill` is asked only for what follows them.
+template <typename Fill>
+std::vector<PeakLevel> fillAndSummarise(float* out, int64_t count, const std::vector<PeakLevel>& head,
+                                        int64_t headGroups, Fill&& fill) {
+    if (count < 17) {
+        fill(0, count);
+        return {};
+    }
+    PeakLevel first = allocateLevel(16, (count + 15) / 16);
+    PeakLevel second = allocateLevel(64, (first.count + 3) / 4);
+    const int64_t groups = count / 128;
+    if (head.size() < 2) headGroups = 0;
+    headGroups = std::clamp<int64_t>(headGroups, 0, groups);
+    if (headGroups > 0) {
+        std::memcpy(first.buffer.data(), head[0].buffer.data(), size_t(16 * headGroups) * sizeof(float));
+        std::memcpy(first.energy.data(), head[0].energy.data(), size_t(8 * headGroups) * sizeof(float));
+        std::memcpy(second.buffer.data(), head[1].buffer.data(), size_t(4 * headGroups) * sizeof(float));
+        std::memcpy(second.energy.data(), head[1].energy.data(), size_t(2 * headGroups) * sizeof(float));
+    }
+    for (int64_t from = 128 * headGroups; from < count; from += fillChunk) {
+        const int64_t to = std::min(from + fillChunk, count);
+        fill(from, to);
+        const int64_t g0 = from / 128, g1 = to / 128;
+        summariseBlockGroups(out + 128 * g0, g1 - g0, first.buffer.data() + 16 * g0,
+                             first.energy.data() + 8 * g0, second.buffer.data() + 4 * g0,
+                             second.energy.data() + 2 * g0);
+    }
+    summariseRemainingBlocks(out, count, 8 * groups, first.buffer.data(), first.energy.data());
+    mergeEntries(first, second, 2 * groups);
+    std::vector<PeakLevel> levels;
+    levels.push_back(std::move(first));
+    levels.push_back(std::move(second));
+    return buildUpperLevels(std::move(levels));
+}
+
 } // namespace
 
 std::vector<PeakLevel> AudioLoader::buildLevels(const float* samples, int64_t count) {
@@ -230,7 +271,24 @@ float channelPeak(const float* samples, int64_t count, const std::vector<PeakLev
 }
 
 // Enough samples per channel that a thread of its own pays off.
-constexpr int64_t parallelLevelThreshold = 1 << 20;
+constexpr int64_t parallelChannelThreshold = 1 << 20;
+
+// Runs `work(c)` for every channel, spread over the cores when the channels are long.
+template <typename Work>
+void forEachChannel(size_t n, int64_t frameCount, Work&& work) {
+    if (n > 1 && frameCount >= parallelChannelThreshold) {
+        std::vector<std::thread> threads;
+        const size_t workers = std::min<size_t>(n, hardwareThreads());
+        for (size_t w = 1; w < workers; ++w)
+            threads.emplace_back([&, w] {
+                for (size_t c = w; c < n; c += workers) work(c);
+            });
+        for (size_t c = 0; c < n; c += workers) work(c);
+        for (auto& thread : threads) thread.join();
+    } else {
+        for (size_t c = 0; c < n; ++c) work(c);
+    }
+}
 
 } // namespace
 
@@ -252,18 +310,7 @@ AudioDataPtr AudioLoader::makeAudioData(double sampleRate, std::vector<FloatBuff
             failures[c] = std::current_exception();
         }
     };
-    if (n > 1 && frameCount >= parallelLevelThreshold) {
-        std::vector<std::thread> threads;
-        const size_t workers = std::min<size_t>(n, hardwareThreads());
-        for (size_t w = 1; w < workers; ++w)
-            threads.emplace_back([&, w] {
-                for (size_t c = w; c < n; c += workers) build(c);
-            });
-        for (size_t c = 0; c < n; c += workers) build(c);
-        for (auto& thread : threads) thread.join();
-    } else {
-        for (size_t c = 0; c < n; ++c) build(c);
-    }
+    forEachChannel(n, frameCount, build);
     for (auto& failure : failures)
         if (failure) std::rethrow_exception(failure);
     return makeAudioData(sampleRate, std::move(buffers), frameCount, std::move(levels));
@@ -393,23 +440,52 @@ AudioDataPtr AudioData::replacing(FrameRange range, const AudioClip& clip) const
     const int64_t newLength = frameCount - (upper - lower) + inserted;
     if (newLength < 1) throw EditError::wouldRemoveEverything();
 
-    std::vector<FloatBuffer> buffers;
-    buffers.reserve(channels.size());
-    for (size_t c = 0; c < channels.size(); ++c) {
-        FloatBuffer buffer(newLength);
-        const float* old = channels[c]->data();
-        float* out = buffer.data();
-        std::memcpy(out, old, size_t(lower) * sizeof(float));
-        if (inserted > 0) {
-            const auto& source = matched.channels[c];
-            const size_t available = std::min<size_t>(source.size(), size_t(inserted));
-            std::memcpy(out + lower, source.data(), available * sizeof(float));
-            std::fill(out + lower + available, out + lower + inserted, 0.0f);
+    const size_t n = channels.size();
+    std::vector<FloatBuffer> buffers(n);
+    std::vector<std::vector<PeakLevel>> levels(n);
+    std::vector<std::exception_ptr> failures(n);
+    // The head before the range is the old audio's, and so are its summaries: whole groups of
+    // it are copied with their levels; the rest is copied and summarised in one pass.
+    const int64_t headGroups = lower / 128;
+    auto build = [&](size_t c) {
+        try {
+            FloatBuffer buffer(newLength);
+            const float* old = channels[c]->data();
+            float* out = buffer.data();
+            const float* clipSamples = inserted > 0 ? matched.channels[c].data() : nullptr;
+            const int64_t clipAvailable =
+                inserted > 0 ? std::min<int64_t>(int64_t(matched.channels[c].size()), inserted) : 0;
+            // Writes new frames [from, to) from the head, the clip (zeros past its end) and
+            // the tail.
+            auto fill = [&](int64_t from, int64_t to) {
+                const int64_t headEnd = std::min(to, lower);
+                if (from < headEnd) std::memcpy(out + from, old + from, size_t(headEnd - from) * 4);
+                from = std::max(from, lower);
+                const int64_t clipEnd = std::min(to, lower + inserted);
+                const int64_t copiedEnd = std::min(clipEnd, lower + clipAvailable);
+                if (from < copiedEnd) {
+                    std::memcpy(out + from, clipSamples + (from - lower), size_t(copiedEnd - from) * 4);
+                    from = copiedEnd;
+                }
+                if (from < clipEnd) std::fill(out + from, out + clipEnd, 0.0f);
+                from = std::max(from, lower + inserted);
+                if (from < to)
+                    std::memcpy(out + from, old + (from - lower - inserted + upper),
+                                size_t(to - from) * 4);
+            };
+            std::memcpy(out, old, size_t(128 * std::min(headGroups, newLength / 128)) * 4);
+            levels[c] = fillAndSummarise(out, newLength, channels[c]->levels(), headGroups, fill);
+            buffers[c] = std::move(buffer);
+        } catch (...) {
+            failures[c] = std::current_exception();
         }
-        std::memcpy(out + lower + inserted, old + upper, size_t(frameCount - upper) * sizeof(float));
-        buffers.push_back(std::move(buffer));
-    }
-    return AudioLoader::makeAudioData(sampleRate, std::move(buffers), newLength);
+    };
+    // Most of the time goes into the kernel's zeroing of the new pages and into copying, so
+    // long channels are made on threads of their own.
+    forEachChannel(n, newLength, build);
+    for (auto& failure : failures)
+        if (failure) std::rethrow_exception(failure);
+    return AudioLoader::makeAudioData(sampleRate, std::move(buffers), newLength, std::move(levels));
 }
 
 int64_t AudioData::nearestZeroCrossing(int64_t f, int64_t radius) const {

@@ -217,6 +217,49 @@ TEST(AudioData, ReplacingCopiesHeadClipAndTailAndRebuildsLevels) {
     EXPECT_EQ(audio->samples(0)[100], 100.0f);
 }
 
+// Replacing reuses the head's summaries and summarises the rest as it copies; whatever the
+// range and the clip, the result must be what building it from scratch gives, bit for bit.
+TEST(AudioData, ReplacingGivesTheSamplesAndLevelsOfAFreshBuild) {
+    const int64_t n = 200003;
+    auto audio = makeAudio({noise(size_t(n), 3), noise(size_t(n), 4)});
+    std::mt19937 random(9);
+    for (int round = 0; round < 12; ++round) {
+        const int64_t lower = std::uniform_int_distribution<int64_t>(0, n)(random);
+        const int64_t upper = std::uniform_int_distribution<int64_t>(lower, std::min(n, lower + 90000))(random);
+        const size_t length = size_t(std::uniform_int_distribution<int>(0, 70000)(random));
+        AudioClip clip{48000, {noise(length, 10 + unsigned(round)), noise(length / 2, 30 + unsigned(round))}};
+        if (length == 0) clip.channels.clear();
+        if (n - (upper - lower) + int64_t(length) < 1) continue;
+        auto result = audio->replacing({lower, upper}, clip);
+
+        for (int c = 0; c < 2; ++c) {
+            const auto old = samplesOf(*audio, c);
+            std::vector<float> expected(old.begin(), old.begin() + lower);
+            if (length > 0) {
+                const auto& inserted = clip.channels[size_t(c)];
+                expected.insert(expected.end(), inserted.begin(), inserted.end());
+                expected.resize(size_t(lower) + length, 0.0f); // a short channel is padded
+            }
+            expected.insert(expected.end(), old.begin() + upper, old.end());
+            const auto got = samplesOf(*result, c);
+            ASSERT_EQ(got, expected) << "round " << round << " channel " << c;
+
+            const auto fresh = AudioLoader::buildLevels(expected.data(), int64_t(expected.size()));
+            const auto& levels = result->channels[size_t(c)]->levels();
+            ASSERT_EQ(levels.size(), fresh.size());
+            for (size_t l = 0; l < fresh.size(); ++l) {
+                ASSERT_EQ(levels[l].count, fresh[l].count);
+                ASSERT_EQ(std::memcmp(levels[l].buffer.data(), fresh[l].buffer.data(),
+                                      size_t(fresh[l].count) * 2 * sizeof(float)), 0)
+                    << "round " << round << " level " << l;
+                ASSERT_EQ(std::memcmp(levels[l].energy.data(), fresh[l].energy.data(),
+                                      size_t(fresh[l].count) * sizeof(float)), 0)
+                    << "round " << round << " level " << l;
+            }
+        }
+    }
+}
+
 TEST(AudioData, ReplacingEverythingWithNothingIsRefused) {
     auto audio = makeAudio({ramp(50), ramp(50)});
     try {
