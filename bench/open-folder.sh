@@ -24,6 +24,14 @@ fi
 start=$(date +%s.%N)
 for f in "$dir"/clip*; do "$build/sonvale-cli" info "$f" >/dev/null; done
 end=$(date +%s.%N)
-echo "sonvale-cli info, one file after another: $(awk "BEGIN{printf \"%.2f\", $end - $start}") s for 200 files"
-SONVALE_BENCH_FOLDER="$dir" "$build/bench/sonvale_bench" \
-    --benchmark_filter='OpenFolderThroughEditor|DecodeFolderOneAfterAnother'
+cli=$(awk "BEGIN{printf \"%.3f\", $end - $start}")
+echo "sonvale-cli info, one file after another: $cli s for 200 files"
+results=$(SONVALE_BENCH_FOLDER="$dir" "$build/bench/sonvale_bench" \
+    --benchmark_filter='OpenFolderThroughEditor|DecodeFolderOneAfterAnother' --benchmark_format=csv 2>/dev/null)
+echo "$results" | grep '^"BM_' | cut -d, -f1,3,5 | tr -d '"'
+# The editor's pool has one thread per core.
+threads=$(nproc)
+editor=$(echo "$results" | awk -F, -v t="$threads" '$1 ~ "OpenFolderThroughEditor/" t "/" {print $3 / 1000}')
+inProcess=$(echo "$results" | awk -F, '$1 ~ "DecodeFolderOneAfterAnother" {print $3 / 1000}')
+awk -v e="$editor" -v c="$cli" -v p="$inProcess" -v t="$threads" 'BEGIN {
+    printf "editor on %d threads: %.3f s; ratio to sonvale-cli one after another %.2f; to decoding one after another in one process %.2f\n", t, e, e / c, e / p }'
