@@ -166,6 +166,19 @@ void AudioLoader::summariseLevelZero(const float* samples, int64_t count, float*
 
 namespace {
 
+// Completes levels 0 and 1, whose whole groups of 128 samples are summarised, with the short
+// blocks at the end, and adds the levels above.
+std::vector<PeakLevel> finishLevels(const float* samples, int64_t count, PeakLevel first,
+                                    PeakLevel second) {
+    const int64_t groups = count / 128;
+    summariseRemainingBlocks(samples, count, 8 * groups, first.buffer.data(), first.energy.data());
+    mergeEntries(first, second, 2 * groups);
+    std::vector<PeakLevel> levels;
+    levels.push_back(std::move(first));
+    levels.push_back(std::move(second));
+    return buildUpperLevels(std::move(levels));
+}
+
 // Samples per thread below which splitting one channel's summary does not pay.
 constexpr int64_t splitLevelThreshold = int64_t(1) << 22;
 
@@ -193,12 +206,7 @@ std::vector<PeakLevel> buildLevelsOn(const float* samples, int64_t count, unsign
     } else {
         summarise(0, groups);
     }
-    summariseRemainingBlocks(samples, count, 8 * groups, first.buffer.data(), first.energy.data());
-    mergeEntries(first, second, 2 * groups);
-    std::vector<PeakLevel> levels;
-    levels.push_back(std::move(first));
-    levels.push_back(std::move(second));
-    return buildUpperLevels(std::move(levels));
+    return finishLevels(samples, count, std::move(first), std::move(second));
 }
 
 unsigned hardwareThreads() { return std::max(1u, std::thread::hardware_concurrency()); }
@@ -236,12 +244,7 @@ std::vector<PeakLevel> fillAndSummarise(float* out, int64_t count, const std::ve
                              first.energy.data() + 8 * g0, second.buffer.data() + 4 * g0,
                              second.energy.data() + 2 * g0);
     }
-    summariseRemainingBlocks(out, count, 8 * groups, first.buffer.data(), first.energy.data());
-    mergeEntries(first, second, 2 * groups);
-    std::vector<PeakLevel> levels;
-    levels.push_back(std::move(first));
-    levels.push_back(std::move(second));
-    return buildUpperLevels(std::move(levels));
+    return finishLevels(out, count, std::move(first), std::move(second));
 }
 
 } // namespace

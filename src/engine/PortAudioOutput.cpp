@@ -1,6 +1,6 @@
 #include "engine/AudioOutput.h"
+#include "engine/DeviceProbing.h"
 
-#include <alsa/asoundlib.h>
 #include <pa_linux_alsa.h>
 #include <portaudio.h>
 
@@ -8,27 +8,9 @@
 #include <atomic>
 #include <string>
 
-// JACK's message hooks, present when PortAudio brought libjack in.
-extern "C" {
-void jack_set_error_function(void (*function)(const char*)) __attribute__((weak));
-void jack_set_info_function(void (*function)(const char*)) __attribute__((weak));
-}
-
 namespace sonvale {
 
 namespace {
-
-void quietAlsa(const char*, int, const char*, int, const char*, ...) {}
-void quietJack(const char*) {}
-
-// PortAudio opens every ALSA device and tries a JACK server while it looks for outputs; the
-// libraries report each device that is not there on stderr. None of that concerns the user:
-// real failures reach them as PlaybackError.
-void silenceDeviceProbing() {
-    snd_lib_error_set_handler(quietAlsa);
-    if (jack_set_error_function) jack_set_error_function(quietJack);
-    if (jack_set_info_function) jack_set_info_function(quietJack);
-}
 
 constexpr unsigned long framesPerBuffer = 512;
 constexpr double minimumLatency = 0.1; // seconds: headroom for a sound server on a busy machine
