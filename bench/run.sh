@@ -21,3 +21,6 @@ bench/open-folder.sh build/release "${SONVALE_BENCH_DIR:-/tmp/sonvale-bench}"
 echo "== playhead against the captured output"
 cmake --build --preset release -j2 --target sonvale_playhead_error
 bench/playhead-error.sh build/release
+echo "== every knob dragged for a minute while playing"
+cmake --build --preset release -j2 --target sonvale_knob_dragging
+bench/knob-dragging.sh build/release 60
