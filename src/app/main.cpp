@@ -1,5 +1,8 @@
 #include "app/MainWindow.h"
+#include "app/MprisService.h"
 #include "app/QtExecutor.h"
+#include "editor/EditorModel.h"
+#include "persistence/Preferences.h"
 
 #include <QApplication>
 
@@ -10,11 +13,19 @@ int main(int argc, char** argv) {
     QApplication::setDesktopFileName("sonvale");
 
     sonvale::QtExecutor executor;
-    sonvale::MainWindow window(executor);
-    QStringList files = QApplication::arguments().mid(1);
-    window.openFiles(files);
-    window.show();
-    int status = QApplication::exec();
-    executor.waitForBackground();
+    int status = 0;
+    {
+        sonvale::Preferences preferences(sonvale::Preferences::standardStorePath());
+        sonvale::EditorModel model(executor, preferences);
+        sonvale::MainWindow window(model);
+        sonvale::MprisService mpris(model);
+        QStringList files = QApplication::arguments().mid(1);
+        files.removeAll("--no-session");
+        window.openFiles(files);
+        window.show();
+        status = QApplication::exec();
+        if (model.isPlaying()) model.stop();
+        executor.waitForBackground();
+    }
     return status;
 }

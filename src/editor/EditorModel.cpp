@@ -64,6 +64,20 @@ void EditorModel::removeTracks(const std::set<Uuid>& ids) {
     setSelectedTrackIDs(std::move(kept));
 }
 
+void EditorModel::reorderTracks(const std::vector<Uuid>& order) {
+    std::vector<AudioTrackPtr> reordered;
+    reordered.reserve(trackList.size());
+    for (const auto& id : order)
+        for (const auto& t : trackList)
+            if (t->id() == id && std::find(reordered.begin(), reordered.end(), t) == reordered.end())
+                reordered.push_back(t);
+    for (const auto& t : trackList)
+        if (std::find(reordered.begin(), reordered.end(), t) == reordered.end()) reordered.push_back(t);
+    if (reordered == trackList) return;
+    trackList = std::move(reordered);
+    tracksChanged.emit();
+}
+
 void EditorModel::setSelectedTrackIDs(std::set<Uuid> ids) {
     std::erase_if(ids, [&](const Uuid& id) { return !track(id); });
     if (ids == selectedIDs) return;

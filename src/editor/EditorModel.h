@@ -66,6 +66,9 @@ public:
     // Removes tracks from the list. When that empties the selection, the track that moved
     // into the first removed one's place (else the new last one) is selected.
     void removeTracks(const std::set<Uuid>& ids);
+    // Puts the tracks in the order of `order` (a drag in the list); tracks it leaves out keep
+    // their relative order after the named ones, unknown ids are ignored.
+    void reorderTracks(const std::vector<Uuid>& order);
     const std::set<Uuid>& selectedTrackIDs() const { return selectedIDs; }
     // Ids that name no track in the list are left out.
     void setSelectedTrackIDs(std::set<Uuid> ids);

@@ -1,0 +1,435 @@
+#include "app/MainWindow.h"
+#include "app/QtExecutor.h"
+#include "app/canvas/WaveformCanvas.h"
+#include "editor/EditorModel.h"
+#include "persistence/Preferences.h"
+#include "support/AudioFiles.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QDir>
+#include <QFileDialog>
+#include <QLabel>
+#include <QListWidget>
+#include <QLocale>
+#include <QMenu>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPushButton>
+#include <QToolButton>
+#include <QTreeWidget>
+#include <QtTest>
+#include <memory>
+
+using namespace sonvale;
+
+namespace {
+
+QString fixturePath(const char* name) {
+    return QString(SONVALE_FIXTURE_DIR) + "/" + name;
+}
+
+// A window over a model with preferences that live only in memory.
+struct Harness {
+    QtExecutor executor;
+    Preferences preferences;
+    EditorModel model{executor, preferences};
+    MainWindow window{model};
+
+    ~Harness() { executor.waitForBackground(); }
+
+    bool enabled(const char* action) const { return window.action(action)->isEnabled(); }
+
+    // Opens a fixture through the model and waits until its audio is there.
+    AudioTrackPtr openAndLoad(const char* name) {
+        auto opened = model.open({fixturePath(name).toStdString()});
+        if (opened.size() != 1) return nullptr;
+        auto track = opened.front();
+        if (!QTest::qWaitFor([&] { return track->isReady(); }, 10000)) return nullptr;
+        return track;
+    }
+
+    void showActive() {
+        window.show();
+        window.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+    }
+};
+
+template <typename Widget> Widget* child(QObject* parent, const char* name) {
+    auto* found = parent->findChild<Widget*>(name);
+    if (!found) qFatal("no child named %s", name);
+    return found;
+}
+
+void sendDrop(QWidget* target, const QList<QUrl>& urls) {
+    QMimeData data;
+    data.setUrls(urls);
+    const QPoint at = target->rect().center();
+    QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(target, &enter);
+    QDragMoveEvent move(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(target, &move);
+    QDropEvent drop(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(target, &drop);
+}
+
+} // namespace
+
+class WindowTests : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    // ---- opening
+
+    void openingThroughTheModelListsTheTrackWithItsDurationAndFillsTheInspector() {
+        Harness h;
+        auto track = h.openAndLoad("stereo-s16.wav");
+        QVERIFY(track);
+        QListWidget* list = h.window.trackList();
+        QCOMPARE(list->count(), 1);
+        QVERIFY(list->item(0)->isSelected());
+        QCOMPARE(list->item(0)->text(), QString("stereo-s16\n0:03.0"));
+        QCOMPARE(child<QLabel>(&h.window, "inspectorFile")->text(), QString("stereo-s16.wav"));
+        QCOMPARE(child<QLabel>(&h.window, "inspectorChannels")->text(), QString("Stereo"));
+        QVERIFY(child<QLabel>(&h.window, "inspectorSampleRate")->text().endsWith(" Hz"));
+        // Integrated loudness is measured in the background and then shown.
+        QTRY_VERIFY_WITH_TIMEOUT(
+            child<QLabel>(&h.window, "inspectorLoudness")->text().endsWith("LUFS"), 10000);
+    }
+
+    void droppingFilesOnTheWindowOrTheTrackListOpensThem() {
+        Harness h;
+        sendDrop(&h.window, {QUrl::fromLocalFile(fixturePath("mono.wav"))});
+        QCOMPARE(h.model.tracks().size(), size_t(1));
+        QCOMPARE(h.model.tracks()[0]->name(), std::string("mono"));
+        sendDrop(h.window.trackList()->viewport(),
+                 {QUrl::fromLocalFile(fixturePath("stereo-s16.wav"))});
+        QCOMPARE(h.model.tracks().size(), size_t(2));
+        QCOMPARE(h.window.trackList()->count(), 2);
+        QCOMPARE(h.model.tracks()[1]->name(), std::string("stereo-s16"));
+    }
+
+    void aFileThatFailsToLoadShowsItsMessageInTheList() {
+        Harness h;
+        h.window.openFiles({fixturePath("noise.mp3")});
+        auto track = h.model.tracks().at(0);
+        QTRY_VERIFY_WITH_TIMEOUT(std::holds_alternative<AudioTrack::Failed>(track->state()), 10000);
+        const auto message =
+            QString::fromStdString(std::get<AudioTrack::Failed>(track->state()).message);
+        QVERIFY(!message.isEmpty());
+        QListWidgetItem* item = h.window.trackList()->item(0);
+        QVERIFY2(item->text().endsWith(message), qPrintable(item->text()));
+        QCOMPARE(item->toolTip(), message);
+        QVERIFY(!h.enabled("export"));
+    }
+
+    void removingFromTheListDropsTheSelectedTracks() {
+        Harness h;
+        QVERIFY(h.openAndLoad("mono.wav"));
+        QVERIFY(h.openAndLoad("stereo-s16.wav"));
+        h.window.action("removeTracks")->trigger();
+        QCOMPARE(h.model.tracks().size(), size_t(1));
+        QCOMPARE(h.window.trackList()->count(), 1);
+        QCOMPARE(h.model.tracks()[0]->name(), std::string("mono"));
+        QVERIFY(h.window.trackList()->item(0)->isSelected());
+    }
+
+    void reorderingTheListReordersTheModel() {
+        Harness h;
+        QVERIFY(h.openAndLoad("mono.wav"));
+        QVERIFY(h.openAndLoad("stereo-s16.wav"));
+        const Uuid first = h.model.tracks()[0]->id(), second = h.model.tracks()[1]->id();
+        h.model.reorderTracks({second, first});
+        QCOMPARE(h.model.tracks()[0]->id(), second);
+        QVERIFY(h.window.trackList()->item(0)->text().startsWith("stereo-s16"));
+        // Unknown ids are ignored and left-out tracks keep their place after the named ones.
+        h.model.reorderTracks({Uuid::random(), first});
+        QCOMPARE(h.model.tracks()[0]->id(), first);
+        QCOMPARE(h.model.tracks()[1]->id(), second);
+    }
+
+    // ---- menu enablement
+
+    void commandsAreEnabledOnlyWhenTheModelAllowsThem() {
+        Harness h;
+        for (const char* name :
+             {"export", "exportRegions", "cut", "copy", "paste", "delete", "undo",
+              "trimToSelection", "trimSilence", "selectAll", "newTrackFromSelection", "addMarker",
+              "removeAllMarkers", "zoomIn", "zoomToSelection"})
+            QVERIFY2(!h.enabled(name), name);
+        QVERIFY(h.enabled("open"));
+
+        auto track = h.openAndLoad("stereo-s16.wav");
+        QVERIFY(track);
+        // Audio but no selection: export, trim silence, markers, zoom; nothing that needs a
+        // selection.
+        for (const char* name :
+             {"export", "trimSilence", "selectAll", "addMarker", "zoomIn", "zoomToFit"})
+            QVERIFY2(h.enabled(name), name);
+        for (const char* name :
+             {"cut", "copy", "delete", "trimToSelection", "newTrackFromSelection", "paste",
+              "exportRegions", "zoomToSelection", "undo"})
+            QVERIFY2(!h.enabled(name), name);
+        QCOMPARE(h.window.action("addMarker")->text(), QString("Add Marker at Playhead"));
+
+        track->setSelection(FrameRange{1000, 20000});
+        for (const char* name : {"cut", "copy", "delete", "trimToSelection",
+                                 "newTrackFromSelection", "zoomToSelection"})
+            QVERIFY2(h.enabled(name), name);
+        QCOMPARE(h.window.action("addMarker")->text(), QString("Add Region from Selection"));
+        QVERIFY(!h.enabled("paste"));
+        h.window.action("copy")->trigger();
+        QVERIFY(h.enabled("paste"));
+
+        h.window.action("addMarker")->trigger();
+        QVERIFY(h.enabled("exportRegions"));
+        QVERIFY(h.enabled("removeAllMarkers"));
+    }
+
+    // ---- editing with the keyboard
+
+    void cutWithTheShortcutThenUndoRestoresTheAudio() {
+        Harness h;
+        auto track = h.openAndLoad("stereo-s16.wav");
+        QVERIFY(track);
+        h.showActive();
+        const int64_t frames = track->frameCount();
+        track->setSelection(FrameRange{0, 4410});
+        QTest::keySequence(&h.window, QKeySequence::Cut);
+        QCOMPARE(track->frameCount(), frames - 4410);
+        QCOMPARE(h.window.action("undo")->text(), QString("Undo Cut"));
+        QCOMPARE(h.window.trackList()->item(0)->toolTip(), QString("Edited, not exported"));
+        QVERIFY(h.enabled("paste"));
+
+        QTest::keySequence(&h.window, QKeySequence::Undo);
+        QCOMPARE(track->frameCount(), frames);
+        QVERIFY(!h.enabled("undo"));
+        QCOMPARE(h.window.action("redo")->text(), QString("Redo Cut"));
+        QCOMPARE(h.window.trackList()->item(0)->toolTip(), QString());
+    }
+
+    void selectAllSelectsTheWholeTrack() {
+        Harness h;
+        auto track = h.openAndLoad("mono.wav");
+        QVERIFY(track);
+        h.showActive();
+        QTest::keySequence(&h.window, QKeySequence::SelectAll);
+        QVERIFY(track->selection());
+        QCOMPARE(*track->selection(), (FrameRange{0, track->frameCount()}));
+        QCOMPARE(child<QLabel>(&h.window, "timeDisplay")->text().section('\n', 1),
+                 QString::fromUtf8("0:00.0\u2013%1 (%1)")
+                     .arg(MainWindow::durationText(track->audio()->duration())));
+    }
+
+    // ---- gain and normalization
+
+    void normalizingToPeakShowsTheAppliedGain() {
+        Harness h;
+        auto track = h.openAndLoad("stereo-s16.wav");
+        QVERIFY(track);
+        child<QToolButton>(&h.window, "normalizeButton")->click();
+        QVERIFY(track->gainDB() != 0.0f);
+        QCOMPARE(child<QLabel>(&h.window, "gainText")->text(),
+                 QString::asprintf("%+.1f dB applied", double(track->gainDB())));
+    }
+
+    void loudnessTargetsAreEnabledOnceTheLoudnessIsMeasured() {
+        Harness h;
+        auto track = h.openAndLoad("speech.wav");
+        QVERIFY(track);
+        auto* menu = child<QMenu>(&h.window, "normalizeMenu");
+        QTRY_VERIFY_WITH_TIMEOUT(track->currentLoudness().has_value(), 10000);
+        Q_EMIT menu->aboutToShow();
+        const auto entries = menu->actions();
+        QVERIFY(entries.size() >= 3);
+        QCOMPARE(entries[0]->text(), QString("Peak to 0 dBFS"));
+        QVERIFY(entries.last()->text().startsWith("Loudness to "));
+        QVERIFY(entries.last()->isEnabled());
+        entries.last()->trigger();
+        QCOMPARE(child<QLabel>(&h.window, "gainText")->text(),
+                 QString::asprintf("%+.1f dB applied", double(track->gainDB())));
+    }
+
+    // ---- export
+
+    void theExportDialogOffersTheFormatsAndTheRangeOfTheSelection() {
+        Harness h;
+        auto track = h.openAndLoad("stereo-s16.wav");
+        QVERIFY(track);
+        track->setSelection(FrameRange{0, 22050});
+        h.window.action("export")->trigger();
+        QFileDialog* dialog = h.window.exportDialog();
+        QVERIFY(dialog);
+        QCOMPARE(dialog->windowTitle(), QString("Export Audio"));
+        auto* format = child<QComboBox>(dialog, "exportFormat");
+        QStringList formats;
+        for (int i = 0; i < format->count(); ++i)
+            formats << format->itemText(i);
+        QCOMPARE(formats,
+                 (QStringList{"WAV 16-bit", "WAV 24-bit", "AIFF 16-bit", "AAC (M4A, 256 kbps)"}));
+        auto* range = child<QComboBox>(dialog, "exportRange");
+        QVERIFY(range->isEnabled());
+        QCOMPARE(range->currentText(), QString("Selection"));
+        QCOMPARE(child<QLabel>(dialog, "exportGain")->text(), QString("+0.0 dB applied"));
+        QVERIFY(dialog->selectedFiles().value(0).endsWith("stereo-s16 (selection).wav"));
+
+        // Another format changes the proposed file's extension.
+        format->setCurrentIndex(2);
+        QVERIFY2(dialog->selectedFiles().value(0).endsWith("stereo-s16 (selection).aiff"),
+                 qPrintable(dialog->selectedFiles().value(0)));
+
+        // Confirming writes the whole track when "Entire track" is chosen, and marks it exported.
+        range->setCurrentIndex(1);
+        test::TemporaryFolder folder;
+        const QString out = QString::fromStdString((folder / "whole.aiff").string());
+        dialog->selectFile(out);
+        static_cast<QDialog*>(dialog)->accept();
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !h.model.exportProgress() && std::filesystem::exists(folder / "whole.aiff"), 10000);
+        QTRY_VERIFY(h.window.exportDialog() == nullptr);
+        QVERIFY(!track->hasUnexportedEdits());
+    }
+
+    void withoutASelectionTheWholeTrackIsTheOnlyRange() {
+        Harness h;
+        QVERIFY(h.openAndLoad("mono.wav"));
+        h.window.action("export")->trigger();
+        QFileDialog* dialog = h.window.exportDialog();
+        QVERIFY(dialog);
+        auto* range = child<QComboBox>(dialog, "exportRange");
+        QVERIFY(!range->isEnabled());
+        QCOMPARE(range->currentText(), QString("Entire track"));
+        QVERIFY(dialog->selectedFiles().value(0).endsWith("mono (edited).wav"));
+        dialog->reject();
+    }
+
+    void exportRegionsAsksForAFolderWithTheRegionCount() {
+        Harness h;
+        auto track = h.openAndLoad("stereo-s16.wav");
+        QVERIFY(track);
+        track->addMarker(0, FrameRange{0, 1000});
+        track->addMarker(0, FrameRange{2000, 3000});
+        h.window.action("exportRegions")->trigger();
+        QFileDialog* dialog = h.window.exportDialog();
+        QVERIFY(dialog);
+        QCOMPARE(dialog->windowTitle(), QString("Export Regions"));
+        QCOMPARE(child<QLabel>(dialog, "exportRegionsMessage")->text(),
+                 QString("Choose a folder for 2 region files."));
+        QVERIFY(dialog->findChild<QComboBox*>("exportRange") == nullptr);
+        QCOMPARE(child<QComboBox>(dialog, "exportFormat")->count(), 4);
+        dialog->reject();
+    }
+
+    // ---- alerts
+
+    void alertsShowAsOneDialogAtATime() {
+        Harness h;
+        h.model.showAlert(
+            {"Cut failed", "A track can't be left empty. Remove it from the list instead."});
+        QMessageBox* box = h.window.alertBox();
+        QVERIFY(box);
+        QCOMPARE(box->text(), QString("Cut failed"));
+        QCOMPARE(box->informativeText(),
+                 QString("A track can't be left empty. Remove it from the list instead."));
+        h.model.showAlert({"Export failed", "Not enough memory to decode the file."});
+        QCOMPARE(h.window.findChildren<QMessageBox*>().size(), qsizetype(1));
+        QCOMPARE(h.window.alertBox()->text(), QString("Export failed"));
+        h.window.alertBox()->accept();
+        QVERIFY(!h.model.alert());
+        QVERIFY(h.window.alertBox() == nullptr);
+    }
+
+    void aFailedEditShowsItsAlert() {
+        Harness h;
+        auto track = h.openAndLoad("stereo-s16.wav");
+        QVERIFY(track);
+        track->setSelection(FrameRange{0, track->frameCount()});
+        h.window.action("cut")->trigger();
+        QVERIFY(h.window.alertBox());
+        QCOMPARE(h.window.alertBox()->text(), QString("Cut failed"));
+        QCOMPARE(h.window.alertBox()->informativeText(),
+                 QString("A track can't be left empty. Remove it from the list instead."));
+    }
+
+    // ---- markers
+
+    void theMarkerListShowsMarkersAndRenamesInPlace() {
+        Harness h;
+        auto track = h.openAndLoad("stereo-s16.wav");
+        QVERIFY(track);
+        track->addMarker(44100, std::nullopt);
+        track->addMarker(0, FrameRange{22050, 66150});
+        QTreeWidget* list = h.window.markerList();
+        QCOMPARE(list->topLevelItemCount(), 2);
+        QTreeWidgetItem* region = nullptr;
+        for (int i = 0; i < 2; ++i)
+            if (list->topLevelItem(i)->text(0) == "Region 1") region = list->topLevelItem(i);
+        QVERIFY(region);
+        const double rate = track->sampleRate();
+        QCOMPARE(region->text(1), MainWindow::durationText(22050 / rate));
+        QCOMPARE(region->text(2), MainWindow::durationText(66150 / rate));
+        QCOMPARE(MainWindow::durationText(3725.25), QString("1:02:05.2"));
+
+        region->setText(0, "Intro");
+        QCOMPARE(track->regions().at(0).name, std::string("Intro"));
+        QCOMPARE(h.window.action("undo")->text(), QString("Undo Rename Region"));
+        // A blank name changes nothing and the list shows the kept name again.
+        list->topLevelItem(0)->setText(0, "  ");
+        QVERIFY(list->findItems("  ", Qt::MatchExactly).isEmpty());
+
+        // Clicking jumps the playhead to the marker.
+        QTreeWidgetItem* point = list->findItems("Marker 1", Qt::MatchExactly).value(0);
+        QVERIFY(point);
+        Q_EMIT list->itemClicked(point, 0);
+        QCOMPARE(h.model.playheadPosition(), int64_t(44100));
+
+        child<QPushButton>(&h.window, "removeAllMarkersButton")->click();
+        QCOMPARE(list->topLevelItemCount(), 0);
+        QVERIFY(track->markers().empty());
+    }
+
+    // ---- status bar
+
+    void theMemoryItemOpensItsDetails() {
+        Harness h;
+        QVERIFY(h.openAndLoad("stereo-s16.wav"));
+        auto* memory = child<QToolButton>(&h.window, "memoryButton");
+        // The samples of a three-second stereo file are counted, not zero.
+        QVERIFY2(memory->text() != QLocale().formattedDataSize(0), qPrintable(memory->text()));
+        QCOMPARE(memory->toolTip(),
+                 QString::fromUtf8("Memory used by audio \u2013 click for details"));
+        memory->click();
+        auto* popup = child<QWidget>(&h.window, "memoryDetails");
+        QStringList texts;
+        for (auto* label : popup->findChildren<QLabel*>())
+            texts << label->text();
+        for (const char* row :
+             {"Samples", "Waveform overview", "Total", "Whole app", "Undo history isn't included."})
+            QVERIFY2(texts.contains(row), row);
+        QVERIFY(!texts.contains("Clipboard"));
+        popup->close();
+    }
+
+    // ---- the whole window
+
+    void screenshotOfTheWindowWithALoadedFile() {
+        Harness h;
+        auto track = h.openAndLoad("speech.wav");
+        QVERIFY(track);
+        track->setSelection(FrameRange{track->frameCount() / 4, track->frameCount() / 2});
+        track->addMarker(0, FrameRange{track->frameCount() / 4, track->frameCount() / 2});
+        h.window.resize(1280, 760);
+        h.window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&h.window));
+        QTRY_VERIFY_WITH_TIMEOUT(track->currentLoudness().has_value(), 10000);
+        const QImage image = h.window.grab().toImage();
+        QCOMPARE(image.size(), QSize(1280, 760)); // the layout fits a laptop screen
+        // Beside the fixtures, in the build folder: build/dev/screenshots.
+        const QString dir = QDir(QString(SONVALE_FIXTURE_DIR) + "/../screenshots").absolutePath();
+        QDir().mkpath(dir);
+        QVERIFY(image.save(dir + "/window.png"));
+    }
+};
+
+QTEST_MAIN(WindowTests)
+#include "WindowTests.moc"
