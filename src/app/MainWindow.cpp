@@ -226,13 +226,6 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     waveform->setObjectName("waveformCanvas");
     waveform->setMinimumSize(400, 200);
 
-    auto* centre = new QWidget(this);
-    auto* centreLayout = new QVBoxLayout(centre);
-    centreLayout->setContentsMargins(0, 0, 0, 0);
-    centreLayout->setSpacing(0);
-    centreLayout->addWidget(buildTransportBar());
-    centreLayout->addWidget(waveform, 1);
-
     auto* right = new QSplitter(Qt::Vertical, this);
     right->addWidget(buildInspector());
     right->addWidget(buildMarkerPanel());
@@ -240,11 +233,18 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
 
     auto* split = new QSplitter(Qt::Horizontal, this);
     split->addWidget(tracks);
-    split->addWidget(centre);
+    split->addWidget(waveform);
     split->addWidget(right);
     split->setStretchFactor(1, 1);
     split->setSizes({220, 760, 280});
-    setCentralWidget(split);
+    // The transport bar spans the window above the list, the canvas and the side panels.
+    auto* main = new QWidget(this);
+    auto* column = new QVBoxLayout(main);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    column->addWidget(buildTransportBar());
+    column->addWidget(split, 1);
+    setCentralWidget(main);
 
     buildMenus();
     buildStatusBar();
@@ -433,7 +433,7 @@ QWidget* MainWindow::buildTransportBar() {
     timeLabel->setFont(mono);
     timeLabel->setToolTip("Playhead; below it the selection's start, end and length");
     timeLabel->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-    timeLabel->setMinimumWidth(190);
+    timeLabel->setMinimumWidth(210);
     row->addWidget(timeLabel);
     row->addStretch(1);
 
@@ -441,7 +441,7 @@ QWidget* MainWindow::buildTransportBar() {
     gainSlider->setObjectName("gain");
     gainSlider->setRange(-300, 300);
     gainSlider->setFixedWidth(110);
-    gainSlider->setToolTip("Gain applied on playback and export (double-click the label to reset)");
+    gainSlider->setToolTip("Gain applied on playback and export");
     connect(gainSlider, &QSlider::valueChanged, this, [this](int tenths) {
         if (auto track = model.activeTrack()) track->setGainDB(float(tenths) / 10.0f);
     });
@@ -480,6 +480,14 @@ QWidget* MainWindow::buildTransportBar() {
     meter = new LevelMeterWidget(bar);
     meter->setObjectName("outputMeter");
     row->addWidget(meter);
+    row->addSpacing(8);
+
+    exportButton = new QToolButton(bar);
+    exportButton->setObjectName("exportButton");
+    exportButton->setText(QString::fromUtf8("Export\u2026"));
+    exportButton->setToolTip("Export selection or track with gain applied (Ctrl+Shift+E)");
+    connect(exportButton, &QToolButton::clicked, this, [this] { presentExportPanel(); });
+    row->addWidget(exportButton);
     return bar;
 }
 
@@ -738,6 +746,7 @@ void MainWindow::refreshActions() {
     set("previousTrack", !m.tracks().empty());
     set("nextTrack", !m.tracks().empty());
     normalizeButton->setEnabled(m.canNormalize());
+    exportButton->setEnabled(m.canExport());
     gainSlider->setEnabled(track && track->audio());
     playButton->setEnabled(m.canPlay() || m.isPlaying());
     if (auto* b = findChild<QPushButton*>("removeAllMarkersButton")) b->setEnabled(m.hasMarkers());

@@ -104,6 +104,7 @@ private:
     QLabel* gainLabel = nullptr;
     QToolButton* normalizeButton = nullptr;
     LevelMeterWidget* meter = nullptr;
+    QToolButton* exportButton = nullptr;
 
     QLabel* fileLabel = nullptr;
     QLabel* formatLabel = nullptr;

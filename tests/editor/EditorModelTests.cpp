@@ -99,6 +99,22 @@ TEST(EditorModel, RemovingTheSelectedTrackSelectsTheOneThatTookItsPlace) {
     EXPECT_TRUE(e.model.selectedTrackIDs().empty());
 }
 
+TEST(EditorModel, ReorderingPutsNamedTracksFirstAndKeepsTheRestInOrder) {
+    Editor e;
+    auto a = e.add(makeNoise(48000, 1, 100), "a");
+    auto b = e.add(makeNoise(48000, 1, 100), "b");
+    auto c = e.add(makeNoise(48000, 1, 100), "c");
+    int changes = 0;
+    e.model.tracksChanged.connect([&] { ++changes; });
+    e.model.reorderTracks({c->id(), Uuid::random(), a->id(), c->id()});
+    EXPECT_EQ(e.model.tracks(), (std::vector<AudioTrackPtr>{c, a, b}));
+    EXPECT_EQ(changes, 1);
+    // The same order again is no change.
+    e.model.reorderTracks({c->id()});
+    EXPECT_EQ(changes, 1);
+    EXPECT_EQ(e.model.activeTrack(), c);
+}
+
 TEST(EditorModel, RemovingAnUnselectedTrackKeepsTheSelection) {
     Editor e;
     auto a = e.add(makeNoise(48000, 1, 100), "a");
