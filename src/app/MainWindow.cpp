@@ -1,6 +1,7 @@
 #include "app/MainWindow.h"
 
 #include "app/AboutDialog.h"
+#include "app/LevelMeterWidget.h"
 #include "app/SettingsDialog.h"
 #include "app/canvas/WaveformCanvas.h"
 #include "audio/ExportOptions.h"
@@ -93,56 +94,6 @@ protected:
         }
         QListWidget::dropEvent(event);
         if (onReordered) onReordered();
-    }
-};
-
-// The output level: a bar per channel with the held peak, and a clip light that a click
-// puts out.
-class LevelMeterWidget : public QWidget {
-public:
-    explicit LevelMeterWidget(QWidget* parent)
-        : QWidget(parent) {
-        setMinimumSize(100, 18);
-        setToolTip("Output level (click to reset the clip light)");
-    }
-    MeterBallistics ballistics;
-    std::function<void()> onReset;
-
-protected:
-    void mousePressEvent(QMouseEvent*) override {
-        ballistics.resetClip();
-        for (auto& level : ballistics.levels)
-            level.holdDB = MeterBallistics::floorDB;
-        update();
-        if (onReset) onReset();
-    }
-    void paintEvent(QPaintEvent*) override {
-        QPainter p(this);
-        const int lightWidth = 10;
-        const QRect bars = rect().adjusted(0, 0, -lightWidth - 3, 0);
-        p.fillRect(bars, QColor(30, 30, 30));
-        const int channels = std::max<int>(1, int(ballistics.levels.size()));
-        const double rowHeight = double(bars.height()) / channels;
-        auto xFor = [&](float dB) {
-            const double t = (dB - MeterBallistics::floorDB) / -MeterBallistics::floorDB;
-            return bars.left() + std::clamp(t, 0.0, 1.0) * bars.width();
-        };
-        for (int c = 0; c < int(ballistics.levels.size()); ++c) {
-            const auto& level = ballistics.levels[size_t(c)];
-            const QRectF row(bars.left(), bars.top() + c * rowHeight + 1, 0, rowHeight - 2);
-            QRectF bar = row;
-            bar.setRight(xFor(level.peakDB));
-            QLinearGradient gradient(bars.topLeft(), bars.topRight());
-            gradient.setColorAt(0, QColor(40, 170, 80));
-            gradient.setColorAt(0.8, QColor(220, 200, 40));
-            gradient.setColorAt(1, QColor(220, 50, 40));
-            p.fillRect(bar, gradient);
-            const double hold = xFor(level.holdDB);
-            if (level.holdDB > MeterBallistics::floorDB)
-                p.fillRect(QRectF(hold - 1, row.top(), 2, row.height()), Qt::white);
-        }
-        const QRect light(width() - lightWidth, 0, lightWidth, height());
-        p.fillRect(light, ballistics.clipped ? QColor(230, 40, 30) : QColor(70, 30, 30));
     }
 };
 
@@ -895,6 +846,14 @@ void MainWindow::showMemoryDetails() {
     add("Total", memory.total());
     add("Whole app", AudioMemory::processFootprint());
     grid->addWidget(new QLabel("Undo history isn't included.", popup), row, 0, 1, 2);
+    // While it stays open the numbers are measured again every minute.
+    auto* again = new QTimer(popup);
+    again->setInterval(60000);
+    connect(again, &QTimer::timeout, popup, [this, popup] {
+        popup->close();
+        showMemoryDetails();
+    });
+    again->start();
     popup->adjustSize();
     const QPoint corner = memoryButton->mapToGlobal(QPoint(memoryButton->width(), 0));
     popup->move(corner - QPoint(popup->width(), popup->height()));

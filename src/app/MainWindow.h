@@ -51,6 +51,7 @@ public:
     // The export dialog or region folder chooser being shown, if any.
     QFileDialog* exportDialog() const { return currentExportDialog; }
     QMessageBox* alertBox() const { return currentAlertBox; }
+    LevelMeterWidget* outputMeter() const { return meter; }
 
     // Formats a duration for the track list and the time display: "m:ss.t" or "h:mm:ss.t".
     static QString durationText(double seconds);

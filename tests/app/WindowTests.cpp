@@ -1,3 +1,4 @@
+#include "app/LevelMeterWidget.h"
 #include "app/MainWindow.h"
 #include "app/QtExecutor.h"
 #include "app/canvas/WaveformCanvas.h"
@@ -250,6 +251,24 @@ private Q_SLOTS:
                  QString::asprintf("%+.1f dB applied", double(track->gainDB())));
     }
 
+    // ---- output meter
+
+    void clickingTheMeterPutsOutTheClipLight() {
+        Harness h;
+        LevelMeterWidget* meter = h.window.outputMeter();
+        // A full-scale peak on both channels lights the clip light and holds the peak.
+        const float peaks[] = {1.5f, 0.5f};
+        meter->ballistics.update(std::span<const float>(peaks), 10.0);
+        QVERIFY(meter->ballistics.clipped);
+        QVERIFY(meter->ballistics.levels.at(0).holdDB > MeterBallistics::floorDB);
+        QTest::mouseClick(meter, Qt::LeftButton);
+        QVERIFY(!meter->ballistics.clipped);
+        QCOMPARE(meter->ballistics.levels.at(0).holdDB, MeterBallistics::floorDB);
+        // The meter falls back to the floor by itself while nothing plays.
+        QTRY_COMPARE_WITH_TIMEOUT(meter->ballistics.levels.at(0).peakDB, MeterBallistics::floorDB,
+                                  10000);
+    }
+
     // ---- export
 
     void theExportDialogOffersTheFormatsAndTheRangeOfTheSelection() {
@@ -279,6 +298,9 @@ private Q_SLOTS:
                  qPrintable(dialog->selectedFiles().value(0)));
 
         // Confirming writes the whole track when "Entire track" is chosen, and marks it exported.
+        track->setSelection(FrameRange{0, 100});
+        h.window.action("delete")->trigger();
+        QCOMPARE(h.window.trackList()->item(0)->toolTip(), QString("Edited, not exported"));
         range->setCurrentIndex(1);
         test::TemporaryFolder folder;
         const QString out = QString::fromStdString((folder / "whole.aiff").string());
@@ -288,6 +310,7 @@ private Q_SLOTS:
             !h.model.exportProgress() && std::filesystem::exists(folder / "whole.aiff"), 10000);
         QTRY_VERIFY(h.window.exportDialog() == nullptr);
         QVERIFY(!track->hasUnexportedEdits());
+        QCOMPARE(h.window.trackList()->item(0)->toolTip(), QString("Edited and exported"));
     }
 
     void withoutASelectionTheWholeTrackIsTheOnlyRange() {
