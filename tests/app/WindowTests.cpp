@@ -1,6 +1,8 @@
+#include "app/AboutDialog.h"
 #include "app/LevelMeterWidget.h"
 #include "app/MainWindow.h"
 #include "app/QtExecutor.h"
+#include "app/SettingsDialog.h"
 #include "app/canvas/WaveformCanvas.h"
 #include "editor/EditorModel.h"
 #include "persistence/Preferences.h"
@@ -108,6 +110,22 @@ private Q_SLOTS:
         QCOMPARE(h.model.tracks().size(), size_t(2));
         QCOMPARE(h.window.trackList()->count(), 2);
         QCOMPARE(h.model.tracks()[1]->name(), std::string("stereo-s16"));
+    }
+
+    void aDroppedFolderOpensTheAudioFilesInside() {
+        Harness h;
+        test::TemporaryFolder folder;
+        std::filesystem::create_directories(folder / "inner");
+        std::filesystem::copy_file(fixturePath("mono.wav").toStdString(),
+                                   folder / "inner" / "b.wav");
+        std::filesystem::copy_file(fixturePath("mono.wav").toStdString(), folder / "a.wav");
+        std::filesystem::copy_file(fixturePath("mono.wav").toStdString(), folder / "notes.txt");
+        sendDrop(&h.window, {QUrl::fromLocalFile(QString::fromStdString(folder.path().string()))});
+        QCOMPARE(h.window.trackList()->count(), 2);
+        QVERIFY(h.window.trackList()->item(0)->text().startsWith("a\n"));
+        QVERIFY(h.window.trackList()->item(1)->text().startsWith("b\n"));
+        QTRY_VERIFY_WITH_TIMEOUT(h.model.tracks()[0]->isReady() && h.model.tracks()[1]->isReady(),
+                                 10000);
     }
 
     void aFileThatFailsToLoadShowsItsMessageInTheList() {
@@ -431,6 +449,19 @@ private Q_SLOTS:
             QVERIFY2(texts.contains(row), row);
         QVERIFY(!texts.contains("Clipboard"));
         popup->close();
+    }
+
+    void settingsAndAboutOpenTheirWindows() {
+        Harness h;
+        QVERIFY(h.window.findChild<SettingsDialog*>() == nullptr);
+        h.window.action("settings")->trigger();
+        auto* settings = h.window.findChild<SettingsDialog*>();
+        QVERIFY(settings);
+        QVERIFY(settings->isVisible());
+        h.window.action("about")->trigger();
+        auto* about = h.window.findChild<AboutDialog*>();
+        QVERIFY(about);
+        QVERIFY(about->isVisible());
     }
 
     // ---- the whole window
