@@ -18,6 +18,7 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QToolButton>
 #include <QTreeWidget>
@@ -126,6 +127,23 @@ private Q_SLOTS:
         QVERIFY(h.window.trackList()->item(1)->text().startsWith("b\n"));
         QTRY_VERIFY_WITH_TIMEOUT(h.model.tracks()[0]->isReady() && h.model.tracks()[1]->isReady(),
                                  10000);
+    }
+
+    void loadingProgressShowsInTheListAndTheStatusBar() {
+        Harness h;
+        auto track = AudioTrack::create("/music/long take.wav");
+        track->setState(AudioTrack::Loading{0.42});
+        h.model.addTrack(track);
+        QCOMPARE(h.window.trackList()->item(0)->text(), QString("long take\nLoading 42%"));
+        auto* progress = child<QProgressBar>(&h.window, "statusProgress");
+        QVERIFY(!progress->isHidden());
+        QCOMPARE(progress->value(), 420);
+        QCOMPARE(child<QLabel>(&h.window, "statusText")->text(),
+                 QString::fromUtf8("Loading 1 file\u2026"));
+        track->setState(AudioTrack::Failed{"The file contains no audio."});
+        QVERIFY(progress->isHidden());
+        QCOMPARE(h.window.trackList()->item(0)->text(),
+                 QString("long take\nThe file contains no audio."));
     }
 
     void aFileThatFailsToLoadShowsItsMessageInTheList() {
