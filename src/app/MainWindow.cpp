@@ -199,6 +199,10 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
 
     buildMenus();
     buildStatusBar();
+    // Right-click on the list offers what applies to the selected tracks.
+    tracks->setContextMenuPolicy(Qt::ActionsContextMenu);
+    tracks->addAction(actions["removeTracks"]);
+    tracks->addAction(actions["export"]);
     observeModel();
 
     auto* meterTimer = new QTimer(this);
