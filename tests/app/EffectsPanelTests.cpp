@@ -46,7 +46,7 @@ struct Fixture {
         model.addTrack(track);
         model.setSelectedTrackIDs({track->id()});
         executor.drain();
-        panel.resize(760, 560);
+        panel.resize(900, 600);
     }
 
     QAction* menuAction(EffectKind kind) const {

@@ -216,10 +216,17 @@ void EffectsPanel::rebuildEditor() {
     spectrum = nullptr;
     presets = nullptr;
     while (QLayoutItem* item = editorLayout->takeAt(0)) {
-        if (item->widget()) item->widget()->deleteLater();
+        // Hidden now, deleted once the current event is done with them.
+        if (item->widget()) {
+            item->widget()->hide();
+            item->widget()->deleteLater();
+        }
         if (item->layout()) {
             while (QLayoutItem* inner = item->layout()->takeAt(0)) {
-                if (inner->widget()) inner->widget()->deleteLater();
+                if (inner->widget()) {
+                    inner->widget()->hide();
+                    inner->widget()->deleteLater();
+                }
                 delete inner;
             }
         }
@@ -290,9 +297,15 @@ void EffectsPanel::rebuildEditor() {
 
     auto* grid = new QGridLayout;
     grid->setHorizontalSpacing(4);
-    const int columns = kind == EffectKind::equalizer ? 5 : 8;
+    // Two equalizer bands to a row keep the response graph tall.
+    const int columns = kind == EffectKind::equalizer ? 10 : 8;
     for (const auto& param : params) {
         auto* knob = new Knob(param, editorArea);
+        if (kind == EffectKind::equalizer && param.index < 5 * equalizerBands) {
+            // "Band 2 Frequency" would not fit: the band's number and a short name.
+            static const char* shortNames[] = {"Type", "Freq", "Gain", "Q", "On"};
+            knob->setLabel(QString("%1 %2").arg(param.index / 5 + 1).arg(shortNames[param.index % 5]));
+        }
         knob->setValue(shown->values()[size_t(param.index)]);
         QSizePolicy policy = knob->sizePolicy();
         policy.setRetainSizeWhenHidden(true);

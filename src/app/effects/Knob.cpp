@@ -18,11 +18,17 @@ constexpr double sweepDegrees = 270;
 } // namespace
 
 Knob::Knob(EffectParameter parameter, QWidget* parent)
-    : QWidget(parent), param(std::move(parameter)), current(param.defaultValue) {
+    : QWidget(parent), param(std::move(parameter)), label(QString::fromStdString(param.name)),
+      current(param.defaultValue) {
     setFocusPolicy(Qt::StrongFocus);
     setAccessibleName(QString::fromStdString(param.name));
     setToolTip(QString::fromStdString(param.name));
     setMinimumSize(sizeHint());
+}
+
+void Knob::setLabel(const QString& text) {
+    label = text;
+    update();
 }
 
 void Knob::setValue(double value) {
@@ -60,7 +66,7 @@ void Knob::paintEvent(QPaintEvent*) {
 
     p.setPen(pal.color(QPalette::WindowText));
     p.drawText(QRect(0, 0, width(), textHeight), Qt::AlignCenter,
-               metrics.elidedText(QString::fromStdString(param.name), Qt::ElideRight, width()));
+               metrics.elidedText(label, Qt::ElideRight, width()));
     p.drawText(QRect(0, height() - textHeight, width(), textHeight), Qt::AlignCenter,
                QString::fromStdString(param.format(current)));
 

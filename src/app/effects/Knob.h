@@ -16,13 +16,15 @@ public:
     explicit Knob(EffectParameter parameter, QWidget* parent = nullptr);
 
     const EffectParameter& parameter() const { return param; }
+    // The text above the knob; the parameter's name unless set.
+    void setLabel(const QString& text);
     double value() const { return current; }
     // Shows a value without emitting valueEdited (for changes that come from the model).
     void setValue(double value);
     // The value `steps` keyboard steps away: one choice, one step, or 1% of the travel.
     double steppedValue(double steps) const;
 
-    QSize sizeHint() const override { return {76, 88}; }
+    QSize sizeHint() const override { return {66, 80}; }
 
 Q_SIGNALS:
     // The user moved the knob.
@@ -42,6 +44,7 @@ private:
     bool isDiscrete() const;
 
     EffectParameter param;
+    QString label;
     double current = 0;
     double dragStartY = 0;
     double dragStartPosition = 0;
