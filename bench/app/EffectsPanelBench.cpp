@@ -83,14 +83,17 @@ static void PanelKnobStepRepaintCompressor(benchmark::State& state) {
     Editor editor(EffectKind::compressor);
     Knob* threshold = editor.knob(0);
     QImage knobImage(threshold->size(), QImage::Format_ARGB32_Premultiplied);
-    QWidget* curve = editor.panel.reductionMeter()->parentWidget();
-    QImage panelImage(editor.panel.size(), QImage::Format_ARGB32_Premultiplied);
+    QWidget* curve = editor.panel.compressorDisplay();
+    ReductionMeter* meter = editor.panel.reductionMeter();
+    QImage curveImage(curve->size(), QImage::Format_ARGB32_Premultiplied);
+    QImage meterImage(meter->size(), QImage::Format_ARGB32_Premultiplied);
     int i = 0;
     for (auto _ : state) {
         step(threshold, i++);
         render(threshold, knobImage);
         editor.panel.refreshDisplays();
-        render(curve, panelImage);
+        render(curve, curveImage);
+        render(meter, meterImage);
     }
 }
 BENCHMARK(PanelKnobStepRepaintCompressor)->Unit(benchmark::kMicrosecond);

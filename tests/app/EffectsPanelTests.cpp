@@ -11,6 +11,7 @@
 #include <QListWidget>
 #include <QMenu>
 #include <QPainter>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QToolButton>
@@ -271,7 +272,11 @@ private Q_SLOTS:
         QVERIFY(f.panel.applyButton()->isEnabled());
         f.panel.applyButton()->click();
         QVERIFY(!f.panel.applyButton()->isEnabled());
+        auto* progress = f.panel.findChild<QProgressBar*>();
+        QVERIFY(progress && progress->isVisibleTo(&f.panel));
+        QCOMPARE(progress->value(), 0);
         f.executor.drain();
+        QVERIFY(!progress->isVisibleTo(&f.panel));
 
         QVERIFY(!f.model.effectChain());
         QCOMPARE(closed.count(), 1);

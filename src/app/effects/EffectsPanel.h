@@ -49,6 +49,7 @@ public:
     EqualizerGraph* equalizerGraph() const { return eqGraph; }
     SpectrumDisplay* spectrumDisplay() const { return spectrum; }
     ReductionMeter* reductionMeter() const { return meter; }
+    QWidget* compressorDisplay() const { return compressorCurve; }
 
     // One display frame: readouts and the spectrum follow the audio being heard.
     void refreshDisplays();
