@@ -10,12 +10,10 @@
 #include "editor/EditorModel.h"
 #include "persistence/Preferences.h"
 
-#include <benchmark/benchmark.h>
-
 #include <QApplication>
 #include <QImage>
 #include <QKeyEvent>
-
+#include <benchmark/benchmark.h>
 #include <cmath>
 #include <numbers>
 
@@ -34,7 +32,8 @@ struct Editor {
         for (int c = 0; c < 2; ++c) {
             FloatBuffer buffer(48000);
             for (int64_t i = 0; i < 48000; ++i)
-                buffer.data()[i] = float(0.3 * std::sin(2 * std::numbers::pi * 440 * double(i) / 48000));
+                buffer.data()[i] =
+                    float(0.3 * std::sin(2 * std::numbers::pi * 440 * double(i) / 48000));
             channels.push_back(std::move(buffer));
         }
         auto audio = AudioLoader::makeAudioData(48000, std::move(channels), 48000);
@@ -120,7 +119,8 @@ static void PanelSpectrumFrame(benchmark::State& state) {
     int64_t written = 0;
     for (auto _ : state) {
         for (int n = 0; n < 800; ++n, ++written)
-            tap->store(written, float(0.3 * std::sin(2 * std::numbers::pi * 440 * double(written) / 48000)));
+            tap->store(written,
+                       float(0.3 * std::sin(2 * std::numbers::pi * 440 * double(written) / 48000)));
         tap->publish(uint64_t(written));
         editor.panel.refreshDisplays();
         render(display, image);

@@ -1,10 +1,9 @@
 #include "analysis/SpectrumAnalysis.h"
 
-#include <fftw3.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <fftw3.h>
 #include <mutex>
 #include <numbers>
 
@@ -57,7 +56,9 @@ SpectrumAnalysis::Settings SpectrumAnalysis::settingsFromValues(const std::vecto
 }
 
 SpectrumAnalysis::SpectrumAnalysis()
-    : transform(std::make_unique<Transform>()), window(transformSize), magnitudes(binCount) {
+    : transform(std::make_unique<Transform>())
+    , window(transformSize)
+    , magnitudes(binCount) {
     // The periodic ("denormalised") Hann window: 0.5 - 0.5 cos(2 pi n / N).
     for (int n = 0; n < transformSize; ++n)
         window[size_t(n)] =
@@ -91,7 +92,8 @@ void SpectrumAnalysis::analyse(const SampleTap& tap, int64_t delay) {
     const int64_t end = int64_t(tap.writtenCount()) - std::clamp<int64_t>(delay, 0, maximumDelay);
     const int64_t start = end - transformSize;
     float* input = transform->input;
-    for (int n = 0; n < transformSize; ++n) input[n] = tap.sample(start + n) * window[size_t(n)];
+    for (int n = 0; n < transformSize; ++n)
+        input[n] = tap.sample(start + n) * window[size_t(n)];
     fftwf_execute(transform->plan);
 
     const fftwf_complex* out = transform->output;
@@ -127,9 +129,9 @@ void SpectrumAnalysis::update(const SampleTap* tap, int64_t delay, const Setting
     const double tapRate = tap ? tap->sampleRate() : 48000;
     if (!(settings == current) || tapRate != rate) configure(settings, tapRate);
 
-    const double dt =
-        lastDate ? std::clamp(std::chrono::duration<double>(at - *lastDate).count(), 0.0, maximumStep)
-                 : 0.0;
+    const double dt = lastDate ? std::clamp(std::chrono::duration<double>(at - *lastDate).count(),
+                                            0.0, maximumStep)
+                               : 0.0;
     lastDate = at;
 
     if (tap && tap->writtenCount() != lastWrite) {

@@ -44,7 +44,8 @@ public:
     // Analyses the tap's newest samples ending `delay` samples behind its write count (the
     // output latency, so the display shows what is heard) and advances the ballistics by
     // the time since the last update, at most 0.1 s. Without new samples the bands fall.
-    void update(const SampleTap* tap, int64_t delay, const Settings& settings, Clock::time_point at);
+    void update(const SampleTap* tap, int64_t delay, const Settings& settings,
+                Clock::time_point at);
 
     const std::vector<double>& levels() const { return bandLevels; }
     const std::vector<double>& peaks() const { return bandPeaks; }

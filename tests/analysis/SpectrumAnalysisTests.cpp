@@ -2,9 +2,8 @@
 #include "effects/EffectKind.h"
 #include "support/Signals.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <gtest/gtest.h>
 
 using namespace sonvale;
 using namespace std::chrono_literals;
@@ -16,7 +15,8 @@ constexpr double binWidth48k = 48000.0 / SpectrumAnalysis::transformSize;
 // Appends samples to a tap the way the analyzer effect does.
 void write(SampleTap& tap, const std::vector<float>& samples) {
     int64_t position = int64_t(tap.writtenCount());
-    for (float sample : samples) tap.store(position++, sample);
+    for (float sample : samples)
+        tap.store(position++, sample);
     tap.publish(uint64_t(position));
 }
 
@@ -56,7 +56,8 @@ TEST(SpectrumAnalysisEdges, At32kHzTheBandsEndAt14400Hz) {
 TEST(SpectrumAnalysisEdges, SettingsComeFromTheAnalyzerParameters) {
     const auto& params = parameters(EffectKind::spectrumAnalyzer);
     std::vector<double> values;
-    for (const auto& p : params) values.push_back(p.defaultValue);
+    for (const auto& p : params)
+        values.push_back(p.defaultValue);
     values[1] = 5; // "64"
     values[2] = 900;
     values[3] = -72;

@@ -16,7 +16,6 @@
 #include <QSignalSpy>
 #include <QToolButton>
 #include <QtTest>
-
 #include <cmath>
 #include <numbers>
 
@@ -52,7 +51,8 @@ struct Fixture {
 
     QAction* menuAction(EffectKind kind) const {
         for (QAction* action : panel.addMenu()->actions())
-            if (action->data().toString() == QString::fromUtf8(rawValue(kind).data())) return action;
+            if (action->data().toString() == QString::fromUtf8(rawValue(kind).data()))
+                return action;
         return nullptr;
     }
     EffectSessionPtr add(EffectKind kind) {
@@ -68,7 +68,8 @@ struct Fixture {
 
 std::vector<double> defaultsOf(EffectKind kind) {
     std::vector<double> values;
-    for (const auto& p : parameters(kind)) values.push_back(p.defaultValue);
+    for (const auto& p : parameters(kind))
+        values.push_back(p.defaultValue);
     return values;
 }
 
@@ -91,7 +92,8 @@ private Q_SLOTS:
             QCOMPARE(action->toolTip().toStdString(), std::string(summary(listed.back())));
         }
         QCOMPARE(listed, std::vector<EffectKind>(allEffectKinds.begin(), allEffectKinds.end()));
-        QCOMPARE(sections, QStringList({"Tone", "Dynamics", "Modulation", "Space", "Pitch", "Visual"}));
+        QCOMPARE(sections,
+                 QStringList({"Tone", "Dynamics", "Modulation", "Space", "Pitch", "Visual"}));
     }
 
     void addingEachKindFromTheMenuAppendsItAndOpensItsPanel() {
@@ -110,9 +112,9 @@ private Q_SLOTS:
             QCOMPARE(f.panel.presetBox()->count(), int(presets(kind).size()));
             QCOMPARE(f.panel.equalizerGraph() != nullptr, kind == EffectKind::equalizer);
             QCOMPARE(f.panel.spectrumDisplay() != nullptr, kind == EffectKind::spectrumAnalyzer);
-            QCOMPARE(f.panel.reductionMeter() != nullptr,
-                     kind == EffectKind::compressor || kind == EffectKind::limiter ||
-                         kind == EffectKind::noiseGate);
+            QCOMPARE(f.panel.reductionMeter() != nullptr, kind == EffectKind::compressor ||
+                                                              kind == EffectKind::limiter ||
+                                                              kind == EffectKind::noiseGate);
         }
         QCOMPARE(f.model.effectChain()->effects().size(), allEffectKinds.size());
     }
@@ -125,7 +127,8 @@ private Q_SLOTS:
         QTest::keyClick(ratio, Qt::Key_Up);
         // Logarithmic travel: one step is 1% of the way in the geometric sense.
         const double expected = 4 * std::pow(20.0 / 1, 0.01);
-        QVERIFY2(std::abs(session->values()[1] - expected) < 1e-9, qPrintable(QString::number(session->values()[1])));
+        QVERIFY2(std::abs(session->values()[1] - expected) < 1e-9,
+                 qPrintable(QString::number(session->values()[1])));
         QCOMPARE(session->bank()->value(1), double(float(session->values()[1])));
 
         QWheelEvent wheel(QPointF(10, 10), ratio->mapToGlobal(QPointF(10, 10)), {}, QPoint(0, -240),
@@ -141,8 +144,9 @@ private Q_SLOTS:
         // A drag upwards turns the knob up; the text shown is the parameter's own.
         Knob* threshold = f.knob("Threshold");
         QTest::mousePress(threshold, Qt::LeftButton, {}, QPoint(30, 60));
-        QMouseEvent move(QEvent::MouseMove, QPointF(30, 20), threshold->mapToGlobal(QPointF(30, 20)),
-                         Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
+        QMouseEvent move(QEvent::MouseMove, QPointF(30, 20),
+                         threshold->mapToGlobal(QPointF(30, 20)), Qt::NoButton, Qt::LeftButton,
+                         Qt::NoModifier);
         QApplication::sendEvent(threshold, &move);
         QTest::mouseRelease(threshold, Qt::LeftButton, {}, QPoint(30, 20));
         QVERIFY(session->values()[0] > -18);
@@ -175,7 +179,8 @@ private Q_SLOTS:
         Q_EMIT f.panel.presetBox()->activated(limiter);
         const std::vector<double> expected{-6, 20, 0.5, 60, 0, 0};
         QCOMPARE(session->values(), expected);
-        for (int i = 0; i < 6; ++i) QCOMPARE(session->bank()->value(i), double(float(expected[size_t(i)])));
+        for (int i = 0; i < 6; ++i)
+            QCOMPARE(session->bank()->value(i), double(float(expected[size_t(i)])));
         QCOMPARE(f.panel.presetBox()->currentText(), QString("Limiter"));
         QCOMPARE(f.knob("Makeup")->value(), 0.0);
 
@@ -211,7 +216,8 @@ private Q_SLOTS:
         f.panel.bypassAllButton()->click();
         QVERIFY(f.model.effectChain()->isBypassed());
         QVERIFY(f.model.effectPreviewInsert()->isBypassed());
-        QCOMPARE(f.panel.bypassAllButton()->toolTip(), QString("Hear the audio without any of the effects"));
+        QCOMPARE(f.panel.bypassAllButton()->toolTip(),
+                 QString("Hear the audio without any of the effects"));
 
         list->setCurrentRow(0);
         QCOMPARE(f.model.effectChain()->selected(), eq);
@@ -229,8 +235,8 @@ private Q_SLOTS:
         const QPoint start = graph->bandPoint(2).toPoint(); // band 3, a bell at 2 kHz
         const QPoint end = start + QPoint(graph->width() / 10, -graph->height() / 4);
         QTest::mousePress(graph, Qt::LeftButton, {}, start);
-        QMouseEvent move(QEvent::MouseMove, QPointF(end), graph->mapToGlobal(QPointF(end)), Qt::NoButton,
-                         Qt::LeftButton, Qt::NoModifier);
+        QMouseEvent move(QEvent::MouseMove, QPointF(end), graph->mapToGlobal(QPointF(end)),
+                         Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
         QApplication::sendEvent(graph, &move);
         QTest::mouseRelease(graph, Qt::LeftButton, {}, end);
         QVERIFY(session->values()[11] > 2000);
@@ -252,7 +258,8 @@ private Q_SLOTS:
         QVERIFY(tap);
         const double frequency = 85 * rate / 4096;
         for (int64_t i = 0; i < 8192; ++i)
-            tap->store(i, float(0.5 * std::sin(2 * std::numbers::pi * frequency * double(i) / rate)));
+            tap->store(i,
+                       float(0.5 * std::sin(2 * std::numbers::pi * frequency * double(i) / rate)));
         tap->publish(8192);
         f.panel.refreshDisplays();
         const auto& levels = f.panel.spectrumDisplay()->analysis().levels();
@@ -264,7 +271,7 @@ private Q_SLOTS:
         Fixture f;
         const auto before = f.track->audio();
         auto session = f.add(EffectKind::equalizer);
-        session->setValue(20, 6); // Output +6 dB
+        session->setValue(20, 6);                         // Output +6 dB
         f.add(EffectKind::compressor)->setBypassed(true); // bypassed: not applied, not named
         QSignalSpy closed(&f.panel, &EffectsPanel::closed);
         QCOMPARE(f.panel.applyButton()->toolTip(),
@@ -294,8 +301,9 @@ private Q_SLOTS:
         f.add(EffectKind::distortion);
         QSignalSpy closed(&f.panel, &EffectsPanel::closed);
         QCOMPARE(f.panel.closeButton()->toolTip(), QString("Close without changing the audio"));
-        QCOMPARE(f.panel.playButton()->toolTip(),
-                 QString("Play with the effects (Space); loop the selection to adjust as it plays"));
+        QCOMPARE(
+            f.panel.playButton()->toolTip(),
+            QString("Play with the effects (Space); loop the selection to adjust as it plays"));
         f.panel.closeButton()->click();
         QVERIFY(!f.model.effectChain());
         QCOMPARE(closed.count(), 1);
@@ -306,7 +314,8 @@ private Q_SLOTS:
     void rendersAScreenshotOfTheEqualizerAndTheAnalyzer() {
         Fixture f;
         auto eq = f.add(EffectKind::equalizer);
-        eq->setValues(presets(EffectKind::equalizer)[0].valuesFor(parameters(EffectKind::equalizer)));
+        eq->setValues(
+            presets(EffectKind::equalizer)[0].valuesFor(parameters(EffectKind::equalizer)));
         auto analyzer = f.add(EffectKind::spectrumAnalyzer);
         SampleTap* tap = analyzer->bank()->tap();
         uint32_t seed = 3;
@@ -326,7 +335,8 @@ private Q_SLOTS:
         QApplication::processEvents();
         const QImage eqImage = f.panel.grab().toImage();
 
-        QImage both(eqImage.width(), eqImage.height() + analyzerImage.height(), QImage::Format_ARGB32);
+        QImage both(eqImage.width(), eqImage.height() + analyzerImage.height(),
+                    QImage::Format_ARGB32);
         QPainter painter(&both);
         painter.drawImage(0, 0, eqImage);
         painter.drawImage(0, eqImage.height(), analyzerImage);

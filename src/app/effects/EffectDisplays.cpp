@@ -6,7 +6,6 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmap>
-
 #include <algorithm>
 #include <cmath>
 
@@ -38,7 +37,8 @@ void drawBackground(QPainter& p, const QRect& r) {
 
 } // namespace
 
-// ---- icons ---------------------------------------------------------------------------------------
+// ---- icons
+// ---------------------------------------------------------------------------------------
 
 QIcon effectIcon(EffectKind kind) {
     QPixmap pixmap(32, 32);
@@ -96,7 +96,8 @@ QIcon effectIcon(EffectKind kind) {
         p.drawLine(QPointF(5, 28), QPointF(27, 28));
         break;
     case EffectKind::chorus: // three voices
-        for (int i = 0; i < 3; ++i) p.drawEllipse(QPointF(7 + i * 9, 12 + (i == 1 ? -3 : 0)), 3.5, 3.5);
+        for (int i = 0; i < 3; ++i)
+            p.drawEllipse(QPointF(7 + i * 9, 12 + (i == 1 ? -3 : 0)), 3.5, 3.5);
         path.moveTo(3, 26);
         path.quadTo(16, 14, 29, 26);
         p.drawPath(path);
@@ -132,7 +133,8 @@ QIcon effectIcon(EffectKind kind) {
         path.lineTo(28, 11);
         path.closeSubpath();
         p.drawPath(path);
-        for (int i = 0; i < 4; ++i) p.drawLine(QPointF(7 + i * 6, 14), QPointF(7 + i * 6, 24));
+        for (int i = 0; i < 4; ++i)
+            p.drawLine(QPointF(7 + i * 6, 14), QPointF(7 + i * 6, 24));
         p.drawLine(QPointF(4, 28), QPointF(28, 28));
         break;
     case EffectKind::pitchShifter: // a tuning fork
@@ -159,7 +161,9 @@ QIcon effectIcon(EffectKind kind) {
 // ---- equalizer graph -------------------------------------------------------------------------
 
 EqualizerGraph::EqualizerGraph(EffectSessionPtr s, double sampleRate, QWidget* parent)
-    : QWidget(parent), session(std::move(s)), rate(sampleRate > 0 ? sampleRate : 48000) {
+    : QWidget(parent)
+    , session(std::move(s))
+    , rate(sampleRate > 0 ? sampleRate : 48000) {
     setMinimumSize(240, 120);
     setToolTip("Drag a band's point: sideways for its frequency, up and down for its gain");
 }
@@ -177,13 +181,24 @@ double EqualizerGraph::decibelsAt(double y) const {
     return (0.5 - y / std::max(height() - 1, 1)) * 2 * graphDecibels;
 }
 
+std::vector<Biquad> EqualizerGraph::filters() const {
+    std::vector<Biquad> result;
+    for (int b = 0; b < 4; ++b) {
+        const EQBand band = bandOf(session->values(), b);
+        if (band.isOn) result.push_back(band.biquad(rate));
+    }
+    return result;
+}
+
 double EqualizerGraph::responseAt(double frequency) const {
+    return responseAt(frequency, filters());
+}
+
+double EqualizerGraph::responseAt(double frequency, const std::vector<Biquad>& sections) const {
     const auto& v = session->values();
     double total = v.size() > 20 ? v[20] : 0;
-    for (int b = 0; b < 4; ++b) {
-        const EQBand band = bandOf(v, b);
-        if (band.isOn) total += band.biquad(rate).decibels(frequency, rate);
-    }
+    for (const Biquad& section : sections)
+        total += section.decibels(frequency, rate);
     return total;
 }
 
@@ -201,7 +216,8 @@ void EqualizerGraph::paintEvent(QPaintEvent*) {
     for (double f : {50.0, 100.0, 200.0, 500.0, 1000.0, 2000.0, 5000.0, 10000.0}) {
         p.drawLine(QPointF(xOf(f), 0), QPointF(xOf(f), height()));
     }
-    for (double db : {-12.0, 12.0}) p.drawLine(QPointF(0, yOf(db)), QPointF(width(), yOf(db)));
+    for (double db : {-12.0, 12.0})
+        p.drawLine(QPointF(0, yOf(db)), QPointF(width(), yOf(db)));
     p.setPen(QColor(90, 94, 102));
     p.drawLine(QPointF(0, yOf(0)), QPointF(width(), yOf(0)));
     p.setPen(QColor(120, 124, 132));
@@ -211,8 +227,10 @@ void EqualizerGraph::paintEvent(QPaintEvent*) {
     p.drawText(QPointF(2, yOf(-12) - 2), "-12 dB");
 
     QPainterPath curve;
+    const auto sections = filters(); // designed once per paint, not once per column
     for (int x = 0; x < width(); ++x) {
-        const double y = std::clamp(yOf(responseAt(frequencyAt(x))), -2.0, height() + 2.0);
+        const double y =
+            std::clamp(yOf(responseAt(frequencyAt(x), sections)), -2.0, height() + 2.0);
         if (x == 0)
             curve.moveTo(x, y);
         else
@@ -270,7 +288,8 @@ void EqualizerGraph::mouseReleaseEvent(QMouseEvent*) {
 // ---- compressor curve -----------------------------------------------------------------------
 
 CompressorCurve::CompressorCurve(EffectSessionPtr s, QWidget* parent)
-    : QWidget(parent), session(std::move(s)) {
+    : QWidget(parent)
+    , session(std::move(s)) {
     setMinimumSize(120, 120);
     setToolTip("Output level against input level");
 }
@@ -297,7 +316,8 @@ void CompressorCurve::paintEvent(QPaintEvent*) {
     const double side = std::min(width(), height()) - 1;
     auto point = [&](double in, double out) {
         return QPointF((in - curveFloor) / -curveFloor * side,
-                       side - std::clamp(out - curveFloor, -5.0, -curveFloor + 5) / -curveFloor * side);
+                       side - std::clamp(out - curveFloor, -5.0, -curveFloor + 5) / -curveFloor *
+                                  side);
     };
     p.setPen(QColor(55, 58, 64));
     for (double db = -48; db < 0; db += 12) {
@@ -325,7 +345,9 @@ void CompressorCurve::paintEvent(QPaintEvent*) {
 
 // ---- gain-reduction readout --------------------------------------------------------------------
 
-ReductionMeter::ReductionMeter(QWidget* parent, float scale) : QWidget(parent), range(scale) {
+ReductionMeter::ReductionMeter(QWidget* parent, float scale)
+    : QWidget(parent)
+    , range(scale) {
     setMinimumSize(120, 22);
     setToolTip("Gain reduction of the audio being heard");
 }
@@ -351,7 +373,8 @@ void ReductionMeter::paintEvent(QPaintEvent*) {
 // ---- spectrum -----------------------------------------------------------------------------------
 
 SpectrumDisplay::SpectrumDisplay(EffectSessionPtr s, QWidget* parent)
-    : QWidget(parent), session(std::move(s)) {
+    : QWidget(parent)
+    , session(std::move(s)) {
     setMinimumSize(240, 120);
     setToolTip("The frequencies playing now: bass on the left, treble on the right");
     spectrum.configure(SpectrumAnalysis::settingsFromValues(session->values()),
@@ -387,17 +410,20 @@ void SpectrumDisplay::paintEvent(QPaintEvent*) {
     const QColor bar(90, 200, 140), hot(240, 190, 70), peakColour(240, 240, 245);
 
     p.setPen(QColor(50, 53, 60));
-    for (double db = 0; db > floor; db -= 12) p.drawLine(QPointF(area.left(), yOf(db)), QPointF(area.right(), yOf(db)));
+    for (double db = 0; db > floor; db -= 12)
+        p.drawLine(QPointF(area.left(), yOf(db)), QPointF(area.right(), yOf(db)));
 
     switch (style) {
     case 1: { // LED: stacked segments
         const double segment = 5;
         for (int i = 0; i < n; ++i) {
             const double x = area.left() + i * bandWidth + 1;
-            for (double y = area.bottom() - segment; y >= yOf(levels[size_t(i)]); y -= segment + 2) {
+            for (double y = area.bottom() - segment; y >= yOf(levels[size_t(i)]);
+                 y -= segment + 2) {
                 const double height = (area.bottom() - y) / area.height();
-                p.fillRect(QRectF(x, y, bandWidth - 2, segment),
-                           height > 0.85 ? QColor(230, 80, 60) : height > 0.65 ? hot : bar);
+                p.fillRect(QRectF(x, y, bandWidth - 2, segment), height > 0.85 ? QColor(230, 80, 60)
+                                                                 : height > 0.65 ? hot
+                                                                                 : bar);
             }
         }
         break;
@@ -431,7 +457,9 @@ void SpectrumDisplay::paintEvent(QPaintEvent*) {
     default: // Bars
         for (int i = 0; i < n; ++i) {
             const double top = yOf(levels[size_t(i)]);
-            p.fillRect(QRectF(area.left() + i * bandWidth + 1, top, bandWidth - 2, area.bottom() - top), bar);
+            p.fillRect(
+                QRectF(area.left() + i * bandWidth + 1, top, bandWidth - 2, area.bottom() - top),
+                bar);
         }
         break;
     }

@@ -1,13 +1,14 @@
 #pragma once
 
 #include "analysis/SpectrumAnalysis.h"
+#include "effects/Biquad.h"
 #include "effects/EffectKind.h"
 #include "effects/EffectSession.h"
 
 #include <QIcon>
 #include <QWidget>
-
 #include <optional>
+#include <vector>
 
 namespace sonvale {
 
@@ -33,6 +34,8 @@ protected:
     void mouseReleaseEvent(QMouseEvent*) override;
 
 private:
+    std::vector<Biquad> filters() const; // the bands that are on
+    double responseAt(double frequency, const std::vector<Biquad>& sections) const;
     double xOf(double frequency) const;
     double frequencyAt(double x) const;
     double yOf(double decibels) const;

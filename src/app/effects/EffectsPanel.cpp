@@ -26,10 +26,14 @@ namespace {
 constexpr int displayIntervalMs = 16; // about 60 display frames a second
 constexpr int equalizerBands = 4;
 
-QString qs(std::string_view text) { return QString::fromUtf8(text.data(), qsizetype(text.size())); }
+QString qs(std::string_view text) {
+    return QString::fromUtf8(text.data(), qsizetype(text.size()));
+}
 } // namespace
 
-EffectsPanel::EffectsPanel(EditorModel& editor, QWidget* parent) : QWidget(parent), model(editor) {
+EffectsPanel::EffectsPanel(EditorModel& editor, QWidget* parent)
+    : QWidget(parent)
+    , model(editor) {
     setObjectName("effectsPanel");
     auto* root = new QVBoxLayout(this);
 
@@ -62,7 +66,8 @@ EffectsPanel::EffectsPanel(EditorModel& editor, QWidget* parent) : QWidget(paren
     bypassAll->setText("Bypass All");
     bypassAll->setCheckable(true);
     bypassAll->setToolTip("Hear the audio without any of the effects");
-    connect(bypassAll, &QToolButton::toggled, this, [this](bool on) { model.setEffectsBypassed(on); });
+    connect(bypassAll, &QToolButton::toggled, this,
+            [this](bool on) { model.setEffectsBypassed(on); });
     bar->addWidget(bypassAll);
     bar->addStretch();
 
@@ -121,7 +126,8 @@ EffectsPanel::EffectsPanel(EditorModel& editor, QWidget* parent) : QWidget(paren
     root->addLayout(body, 1);
 
     connect(chain, &QListWidget::currentRowChanged, this, [this](int row) {
-        if (updatingList || !observed || row < 0 || size_t(row) >= observed->effects().size()) return;
+        if (updatingList || !observed || row < 0 || size_t(row) >= observed->effects().size())
+            return;
         observed->select(observed->effects()[size_t(row)]->id());
     });
     connect(chain, &QListWidget::itemChanged, this, [this](QListWidgetItem* item) {
@@ -137,21 +143,26 @@ EffectsPanel::EffectsPanel(EditorModel& editor, QWidget* parent) : QWidget(paren
     connect(displayTimer, &QTimer::timeout, this, [this] { refreshDisplays(); });
 
     modelConnections.push_back(model.effectChainChanged.connect([this] { chainOpenedOrClosed(); }));
-    modelConnections.push_back(model.effectsApplyProgressChanged.connect([this] { syncButtons(); }));
+    modelConnections.push_back(
+        model.effectsApplyProgressChanged.connect([this] { syncButtons(); }));
     modelConnections.push_back(model.transportChanged.connect([this] { syncButtons(); }));
     modelConnections.push_back(model.selectionChanged.connect([this] { syncButtons(); }));
     chainOpenedOrClosed();
 }
 
 EffectsPanel::~EffectsPanel() {
-    for (auto& c : modelConnections) c.disconnect();
-    for (auto& c : chainConnections) c.disconnect();
-    for (auto& c : sessionConnections) c.disconnect();
+    for (auto& c : modelConnections)
+        c.disconnect();
+    for (auto& c : chainConnections)
+        c.disconnect();
+    for (auto& c : sessionConnections)
+        c.disconnect();
 }
 
 void EffectsPanel::chainOpenedOrClosed() {
     const bool wasOpen = observed != nullptr;
-    for (auto& c : chainConnections) c.disconnect();
+    for (auto& c : chainConnections)
+        c.disconnect();
     chainConnections.clear();
     observed = model.effectChain();
     if (observed) {
@@ -177,7 +188,8 @@ void EffectsPanel::rebuildList() {
     int selectedRow = -1;
     if (observed) {
         for (const auto& session : observed->effects()) {
-            auto* item = new QListWidgetItem(effectIcon(session->kind()), qs(title(session->kind())));
+            auto* item =
+                new QListWidgetItem(effectIcon(session->kind()), qs(title(session->kind())));
             item->setData(Qt::UserRole, QString::fromStdString(session->id().text()));
             item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable |
                            Qt::ItemIsDragEnabled);
@@ -201,13 +213,15 @@ void EffectsPanel::listRowsMoved() {
     // Deferred: the list is still inside its drop handling.
     QTimer::singleShot(0, this, [this, order] {
         if (!observed) return;
-        for (size_t i = 0; i < order.size(); ++i) observed->move(order[i], int(i));
+        for (size_t i = 0; i < order.size(); ++i)
+            observed->move(order[i], int(i));
         rebuildList();
     });
 }
 
 void EffectsPanel::rebuildEditor() {
-    for (auto& c : sessionConnections) c.disconnect();
+    for (auto& c : sessionConnections)
+        c.disconnect();
     sessionConnections.clear();
     knobWidgets.clear();
     eqGraph = nullptr;
@@ -258,7 +272,8 @@ void EffectsPanel::rebuildEditor() {
     presets->setPlaceholderText("Custom");
     presets->setToolTip("Presets");
     presets->setMinimumWidth(160);
-    for (const auto& preset : sonvale::presets(kind)) presets->addItem(QString::fromStdString(preset.name));
+    for (const auto& preset : sonvale::presets(kind))
+        presets->addItem(QString::fromStdString(preset.name));
     connect(presets, &QComboBox::activated, this, [this](int index) {
         if (!shown || index < 0) return;
         const auto& list = sonvale::presets(shown->kind());
@@ -304,7 +319,8 @@ void EffectsPanel::rebuildEditor() {
         if (kind == EffectKind::equalizer && param.index < 5 * equalizerBands) {
             // "Band 2 Frequency" would not fit: the band's number and a short name.
             static const char* shortNames[] = {"Type", "Freq", "Gain", "Q", "On"};
-            knob->setLabel(QString("%1 %2").arg(param.index / 5 + 1).arg(shortNames[param.index % 5]));
+            knob->setLabel(
+                QString("%1 %2").arg(param.index / 5 + 1).arg(shortNames[param.index % 5]));
         }
         knob->setValue(shown->values()[size_t(param.index)]);
         QSizePolicy policy = knob->sizePolicy();
@@ -331,7 +347,8 @@ void EffectsPanel::rebuildEditor() {
 void EffectsPanel::syncEditor() {
     if (!shown) return;
     const auto& values = shown->values();
-    for (Knob* knob : knobWidgets) knob->setValue(values[size_t(knob->parameter().index)]);
+    for (Knob* knob : knobWidgets)
+        knob->setValue(values[size_t(knob->parameter().index)]);
     if (shown->kind() == EffectKind::equalizer && knobWidgets.size() >= 5 * equalizerBands) {
         // Each band shows only the controls its type uses.
         for (int b = 0; b < equalizerBands; ++b) {
@@ -364,10 +381,12 @@ void EffectsPanel::syncButtons() {
     }
     removeButton->setEnabled(open && shown && !applying);
     chain->setEnabled(open && !applying);
-    apply->setEnabled(open && !applying && !observed->activeEffects().empty() && model.activeTrack());
+    apply->setEnabled(open && !applying && !observed->activeEffects().empty() &&
+                      model.activeTrack());
     close->setEnabled(open && !applying);
     play->setText(model.isPlaying() ? "Stop" : "Play");
-    play->setIcon(style()->standardIcon(model.isPlaying() ? QStyle::SP_MediaStop : QStyle::SP_MediaPlay));
+    play->setIcon(
+        style()->standardIcon(model.isPlaying() ? QStyle::SP_MediaStop : QStyle::SP_MediaPlay));
     const auto& fraction = model.effectsApplyProgress();
     progress->setVisible(fraction.has_value());
     if (fraction) progress->setValue(int(*fraction * 1000));

@@ -2,10 +2,8 @@
 
 #include "effects/EffectChain.h"
 
-#include <sigc++/connection.h>
-
 #include <QWidget>
-
+#include <sigc++/connection.h>
 #include <vector>
 
 class QComboBox;

@@ -5,21 +5,22 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QWheelEvent>
-
 #include <algorithm>
 #include <cmath>
 
 namespace sonvale {
 
 namespace {
-constexpr double dragPixels = 200;     // a full turn over 200 pixels of drag
+constexpr double dragPixels = 200;      // a full turn over 200 pixels of drag
 constexpr double fineDragPixels = 1000; // with Shift held
 constexpr double sweepDegrees = 270;
 } // namespace
 
 Knob::Knob(EffectParameter parameter, QWidget* parent)
-    : QWidget(parent), param(std::move(parameter)), label(QString::fromStdString(param.name)),
-      current(param.defaultValue) {
+    : QWidget(parent)
+    , param(std::move(parameter))
+    , label(QString::fromStdString(param.name))
+    , current(param.defaultValue) {
     setFocusPolicy(Qt::StrongFocus);
     setAccessibleName(QString::fromStdString(param.name));
     setToolTip(QString::fromStdString(param.name));
@@ -38,8 +39,8 @@ void Knob::setValue(double value) {
 }
 
 bool Knob::isDiscrete() const {
-    return param.unit == EffectParameter::Unit::choice || param.unit == EffectParameter::Unit::toggle ||
-           param.step.has_value();
+    return param.unit == EffectParameter::Unit::choice ||
+           param.unit == EffectParameter::Unit::toggle || param.step.has_value();
 }
 
 double Knob::steppedValue(double steps) const {
@@ -71,8 +72,9 @@ void Knob::paintEvent(QPaintEvent*) {
                QString::fromStdString(param.format(current)));
 
     const int side = std::max(std::min(width(), height() - 2 * textHeight) - 8, 8);
-    const QRectF dial(QPointF((width() - side) / 2.0, textHeight + (height() - 2 * textHeight - side) / 2.0),
-                      QSizeF(side, side));
+    const QRectF dial(
+        QPointF((width() - side) / 2.0, textHeight + (height() - 2 * textHeight - side) / 2.0),
+        QSizeF(side, side));
     const double t = param.normalized(current);
     const QColor accent = isEnabled() ? pal.color(QPalette::Highlight) : pal.color(QPalette::Mid);
 
@@ -132,16 +134,32 @@ void Knob::wheelEvent(QWheelEvent* event) {
 void Knob::keyPressEvent(QKeyEvent* event) {
     switch (event->key()) {
     case Qt::Key_Up:
-    case Qt::Key_Right: edit(steppedValue(1)); break;
+    case Qt::Key_Right:
+        edit(steppedValue(1));
+        break;
     case Qt::Key_Down:
-    case Qt::Key_Left: edit(steppedValue(-1)); break;
-    case Qt::Key_PageUp: edit(steppedValue(isDiscrete() ? 1 : 10)); break;
-    case Qt::Key_PageDown: edit(steppedValue(isDiscrete() ? -1 : -10)); break;
-    case Qt::Key_Home: edit(param.lower()); break;
-    case Qt::Key_End: edit(param.upper()); break;
+    case Qt::Key_Left:
+        edit(steppedValue(-1));
+        break;
+    case Qt::Key_PageUp:
+        edit(steppedValue(isDiscrete() ? 1 : 10));
+        break;
+    case Qt::Key_PageDown:
+        edit(steppedValue(isDiscrete() ? -1 : -10));
+        break;
+    case Qt::Key_Home:
+        edit(param.lower());
+        break;
+    case Qt::Key_End:
+        edit(param.upper());
+        break;
     case Qt::Key_Delete:
-    case Qt::Key_Backspace: edit(param.defaultValue); break;
-    default: QWidget::keyPressEvent(event); return;
+    case Qt::Key_Backspace:
+        edit(param.defaultValue);
+        break;
+    default:
+        QWidget::keyPressEvent(event);
+        return;
     }
     event->accept();
 }
