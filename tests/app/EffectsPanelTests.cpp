@@ -344,6 +344,12 @@ private Q_SLOTS:
         const QString dir = QString(SONVALE_FIXTURE_DIR) + "/../screenshots";
         QVERIFY(QDir().mkpath(dir));
         QVERIFY(both.save(dir + "/effects-panel.png"));
+
+        auto compressor = f.add(EffectKind::compressor);
+        compressor->bank()->report(-7.5f, 512);
+        QApplication::processEvents();
+        f.panel.refreshDisplays();
+        QVERIFY(f.panel.grab().save(dir + "/effects-panel-compressor.png"));
     }
 };
 

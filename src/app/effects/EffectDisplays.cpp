@@ -312,12 +312,16 @@ double CompressorCurve::outputAt(double level) const {
 void CompressorCurve::paintEvent(QPaintEvent*) {
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
-    drawBackground(p, rect());
-    const double side = std::min(width(), height()) - 1;
+    // A square plot, centred: one dB is as wide as it is high.
+    const int square = std::min(width(), height());
+    const QRect plot((width() - square) / 2, (height() - square) / 2, square, square);
+    drawBackground(p, plot);
+    const double side = square - 1;
     auto point = [&](double in, double out) {
-        return QPointF((in - curveFloor) / -curveFloor * side,
-                       side - std::clamp(out - curveFloor, -5.0, -curveFloor + 5) / -curveFloor *
-                                  side);
+        return QPointF(plot.left() + (in - curveFloor) / -curveFloor * side,
+                       plot.top() + side -
+                           std::clamp(out - curveFloor, -5.0, -curveFloor + 5) / -curveFloor *
+                               side);
     };
     p.setPen(QColor(55, 58, 64));
     for (double db = -48; db < 0; db += 12) {

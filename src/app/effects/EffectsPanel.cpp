@@ -298,11 +298,17 @@ void EffectsPanel::rebuildEditor() {
     } else if (kind == EffectKind::compressor) {
         auto* row = new QHBoxLayout;
         compressorCurve = new CompressorCurve(shown, editorArea);
+        compressorCurve->setFixedSize(200, 200);
         row->addWidget(compressorCurve);
+        auto* readout = new QVBoxLayout;
+        readout->addWidget(new QLabel("Gain reduction", editorArea));
         meter = new ReductionMeter(editorArea);
-        row->addWidget(meter, 1, Qt::AlignBottom);
-        editorLayout->addLayout(row, 1);
+        readout->addWidget(meter);
+        readout->addStretch();
+        row->addLayout(readout, 1);
+        editorLayout->addLayout(row);
     } else if (kind == EffectKind::limiter || kind == EffectKind::noiseGate) {
+        editorLayout->addWidget(new QLabel("Gain reduction", editorArea));
         meter = new ReductionMeter(editorArea, kind == EffectKind::noiseGate ? 80 : 24);
         editorLayout->addWidget(meter);
     } else if (kind == EffectKind::spectrumAnalyzer) {
@@ -334,6 +340,7 @@ void EffectsPanel::rebuildEditor() {
         knobWidgets.push_back(knob);
     }
     editorLayout->addLayout(grid);
+    if (!eqGraph && !spectrum) editorLayout->addStretch(); // the knobs stay at the top
 
     sessionConnections.push_back(shown->valuesChanged.connect([this] { syncEditor(); }));
     syncEditor();
