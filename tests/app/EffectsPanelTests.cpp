@@ -66,13 +66,6 @@ struct Fixture {
     }
 };
 
-std::vector<double> defaultsOf(EffectKind kind) {
-    std::vector<double> values;
-    for (const auto& p : parameters(kind))
-        values.push_back(p.defaultValue);
-    return values;
-}
-
 } // namespace
 
 class EffectsPanelTests : public QObject {
