@@ -260,6 +260,31 @@ private Q_SLOTS:
         QVERIFY(*std::max_element(levels.begin(), levels.end()) > -10);
     }
 
+    void theAnalyzerDrawsEachOfItsFourStylesAndThePeaksSwitch() {
+        Fixture f;
+        auto analyzer = f.add(EffectKind::spectrumAnalyzer);
+        SampleTap* tap = analyzer->bank()->tap();
+        for (int64_t i = 0; i < 8192; ++i)
+            tap->store(i, float(0.5 * std::sin(2 * std::numbers::pi * 1000 * double(i) / rate)));
+        tap->publish(8192);
+        SpectrumDisplay* display = f.panel.spectrumDisplay();
+        display->resize(400, 160);
+        f.panel.refreshDisplays();
+        auto picture = [&] { return display->grab().toImage(); };
+        std::vector<QImage> styles;
+        for (int style = 0; style < 4; ++style) {
+            analyzer->setValue(0, style);
+            styles.push_back(picture());
+        }
+        for (size_t a = 0; a < styles.size(); ++a)
+            for (size_t b = a + 1; b < styles.size(); ++b)
+                QVERIFY2(styles[a] != styles[b],
+                         qPrintable(QString("styles %1 and %2").arg(a).arg(b)));
+        analyzer->setValue(0, 0);
+        analyzer->setValue(5, 0); // Peaks off
+        QVERIFY(picture() != styles[0]);
+    }
+
     void applyToSelectionMakesOneUndoStepNamedAfterTheEffectAndCloses() {
         Fixture f;
         const auto before = f.track->audio();

@@ -170,8 +170,9 @@ void EffectsPanel::chainOpenedOrClosed() {
             rebuildList();
             rebuildEditor();
         }));
+        // The list is not rebuilt here: this may run inside the list's own click handling.
         chainConnections.push_back(observed->selectionChanged.connect([this] {
-            rebuildList();
+            syncListSelection();
             rebuildEditor();
         }));
         chainConnections.push_back(observed->bypassChanged.connect([this] { syncButtons(); }));
@@ -202,6 +203,17 @@ void EffectsPanel::rebuildList() {
     chain->setCurrentRow(selectedRow);
     updatingList = false;
     syncButtons();
+}
+
+void EffectsPanel::syncListSelection() {
+    int row = -1;
+    if (observed)
+        for (size_t i = 0; i < observed->effects().size(); ++i)
+            if (observed->selectedID() == observed->effects()[i]->id()) row = int(i);
+    if (chain->currentRow() == row) return;
+    updatingList = true;
+    chain->setCurrentRow(row);
+    updatingList = false;
 }
 
 void EffectsPanel::listRowsMoved() {
@@ -366,6 +378,7 @@ void EffectsPanel::syncEditor() {
     }
     if (eqGraph) eqGraph->update();
     if (compressorCurve) compressorCurve->update();
+    if (spectrum) spectrum->update(); // a new style or scale, even while the bands rest
     syncPresetName();
 }
 

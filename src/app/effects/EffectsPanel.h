@@ -59,6 +59,7 @@ Q_SIGNALS:
 private:
     void chainOpenedOrClosed();
     void rebuildList();
+    void syncListSelection();
     void rebuildEditor();
     void syncEditor();
     void syncPresetName();
