@@ -1,4 +1,5 @@
 #include "app/MainWindow.h"
+#include "app/effects/EffectsPanel.h"
 
 #include "app/AboutDialog.h"
 #include "app/LevelMeterWidget.h"
@@ -10,6 +11,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QDockWidget>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QDir>
@@ -197,6 +199,17 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     column->addWidget(split, 1);
     setCentralWidget(main);
 
+    // The effects panel docks beside the canvas while a chain is open.
+    effects = new EffectsPanel(model, this);
+    effects->setObjectName("effectsPanel");
+    effectsDock = new QDockWidget("Effects", this);
+    effectsDock->setObjectName("effectsDock");
+    effectsDock->setWidget(effects);
+    effectsDock->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable);
+    addDockWidget(Qt::BottomDockWidgetArea, effectsDock);
+    effectsDock->hide();
+    connect(effects, &EffectsPanel::closed, effectsDock, &QWidget::hide);
+
     buildMenus();
     buildStatusBar();
     // Right-click on the list offers what applies to the selected tracks.
@@ -336,6 +349,18 @@ void MainWindow::buildMenus() {
                                    [&m] { m.selectAdjacentTrack(-1); }));
     playback->addAction(makeAction("nextTrack", "Next Track", QKeySequence("Alt+Down"),
                                    [&m] { m.selectAdjacentTrack(1); }));
+
+    QMenu* effectsMenu = menuBar()->addMenu("Effec&ts");
+    QMenu* addEffect = effectsMenu->addMenu("Add Effect");
+    addEffect->setObjectName("addEffectMenu");
+    for (QAction* kindAction : effects->addMenu()->actions()) addEffect->addAction(kindAction);
+    effectsMenu->addAction(makeAction("showEffects", "Show Effects", QKeySequence("Ctrl+E"), [this] {
+        effectsDock->show();
+        effectsDock->raise();
+    }));
+    effectsMenu->addSeparator();
+    effectsMenu->addAction(makeAction("applyEffects", "Apply to Selection", {}, [&m] { m.applyEffects(); }));
+    effectsMenu->addAction(makeAction("closeEffects", "Close Effects", {}, [&m] { m.closeEffects(); }));
 
     QMenu* help = menuBar()->addMenu("&Help");
     help->addAction(makeAction("about", "About Sonvale", {}, [this] {
@@ -561,6 +586,12 @@ void MainWindow::observeModel() {
         refreshStatus();
     }));
     modelConnections.push_back(model.alertChanged.connect([this] { showAlert(); }));
+    modelConnections.push_back(model.effectChainChanged.connect([this] {
+        if (model.effectChain()) effectsDock->show();
+        else effectsDock->hide();
+        refreshActions();
+    }));
+    modelConnections.push_back(model.effectsApplyProgressChanged.connect([this] { refreshActions(); }));
     modelConnections.push_back(model.transportChanged.connect([this] {
         refreshTransport();
         refreshActions();
@@ -698,6 +729,10 @@ void MainWindow::refreshActions() {
     set("removeAllMarkers", m.hasMarkers());
     set("play", m.canPlay() || m.isPlaying());
     set("normalizePeak", m.canNormalize());
+    set("showEffects", m.effectChain() != nullptr);
+    set("applyEffects", m.effectChain() != nullptr && !m.effectsApplyProgress());
+    set("closeEffects", m.effectChain() != nullptr && !m.effectsApplyProgress());
+    findChild<QMenu*>("addEffectMenu")->setEnabled(m.canAddEffect());
     set("previousTrack", !m.tracks().empty());
     set("nextTrack", !m.tracks().empty());
     normalizeButton->setEnabled(m.canNormalize());

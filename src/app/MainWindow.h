@@ -11,6 +11,7 @@
 #include <vector>
 
 class QAction;
+class QDockWidget;
 class QFileDialog;
 class QLabel;
 class QListWidget;
@@ -24,6 +25,7 @@ class QTreeWidgetItem;
 namespace sonvale {
 
 class EditorModel;
+class EffectsPanel;
 class ExportOptions;
 class LevelMeterWidget;
 class TrackListWidget;
@@ -52,6 +54,8 @@ public:
     QFileDialog* exportDialog() const { return currentExportDialog; }
     QMessageBox* alertBox() const { return currentAlertBox; }
     LevelMeterWidget* outputMeter() const { return meter; }
+    EffectsPanel* effectsPanel() const { return effects; }
+    QDockWidget* effectsPanelDock() const { return effectsDock; }
 
     // Formats a duration for the track list and the time display: "m:ss.t" or "h:mm:ss.t".
     static QString durationText(double seconds);
@@ -94,6 +98,8 @@ private:
     EditorModel& model;
     TrackListWidget* tracks = nullptr;
     WaveformCanvas* waveform = nullptr;
+    EffectsPanel* effects = nullptr;
+    QDockWidget* effectsDock = nullptr;
     QTreeWidget* markers = nullptr;
     std::map<QString, QAction*> actions;
 

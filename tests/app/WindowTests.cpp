@@ -4,6 +4,7 @@
 #include "app/QtExecutor.h"
 #include "app/SettingsDialog.h"
 #include "app/canvas/WaveformCanvas.h"
+#include "app/effects/EffectsPanel.h"
 #include "editor/EditorModel.h"
 #include "persistence/Preferences.h"
 #include "support/AudioFiles.h"
@@ -11,6 +12,7 @@
 #include <QAction>
 #include <QComboBox>
 #include <QDir>
+#include <QDockWidget>
 #include <QFileDialog>
 #include <QLabel>
 #include <QListWidget>
@@ -467,6 +469,26 @@ private Q_SLOTS:
             QVERIFY2(texts.contains(row), row);
         QVERIFY(!texts.contains("Clipboard"));
         popup->close();
+    }
+
+    void addingAnEffectFromTheMenuShowsThePanelAndClosingHidesIt() {
+        Harness h;
+        QVERIFY(h.openAndLoad("stereo-s16.wav"));
+        auto* addMenu = child<QMenu>(&h.window, "addEffectMenu");
+        QVERIFY(addMenu->isEnabled());
+        QVERIFY(!h.enabled("applyEffects"));
+        QAction* limiter = nullptr;
+        for (QAction* a : addMenu->actions())
+            if (a->text() == "Limiter") limiter = a;
+        QVERIFY(limiter);
+        limiter->trigger();
+        QVERIFY(h.model.effectChain());
+        QVERIFY(!h.window.effectsPanelDock()->isHidden());
+        QVERIFY(h.enabled("applyEffects"));
+        h.window.action("closeEffects")->trigger();
+        QVERIFY(!h.model.effectChain());
+        QVERIFY(h.window.effectsPanelDock()->isHidden());
+        QVERIFY(!h.enabled("closeEffects"));
     }
 
     void settingsAndAboutOpenTheirWindows() {
