@@ -1,12 +1,18 @@
+#include "app/DrawnProbe.h"
 #include "app/MainWindow.h"
 #include "app/MprisService.h"
 #include "app/QtExecutor.h"
+#include "app/canvas/WaveformCanvas.h"
 #include "editor/EditorModel.h"
 #include "persistence/Preferences.h"
 
 #include <QApplication>
 
+#include <chrono>
+#include <cstdlib>
+
 int main(int argc, char** argv) {
+    const auto started = std::chrono::steady_clock::now();
     QApplication app(argc, argv);
     QApplication::setApplicationName("Sonvale");
     QApplication::setApplicationVersion(SONVALE_VERSION);
@@ -22,6 +28,8 @@ int main(int argc, char** argv) {
         QStringList files = QApplication::arguments().mid(1);
         files.removeAll("--no-session");
         window.openFiles(files);
+        if (std::getenv("SONVALE_EXIT_WHEN_DRAWN"))
+            new sonvale::DrawnProbe(model, window.canvas(), started);
         window.show();
         status = QApplication::exec();
         if (model.isPlaying()) model.stop();

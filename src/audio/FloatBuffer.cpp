@@ -2,6 +2,7 @@
 
 #include "audio/AudioErrors.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <sys/mman.h>
@@ -29,7 +30,13 @@ void* mapPages(size_t bytes, bool populate) {
     // buffer is filled, make filling a new buffer about twice as fast. Both are hints: older
     // kernels refuse them and the buffer simply faults in as it is written.
     ::madvise(pages, bytes, MADV_HUGEPAGE);
-    if (populate) ::madvise(pages, bytes, MADV_POPULATE_WRITE);
+    // In pieces: the kernel holds the process's memory map while it populates, and any other
+    // thread that maps memory meanwhile (the window painting) would wait for all of it.
+    constexpr size_t populateStep = size_t(32) << 20;
+    if (populate)
+        for (size_t at = 0; at < bytes; at += populateStep)
+            ::madvise(static_cast<char*>(pages) + at, std::min(populateStep, bytes - at),
+                      MADV_POPULATE_WRITE);
     return pages;
 }
 } // namespace
