@@ -28,6 +28,10 @@ private:
     std::vector<DelayLine> lines;
     double phase = 0;
     Smoothed depthSamples, delaySamples, widthAmount, mixAmount;
+    // sin and cos of each channel's and voice's LFO offset (3 pairs per channel), for the
+    // width they were computed for.
+    std::vector<double> offsets;
+    double offsetsWidth = -1;
 };
 
 } // namespace sonvale

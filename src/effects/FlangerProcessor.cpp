@@ -30,9 +30,12 @@ void FlangerProcessor::process(float* const* channels, int64_t frameCount) noexc
         double dd = depthAmount.step(depthTarget);
         float fb = float(feedbackAmount.step(feedbackTarget));
         float m = float(mixAmount.step(mixTarget));
+        double quadrants[4] = {std::sin(twoPi * phase), std::cos(twoPi * phase), 0, 0};
+        quadrants[2] = -quadrants[0];
+        quadrants[3] = -quadrants[1];
         for (int c = 0; c < channelCount; ++c) {
             auto& line = lines[size_t(c)];
-            double lfo = std::sin(twoPi * (phase + 0.25 * c));
+            double lfo = quadrants[c & 3];
             float w = line.read(d0 * (lfo * dd + 1));
             float x = channels[c][i];
             line.push(flushDenormal(x + fb * w));

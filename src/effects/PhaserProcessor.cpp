@@ -9,12 +9,14 @@ namespace sonvale {
 namespace {
 constexpr double twoPi = 2 * std::numbers::pi;
 constexpr int stageChoices[] = {4, 6, 8, 12};
+constexpr int updateInterval = 16;
 } // namespace
 
 PhaserProcessor::PhaserProcessor(double sampleRate, int channelCount,
                                  std::shared_ptr<ParameterBank> bank)
     : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      states(size_t(this->channelCount * maxStages), 0.0), last(size_t(this->channelCount), 0.0) {
+      states(size_t(this->channelCount * maxStages), 0.0), last(size_t(this->channelCount), 0.0),
+      coefficients(size_t(this->channelCount), 0.0) {
     reset();
 }
 
@@ -30,11 +32,20 @@ void PhaserProcessor::process(float* const* channels, int64_t frameCount) noexce
         double sweep = 3 * depthPercent.step(depthTarget) / 100;
         double fb = feedbackPercent.step(feedbackTarget) / 100;
         double m = mixPercent.step(mixTarget) / 100;
+        if (countdown-- == 0) {
+            countdown = updateInterval - 1;
+            // Channels a quarter cycle apart see the LFO's sin, cos, -sin and -cos.
+            double lfo[4] = {std::sin(twoPi * phase), std::cos(twoPi * phase), 0, 0};
+            lfo[2] = -lfo[0];
+            lfo[3] = -lfo[1];
+            for (int c = 0; c < channelCount; ++c) {
+                double f = std::min(800 * std::exp2(sweep * lfo[c & 3]), highest);
+                double t = std::tan(std::numbers::pi * f / sampleRate);
+                coefficients[size_t(c)] = (t - 1) / (t + 1);
+            }
+        }
         for (int c = 0; c < channelCount; ++c) {
-            double f = std::min(800 * std::exp2(sweep * std::sin(twoPi * (phase + 0.25 * c))),
-                                highest);
-            double t = std::tan(std::numbers::pi * f / sampleRate);
-            double a = (t - 1) / (t + 1);
+            double a = coefficients[size_t(c)];
             double x = channels[c][i];
             double u = x + fb * last[size_t(c)];
             double* s = &states[size_t(c * maxStages)];
@@ -55,6 +66,7 @@ void PhaserProcessor::reset() noexcept {
     std::fill(states.begin(), states.end(), 0.0);
     std::fill(last.begin(), last.end(), 0.0);
     phase = 0;
+    countdown = 0;
     double k = Smoothed::coefficientFor(0.03, sampleRate);
     depthPercent = {std::clamp(bank->value(depth), 0.0, 100.0), k};
     feedbackPercent = {std::clamp(bank->value(feedback), -90.0, 90.0), k};
