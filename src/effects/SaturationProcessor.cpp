@@ -8,9 +8,9 @@
 namespace sonvale {
 
 namespace {
-// tanh through a single exponential: about twice as fast as std::tanh, with an absolute error
-// of order 1e-16, and exactly 0 at 0.
-inline double fastTanh(double x) noexcept { return 1 - 2 / (std::exp(2 * x) + 1); }
+// tanh through a single exponential: several times faster than std::tanh, within float
+// precision of it (the output is float), and exactly 0 at 0.
+inline float fastTanh(float x) noexcept { return 1 - 2 / (std::exp(2 * x) + 1); }
 } // namespace
 
 SaturationProcessor::SaturationProcessor(double sampleRate, int channelCount,
@@ -33,7 +33,8 @@ void SaturationProcessor::process(float* const* channels, int64_t frameCount) no
 
     // The exponentials and tanh terms only change while a smoother moves; cache them.
     double driveSeen = driveDB.value, g = std::pow(10.0, driveSeen / 20), tanhG = std::tanh(g);
-    double warmthSeen = warmthPercent.value, b = 0.4 * warmthSeen / 100, tanhB = fastTanh(b);
+    double warmthSeen = warmthPercent.value, b = 0.4 * warmthSeen / 100;
+    float tanhB = fastTanh(float(b));
     double outputSeen = outputDB.value, o = std::pow(10.0, outputSeen / 20);
     for (int64_t i = 0; i < frameCount; ++i) {
         if (driveDB.step(driveTarget) != driveSeen) {
@@ -44,15 +45,15 @@ void SaturationProcessor::process(float* const* channels, int64_t frameCount) no
         if (warmthPercent.step(warmthTarget) != warmthSeen) {
             warmthSeen = warmthPercent.value;
             b = 0.4 * warmthSeen / 100;
-            tanhB = fastTanh(b);
+            tanhB = fastTanh(float(b));
         }
         if (outputDB.step(outputTarget) != outputSeen)
             o = std::pow(10.0, (outputSeen = outputDB.value) / 20);
         double m = mixPercent.step(mixTarget) / 100;
-        double scale = 1 / tanhG;
+        float scale = float(1 / tanhG), fb = float(b), fg = float(g);
         for (int c = 0; c < channelCount; ++c) {
             double x = channels[c][i];
-            double s = (fastTanh(b + g * x) - tanhB) * scale;
+            double s = (fastTanh(fb + fg * float(x)) - tanhB) * scale;
             s = blockers[size_t(c)].process(s);
             if (toneOn) s = filters[size_t(c)].process(toneFilter, s);
             channels[c][i] = float(o * (m * (s - x) + x));
