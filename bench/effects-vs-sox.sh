@@ -27,6 +27,9 @@ compare() {
     printf '%-11s sonvale %6.2fs (cpu %6.2fs)   sox %6.2fs (cpu %6.2fs)   cpu ratio %.2f\n' \
         "$name" "$1" "$2" "$3" "$4" "$(awk "BEGIN{print $2 / $4}")"
 }
+# The cost of reading and writing alone: the analyzer leaves the audio as it is, and sox
+# only converts. Subtract it from the rows below to compare the processing itself.
+compare "(copy)" "spectrumAnalyzer"
 echo "sox commands: saturation, distortion = overdrive; delay = echos; reverb, pitch, chorus, flanger, phaser by name"
 echo "sox commands: equalizer = highpass 80 + equalizer 300/3000 + treble 10k;" \
     "compressor, limiter, noise gate = compand"

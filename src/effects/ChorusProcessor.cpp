@@ -13,9 +13,13 @@ constexpr double lineSeconds = 0.06; // holds the longest Delay (40 ms) plus Dep
 
 ChorusProcessor::ChorusProcessor(double sampleRate, int channelCount,
                                  std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      lines(size_t(this->channelCount)), offsets(size_t(this->channelCount) * 6) {
-    for (auto& line : lines) line.init(int64_t(std::ceil(lineSeconds * sampleRate)));
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0))
+    , lines(size_t(this->channelCount))
+    , offsets(size_t(this->channelCount) * 6) {
+    for (auto& line : lines)
+        line.init(int64_t(std::ceil(lineSeconds * sampleRate)));
     reset();
 }
 
@@ -60,7 +64,8 @@ void ChorusProcessor::process(float* const* channels, int64_t frameCount) noexce
 }
 
 void ChorusProcessor::reset() noexcept {
-    for (auto& line : lines) line.clear();
+    for (auto& line : lines)
+        line.clear();
     phase = 0;
     offsetsWidth = -1;
     double k = Smoothed::coefficientFor(0.03, sampleRate);

@@ -49,7 +49,11 @@ private:
 };
 
 // Values this small only cost time in feedback loops; they are inaudible.
-inline float flushDenormal(float x) noexcept { return std::fabs(x) < 1e-20f ? 0.0f : x; }
-inline double flushDenormal(double x) noexcept { return std::fabs(x) < 1e-20 ? 0.0 : x; }
+inline float flushDenormal(float x) noexcept {
+    return std::fabs(x) < 1e-20f ? 0.0f : x;
+}
+inline double flushDenormal(double x) noexcept {
+    return std::fabs(x) < 1e-20 ? 0.0 : x;
+}
 
 } // namespace sonvale

@@ -12,10 +12,12 @@ constexpr double longestSeconds = 2.0; // the Time knob's maximum
 
 DelayProcessor::DelayProcessor(double sampleRate, int channelCount,
                                std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      capacity(int64_t(std::ceil(longestSeconds * sampleRate)) + 4),
-      lines(size_t(this->channelCount), std::vector<float>(size_t(capacity), 0.0f)),
-      filters(size_t(this->channelCount), 0.0f) {
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0))
+    , capacity(int64_t(std::ceil(longestSeconds * sampleRate)) + 4)
+    , lines(size_t(this->channelCount), std::vector<float>(size_t(capacity), 0.0f))
+    , filters(size_t(this->channelCount), 0.0f) {
     reset();
 }
 
@@ -35,9 +37,9 @@ void DelayProcessor::process(float* const* channels, int64_t frameCount) noexcep
         std::clamp(bank->value(time) * sampleRate / 1000, 1.0, double(capacity - 2));
     double feedbackTarget = std::min(bank->value(feedback) / 100, 0.95);
     double levelTarget = std::min(bank->value(level) / 100, 1.0);
-    float p = float(std::exp(-2 * std::numbers::pi *
-                             std::min(std::max(bank->value(tone), 0.0), 0.45 * sampleRate) /
-                             sampleRate));
+    float p =
+        float(std::exp(-2 * std::numbers::pi *
+                       std::min(std::max(bank->value(tone), 0.0), 0.45 * sampleRate) / sampleRate));
     float q = 1 - p;
     bool alternate = bank->value(pingPong) >= 0.5 && channelCount >= 2;
     for (int64_t i = 0; i < frameCount; ++i) {
@@ -54,7 +56,8 @@ void DelayProcessor::process(float* const* channels, int64_t frameCount) noexcep
             lines[1][size_t(write)] = fb * yl;
             channels[0][i] = xl + lv * yl;
             channels[1][i] = xr + lv * yr;
-            for (int c = 2; c < channelCount; ++c) lines[size_t(c)][size_t(write)] = 0;
+            for (int c = 2; c < channelCount; ++c)
+                lines[size_t(c)][size_t(write)] = 0;
         } else {
             for (int c = 0; c < channelCount; ++c) {
                 float& y = filters[size_t(c)];
@@ -69,11 +72,13 @@ void DelayProcessor::process(float* const* channels, int64_t frameCount) noexcep
 }
 
 void DelayProcessor::reset() noexcept {
-    for (auto& line : lines) std::fill(line.begin(), line.end(), 0.0f);
+    for (auto& line : lines)
+        std::fill(line.begin(), line.end(), 0.0f);
     std::fill(filters.begin(), filters.end(), 0.0f);
     write = 0;
     double k = Smoothed::coefficientFor(0.05, sampleRate);
-    delaySamples = {std::clamp(bank->value(time) * sampleRate / 1000, 1.0, double(capacity - 2)), k};
+    delaySamples = {std::clamp(bank->value(time) * sampleRate / 1000, 1.0, double(capacity - 2)),
+                    k};
     feedbackAmount = {std::min(bank->value(feedback) / 100, 0.95), k};
     levelAmount = {std::min(bank->value(level) / 100, 1.0), k};
 }

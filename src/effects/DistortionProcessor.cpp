@@ -19,8 +19,11 @@ Shape shapeFor(double value) {
 
 DistortionProcessor::DistortionProcessor(double sampleRate, int channelCount,
                                          std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      filters(size_t(this->channelCount)), blockers(size_t(this->channelCount)) {
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0))
+    , filters(size_t(this->channelCount))
+    , blockers(size_t(this->channelCount)) {
     reset();
 }
 
@@ -47,8 +50,12 @@ void DistortionProcessor::process(float* const* channels, int64_t frameCount) no
             double x = channels[c][i];
             double u = g * x, y;
             switch (shape) {
-            case Shape::soft: y = 2 * std::atan(u) / std::numbers::pi; break;
-            case Shape::hard: y = std::clamp(u, -1.0, 1.0); break;
+            case Shape::soft:
+                y = 2 * std::atan(u) / std::numbers::pi;
+                break;
+            case Shape::hard:
+                y = std::clamp(u, -1.0, 1.0);
+                break;
             case Shape::fuzz:
                 y = u >= 0 ? 1 - std::exp(-u) : -0.7 * (1 - std::exp(1.5 * u));
                 y = blockers[size_t(c)].process(y);
@@ -61,9 +68,11 @@ void DistortionProcessor::process(float* const* channels, int64_t frameCount) no
 }
 
 void DistortionProcessor::reset() noexcept {
-    for (auto& f : filters) f.reset();
+    for (auto& f : filters)
+        f.reset();
     double pole = DCBlocker::fiveHertzPole(sampleRate);
-    for (auto& blocker : blockers) blocker = {0, 0, pole};
+    for (auto& blocker : blockers)
+        blocker = {0, 0, pole};
     double k = Smoothed::coefficientFor(0.03, sampleRate);
     driveDB = {bank->value(drive), k};
     mixPercent = {std::clamp(bank->value(mix), 0.0, 100.0), k};

@@ -13,9 +13,12 @@ constexpr double lineSeconds = 0.021; // twice the longest Delay (10 ms) at full
 
 FlangerProcessor::FlangerProcessor(double sampleRate, int channelCount,
                                    std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      lines(size_t(this->channelCount)) {
-    for (auto& line : lines) line.init(int64_t(std::ceil(lineSeconds * sampleRate)));
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0))
+    , lines(size_t(this->channelCount)) {
+    for (auto& line : lines)
+        line.init(int64_t(std::ceil(lineSeconds * sampleRate)));
     reset();
 }
 
@@ -47,7 +50,8 @@ void FlangerProcessor::process(float* const* channels, int64_t frameCount) noexc
 }
 
 void FlangerProcessor::reset() noexcept {
-    for (auto& line : lines) line.clear();
+    for (auto& line : lines)
+        line.clear();
     phase = 0;
     double k = Smoothed::coefficientFor(0.03, sampleRate);
     delaySamples = {std::max(bank->value(delay), 0.0) * sampleRate / 1000, k};

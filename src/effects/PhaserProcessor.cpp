@@ -14,9 +14,12 @@ constexpr int updateInterval = 16;
 
 PhaserProcessor::PhaserProcessor(double sampleRate, int channelCount,
                                  std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      states(size_t(this->channelCount * maxStages), 0.0), last(size_t(this->channelCount), 0.0),
-      coefficients(size_t(this->channelCount), 0.0) {
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0))
+    , states(size_t(this->channelCount * maxStages), 0.0)
+    , last(size_t(this->channelCount), 0.0)
+    , coefficients(size_t(this->channelCount), 0.0) {
     reset();
 }
 

@@ -28,8 +28,8 @@ private:
     double sampleRate;
     int channelCount;
     static constexpr int maxStages = 12;
-    std::vector<double> states; // maxStages per channel
-    std::vector<double> last;   // the cascade's last output per channel, fed back
+    std::vector<double> states;       // maxStages per channel
+    std::vector<double> last;         // the cascade's last output per channel, fed back
     std::vector<double> coefficients; // the all-pass coefficient per channel
     int countdown = 0;                // samples until the coefficients are next updated
     double phase = 0;

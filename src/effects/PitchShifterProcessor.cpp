@@ -16,9 +16,12 @@ double windowFor(double windowMs, double sampleRate) {
 
 PitchShifterProcessor::PitchShifterProcessor(double sampleRate, int channelCount,
                                              std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      lines(size_t(this->channelCount)) {
-    for (auto& line : lines) line.init(int64_t(std::ceil(longestWindow * sampleRate)) + 2);
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0))
+    , lines(size_t(this->channelCount)) {
+    for (auto& line : lines)
+        line.init(int64_t(std::ceil(longestWindow * sampleRate)) + 2);
     reset();
 }
 
@@ -48,7 +51,8 @@ void PitchShifterProcessor::process(float* const* channels, int64_t frameCount) 
 }
 
 void PitchShifterProcessor::reset() noexcept {
-    for (auto& line : lines) line.clear();
+    for (auto& line : lines)
+        line.clear();
     phase = 0;
     windowSamples = {windowFor(bank->value(window), sampleRate),
                      Smoothed::coefficientFor(0.1, sampleRate)};

@@ -18,15 +18,22 @@ size_t lengthFor(int tuning, int channel, double sampleRate) {
 double roomFeedback(double size) {
     return size <= 0 ? 0.7 : 0.7 + 0.28 * std::min(size / 100, 1.0);
 }
-double dampingFor(double damping) { return damping <= 0 ? 0 : 0.4 * std::min(damping / 100, 1.0); }
-double clampedShare(double percent) { return std::clamp(percent / 100, 0.0, 1.0); }
+double dampingFor(double damping) {
+    return damping <= 0 ? 0 : 0.4 * std::min(damping / 100, 1.0);
+}
+double clampedShare(double percent) {
+    return std::clamp(percent / 100, 0.0, 1.0);
+}
 } // namespace
 
 ReverbProcessor::ReverbProcessor(double sampleRate, int channelCount,
                                  std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      combs(size_t(this->channelCount * 8)), allpasses(size_t(this->channelCount * 4)),
-      wet(size_t(this->channelCount), 0.0f) {
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0))
+    , combs(size_t(this->channelCount * 8))
+    , allpasses(size_t(this->channelCount * 4))
+    , wet(size_t(this->channelCount), 0.0f) {
     preDelayLine.init(int64_t(std::ceil(longestPreDelay * sampleRate)));
     for (int c = 0; c < this->channelCount; ++c) {
         for (int k = 0; k < 8; ++k)
@@ -52,7 +59,8 @@ void ReverbProcessor::process(float* const* channels, int64_t frameCount) noexce
         float m = float(mixAmount.step(mixTarget));
         float w = float(widthAmount.step(widthTarget));
         float sum = 0;
-        for (int c = 0; c < channelCount; ++c) sum += channels[c][i];
+        for (int c = 0; c < channelCount; ++c)
+            sum += channels[c][i];
         float in = k * sum;
         // Reading at n - 1 before the write is reading at n just after it: a lag of n - 1 samples.
         float delayed = delayNow <= 1.001 ? in : preDelayLine.read(delayNow - 1);

@@ -10,13 +10,18 @@ namespace sonvale {
 namespace {
 // tanh through a single exponential: several times faster than std::tanh, within float
 // precision of it (the output is float), and exactly 0 at 0.
-inline float fastTanh(float x) noexcept { return 1 - 2 / (std::exp(2 * x) + 1); }
+inline float fastTanh(float x) noexcept {
+    return 1 - 2 / (std::exp(2 * x) + 1);
+}
 } // namespace
 
 SaturationProcessor::SaturationProcessor(double sampleRate, int channelCount,
                                          std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      filters(size_t(this->channelCount)), blockers(size_t(this->channelCount)) {
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0))
+    , filters(size_t(this->channelCount))
+    , blockers(size_t(this->channelCount)) {
     reset();
 }
 
@@ -62,9 +67,11 @@ void SaturationProcessor::process(float* const* channels, int64_t frameCount) no
 }
 
 void SaturationProcessor::reset() noexcept {
-    for (auto& f : filters) f.reset();
+    for (auto& f : filters)
+        f.reset();
     double pole = DCBlocker::fiveHertzPole(sampleRate);
-    for (auto& blocker : blockers) blocker = {0, 0, pole};
+    for (auto& blocker : blockers)
+        blocker = {0, 0, pole};
     double k = Smoothed::coefficientFor(0.03, sampleRate);
     driveDB = {bank->value(drive), k};
     warmthPercent = {bank->value(warmth), k};

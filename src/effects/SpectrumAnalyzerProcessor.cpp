@@ -6,8 +6,10 @@ namespace sonvale {
 
 SpectrumAnalyzerProcessor::SpectrumAnalyzerProcessor(double sampleRate, int channelCount,
                                                      std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      tap(this->bank->tap()) {
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0))
+    , tap(this->bank->tap()) {
     if (tap) {
         tap->setSampleRate(sampleRate);
         written = tap->writtenCount();
@@ -19,7 +21,8 @@ void SpectrumAnalyzerProcessor::process(float* const* channels, int64_t frameCou
     float scale = 1.0f / float(channelCount);
     for (int64_t i = 0; i < frameCount; ++i) {
         float sum = 0;
-        for (int c = 0; c < channelCount; ++c) sum += channels[c][i];
+        for (int c = 0; c < channelCount; ++c)
+            sum += channels[c][i];
         tap->store(int64_t(written + uint64_t(i)), sum * scale);
     }
     written += uint64_t(frameCount);

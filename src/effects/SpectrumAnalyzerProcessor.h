@@ -17,7 +17,8 @@ class SpectrumAnalyzerProcessor final : public EffectProcessor {
 public:
     enum Parameter { style = 0, bands = 1, release = 2, floor = 3, tilt = 4, peaks = 5 };
 
-    SpectrumAnalyzerProcessor(double sampleRate, int channelCount, std::shared_ptr<ParameterBank> bank);
+    SpectrumAnalyzerProcessor(double sampleRate, int channelCount,
+                              std::shared_ptr<ParameterBank> bank);
     void process(float* const* channels, int64_t frameCount) noexcept override;
     void reset() noexcept override;
 

@@ -3,13 +3,11 @@
 
 #include "effects/EffectKind.h"
 #include "effects/ParameterBank.h"
-
 #include "support/ProcessorRun.h"
 #include "support/Signals.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <gtest/gtest.h>
 #include <memory>
 
 using namespace sonvale;
@@ -17,9 +15,12 @@ using namespace sonvale::test;
 
 namespace {
 
-std::shared_ptr<ParameterBank> bankFor(EffectKind kind, std::initializer_list<std::pair<int, double>> values) {
-    auto bank = std::make_shared<ParameterBank>(parameters(kind), kind == EffectKind::spectrumAnalyzer);
-    for (auto [index, value] : values) bank->set(index, value);
+std::shared_ptr<ParameterBank> bankFor(EffectKind kind,
+                                       std::initializer_list<std::pair<int, double>> values) {
+    auto bank =
+        std::make_shared<ParameterBank>(parameters(kind), kind == EffectKind::spectrumAnalyzer);
+    for (auto [index, value] : values)
+        bank->set(index, value);
     return bank;
 }
 
@@ -52,9 +53,10 @@ TEST(Delay, FeedbackZeroGivesExactlyOneEchoAtTheSetTimeAndLevel) {
     auto& y = out[0];
     EXPECT_EQ(y[100], 1.0f); // the dry signal passes at full level
     int64_t echo = 100 + 12000;
-    size_t loudest = size_t(std::max_element(y.begin() + 101, y.end(), [](float a, float b) {
-                                return std::fabs(a) < std::fabs(b);
-                            }) - y.begin());
+    size_t loudest =
+        size_t(std::max_element(y.begin() + 101, y.end(),
+                                [](float a, float b) { return std::fabs(a) < std::fabs(b); }) -
+               y.begin());
     EXPECT_EQ(int64_t(loudest), echo);
     EXPECT_GT(y[size_t(echo)], 0.45f); // Level 50 %, slightly softened by the Tone filter
     EXPECT_LE(y[size_t(echo)], 0.5f);
@@ -124,16 +126,18 @@ TEST(Modulation, ChorusChannelsRunASixthOfACycleApartAtFullWidth) {
 }
 
 TEST(Modulation, FlangerChannelsRunAQuarterCycleApart) {
-    expectChannelLfoOffset(EffectKind::flanger, {{0, 1}, {1, 90}, {2, 5}, {3, 50}, {4, 100}},
-                           12000, true);
-    expectChannelLfoOffset(EffectKind::flanger, {{0, 1}, {1, 90}, {2, 5}, {3, 50}, {4, 100}},
-                           8000, false);
+    expectChannelLfoOffset(EffectKind::flanger, {{0, 1}, {1, 90}, {2, 5}, {3, 50}, {4, 100}}, 12000,
+                           true);
+    expectChannelLfoOffset(EffectKind::flanger, {{0, 1}, {1, 90}, {2, 5}, {3, 50}, {4, 100}}, 8000,
+                           false);
 }
 
 TEST(Modulation, FlangerNegativeFeedbackInvertsTheRepeats) {
-    auto positive = render(EffectKind::flanger, bankFor(EffectKind::flanger, {{1, 0}, {2, 2}, {3, 80}, {4, 100}}),
+    auto positive = render(EffectKind::flanger,
+                           bankFor(EffectKind::flanger, {{1, 0}, {2, 2}, {3, 80}, {4, 100}}),
                            {impulse(2000, 10)})[0];
-    auto negative = render(EffectKind::flanger, bankFor(EffectKind::flanger, {{1, 0}, {2, 2}, {3, -80}, {4, 100}}),
+    auto negative = render(EffectKind::flanger,
+                           bankFor(EffectKind::flanger, {{1, 0}, {2, 2}, {3, -80}, {4, 100}}),
                            {impulse(2000, 10)})[0];
     // First pass identical; the second pass through the loop flips sign.
     EXPECT_NEAR(positive[10 + 96], negative[10 + 96], 1e-6f);
@@ -147,7 +151,8 @@ TEST(Phaser, MixZeroIsBitExactAndFullMixChangesTheSound) {
     EXPECT_EQ(dry, input);
     auto wet = render(EffectKind::phaser, bankFor(EffectKind::phaser, {{4, 100}}), input);
     EXPECT_NE(wet, input);
-    for (auto& channel : wet) EXPECT_LT(peak(channel), 4.0f);
+    for (auto& channel : wet)
+        EXPECT_LT(peak(channel), 4.0f);
 }
 
 TEST(Reverb, WidthZeroIsMonoWetAndFullWidthKeepsSidesApart) {
@@ -155,7 +160,8 @@ TEST(Reverb, WidthZeroIsMonoWetAndFullWidthKeepsSidesApart) {
     auto mono = render(EffectKind::reverb, bankFor(EffectKind::reverb, {{3, 0}, {4, 100}}), input);
     EXPECT_EQ(mono[0], mono[1]);
     EXPECT_GT(peak(mono[0]), 1e-3f);
-    auto wide = render(EffectKind::reverb, bankFor(EffectKind::reverb, {{3, 100}, {4, 100}}), input);
+    auto wide =
+        render(EffectKind::reverb, bankFor(EffectKind::reverb, {{3, 100}, {4, 100}}), input);
     EXPECT_NE(wide[0], wide[1]);
 }
 
@@ -169,19 +175,21 @@ TEST(Reverb, PreDelayHoldsBackTheWetSignalAndTheTailDecays) {
 }
 
 TEST(PitchShifter, PlusTwelveSemitonesDoublesTheFrequency) {
-    auto y = render(EffectKind::pitchShifter, bankFor(EffectKind::pitchShifter, {{0, 12}, {1, 0}, {3, 100}}),
+    auto y = render(EffectKind::pitchShifter,
+                    bankFor(EffectKind::pitchShifter, {{0, 12}, {1, 0}, {3, 100}}),
                     {sine(440, 48000, 96000, 0.5)})[0];
     EXPECT_NEAR(measuredFrequency(y, 9600, 48000), 880, 3);
 }
 
 TEST(PitchShifter, ThickenDetunesByTwelveCents) {
     auto values = presets(EffectKind::pitchShifter);
-    auto thicken = std::find_if(values.begin(), values.end(),
-                                [](auto& p) { return p.name == "Thicken"; });
+    auto thicken =
+        std::find_if(values.begin(), values.end(), [](auto& p) { return p.name == "Thicken"; });
     ASSERT_NE(thicken, values.end());
     auto bank = std::make_shared<ParameterBank>(parameters(EffectKind::pitchShifter));
     auto full = thicken->valuesFor(parameters(EffectKind::pitchShifter));
-    for (size_t i = 0; i < full.size(); ++i) bank->set(int(i), full[i]);
+    for (size_t i = 0; i < full.size(); ++i)
+        bank->set(int(i), full[i]);
     bank->set(3, 100); // the wet signal alone, to measure it
     auto y = render(EffectKind::pitchShifter, bank, {sine(440, 48000, 48000 * 4, 0.5)})[0];
     EXPECT_NEAR(measuredFrequency(y, 4800, 48000), 440 * std::exp2(12.0 / 1200), 0.5);
@@ -189,9 +197,11 @@ TEST(PitchShifter, ThickenDetunesByTwelveCents) {
 
 TEST(PitchShifter, RatioOneOnlyDelaysByHalfAWindowAndASample) {
     auto input = noise(20000, 9, 0.8);
-    auto y = render(EffectKind::pitchShifter, bankFor(EffectKind::pitchShifter, {{0, 0}, {1, 0}, {2, 50}, {3, 100}}),
-                    {input})[0];
+    auto y =
+        render(EffectKind::pitchShifter,
+               bankFor(EffectKind::pitchShifter, {{0, 0}, {1, 0}, {2, 50}, {3, 100}}), {input})[0];
     int64_t lag = 1200 + 1;
     EXPECT_LT(peak(y.data(), lag), 1e-9f);
-    for (int64_t i = lag; i < 20000; ++i) ASSERT_NEAR(y[size_t(i)], input[size_t(i - lag)], 1e-6f) << i;
+    for (int64_t i = lag; i < 20000; ++i)
+        ASSERT_NEAR(y[size_t(i)], input[size_t(i - lag)], 1e-6f) << i;
 }

@@ -2,14 +2,12 @@
 
 #include "effects/EffectKind.h"
 #include "effects/ParameterBank.h"
-
 #include "support/ProcessorRun.h"
 #include "support/Signals.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
+#include <gtest/gtest.h>
 #include <numbers>
 
 using namespace sonvale;
@@ -20,14 +18,19 @@ namespace {
 std::vector<float> shaped(EffectKind kind, std::initializer_list<std::pair<int, double>> values,
                           std::vector<float> input) {
     auto bank = std::make_shared<ParameterBank>(parameters(kind));
-    for (auto [index, value] : values) bank->set(index, value);
+    for (auto [index, value] : values)
+        bank->set(index, value);
     Channels audio{std::move(input)};
     runInBlocks(*makeProcessor(kind, 48000, 1, bank), audio, 300);
     return audio[0];
 }
 
-float minimum(const std::vector<float>& s, size_t from) { return *std::min_element(s.begin() + long(from), s.end()); }
-float maximum(const std::vector<float>& s, size_t from) { return *std::max_element(s.begin() + long(from), s.end()); }
+float minimum(const std::vector<float>& s, size_t from) {
+    return *std::min_element(s.begin() + long(from), s.end());
+}
+float maximum(const std::vector<float>& s, size_t from) {
+    return *std::max_element(s.begin() + long(from), s.end());
+}
 
 } // namespace
 
@@ -46,19 +49,23 @@ TEST(Saturation, WarmthMakesTheCurveAsymmetricWithoutADCOffset) {
     float top = maximum(y, 48000), bottom = -minimum(y, 48000);
     EXPECT_GT(std::fabs(top - bottom), 0.02f);
     double mean = 0;
-    for (size_t i = 48000; i < y.size(); ++i) mean += y[i];
+    for (size_t i = 48000; i < y.size(); ++i)
+        mean += y[i];
     EXPECT_NEAR(mean / 48000, 0.0, 1e-3);
 }
 
 TEST(Distortion, SoftAndHardFollowTheirCurvesAtKnownLevels) {
     // Constant inputs settle through the Tone low-pass, whose gain at DC is one.
-    auto soft = shaped(EffectKind::distortion, {{0, 0}, {1, 0}, {3, 100}, {4, 0}}, constant(4000, 0.5f));
+    auto soft =
+        shaped(EffectKind::distortion, {{0, 0}, {1, 0}, {3, 100}, {4, 0}}, constant(4000, 0.5f));
     EXPECT_NEAR(soft.back(), 2 * std::atan(0.5) / std::numbers::pi, 1e-4);
     auto hard = shaped(EffectKind::distortion, {{0, 1}, {1, 0}, {3, 100}}, constant(4000, 0.8f));
     EXPECT_NEAR(hard.back(), 0.8 * std::pow(10.0, -12.0 / 20), 1e-4); // default Output -12 dB
-    auto clipped = shaped(EffectKind::distortion, {{0, 1}, {1, 6}, {3, 100}, {4, 0}}, constant(4000, 0.8f));
+    auto clipped =
+        shaped(EffectKind::distortion, {{0, 1}, {1, 6}, {3, 100}, {4, 0}}, constant(4000, 0.8f));
     EXPECT_NEAR(clipped.back(), 1.0, 1e-4);
-    auto negative = shaped(EffectKind::distortion, {{0, 1}, {1, 6}, {3, 100}, {4, 0}}, constant(4000, -0.8f));
+    auto negative =
+        shaped(EffectKind::distortion, {{0, 1}, {1, 6}, {3, 100}, {4, 0}}, constant(4000, -0.8f));
     EXPECT_NEAR(negative.back(), -1.0, 1e-4);
 }
 
