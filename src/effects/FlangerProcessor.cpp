@@ -39,7 +39,8 @@ void FlangerProcessor::process(float* const* channels, int64_t frameCount) noexc
         for (int c = 0; c < channelCount; ++c) {
             auto& line = lines[size_t(c)];
             double lfo = quadrants[c & 3];
-            float w = line.read(d0 * (lfo * dd + 1));
+            // At full depth the sweep reaches zero; a sample is the shortest delay the loop has.
+            float w = line.read(std::max(d0 * (lfo * dd + 1), 1.0));
             float x = channels[c][i];
             line.push(flushDenormal(x + fb * w));
             channels[c][i] = w * m + x * (1 - m);

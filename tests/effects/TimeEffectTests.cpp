@@ -205,3 +205,15 @@ TEST(PitchShifter, RatioOneOnlyDelaysByHalfAWindowAndASample) {
     for (int64_t i = lag; i < 20000; ++i)
         ASSERT_NEAR(y[size_t(i)], input[size_t(i - lag)], 1e-6f) << i;
 }
+
+TEST(Modulation, FlangerAtFullDepthNeverReadsTheStaleEndOfItsLine) {
+    // At 5 Hz the sweep bottoms out at frame 7200 (a delay of zero); the input fell silent at
+    // 6500, so around the bottom only silence is within reach.
+    auto input = noise(9000, 11, 0.8);
+    std::fill(input.begin() + 6500, input.end(), 0.0f);
+    auto y = render(EffectKind::flanger,
+                    bankFor(EffectKind::flanger, {{0, 5}, {1, 100}, {2, 10}, {3, 0}, {4, 100}}),
+                    {input})[0];
+    EXPECT_EQ(peak(y.data() + 7150, 100), 0.0f);
+    EXPECT_GT(peak(y.data() + 6000, 400), 0.01f);
+}
