@@ -62,9 +62,10 @@ void ReverbProcessor::process(float* const* channels, int64_t frameCount) noexce
         for (int c = 0; c < channelCount; ++c)
             sum += channels[c][i];
         float in = k * sum;
-        // Reading at n - 1 before the write is reading at n just after it: a lag of n - 1 samples.
-        float delayed = delayNow <= 1.001 ? in : preDelayLine.read(delayNow - 1);
+        // Read after the write, so a delay between one and two samples interpolates towards
+        // this sample rather than the line's oldest.
         preDelayLine.push(in);
+        float delayed = delayNow <= 1.001 ? in : preDelayLine.read(delayNow);
         for (int c = 0; c < channelCount; ++c) {
             float out = 0;
             for (int n = 0; n < 8; ++n) {

@@ -217,3 +217,15 @@ TEST(Modulation, FlangerAtFullDepthNeverReadsTheStaleEndOfItsLine) {
     EXPECT_EQ(peak(y.data() + 7150, 100), 0.0f);
     EXPECT_GT(peak(y.data() + 6000, 400), 0.01f);
 }
+
+TEST(Reverb, AShortPreDelayNeverReachesTheStaleEndOfItsLine) {
+    // 0.03 ms is 1.44 samples: between the newest input and the one before, never the line's
+    // oldest sample. Were it the oldest, the impulse would enter again when the 200 ms line
+    // wraps (9,604 samples) and the decaying tail would swell a comb length later.
+    auto y = render(EffectKind::reverb,
+                    bankFor(EffectKind::reverb, {{0, 0}, {1, 0}, {2, 0.03}, {4, 100}}),
+                    {impulse(14000)})[0];
+    float before = peak(y.data() + 9000, 600), after = peak(y.data() + 10900, 1000);
+    EXPECT_GT(before, 0.0f);
+    EXPECT_LT(after, before);
+}
