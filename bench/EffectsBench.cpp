@@ -67,6 +67,64 @@ void noiseGate(benchmark::State& state) {
     run(state, EffectSession::make(EffectKind::noiseGate));
 }
 
+// Every other effect at its defaults.
+void effect(benchmark::State& state) {
+    auto kind = allEffectKinds[size_t(state.range(0))];
+    state.SetLabel(std::string(rawValue(kind)));
+    run(state, EffectSession::make(kind));
+}
+
+// All thirteen effects in one chain at their defaults, as the preview plays them.
+void fullChain(benchmark::State& state) {
+    EffectChain chain;
+    for (auto kind : allEffectKinds) chain.append(EffectSession::make(kind));
+    auto source = music();
+    auto audio = source;
+    auto render = chain.renderProcessor(rate, 2);
+    for (auto _ : state) {
+        state.PauseTiming();
+        audio = source;
+        state.ResumeTiming();
+        for (int64_t at = 0; at < frames; at += block) {
+            float* channels[2] = {audio[0].data() + at, audio[1].data() + at};
+            render.processor->process(channels, std::min(block, frames - at));
+        }
+        benchmark::DoNotOptimize(audio[0].data());
+    }
+    state.counters["realtime"] = benchmark::Counter(double(frames) / rate * double(state.iterations()),
+                                                    benchmark::Counter::kIsRate);
+}
+
+// Ten seconds of silence after a loud second: the decaying feedback paths must not fall into
+// denormal arithmetic, so this costs no more than the same effect on ten seconds of signal.
+void silentTail(benchmark::State& state) {
+    auto kind = allEffectKinds[size_t(state.range(0))];
+    state.SetLabel(std::string(rawValue(kind)));
+    auto session = EffectSession::make(kind);
+    if (kind == EffectKind::delay) session->setValue(1, 90);
+    if (kind == EffectKind::reverb) session->setValue(0, 100);
+    auto processor = makeProcessor(kind, rate, 2, session->bank());
+    auto loud = music();
+    std::vector<std::vector<float>> silence(2, std::vector<float>(size_t(frames)));
+    for (auto _ : state) {
+        state.PauseTiming();
+        processor->reset();
+        for (int64_t at = 0; at < rate; at += block) {
+            float* channels[2] = {loud[0].data() + at, loud[1].data() + at};
+            processor->process(channels, block);
+        }
+        for (auto& channel : silence) std::fill(channel.begin(), channel.end(), 0.0f);
+        state.ResumeTiming();
+        for (int64_t at = 0; at < frames; at += block) {
+            float* channels[2] = {silence[0].data() + at, silence[1].data() + at};
+            processor->process(channels, std::min(block, frames - at));
+        }
+        benchmark::DoNotOptimize(silence[0].data());
+    }
+    state.counters["realtime"] = benchmark::Counter(double(frames) / rate * double(state.iterations()),
+                                                    benchmark::Counter::kIsRate);
+}
+
 // The render of an apply: ten minutes of stereo 48 kHz audio through a one-effect chain in
 // 4,096-frame blocks, into a new clip.
 void applyTenMinutes(benchmark::State& state) {
@@ -106,3 +164,11 @@ BENCHMARK(equalizer)->Unit(benchmark::kMillisecond);
 BENCHMARK(compressor)->Unit(benchmark::kMillisecond);
 BENCHMARK(limiter)->Unit(benchmark::kMillisecond);
 BENCHMARK(noiseGate)->Unit(benchmark::kMillisecond);
+BENCHMARK(effect)
+    ->DenseRange(int(EffectKind::saturation), int(EffectKind::distortion))
+    ->DenseRange(int(EffectKind::chorus), int(EffectKind::spectrumAnalyzer))
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(fullChain)->Unit(benchmark::kMillisecond);
+BENCHMARK(silentTail)
+    ->DenseRange(int(EffectKind::chorus), int(EffectKind::pitchShifter))
+    ->Unit(benchmark::kMillisecond);

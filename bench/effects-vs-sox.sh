@@ -27,6 +27,10 @@ compare() {
     printf '%-11s sonvale %6.2fs (cpu %6.2fs)   sox %6.2fs (cpu %6.2fs)   cpu ratio %.2f\n' \
         "$name" "$1" "$2" "$3" "$4" "$(awk "BEGIN{print $2 / $4}")"
 }
+# The cost of reading and writing alone: the analyzer leaves the audio as it is, and sox
+# only converts. Subtract it from the rows below to compare the processing itself.
+compare "(copy)" "spectrumAnalyzer"
+echo "sox commands: saturation, distortion = overdrive; delay = echos; reverb, pitch, chorus, flanger, phaser by name"
 echo "sox commands: equalizer = highpass 80 + equalizer 300/3000 + treble 10k;" \
     "compressor, limiter, noise gate = compand"
 compare equalizer "equalizer@Vocal Presence" \
@@ -34,3 +38,11 @@ compare equalizer "equalizer@Vocal Presence" \
 compare compressor "compressor" compand 0.01,0.15 6:-60,-60,-18,-18,0,-13.5
 compare limiter "limiter" gain 6 compand 0,0.1 -90,-90,-1,-1,0,-1
 compare noiseGate "noiseGate" compand 0.001,0.15 -inf,-80.1,-inf,-80,-80,-50.1,-inf,-50,-50
+compare saturation "saturation" overdrive 12 20
+compare distortion "distortion" overdrive 20 20
+compare chorus "chorus" chorus 0.7 0.9 25 0.4 0.8 3 -s 30 0.4 0.8 3 -s 35 0.4 0.8 3 -s
+compare flanger "flanger" flanger 2.5 1.8 50 50 0.25 sine 25 lin
+compare phaser "phaser" phaser 0.8 0.74 3 0.4 0.5 -s
+compare delay "delay" echos 0.8 0.9 350 0.4 700 0.16
+compare reverb "reverb" reverb 50 50 70 100 20
+compare pitch "pitchShifter@Octave Up" pitch 1200

@@ -1,10 +1,19 @@
 #include "effects/EffectKind.h"
 
+#include "effects/ChorusProcessor.h"
 #include "effects/CompressorProcessor.h"
+#include "effects/DelayProcessor.h"
+#include "effects/DistortionProcessor.h"
 #include "effects/EQBand.h"
 #include "effects/EqualizerProcessor.h"
+#include "effects/FlangerProcessor.h"
 #include "effects/LimiterProcessor.h"
 #include "effects/NoiseGateProcessor.h"
+#include "effects/PhaserProcessor.h"
+#include "effects/PitchShifterProcessor.h"
+#include "effects/ReverbProcessor.h"
+#include "effects/SaturationProcessor.h"
+#include "effects/SpectrumAnalyzerProcessor.h"
 
 #include <algorithm>
 #include <cassert>
@@ -497,9 +506,27 @@ std::unique_ptr<EffectProcessor> makeProcessor(EffectKind kind, double sampleRat
         return std::make_unique<LimiterProcessor>(sampleRate, channelCount, std::move(bank));
     case EffectKind::noiseGate:
         return std::make_unique<NoiseGateProcessor>(sampleRate, channelCount, std::move(bank));
-    default:
-        return nullptr;
+    case EffectKind::saturation:
+        return std::make_unique<SaturationProcessor>(sampleRate, channelCount, std::move(bank));
+    case EffectKind::distortion:
+        return std::make_unique<DistortionProcessor>(sampleRate, channelCount, std::move(bank));
+    case EffectKind::chorus:
+        return std::make_unique<ChorusProcessor>(sampleRate, channelCount, std::move(bank));
+    case EffectKind::flanger:
+        return std::make_unique<FlangerProcessor>(sampleRate, channelCount, std::move(bank));
+    case EffectKind::phaser:
+        return std::make_unique<PhaserProcessor>(sampleRate, channelCount, std::move(bank));
+    case EffectKind::delay:
+        return std::make_unique<DelayProcessor>(sampleRate, channelCount, std::move(bank));
+    case EffectKind::reverb:
+        return std::make_unique<ReverbProcessor>(sampleRate, channelCount, std::move(bank));
+    case EffectKind::pitchShifter:
+        return std::make_unique<PitchShifterProcessor>(sampleRate, channelCount, std::move(bank));
+    case EffectKind::spectrumAnalyzer:
+        return std::make_unique<SpectrumAnalyzerProcessor>(sampleRate, channelCount,
+                                                           std::move(bank));
     }
+    return nullptr;
 }
 
 } // namespace sonvale

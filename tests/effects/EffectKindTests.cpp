@@ -180,11 +180,8 @@ TEST(EffectKind, ReverbChorusFlangerPhaserAndPitchTails) {
         0.05, 1e-7);
 }
 
-TEST(EffectKind, MakesProcessorsForTheEqualizerAndDynamicsOnly) {
-    for (auto kind : allEffectKinds) {
-        auto processor = makeProcessor(kind, 48000, 2, EffectSession::make(kind)->bank());
-        bool built = kind == EffectKind::equalizer || kind == EffectKind::compressor ||
-                     kind == EffectKind::limiter || kind == EffectKind::noiseGate;
-        EXPECT_EQ(processor != nullptr, built) << rawValue(kind);
-    }
+TEST(EffectKind, MakesAProcessorForEveryKind) {
+    for (auto kind : allEffectKinds)
+        EXPECT_NE(makeProcessor(kind, 48000, 2, EffectSession::make(kind)->bank()), nullptr)
+            << rawValue(kind);
 }

@@ -35,6 +35,18 @@ std::vector<std::shared_ptr<EffectSession>> busySessions() {
     sessions.push_back(EffectSession::make(EffectKind::limiter, std::vector<double>{18, -3, 20}));
     sessions.push_back(EffectSession::make(EffectKind::noiseGate,
                                            std::vector<double>{-20, -60, 0.5, 10, 20}));
+    auto add = [&](EffectKind kind, std::vector<double> values) {
+        sessions.push_back(EffectSession::make(kind, std::move(values)));
+    };
+    add(EffectKind::saturation, {18, 60, 4000, 80, -6});
+    add(EffectKind::distortion, {2, 24, 3000, 100, -12});
+    add(EffectKind::chorus, {2, 8, 30, 100, 60});
+    add(EffectKind::flanger, {0.8, 90, 5, -70, 50});
+    add(EffectKind::phaser, {1.5, 90, 3, 60, 80});
+    add(EffectKind::delay, {120, 80, 3000, 70, 1});
+    add(EffectKind::reverb, {90, 40, 40, 70, 50});
+    add(EffectKind::pitchShifter, {7, 20, 40, 100});
+    sessions.push_back(EffectSession::make(EffectKind::spectrumAnalyzer));
     return sessions;
 }
 

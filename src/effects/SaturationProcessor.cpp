@@ -1,0 +1,82 @@
+#include "effects/SaturationProcessor.h"
+
+#include "effects/EQBand.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace sonvale {
+
+namespace {
+// tanh through a single exponential: several times faster than std::tanh, within float
+// precision of it (the output is float), and exactly 0 at 0.
+inline float fastTanh(float x) noexcept {
+    return 1 - 2 / (std::exp(2 * x) + 1);
+}
+} // namespace
+
+SaturationProcessor::SaturationProcessor(double sampleRate, int channelCount,
+                                         std::shared_ptr<ParameterBank> bank)
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0))
+    , filters(size_t(this->channelCount))
+    , blockers(size_t(this->channelCount)) {
+    reset();
+}
+
+void SaturationProcessor::process(float* const* channels, int64_t frameCount) noexcept {
+    double toneHz = bank->value(tone);
+    if (toneHz != toneFrequency) {
+        toneFilter = EQBand{EQBandType::highCut, toneHz, 0, 1 / std::sqrt(2.0)}.biquad(sampleRate);
+        toneFrequency = toneHz;
+    }
+    bool toneOn = toneHz < 0.45 * sampleRate;
+    double driveTarget = bank->value(drive), warmthTarget = bank->value(warmth);
+    double mixTarget = std::clamp(bank->value(mix), 0.0, 100.0);
+    double outputTarget = bank->value(output);
+
+    // The exponentials and tanh terms only change while a smoother moves; cache them.
+    double driveSeen = driveDB.value, g = std::pow(10.0, driveSeen / 20), tanhG = std::tanh(g);
+    double warmthSeen = warmthPercent.value, b = 0.4 * warmthSeen / 100;
+    float tanhB = fastTanh(float(b));
+    double outputSeen = outputDB.value, o = std::pow(10.0, outputSeen / 20);
+    for (int64_t i = 0; i < frameCount; ++i) {
+        if (driveDB.step(driveTarget) != driveSeen) {
+            driveSeen = driveDB.value;
+            g = std::pow(10.0, driveSeen / 20);
+            tanhG = std::tanh(g);
+        }
+        if (warmthPercent.step(warmthTarget) != warmthSeen) {
+            warmthSeen = warmthPercent.value;
+            b = 0.4 * warmthSeen / 100;
+            tanhB = fastTanh(float(b));
+        }
+        if (outputDB.step(outputTarget) != outputSeen)
+            o = std::pow(10.0, (outputSeen = outputDB.value) / 20);
+        double m = mixPercent.step(mixTarget) / 100;
+        float scale = float(1 / tanhG), fb = float(b), fg = float(g);
+        for (int c = 0; c < channelCount; ++c) {
+            double x = channels[c][i];
+            double s = (fastTanh(fb + fg * float(x)) - tanhB) * scale;
+            s = blockers[size_t(c)].process(s);
+            if (toneOn) s = filters[size_t(c)].process(toneFilter, s);
+            channels[c][i] = float(o * (m * (s - x) + x));
+        }
+    }
+}
+
+void SaturationProcessor::reset() noexcept {
+    for (auto& f : filters)
+        f.reset();
+    double pole = DCBlocker::fiveHertzPole(sampleRate);
+    for (auto& blocker : blockers)
+        blocker = {0, 0, pole};
+    double k = Smoothed::coefficientFor(0.03, sampleRate);
+    driveDB = {bank->value(drive), k};
+    warmthPercent = {bank->value(warmth), k};
+    mixPercent = {std::clamp(bank->value(mix), 0.0, 100.0), k};
+    outputDB = {bank->value(output), k};
+}
+
+} // namespace sonvale
