@@ -12,6 +12,7 @@
 #include <QMimeData>
 #include <QMouseEvent>
 #include <QNativeGestureEvent>
+#include <QPaintEngine>
 #include <QPainter>
 #include <QScrollBar>
 #include <QStyleHints>
@@ -311,7 +312,8 @@ bool WaveformCanvas::event(QEvent* event) {
 }
 
 void WaveformCanvas::changeEvent(QEvent* event) {
-    if (event->type() == QEvent::PaletteChange) updateTheme();
+    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::ApplicationPaletteChange)
+        updateTheme();
     QWidget::changeEvent(event);
 }
 
@@ -610,7 +612,9 @@ void WaveformCanvas::paintEvent(QPaintEvent*) {
 void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int channel, QRectF lane,
                               const Viewport& view, float verticalZoom) {
     const ChannelData& data = *audio.channels[size_t(channel)];
-    const double dpr = devicePixelRatioF();
+    // The device really painted on: the window's backing store, or an image given to render().
+    const QPaintDevice* device = painter.paintEngine() ? painter.paintEngine()->paintDevice() : nullptr;
+    const double dpr = device ? device->devicePixelRatioF() : devicePixelRatioF();
     const double centre = lane.center().y();
     const double half = lane.height() / 2 - 1;
     const double scale = half * double(verticalZoom);
@@ -696,7 +700,8 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
             }
             counted = i1 - i0;
         }
-        if (!(mn <= mx)) continue;
+        // Digital silence shows as the zero line alone.
+        if (!(mn <= mx) || (mn == 0 && mx == 0)) continue;
         if (selection && i0 < selection->lower) selectedFrom = outlineCount + 1;
         if (selection && i0 < selection->upper) selectedTo = outlineCount + 1;
         const float rms = counted > 0 ? float(std::sqrt(energy / double(counted))) : 0.0f;
