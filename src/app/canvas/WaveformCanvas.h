@@ -6,6 +6,7 @@
 
 #include <sigc++/connection.h>
 
+#include <QImage>
 #include <QTemporaryDir>
 #include <QWidget>
 
@@ -126,8 +127,15 @@ private:
     std::optional<MarkerDrag> markerDrag;
     std::unique_ptr<QTemporaryDir> dragFolder;
 
+    // One device-pixel column of a lane: its extent and RMS extent in points.
+    struct ColumnShape {
+        int column;
+        float top, bottom, rmsTop, rmsBottom;
+        bool selected;
+    };
     // Reused between repaints so drawing does not allocate per frame.
-    std::vector<QLineF> lineScratch;
+    std::vector<ColumnShape> columnScratch;
+    QImage laneImage;
     std::vector<QPointF> pointScratch;
 };
 
