@@ -217,6 +217,9 @@ private Q_SLOTS:
         drag(editor.canvas.get(), QPointF(150, y), QPointF(170, y));
         QCOMPARE(editor.track->markers().front().start, int64_t(7200));
         QCOMPARE(editor.track->markers().front().end, std::optional<int64_t>(16200));
+        editor.track->addMarker(30000, std::nullopt);
+        editor.track->setSelection(FrameRange{2000, 5000});
+        editor.canvas->grab().save(screenshotFolder() + "/canvas-markers.png");
     }
 
     void doubleClickOnAMarkerRenamesItInPlace() {

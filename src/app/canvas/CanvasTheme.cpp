@@ -23,7 +23,7 @@ CanvasTheme fixed(QColor background, QColor ruler, QColor text, QColor wave, QCo
     t.wave = wave;
     t.waveRMS = mix(wave, text, 0.45);
     t.selection = selection;
-    t.selectedWave = mix(wave, text, 0.6);
+    t.selectedWave = mix(wave, text, 0.8);
     t.cursor = cursor;
     t.playhead = playhead;
     t.marker = marker;

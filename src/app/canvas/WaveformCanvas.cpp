@@ -707,6 +707,11 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
     laneImage.setDevicePixelRatio(dpr);
     const QRgb wave = colours.wave.rgba(), selectedWave = colours.selectedWave.rgba(),
                rmsColour = colours.waveRMS.rgba();
+    // Inside the selection the RMS body leans towards the selection colour, so the selected
+    // stretch reads as one block.
+    const QRgb selectedRMS = qRgb((qRed(selectedWave) + qRed(colours.selection.rgb())) / 2,
+                                  (qGreen(selectedWave) + qGreen(colours.selection.rgb())) / 2,
+                                  (qBlue(selectedWave) + qBlue(colours.selection.rgb())) / 2);
     const int rows = pixels.height();
     const auto bytesPerLine = laneImage.bytesPerLine();
     uchar* bits = laneImage.bits();
@@ -717,10 +722,11 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
         const int rmsTop = row(shape.rmsTop);
         const int rmsBottom = shape.rmsBottom > shape.rmsTop ? row(shape.rmsBottom - 0.5 / dpr) : -1;
         const QRgb outline = shape.selected ? selectedWave : wave;
+        const QRgb body = shape.selected ? selectedRMS : rmsColour;
         uchar* column = bits + size_t(shape.column) * sizeof(QRgb);
         for (int y = top; y <= bottom; ++y) {
             QRgb* pixel = reinterpret_cast<QRgb*>(column + size_t(y) * size_t(bytesPerLine));
-            *pixel = y >= rmsTop && y <= rmsBottom ? rmsColour : outline;
+            *pixel = y >= rmsTop && y <= rmsBottom ? body : outline;
         }
     }
     painter.drawImage(lane.topLeft(), laneImage);
