@@ -1,5 +1,5 @@
 // One full repaint of a 1920x400 waveform canvas showing a 60-minute stereo track, from the
-// whole track down to single samples. Part of sonvale_app_bench, whose main() (in
+// whole track down to single samples. Built into sonvale_app_bench, whose main() (in
 // EffectsPanelBench.cpp) makes the QApplication on the offscreen platform.
 
 #include "app/QtExecutor.h"
@@ -9,10 +9,8 @@
 #include "editor/EditorModel.h"
 #include "persistence/Preferences.h"
 
-#include <benchmark/benchmark.h>
-
 #include <QImage>
-
+#include <benchmark/benchmark.h>
 #include <cmath>
 #include <memory>
 
@@ -71,7 +69,8 @@ void BM_CanvasRepaint(benchmark::State& state) {
     const double factor = std::pow(deepest / widest, 1.0 / (zoomLevels - 1));
     const double samplesPerPoint = widest * std::pow(factor, double(state.range(0)));
     const double span = samplesPerPoint * s.image.width();
-    s.track->setViewport(Viewport{double(frames) * 0.4 - span / 2, samplesPerPoint, double(s.image.width())});
+    s.track->setViewport(
+        Viewport{double(frames) * 0.4 - span / 2, samplesPerPoint, double(s.image.width())});
     for (auto _ : state) {
         s.canvas->render(&s.image);
         benchmark::DoNotOptimize(s.image.constBits());

@@ -13,19 +13,17 @@
 #include <QScrollBar>
 #include <QWheelEvent>
 #include <QtTest>
-
-#include <sndfile.h>
-
 #include <cmath>
 #include <memory>
+#include <sndfile.h>
 
 using namespace sonvale;
 
 namespace {
 
 constexpr double rate = 48000;
-constexpr int64_t frames = 48000;   // one second: a loud first half and a silent second half
-constexpr int canvasWidth = 800;    // 60 frames per point when the whole track shows
+constexpr int64_t frames = 48000; // one second: a loud first half and a silent second half
+constexpr int canvasWidth = 800;  // 60 frames per point when the whole track shows
 
 // A 441 Hz sine at 0.8 in both channels for the first half, digital silence after it.
 AudioDataPtr loudThenSilent() {
@@ -58,8 +56,7 @@ struct Editor {
 
 void send(QWidget* widget, QEvent::Type type, QPointF position, Qt::MouseButtons buttons,
           Qt::KeyboardModifiers modifiers = {}) {
-    const Qt::MouseButton button =
-        type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
+    const Qt::MouseButton button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
     QMouseEvent event(type, position, widget->mapToGlobal(position), button, buttons, modifiers);
     QApplication::sendEvent(widget, &event);
 }
@@ -189,7 +186,8 @@ private Q_SLOTS:
         QCOMPARE(editor.track->viewport().visibleSpan(), double(frames));
         editor.canvas->verticalZoomIn();
         QVERIFY(editor.track->verticalZoom() > 1);
-        for (int i = 0; i < 40; ++i) editor.canvas->verticalZoomOut();
+        for (int i = 0; i < 40; ++i)
+            editor.canvas->verticalZoomOut();
         QCOMPARE(editor.track->verticalZoom(), WaveformCanvas::minVerticalZoom);
     }
 
@@ -247,8 +245,10 @@ private Q_SLOTS:
 
     void switchingThemesChangesTheDrawnBackground() {
         Editor editor;
-        const QPoint empty(700, editor.canvas->waveArea().top() + 3); // silent half, off the zero line
-        for (const CanvasThemeID id : {CanvasThemeID::paper, CanvasThemeID::midnight, CanvasThemeID::highContrast}) {
+        const QPoint empty(700,
+                           editor.canvas->waveArea().top() + 3); // silent half, off the zero line
+        for (const CanvasThemeID id :
+             {CanvasThemeID::paper, CanvasThemeID::midnight, CanvasThemeID::highContrast}) {
             editor.preferences.setCanvasTheme(id);
             const QImage image = editor.canvas->grab().toImage();
             QCOMPARE(image.pixelColor(empty).rgb(),
@@ -261,14 +261,15 @@ private Q_SLOTS:
         std::vector<QRgb> backgrounds;
         for (const auto& [id, name] : canvasThemeNames) {
             const CanvasTheme theme = CanvasTheme::make(id, palette);
-            for (const QColor& colour : {theme.wave, theme.selectedWave, theme.rulerText, theme.cursor}) {
+            for (const QColor& colour :
+                 {theme.wave, theme.selectedWave, theme.rulerText, theme.cursor}) {
                 const int contrast = std::abs(colour.lightness() - theme.background.lightness()) +
                                      std::abs(colour.hue() - theme.background.hue()) / 4;
                 QVERIFY2(contrast > 60, name.data());
             }
             if (id != CanvasThemeID::nativeDark && id != CanvasThemeID::nativeLight) {
-                QVERIFY2(std::find(backgrounds.begin(), backgrounds.end(), theme.background.rgb()) ==
-                             backgrounds.end(),
+                QVERIFY2(std::find(backgrounds.begin(), backgrounds.end(),
+                                   theme.background.rgb()) == backgrounds.end(),
                          name.data());
                 backgrounds.push_back(theme.background.rgb());
             }
@@ -357,7 +358,11 @@ private Q_SLOTS:
                     const int drawn = pixelsOf(*image, theme.wave, x, top, bottom) +
                                       pixelsOf(*image, theme.waveRMS, x, top, bottom);
                     QVERIFY2(drawn > laneHeight * dpr * dpr / 3,
-                             qPrintable(QString("x %1 lane %2 dpr %3: %4").arg(x).arg(lane).arg(dpr).arg(drawn)));
+                             qPrintable(QString("x %1 lane %2 dpr %3: %4")
+                                            .arg(x)
+                                            .arg(lane)
+                                            .arg(dpr)
+                                            .arg(drawn)));
                 }
                 // Silent half: no waveform colour at all.
                 for (int x = canvasWidth / 2 + 10; x < canvasWidth - 10; x += 7)

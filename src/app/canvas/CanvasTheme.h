@@ -15,15 +15,15 @@ struct CanvasTheme {
     QColor background;
     QColor rulerBackground;
     QColor rulerText;
-    QColor grid;        // ruler ticks and the zero line of each channel
-    QColor wave;        // min-max outline of the waveform
-    QColor waveRMS;     // the RMS body drawn inside the outline
-    QColor selection;   // fill behind the selected frames
+    QColor grid;      // ruler ticks and the zero line of each channel
+    QColor wave;      // min-max outline of the waveform
+    QColor waveRMS;   // the RMS body drawn inside the outline
+    QColor selection; // fill behind the selected frames
     QColor selectedWave;
     QColor cursor;
     QColor playhead;
     QColor marker;
-    QColor region;      // region bar on the ruler; its tint over the waveform is derived
+    QColor region; // region bar on the ruler; its tint over the waveform is derived
     QColor markerText;
 
     static CanvasTheme make(CanvasThemeID id, const QPalette& palette);

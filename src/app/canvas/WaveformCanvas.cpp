@@ -18,7 +18,6 @@
 #include <QStyleHints>
 #include <QUrl>
 #include <QWheelEvent>
-
 #include <algorithm>
 #include <cmath>
 #include <exception>
@@ -28,12 +27,12 @@ namespace sonvale {
 
 namespace {
 
-constexpr double markerGrabDistance = 5;  // points either side of a marker line
-constexpr double zoomStep = 2;            // the View menu's zoom in and out
+constexpr double markerGrabDistance = 5; // points either side of a marker line
+constexpr double zoomStep = 2;           // the View menu's zoom in and out
 constexpr float verticalZoomStep = 1.5f;
-constexpr double wheelZoomBase = 0.8;     // one wheel notch with Ctrl zooms in by 20 %
-constexpr double wheelScrollPoints = 60;  // one wheel notch scrolls this far
-constexpr int minimumTickSpacing = 90;    // points between labelled ruler ticks
+constexpr double wheelZoomBase = 0.8;    // one wheel notch with Ctrl zooms in by 20 %
+constexpr double wheelScrollPoints = 60; // one wheel notch scrolls this far
+constexpr int minimumTickSpacing = 90;   // points between labelled ruler ticks
 
 // The line edit that renames a marker in place: Return keeps the name, Escape drops it.
 class MarkerNameEdit : public QLineEdit {
@@ -71,13 +70,14 @@ struct TickStep {
     int divisions;
 };
 TickStep tickStep(double minimumSeconds) {
-    static constexpr TickStep large[] = {{1, 5},    {2, 4},    {5, 5},    {10, 5},  {15, 3},
-                                         {30, 3},   {60, 4},   {120, 4},  {300, 5}, {600, 5},
-                                         {900, 3},  {1800, 3}, {3600, 4}, {7200, 4}};
+    static constexpr TickStep large[] = {{1, 5},   {2, 4},    {5, 5},    {10, 5},  {15, 3},
+                                         {30, 3},  {60, 4},   {120, 4},  {300, 5}, {600, 5},
+                                         {900, 3}, {1800, 3}, {3600, 4}, {7200, 4}};
     if (minimumSeconds < 1) {
         for (double decade = 1e-6; decade < 1; decade *= 10)
             for (const TickStep step : {TickStep{1, 5}, TickStep{2, 4}, TickStep{5, 5}})
-                if (step.seconds * decade >= minimumSeconds) return {step.seconds * decade, step.divisions};
+                if (step.seconds * decade >= minimumSeconds)
+                    return {step.seconds * decade, step.divisions};
         return {1, 5};
     }
     for (const TickStep step : large)
@@ -96,14 +96,16 @@ QString timeLabel(double seconds, double step) {
     const double secs = rounded - double(whole - whole % 60);
     const int width = decimals > 0 ? 3 + decimals : 2;
     const QString secText = QString("%1").arg(secs, width, 'f', decimals, QChar('0'));
-    if (hours > 0) return QString("%1:%2:%3").arg(hours).arg(minutes, 2, 10, QChar('0')).arg(secText);
+    if (hours > 0)
+        return QString("%1:%2:%3").arg(hours).arg(minutes, 2, 10, QChar('0')).arg(secText);
     return QString("%1:%2").arg(minutes).arg(secText);
 }
 
 } // namespace
 
 WaveformCanvas::WaveformCanvas(EditorModel& model, QWidget* parent)
-    : QWidget(parent), model(model) {
+    : QWidget(parent)
+    , model(model) {
     setMinimumSize(320, 160);
     setMouseTracking(false);
     setFocusPolicy(Qt::ClickFocus);
@@ -141,13 +143,15 @@ WaveformCanvas::WaveformCanvas(EditorModel& model, QWidget* parent)
 
 WaveformCanvas::~WaveformCanvas() {
     unwatchTrack();
-    for (auto& connection : modelConnections) connection.disconnect();
+    for (auto& connection : modelConnections)
+        connection.disconnect();
 }
 
 // ---- the track being shown ---------------------------------------------------------------
 
 void WaveformCanvas::unwatchTrack() {
-    for (auto& connection : trackConnections) connection.disconnect();
+    for (auto& connection : trackConnections)
+        connection.disconnect();
     trackConnections.clear();
 }
 
@@ -180,7 +184,8 @@ void WaveformCanvas::watchActiveTrack() {
         trackConnections.push_back(track->cursorChanged.connect(repaint));
         trackConnections.push_back(track->viewportChanged.connect(viewChanged));
         trackConnections.push_back(track->markersChanged.connect(repaint));
-        trackConnections.push_back(track->renamingMarkerChanged.connect([this] { showNameEditor(); }));
+        trackConnections.push_back(
+            track->renamingMarkerChanged.connect([this] { showNameEditor(); }));
         if (width() > 0) track->updateWidth(width());
     }
     syncScrollBar();
@@ -284,7 +289,8 @@ void WaveformCanvas::wheelEvent(QWheelEvent* event) {
         track->zoom(std::pow(wheelZoomBase, notches), event->position().x());
     } else if (event->modifiers() & Qt::AltModifier) {
         const float factor = std::pow(verticalZoomStep, float(notches));
-        track->setVerticalZoom(std::clamp(track->verticalZoom() * factor, minVerticalZoom, maxVerticalZoom));
+        track->setVerticalZoom(
+            std::clamp(track->verticalZoom() * factor, minVerticalZoom, maxVerticalZoom));
     } else {
         // Trackpads report pixels; a horizontal swipe or Shift+wheel also scrolls.
         const QPoint pixels = event->pixelDelta();
@@ -320,8 +326,8 @@ void WaveformCanvas::changeEvent(QEvent* event) {
 void WaveformCanvas::updateTheme() {
     const CanvasThemeID id = CanvasTheme::chosen(model.preferences(), darkAppearance(*this));
     CanvasTheme next = CanvasTheme::make(id, palette());
-    const bool changed = id != currentThemeID || next.background != colours.background ||
-                         next.wave != colours.wave;
+    const bool changed =
+        id != currentThemeID || next.background != colours.background || next.wave != colours.wave;
     currentThemeID = id;
     colours = next;
     update();
@@ -359,8 +365,11 @@ std::optional<WaveformCanvas::MarkerHit> WaveformCanvas::markerAt(QPointF positi
 
 QRectF WaveformCanvas::markerLabelRect(const Marker& marker) const {
     const double xs = xOfFrame(double(marker.start));
-    if (marker.end) return QRectF(QPointF(xs, rulerHeight / 2.0), QPointF(xOfFrame(double(*marker.end)), rulerHeight));
-    const double textWidth = fontMetrics().horizontalAdvance(QString::fromStdString(marker.name)) + 8;
+    if (marker.end)
+        return QRectF(QPointF(xs, rulerHeight / 2.0),
+                      QPointF(xOfFrame(double(*marker.end)), rulerHeight));
+    const double textWidth =
+        fontMetrics().horizontalAdvance(QString::fromStdString(marker.name)) + 8;
     return QRectF(xs, rulerHeight / 2.0, textWidth, rulerHeight / 2.0);
 }
 
@@ -376,13 +385,15 @@ void WaveformCanvas::mousePressEvent(QMouseEvent* event) {
         const auto& markers = track->markers();
         const auto found = std::find_if(markers.begin(), markers.end(),
                                         [&](const Marker& m) { return m.id == hit->id; });
-        markerDrag = MarkerDrag{hit->id, hit->part, frame, found->start, found->end, found->start, found->end};
+        markerDrag = MarkerDrag{hit->id,    hit->part,    frame,     found->start,
+                                found->end, found->start, found->end};
         return;
     }
     const auto& selection = track->selection();
     const bool shift = event->modifiers() & Qt::ShiftModifier;
     const bool alt = event->modifiers() & Qt::AltModifier;
-    const bool inside = selection && frame >= double(selection->lower) && frame < double(selection->upper);
+    const bool inside =
+        selection && frame >= double(selection->lower) && frame < double(selection->upper);
     if (selection && !shift && (alt || inside)) {
         pendingSelectionDrag = true;
         return;
@@ -392,7 +403,8 @@ void WaveformCanvas::mousePressEvent(QMouseEvent* event) {
         // Extend from the edge farther from the click; without a selection, from the cursor.
         double anchor = double(track->cursor());
         if (selection)
-            anchor = std::abs(frame - double(selection->lower)) < std::abs(frame - double(selection->upper))
+            anchor = std::abs(frame - double(selection->lower)) <
+                             std::abs(frame - double(selection->upper))
                          ? double(selection->upper)
                          : double(selection->lower);
         selectionAnchor = anchor;
@@ -412,11 +424,13 @@ void WaveformCanvas::mouseMoveEvent(QMouseEvent* event) {
         const int64_t delta = int64_t(std::llround(frame - markerDrag->grabFrame));
         const int64_t frames = track->frameCount();
         if (markerDrag->part == MarkerPart::end) {
-            markerDrag->shownEnd = std::clamp<int64_t>(*markerDrag->end + delta, markerDrag->start + 1, frames);
+            markerDrag->shownEnd =
+                std::clamp<int64_t>(*markerDrag->end + delta, markerDrag->start + 1, frames);
         } else {
             // A region moves as a whole and keeps its length.
             const int64_t length = markerDrag->end ? *markerDrag->end - markerDrag->start : 0;
-            markerDrag->shownStart = std::clamp<int64_t>(markerDrag->start + delta, 0, frames - length);
+            markerDrag->shownStart =
+                std::clamp<int64_t>(markerDrag->start + delta, 0, frames - length);
             if (markerDrag->end) markerDrag->shownEnd = markerDrag->shownStart + length;
         }
         update();
@@ -455,7 +469,8 @@ void WaveformCanvas::mouseReleaseEvent(QMouseEvent* event) {
         selectionAnchor.reset();
         track->select(frame, frame, model.preferences().snapToZeroCrossings());
     }
-    if (selectionAnchor && !pressMoved && model.isPlaying() && !(event->modifiers() & Qt::ShiftModifier))
+    if (selectionAnchor && !pressMoved && model.isPlaying() &&
+        !(event->modifiers() & Qt::ShiftModifier))
         model.seek(int64_t(std::llround(std::clamp(frame, 0.0, double(track->frameCount())))));
     selectionAnchor.reset();
 }
@@ -519,10 +534,12 @@ QMimeData* WaveformCanvas::selectionMimeData() {
     // Each drag gets a fresh folder; the previous one (and its file) goes when it is replaced.
     dragFolder = std::make_unique<QTemporaryDir>(QDir::tempPath() + "/sonvale-drag-XXXXXX");
     if (!dragFolder->isValid()) {
-        model.showAlert({"Export failed", "Couldn't create a temporary folder for the dragged audio."});
+        model.showAlert(
+            {"Export failed", "Couldn't create a temporary folder for the dragged audio."});
         return nullptr;
     }
-    const QString path = dragFolder->filePath(QString::fromStdString(track->name()) + " (selection).wav");
+    const QString path =
+        dragFolder->filePath(QString::fromStdString(track->name()) + " (selection).wav");
     try {
         AudioExporter::exportAudio(*track->audio(), *track->selection(), track->gainBox()->load(),
                                    ExportFormat::wav24, path.toStdString());
@@ -613,7 +630,8 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
                               const Viewport& view, float verticalZoom) {
     const ChannelData& data = *audio.channels[size_t(channel)];
     // The device really painted on: the window's backing store, or an image given to render().
-    const QPaintDevice* device = painter.paintEngine() ? painter.paintEngine()->paintDevice() : nullptr;
+    const QPaintDevice* device =
+        painter.paintEngine() ? painter.paintEngine()->paintDevice() : nullptr;
     const double dpr = device ? device->devicePixelRatioF() : devicePixelRatioF();
     const double centre = lane.center().y();
     const double half = lane.height() / 2 - 1;
@@ -633,7 +651,8 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
     if (framesPerColumn < 1) {
         // Deep zoom: a line through the samples themselves, with a dot on each when far apart.
         const int64_t first = std::max<int64_t>(0, int64_t(std::floor(view.start)) - 1);
-        const int64_t last = std::min<int64_t>(frames - 1, int64_t(std::ceil(view.start + view.visibleSpan())) + 1);
+        const int64_t last =
+            std::min<int64_t>(frames - 1, int64_t(std::ceil(view.start + view.visibleSpan())) + 1);
         pointScratch.clear();
         for (int64_t i = first; i <= last; ++i)
             pointScratch.emplace_back(xOfFrame(double(i)), yOf(samples[i]));
@@ -643,7 +662,8 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
         if (view.samplesPerPoint < 1.0 / 6) {
             painter.setBrush(colours.wave);
             painter.setPen(Qt::NoPen);
-            for (const QPointF& p : pointScratch) painter.drawEllipse(p, 2.0, 2.0);
+            for (const QPointF& p : pointScratch)
+                painter.drawEllipse(p, 2.0, 2.0);
             painter.setBrush(Qt::NoBrush);
         }
         painter.setRenderHint(QPainter::Antialiasing, false);
@@ -701,8 +721,7 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
     // The columns are written straight into an image of the lane at device resolution, one
     // vertical span each, then drawn in one go: far cheaper than a line or polygon per column.
     const QSize pixels(columns, std::max(1, int(std::ceil(lane.height() * dpr))));
-    if (laneImage.size() != pixels)
-        laneImage = QImage(pixels, QImage::Format_ARGB32_Premultiplied);
+    if (laneImage.size() != pixels) laneImage = QImage(pixels, QImage::Format_ARGB32_Premultiplied);
     laneImage.fill(Qt::transparent);
     laneImage.setDevicePixelRatio(dpr);
     const QRgb wave = colours.wave.rgba(), selectedWave = colours.selectedWave.rgba(),
@@ -720,7 +739,8 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
         const int top = row(shape.top);
         const int bottom = std::max(top, row(shape.bottom - 0.5 / dpr));
         const int rmsTop = row(shape.rmsTop);
-        const int rmsBottom = shape.rmsBottom > shape.rmsTop ? row(shape.rmsBottom - 0.5 / dpr) : -1;
+        const int rmsBottom =
+            shape.rmsBottom > shape.rmsTop ? row(shape.rmsBottom - 0.5 / dpr) : -1;
         const QRgb outline = shape.selected ? selectedWave : wave;
         const QRgb body = shape.selected ? selectedRMS : rmsColour;
         uchar* column = bits + size_t(shape.column) * sizeof(QRgb);
@@ -786,11 +806,13 @@ void WaveformCanvas::drawMarkers(QPainter& painter, const AudioTrack& shownTrack
             fill.setAlpha(150);
             painter.fillRect(bar, fill);
             painter.setPen(colours.markerText);
-            painter.drawText(bar.adjusted(4, 0, -2, 0), Qt::AlignVCenter | Qt::AlignLeft,
-                             metrics.elidedText(name, Qt::ElideRight, int(std::max(0.0, bar.width() - 6))));
+            painter.drawText(
+                bar.adjusted(4, 0, -2, 0), Qt::AlignVCenter | Qt::AlignLeft,
+                metrics.elidedText(name, Qt::ElideRight, int(std::max(0.0, bar.width() - 6))));
         } else {
             painter.setRenderHint(QPainter::Antialiasing, true);
-            const QPointF flag[] = {{xs, rulerHeight / 2.0}, {xs + 7, rulerHeight * 0.75}, {xs, double(rulerHeight)}};
+            const QPointF flag[] = {
+                {xs, rulerHeight / 2.0}, {xs + 7, rulerHeight * 0.75}, {xs, double(rulerHeight)}};
             painter.setPen(Qt::NoPen);
             painter.setBrush(colour);
             painter.drawPolygon(flag, 3);

@@ -4,14 +4,12 @@
 #include "audio/AudioTrack.h"
 #include "base/Uuid.h"
 
-#include <sigc++/connection.h>
-
 #include <QImage>
 #include <QTemporaryDir>
 #include <QWidget>
-
 #include <memory>
 #include <optional>
+#include <sigc++/connection.h>
 #include <vector>
 
 class QLineEdit;
@@ -81,8 +79,8 @@ private:
     struct MarkerDrag {
         Uuid id;
         MarkerPart part;
-        double grabFrame = 0;   // where the mouse went down
-        int64_t start = 0;      // the marker as it was
+        double grabFrame = 0; // where the mouse went down
+        int64_t start = 0;    // the marker as it was
         std::optional<int64_t> end;
         int64_t shownStart = 0; // where it is drawn while dragged
         std::optional<int64_t> shownEnd;
