@@ -10,6 +10,8 @@
 #include <QLineEdit>
 #include <QMimeData>
 #include <QMouseEvent>
+#include <QNativeGestureEvent>
+#include <QPointingDevice>
 #include <QScrollBar>
 #include <QWheelEvent>
 #include <QtTest>
@@ -173,6 +175,19 @@ private Q_SLOTS:
         auto* bar = editor.canvas->findChild<QScrollBar*>("canvasScrollBar");
         QVERIFY(bar && bar->isEnabled());
         QCOMPARE(bar->value(), int(std::lround(editor.track->viewport().start)));
+    }
+
+    void pinchingZoomsAroundTheFingers() {
+        Editor editor;
+        const QPointF fingers(600, editor.laneY());
+        const double frameUnder = editor.canvas->frameAt(fingers.x());
+        const double before = editor.track->viewport().samplesPerPoint;
+        QNativeGestureEvent pinch(Qt::ZoomNativeGesture, QPointingDevice::primaryPointingDevice(), 2,
+                                  fingers, fingers, editor.canvas->mapToGlobal(fingers), 1.0,
+                                  QPointF());
+        QApplication::sendEvent(editor.canvas.get(), &pinch);
+        QCOMPARE(editor.track->viewport().samplesPerPoint, before / 2); // magnified twice
+        QVERIFY(std::abs(editor.canvas->frameAt(fingers.x()) - frameUnder) < 1e-6);
     }
 
     void zoomCommandsShowTheSelectionAndTheWholeTrack() {
