@@ -136,6 +136,24 @@ void AudioTrack::removeMarker(const Uuid& markerID) {
     applyMarkers(std::move(markers));
 }
 
+void AudioTrack::moveMarker(const Uuid& markerID, int64_t start, std::optional<int64_t> end) {
+    const auto found = std::find_if(markerList.begin(), markerList.end(),
+                                    [&](const Marker& m) { return m.id == markerID; });
+    if (found == markerList.end()) return;
+    const int64_t frames = frameCount();
+    Marker moved = *found;
+    moved.start = std::clamp<int64_t>(start, 0, frames);
+    if (moved.isRegion()) {
+        moved.end = std::clamp<int64_t>(end.value_or(*moved.end), 0, frames);
+        if (moved.start >= *moved.end) return;
+    }
+    if (moved == *found) return;
+    registerMarkerUndo(moved.isRegion() ? "Move Region" : "Move Marker");
+    std::vector<Marker> markers = markerList;
+    markers[size_t(found - markerList.begin())] = moved;
+    applyMarkers(std::move(markers));
+}
+
 void AudioTrack::removeAllMarkers() {
     if (markerList.empty()) return;
     registerMarkerUndo("Remove All Markers");

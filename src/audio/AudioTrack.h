@@ -163,6 +163,10 @@ public:
     // left out, and nothing happens when none is left.
     void addRegions(const std::vector<Marker>& regions);
     void removeMarker(const Uuid& markerID);
+    // Moves a marker to `start` (and a region's end to `end`) as one step ("Move Marker" /
+    // "Move Region"), kept inside the audio; a region must keep start < end. Nothing happens
+    // for an unknown id, an unchanged position or a region that would become empty.
+    void moveMarker(const Uuid& markerID, int64_t start, std::optional<int64_t> end);
     // Empties the list as one step ("Remove All Markers"); no step when already empty.
     void removeAllMarkers();
     // Gives a marker a new name ("Rename Marker" / "Rename Region") and ends its renaming.

@@ -398,3 +398,30 @@ TEST(AudioTrack, ViewportSignalsOnlyOnChange) {
     track->zoom(0.5, 0);
     EXPECT_EQ(signals, 1);
 }
+
+TEST(AudioTrack, MovingAMarkerIsOneUndoStepKeptInsideTheAudio) {
+    auto track = readyTrack(makeNoise(48000, 1, 1000));
+    const Marker p = point("p", 100), r = region("r", 200, 400);
+    track->setMarkers({p, r});
+    track->moveMarker(p.id, 5000, std::nullopt);
+    EXPECT_EQ(track->markers().back().start, 1000); // clamped to the end, now sorted last
+    EXPECT_EQ(track->undoStack().undoActionName(), "Move Marker");
+    track->moveMarker(r.id, 300, 700);
+    EXPECT_EQ(positions(track->markers()), (std::vector<int64_t>{300, 700, 1000}));
+    EXPECT_EQ(track->undoStack().undoActionName(), "Move Region");
+    track->undoStack().undo();
+    track->undoStack().undo();
+    EXPECT_EQ(positions(track->markers()), (std::vector<int64_t>{100, 200, 400}));
+}
+
+TEST(AudioTrack, MovingARegionToNothingOrNowhereChangesNothing) {
+    auto track = readyTrack(makeNoise(48000, 1, 1000));
+    const Marker r = region("r", 200, 400);
+    track->setMarkers({r});
+    const int64_t revision = track->markerRevision();
+    track->moveMarker(r.id, 500, 500);            // would be empty
+    track->moveMarker(r.id, 200, 400);            // unchanged
+    track->moveMarker(Uuid::random(), 10, 20);    // unknown
+    EXPECT_EQ(track->markerRevision(), revision);
+    EXPECT_FALSE(track->undoStack().canUndo());
+}

@@ -1,28 +1,826 @@
 #include "app/canvas/WaveformCanvas.h"
 
+#include "audio/AudioExporter.h"
 #include "editor/EditorModel.h"
+#include "persistence/Preferences.h"
 
+#include <QApplication>
+#include <QDrag>
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QMouseEvent>
+#include <QNativeGestureEvent>
+#include <QPaintEngine>
 #include <QPainter>
+#include <QScrollBar>
+#include <QStyleHints>
+#include <QUrl>
+#include <QWheelEvent>
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <limits>
 
 namespace sonvale {
 
-WaveformCanvas::WaveformCanvas(EditorModel& model, QWidget* parent)
-    : QWidget(parent), model(model) {
-    setMinimumSize(320, 160);
+namespace {
+
+constexpr double markerGrabDistance = 5; // points either side of a marker line
+constexpr double zoomStep = 2;           // the View menu's zoom in and out
+constexpr float verticalZoomStep = 1.5f;
+constexpr double wheelZoomBase = 0.8;    // one wheel notch with Ctrl zooms in by 20 %
+constexpr double wheelScrollPoints = 60; // one wheel notch scrolls this far
+constexpr int minimumTickSpacing = 90;   // points between labelled ruler ticks
+
+// The line edit that renames a marker in place: Return keeps the name, Escape drops it.
+class MarkerNameEdit : public QLineEdit {
+public:
+    using QLineEdit::QLineEdit;
+    std::function<void()> onEscape;
+
+protected:
+    void keyPressEvent(QKeyEvent* event) override {
+        if (event->key() == Qt::Key_Escape && onEscape) {
+            onEscape();
+            return;
+        }
+        QLineEdit::keyPressEvent(event);
+    }
+};
+
+bool darkAppearance(const QWidget& widget) {
+#if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
+    switch (QGuiApplication::styleHints()->colorScheme()) {
+    case Qt::ColorScheme::Dark:
+        return true;
+    case Qt::ColorScheme::Light:
+        return false;
+    default:
+        break;
+    }
+#endif
+    return CanvasTheme::isDark(widget.palette());
 }
 
-WaveformCanvas::~WaveformCanvas() = default;
+// Major tick steps of the ruler in seconds, with the number of minor divisions of each.
+struct TickStep {
+    double seconds;
+    int divisions;
+};
+TickStep tickStep(double minimumSeconds) {
+    static constexpr TickStep large[] = {{1, 5},   {2, 4},    {5, 5},    {10, 5},  {15, 3},
+                                         {30, 3},  {60, 4},   {120, 4},  {300, 5}, {600, 5},
+                                         {900, 3}, {1800, 3}, {3600, 4}, {7200, 4}};
+    if (minimumSeconds < 1) {
+        for (double decade = 1e-6; decade < 1; decade *= 10)
+            for (const TickStep step : {TickStep{1, 5}, TickStep{2, 4}, TickStep{5, 5}})
+                if (step.seconds * decade >= minimumSeconds)
+                    return {step.seconds * decade, step.divisions};
+        return {1, 5};
+    }
+    for (const TickStep step : large)
+        if (step.seconds >= minimumSeconds) return step;
+    const double hours = std::ceil(minimumSeconds / 3600);
+    return {hours * 3600, 4};
+}
 
-void WaveformCanvas::zoomIn() {}
-void WaveformCanvas::zoomOut() {}
-void WaveformCanvas::zoomToSelection() {}
-void WaveformCanvas::zoomToFit() {}
-void WaveformCanvas::verticalZoomIn() {}
-void WaveformCanvas::verticalZoomOut() {}
+QString timeLabel(double seconds, double step) {
+    const int decimals = step >= 1 ? 0 : std::min(6, int(std::ceil(-std::log10(step) - 1e-9)));
+    const double scale = std::pow(10.0, decimals);
+    const double rounded = std::round(seconds * scale) / scale;
+    const int64_t whole = int64_t(std::floor(rounded));
+    const int64_t hours = whole / 3600;
+    const int64_t minutes = (whole / 60) % 60;
+    const double secs = rounded - double(whole - whole % 60);
+    const int width = decimals > 0 ? 3 + decimals : 2;
+    const QString secText = QString("%1").arg(secs, width, 'f', decimals, QChar('0'));
+    if (hours > 0)
+        return QString("%1:%2:%3").arg(hours).arg(minutes, 2, 10, QChar('0')).arg(secText);
+    return QString("%1:%2").arg(minutes).arg(secText);
+}
+
+} // namespace
+
+WaveformCanvas::WaveformCanvas(EditorModel& model, QWidget* parent)
+    : QWidget(parent)
+    , model(model) {
+    setMinimumSize(320, 160);
+    setMouseTracking(false);
+    setFocusPolicy(Qt::ClickFocus);
+    setAttribute(Qt::WA_OpaquePaintEvent);
+    setAttribute(Qt::WA_AcceptTouchEvents);
+
+    scrollBar = new QScrollBar(Qt::Horizontal, this);
+    scrollBar->setObjectName("canvasScrollBar");
+    connect(scrollBar, &QScrollBar::valueChanged, this, &WaveformCanvas::scrollBarMoved);
+
+    auto* editor = new MarkerNameEdit(this);
+    editor->setObjectName("markerNameEditor");
+    editor->onEscape = [this] { finishNameEditing(false); };
+    editor->hide();
+    nameEditor = editor;
+    connect(nameEditor, &QLineEdit::editingFinished, this, [this] { finishNameEditing(true); });
+
+    modelConnections.push_back(model.selectionChanged.connect([this] { watchActiveTrack(); }));
+    modelConnections.push_back(model.tracksChanged.connect([this] { watchActiveTrack(); }));
+    modelConnections.push_back(model.playheadChanged.connect([this] { playheadMoved(); }));
+    modelConnections.push_back(model.transportChanged.connect([this] { update(); }));
+    modelConnections.push_back(model.preferences().changed.connect([this](Preferences::Setting s) {
+        using S = Preferences::Setting;
+        if (s == S::canvasTheme || s == S::followsSystemAppearance || s == S::lightCanvasTheme ||
+            s == S::darkCanvasTheme)
+            updateTheme();
+    }));
+#if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
+    connect(QGuiApplication::styleHints(), &QStyleHints::colorSchemeChanged, this,
+            [this] { updateTheme(); });
+#endif
+    updateTheme();
+    watchActiveTrack();
+}
+
+WaveformCanvas::~WaveformCanvas() {
+    unwatchTrack();
+    for (auto& connection : modelConnections)
+        connection.disconnect();
+}
+
+// ---- the track being shown ---------------------------------------------------------------
+
+void WaveformCanvas::unwatchTrack() {
+    for (auto& connection : trackConnections)
+        connection.disconnect();
+    trackConnections.clear();
+}
+
+void WaveformCanvas::watchActiveTrack() {
+    AudioTrackPtr active = model.activeTrack();
+    if (active == track) return;
+    unwatchTrack();
+    if (editedMarker) {
+        editedMarker.reset();
+        nameEditor->hide();
+    }
+    selectionAnchor.reset();
+    markerDrag.reset();
+    pendingSelectionDrag = false;
+    track = std::move(active);
+    if (track) {
+        auto repaint = [this] { update(); };
+        auto viewChanged = [this] {
+            syncScrollBar();
+            update();
+        };
+        trackConnections.push_back(track->audioChanged.connect([this] {
+            if (width() > 0) track->updateWidth(width());
+            syncScrollBar();
+            update();
+        }));
+        trackConnections.push_back(track->stateChanged.connect(repaint));
+        trackConnections.push_back(track->recordingChanged.connect(repaint));
+        trackConnections.push_back(track->selectionChanged.connect(repaint));
+        trackConnections.push_back(track->cursorChanged.connect(repaint));
+        trackConnections.push_back(track->viewportChanged.connect(viewChanged));
+        trackConnections.push_back(track->markersChanged.connect(repaint));
+        trackConnections.push_back(
+            track->renamingMarkerChanged.connect([this] { showNameEditor(); }));
+        if (width() > 0) track->updateWidth(width());
+    }
+    syncScrollBar();
+    showNameEditor();
+    update();
+}
+
+void WaveformCanvas::playheadMoved() {
+    if (!track) return;
+    if (model.isPlaying() && model.playingTrackID() == track->id())
+        track->follow(model.playheadPosition());
+    update();
+}
+
+// ---- geometry ----------------------------------------------------------------------------
+
+QRect WaveformCanvas::waveArea() const {
+    const int bar = scrollBar->sizeHint().height();
+    return QRect(0, rulerHeight, width(), std::max(0, height() - rulerHeight - bar));
+}
+
+double WaveformCanvas::frameAt(double x) const {
+    if (!track) return 0;
+    const Viewport& v = track->viewport();
+    return v.start + x * v.samplesPerPoint;
+}
+
+double WaveformCanvas::xOfFrame(double frame) const {
+    if (!track) return 0;
+    const Viewport& v = track->viewport();
+    return v.samplesPerPoint > 0 ? (frame - v.start) / v.samplesPerPoint : 0;
+}
+
+void WaveformCanvas::resizeEvent(QResizeEvent*) {
+    const int bar = scrollBar->sizeHint().height();
+    scrollBar->setGeometry(0, height() - bar, width(), bar);
+    if (track && width() > 0) track->updateWidth(width());
+    syncScrollBar();
+    showNameEditor();
+}
+
+void WaveformCanvas::syncScrollBar() {
+    syncingScrollBar = true;
+    const double frames = track ? double(track->frameCount()) : 0;
+    if (!track || frames <= 0) {
+        scrollBar->setRange(0, 0);
+        scrollBar->setEnabled(false);
+    } else {
+        const Viewport& v = track->viewport();
+        // Scroll bars count in int; long tracks step in several frames.
+        scrollUnit = std::max(1.0, frames / 1e9);
+        const double hidden = std::max(0.0, frames - v.visibleSpan());
+        scrollBar->setRange(0, int(std::ceil(hidden / scrollUnit)));
+        scrollBar->setPageStep(std::max(1, int(v.visibleSpan() / scrollUnit)));
+        scrollBar->setSingleStep(std::max(1, int(v.visibleSpan() / scrollUnit / 20)));
+        scrollBar->setValue(int(std::lround(v.start / scrollUnit)));
+        scrollBar->setEnabled(hidden > 0);
+    }
+    syncingScrollBar = false;
+}
+
+void WaveformCanvas::scrollBarMoved(int value) {
+    if (syncingScrollBar || !track) return;
+    track->scrollToStart(double(value) * scrollUnit);
+}
+
+// ---- zoom --------------------------------------------------------------------------------
+
+void WaveformCanvas::zoomIn() {
+    if (track) track->zoom(1 / zoomStep, width() / 2.0);
+}
+
+void WaveformCanvas::zoomOut() {
+    if (track) track->zoom(zoomStep, width() / 2.0);
+}
+
+void WaveformCanvas::zoomToSelection() {
+    if (track && track->selection())
+        track->show(double(track->selection()->lower), double(track->selection()->upper));
+}
+
+void WaveformCanvas::zoomToFit() {
+    if (track && track->frameCount() > 0) track->show(0, double(track->frameCount()));
+}
+
+void WaveformCanvas::verticalZoomIn() {
+    if (track)
+        track->setVerticalZoom(std::min(maxVerticalZoom, track->verticalZoom() * verticalZoomStep));
+}
+
+void WaveformCanvas::verticalZoomOut() {
+    if (track)
+        track->setVerticalZoom(std::max(minVerticalZoom, track->verticalZoom() / verticalZoomStep));
+}
+
+void WaveformCanvas::wheelEvent(QWheelEvent* event) {
+    if (!track) return;
+    const QPoint angle = event->angleDelta();
+    const double notches = (angle.y() != 0 ? angle.y() : angle.x()) / 120.0;
+    if (event->modifiers() & Qt::ControlModifier) {
+        track->zoom(std::pow(wheelZoomBase, notches), event->position().x());
+    } else if (event->modifiers() & Qt::AltModifier) {
+        const float factor = std::pow(verticalZoomStep, float(notches));
+        track->setVerticalZoom(
+            std::clamp(track->verticalZoom() * factor, minVerticalZoom, maxVerticalZoom));
+    } else {
+        // Trackpads report pixels; a horizontal swipe or Shift+wheel also scrolls.
+        const QPoint pixels = event->pixelDelta();
+        double points;
+        if (!pixels.isNull())
+            points = -(pixels.x() != 0 ? pixels.x() : pixels.y());
+        else
+            points = -notches * wheelScrollPoints;
+        track->pan(points);
+    }
+    event->accept();
+}
+
+bool WaveformCanvas::event(QEvent* event) {
+    if (event->type() == QEvent::NativeGesture) {
+        auto* gesture = static_cast<QNativeGestureEvent*>(event);
+        if (gesture->gestureType() == Qt::ZoomNativeGesture && track) {
+            // value() is the change in magnification since the last event.
+            const double magnification = 1 + gesture->value();
+            if (magnification > 0) track->zoom(1 / magnification, gesture->position().x());
+            return true;
+        }
+    }
+    return QWidget::event(event);
+}
+
+void WaveformCanvas::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::ApplicationPaletteChange)
+        updateTheme();
+    QWidget::changeEvent(event);
+}
+
+void WaveformCanvas::updateTheme() {
+    const CanvasThemeID id = CanvasTheme::chosen(model.preferences(), darkAppearance(*this));
+    CanvasTheme next = CanvasTheme::make(id, palette());
+    const bool changed =
+        id != currentThemeID || next.background != colours.background || next.wave != colours.wave;
+    currentThemeID = id;
+    colours = next;
+    update();
+    if (changed) Q_EMIT themeChanged();
+}
+
+// ---- mouse -------------------------------------------------------------------------------
+
+std::optional<WaveformCanvas::MarkerHit> WaveformCanvas::markerAt(QPointF position) const {
+    if (!track || position.y() >= rulerHeight) return std::nullopt;
+    std::optional<MarkerHit> best;
+    double bestDistance = markerGrabDistance;
+    for (const Marker& marker : track->markers()) {
+        const double xs = xOfFrame(double(marker.start));
+        double d = std::abs(position.x() - xs);
+        if (d <= bestDistance) {
+            best = MarkerHit{marker.id, MarkerPart::start};
+            bestDistance = d;
+        }
+        if (marker.end) {
+            const double xe = xOfFrame(double(*marker.end));
+            d = std::abs(position.x() - xe);
+            if (d <= bestDistance) {
+                best = MarkerHit{marker.id, MarkerPart::end};
+                bestDistance = d;
+            }
+        }
+    }
+    if (best) return best;
+    // The label of a point, or the bar of a region, grabs the marker as a whole.
+    for (auto it = track->markers().rbegin(); it != track->markers().rend(); ++it)
+        if (markerLabelRect(*it).contains(position)) return MarkerHit{it->id, MarkerPart::start};
+    return std::nullopt;
+}
+
+QRectF WaveformCanvas::markerLabelRect(const Marker& marker) const {
+    const double xs = xOfFrame(double(marker.start));
+    if (marker.end)
+        return QRectF(QPointF(xs, rulerHeight / 2.0),
+                      QPointF(xOfFrame(double(*marker.end)), rulerHeight));
+    const double textWidth =
+        fontMetrics().horizontalAdvance(QString::fromStdString(marker.name)) + 8;
+    return QRectF(xs, rulerHeight / 2.0, textWidth, rulerHeight / 2.0);
+}
+
+void WaveformCanvas::mousePressEvent(QMouseEvent* event) {
+    if (!track || !track->audio() || event->button() != Qt::LeftButton) {
+        QWidget::mousePressEvent(event);
+        return;
+    }
+    pressPosition = event->position();
+    pressMoved = false;
+    const double frame = frameAt(event->position().x());
+    if (const auto hit = markerAt(event->position())) {
+        const auto& markers = track->markers();
+        const auto found = std::find_if(markers.begin(), markers.end(),
+                                        [&](const Marker& m) { return m.id == hit->id; });
+        markerDrag = MarkerDrag{hit->id,    hit->part,    frame,     found->start,
+                                found->end, found->start, found->end};
+        return;
+    }
+    const auto& selection = track->selection();
+    const bool shift = event->modifiers() & Qt::ShiftModifier;
+    const bool alt = event->modifiers() & Qt::AltModifier;
+    const bool inside =
+        selection && frame >= double(selection->lower) && frame < double(selection->upper);
+    if (selection && !shift && (alt || inside)) {
+        pendingSelectionDrag = true;
+        return;
+    }
+    const bool snap = model.preferences().snapToZeroCrossings();
+    if (shift) {
+        // Extend from the edge farther from the click; without a selection, from the cursor.
+        double anchor = double(track->cursor());
+        if (selection)
+            anchor = std::abs(frame - double(selection->lower)) <
+                             std::abs(frame - double(selection->upper))
+                         ? double(selection->upper)
+                         : double(selection->lower);
+        selectionAnchor = anchor;
+        track->select(anchor, frame, snap);
+    } else {
+        selectionAnchor = frame;
+        track->select(frame, frame, snap);
+    }
+}
+
+void WaveformCanvas::mouseMoveEvent(QMouseEvent* event) {
+    if (!track) return;
+    if ((event->position() - pressPosition).manhattanLength() >= QApplication::startDragDistance())
+        pressMoved = true;
+    const double frame = frameAt(event->position().x());
+    if (markerDrag) {
+        const int64_t delta = int64_t(std::llround(frame - markerDrag->grabFrame));
+        const int64_t frames = track->frameCount();
+        if (markerDrag->part == MarkerPart::end) {
+            markerDrag->shownEnd =
+                std::clamp<int64_t>(*markerDrag->end + delta, markerDrag->start + 1, frames);
+        } else {
+            // A region moves as a whole and keeps its length.
+            const int64_t length = markerDrag->end ? *markerDrag->end - markerDrag->start : 0;
+            markerDrag->shownStart =
+                std::clamp<int64_t>(markerDrag->start + delta, 0, frames - length);
+            if (markerDrag->end) markerDrag->shownEnd = markerDrag->shownStart + length;
+        }
+        update();
+        return;
+    }
+    if (pendingSelectionDrag) {
+        if (pressMoved) {
+            pendingSelectionDrag = false;
+            startSelectionDrag();
+        }
+        return;
+    }
+    if (selectionAnchor) {
+        // Past the edges the view scrolls along with the drag.
+        const double x = event->position().x();
+        if (x < 0) track->pan(x / 4);
+        if (x > width()) track->pan((x - width()) / 4);
+        track->select(*selectionAnchor, frameAt(x), model.preferences().snapToZeroCrossings());
+    }
+}
+
+void WaveformCanvas::mouseReleaseEvent(QMouseEvent* event) {
+    if (!track) return;
+    if (markerDrag) {
+        const MarkerDrag drag = *markerDrag;
+        markerDrag.reset();
+        if (drag.shownStart != drag.start || drag.shownEnd != drag.end)
+            track->moveMarker(drag.id, drag.shownStart, drag.shownEnd);
+        update();
+        return;
+    }
+    const double frame = frameAt(event->position().x());
+    if (pendingSelectionDrag) {
+        // A click inside the selection without dragging places the cursor there.
+        pendingSelectionDrag = false;
+        selectionAnchor.reset();
+        track->select(frame, frame, model.preferences().snapToZeroCrossings());
+    }
+    if (selectionAnchor && !pressMoved && model.isPlaying() &&
+        !(event->modifiers() & Qt::ShiftModifier))
+        model.seek(int64_t(std::llround(std::clamp(frame, 0.0, double(track->frameCount())))));
+    selectionAnchor.reset();
+}
+
+void WaveformCanvas::mouseDoubleClickEvent(QMouseEvent* event) {
+    if (!track) return;
+    if (const auto hit = markerAt(event->position())) {
+        markerDrag.reset();
+        track->setRenamingMarker(hit->id);
+        return;
+    }
+    QWidget::mouseDoubleClickEvent(event);
+}
+
+// ---- renaming markers in place -------------------------------------------------------------
+
+void WaveformCanvas::showNameEditor() {
+    const std::optional<Uuid> id = track ? track->renamingMarker() : std::nullopt;
+    const Marker* marker = nullptr;
+    if (id)
+        for (const Marker& m : track->markers())
+            if (m.id == *id) marker = &m;
+    if (!marker) {
+        if (editedMarker) {
+            editedMarker.reset();
+            nameEditor->hide();
+        }
+        return;
+    }
+    const bool starting = editedMarker != marker->id;
+    editedMarker = marker->id;
+    const QRectF label = markerLabelRect(*marker);
+    const int editorWidth = std::max(120, int(label.width()));
+    const int x = std::clamp(int(label.left()), 0, std::max(0, width() - editorWidth));
+    nameEditor->setGeometry(x, 0, editorWidth, rulerHeight);
+    if (starting) {
+        nameEditor->setText(QString::fromStdString(marker->name));
+        nameEditor->selectAll();
+    }
+    nameEditor->show();
+    nameEditor->setFocus();
+}
+
+void WaveformCanvas::finishNameEditing(bool commit) {
+    if (!editedMarker) return;
+    const Uuid id = *editedMarker;
+    editedMarker.reset(); // hiding the editor ends its editing a second time
+    nameEditor->hide();
+    if (!track) return;
+    if (commit)
+        track->renameMarker(id, nameEditor->text().toStdString());
+    else
+        track->setRenamingMarker(std::nullopt);
+    setFocus();
+}
+
+// ---- dragging the selection out ----------------------------------------------------------
+
+QMimeData* WaveformCanvas::selectionMimeData() {
+    if (!track || !track->audio() || !track->selection()) return nullptr;
+    // Each drag gets a fresh folder; the previous one (and its file) goes when it is replaced.
+    dragFolder = std::make_unique<QTemporaryDir>(QDir::tempPath() + "/sonvale-drag-XXXXXX");
+    if (!dragFolder->isValid()) {
+        model.showAlert(
+            {"Export failed", "Couldn't create a temporary folder for the dragged audio."});
+        return nullptr;
+    }
+    const QString path =
+        dragFolder->filePath(QString::fromStdString(track->name()) + " (selection).wav");
+    try {
+        AudioExporter::exportAudio(*track->audio(), *track->selection(), track->gainBox()->load(),
+                                   ExportFormat::wav24, path.toStdString());
+    } catch (const std::exception& error) {
+        model.showAlert({"Export failed", error.what()});
+        return nullptr;
+    }
+    auto* data = new QMimeData;
+    data->setUrls({QUrl::fromLocalFile(path)});
+    return data;
+}
+
+void WaveformCanvas::startSelectionDrag() {
+    QMimeData* data = selectionMimeData();
+    if (!data) return;
+    auto* drag = new QDrag(this);
+    drag->setMimeData(data);
+    drag->exec(Qt::CopyAction);
+}
+
+// ---- drawing -----------------------------------------------------------------------------
 
 void WaveformCanvas::paintEvent(QPaintEvent*) {
     QPainter painter(this);
-    painter.fillRect(rect(), palette().base());
+    painter.fillRect(rect(), colours.background);
+    painter.fillRect(QRect(0, 0, width(), rulerHeight), colours.rulerBackground);
+    if (!track) return;
+
+    const Viewport& view = track->viewport();
+    const AudioDataPtr& shown = track->audio() ? track->audio() : track->liveAudio();
+    const QRect area = waveArea();
+    if (!shown || !(view.samplesPerPoint > 0)) {
+        QString text;
+        if (const auto* loading = std::get_if<AudioTrack::Loading>(&track->state()))
+            text = QString("Loading… %1%").arg(int(loading->progress * 100));
+        else if (const auto* failed = std::get_if<AudioTrack::Failed>(&track->state()))
+            text = QString::fromStdString(failed->message);
+        painter.setPen(colours.rulerText);
+        painter.drawText(area, Qt::AlignCenter | Qt::TextWordWrap, text);
+        return;
+    }
+
+    // Regions tint the lanes behind everything else.
+    for (const Marker& marker : track->markers()) {
+        if (!marker.end) continue;
+        int64_t start = marker.start, end = *marker.end;
+        if (markerDrag && markerDrag->id == marker.id) {
+            start = markerDrag->shownStart;
+            end = markerDrag->shownEnd.value_or(end);
+        }
+        QColor tint = colours.region;
+        tint.setAlpha(36);
+        painter.fillRect(QRectF(QPointF(xOfFrame(double(start)), area.top()),
+                                QPointF(xOfFrame(double(end)), area.bottom() + 1)),
+                         tint);
+    }
+    if (const auto& selection = track->selection())
+        painter.fillRect(QRectF(QPointF(xOfFrame(double(selection->lower)), area.top()),
+                                QPointF(xOfFrame(double(selection->upper)), area.bottom() + 1)),
+                         colours.selection);
+
+    const int lanes = std::min(2, shown->channelCount());
+    const double laneHeight = double(area.height()) / std::max(1, lanes);
+    for (int channel = 0; channel < lanes; ++channel) {
+        const QRectF lane(area.left(), area.top() + channel * laneHeight, area.width(), laneHeight);
+        drawLane(painter, *shown, channel, lane, view, track->verticalZoom());
+        if (channel > 0) {
+            painter.setPen(QPen(colours.grid, 0));
+            painter.drawLine(QPointF(lane.left(), lane.top()), QPointF(lane.right(), lane.top()));
+        }
+    }
+
+    drawRuler(painter, view);
+    drawMarkers(painter, *track);
+
+    painter.setRenderHint(QPainter::Antialiasing, false);
+    const double cursorX = xOfFrame(double(track->cursor()));
+    painter.setPen(QPen(colours.cursor, 0));
+    painter.drawLine(QPointF(cursorX, area.top()), QPointF(cursorX, area.bottom()));
+    if (model.isPlaying() && model.playingTrackID() == track->id()) {
+        const double x = xOfFrame(double(model.playheadPosition()));
+        painter.setPen(QPen(colours.playhead, 1));
+        painter.drawLine(QPointF(x, 0), QPointF(x, area.bottom()));
+    }
+}
+
+void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int channel, QRectF lane,
+                              const Viewport& view, float verticalZoom) {
+    const ChannelData& data = *audio.channels[size_t(channel)];
+    // The device really painted on: the window's backing store, or an image given to render().
+    const QPaintDevice* device =
+        painter.paintEngine() ? painter.paintEngine()->paintDevice() : nullptr;
+    const double dpr = device ? device->devicePixelRatioF() : devicePixelRatioF();
+    const double centre = lane.center().y();
+    const double half = lane.height() / 2 - 1;
+    const double scale = half * double(verticalZoom);
+    const double top = lane.top(), bottom = lane.bottom();
+    auto yOf = [&](double value) { return std::clamp(centre - value * scale, top, bottom); };
+
+    painter.setRenderHint(QPainter::Antialiasing, false);
+    painter.setPen(QPen(colours.grid, 0));
+    painter.drawLine(QPointF(lane.left(), centre), QPointF(lane.right(), centre));
+
+    const int64_t frames = audio.frameCount;
+    const float* samples = data.data();
+    const auto& selection = track->selection();
+    const double framesPerColumn = view.samplesPerPoint / dpr; // one column per device pixel
+
+    if (framesPerColumn < 1) {
+        // Deep zoom: a line through the samples themselves, with a dot on each when far apart.
+        const int64_t first = std::max<int64_t>(0, int64_t(std::floor(view.start)) - 1);
+        const int64_t last =
+            std::min<int64_t>(frames - 1, int64_t(std::ceil(view.start + view.visibleSpan())) + 1);
+        pointScratch.clear();
+        for (int64_t i = first; i <= last; ++i)
+            pointScratch.emplace_back(xOfFrame(double(i)), yOf(samples[i]));
+        painter.setRenderHint(QPainter::Antialiasing, true);
+        painter.setPen(QPen(colours.wave, 1.0));
+        painter.drawPolyline(pointScratch.data(), int(pointScratch.size()));
+        if (view.samplesPerPoint < 1.0 / 6) {
+            painter.setBrush(colours.wave);
+            painter.setPen(Qt::NoPen);
+            for (const QPointF& p : pointScratch)
+                painter.drawEllipse(p, 2.0, 2.0);
+            painter.setBrush(Qt::NoBrush);
+        }
+        painter.setRenderHint(QPainter::Antialiasing, false);
+        return;
+    }
+
+    // The coarsest pyramid level whose blocks still fit in one column; raw samples below it.
+    const PeakLevel* level = nullptr;
+    for (const PeakLevel& candidate : data.levels())
+        if (double(candidate.blockSize) <= framesPerColumn &&
+            (!level || candidate.blockSize > level->blockSize))
+            level = &candidate;
+
+    const int columns = int(std::ceil(lane.width() * dpr));
+    columnScratch.clear();
+    columnScratch.reserve(size_t(columns));
+    for (int c = 0; c < columns; ++c) {
+        const double f0 = view.start + c * framesPerColumn;
+        const int64_t i0 = int64_t(f0);
+        if (i0 >= frames) break;
+        const int64_t i1 = std::min(frames, std::max(i0 + 1, int64_t(f0 + framesPerColumn)));
+        float mn = std::numeric_limits<float>::infinity(), mx = -mn;
+        double energy = 0;
+        int64_t counted = 0;
+        if (level) {
+            const int64_t B = level->blockSize;
+            const int64_t b0 = i0 / B, b1 = std::min(level->count - 1, (i1 - 1) / B);
+            const float* pairs = level->buffer.data();
+            const float* sums = level->energy.data();
+            for (int64_t b = b0; b <= b1; ++b) {
+                mn = std::min(mn, pairs[2 * b]);
+                mx = std::max(mx, pairs[2 * b + 1]);
+                energy += sums[b];
+            }
+            counted = std::min(frames, (b1 + 1) * B) - b0 * B;
+        } else {
+            for (int64_t i = i0; i < i1; ++i) {
+                mn = std::min(mn, samples[i]);
+                mx = std::max(mx, samples[i]);
+                energy += double(samples[i]) * samples[i];
+            }
+            counted = i1 - i0;
+        }
+        // Digital silence shows as the zero line alone.
+        if (!(mn <= mx) || (mn == 0 && mx == 0)) continue;
+        const float rms = counted > 0 ? float(std::sqrt(energy / double(counted))) : 0.0f;
+        double y0 = yOf(mx), y1 = yOf(mn);
+        if (y1 - y0 < 1 / dpr) y1 = y0 + 1 / dpr; // at least one device pixel
+        const double r0 = std::max(y0, yOf(std::min(rms, mx)));
+        const double r1 = std::max(r0, std::min(y1, yOf(std::max(-rms, mn))));
+        const bool selected = selection && i0 >= selection->lower && i0 < selection->upper;
+        columnScratch.push_back({c, float(y0), float(y1), float(r0), float(r1), selected});
+    }
+
+    // The columns are written straight into an image of the lane at device resolution, one
+    // vertical span each, then drawn in one go: far cheaper than a line or polygon per column.
+    const QSize pixels(columns, std::max(1, int(std::ceil(lane.height() * dpr))));
+    if (laneImage.size() != pixels) laneImage = QImage(pixels, QImage::Format_ARGB32_Premultiplied);
+    laneImage.fill(Qt::transparent);
+    laneImage.setDevicePixelRatio(dpr);
+    const QRgb wave = colours.wave.rgba(), selectedWave = colours.selectedWave.rgba(),
+               rmsColour = colours.waveRMS.rgba();
+    // Inside the selection the RMS body leans towards the selection colour, so the selected
+    // stretch reads as one block.
+    const QRgb selectedRMS = qRgb((qRed(selectedWave) + qRed(colours.selection.rgb())) / 2,
+                                  (qGreen(selectedWave) + qGreen(colours.selection.rgb())) / 2,
+                                  (qBlue(selectedWave) + qBlue(colours.selection.rgb())) / 2);
+    const int rows = pixels.height();
+    const auto bytesPerLine = laneImage.bytesPerLine();
+    uchar* bits = laneImage.bits();
+    auto row = [&](double y) { return std::clamp(int((y - lane.top()) * dpr), 0, rows - 1); };
+    for (const ColumnShape& shape : columnScratch) {
+        const int top = row(shape.top);
+        const int bottom = std::max(top, row(shape.bottom - 0.5 / dpr));
+        const int rmsTop = row(shape.rmsTop);
+        const int rmsBottom =
+            shape.rmsBottom > shape.rmsTop ? row(shape.rmsBottom - 0.5 / dpr) : -1;
+        const QRgb outline = shape.selected ? selectedWave : wave;
+        const QRgb body = shape.selected ? selectedRMS : rmsColour;
+        uchar* column = bits + size_t(shape.column) * sizeof(QRgb);
+        for (int y = top; y <= bottom; ++y) {
+            QRgb* pixel = reinterpret_cast<QRgb*>(column + size_t(y) * size_t(bytesPerLine));
+            *pixel = y >= rmsTop && y <= rmsBottom ? body : outline;
+        }
+    }
+    painter.drawImage(lane.topLeft(), laneImage);
+}
+
+void WaveformCanvas::drawRuler(QPainter& painter, const Viewport& view) {
+    const double rate = track->sampleRate();
+    if (!(rate > 0)) return;
+    const double secondsPerPoint = view.samplesPerPoint / rate;
+    const TickStep step = tickStep(minimumTickSpacing * secondsPerPoint);
+    const double minor = step.seconds / step.divisions;
+    const double firstSecond = view.start / rate;
+    const double lastSecond = (view.start + view.visibleSpan()) / rate;
+    painter.setRenderHint(QPainter::Antialiasing, false);
+    painter.setPen(QPen(colours.grid, 0));
+    painter.drawLine(QPointF(0, rulerHeight - 0.5), QPointF(width(), rulerHeight - 0.5));
+
+    QFont font = painter.font();
+    font.setPointSizeF(std::max(6.0, font.pointSizeF() * 0.8));
+    painter.setFont(font);
+    const int64_t firstTick = int64_t(std::floor(firstSecond / minor));
+    const int64_t lastTick = int64_t(std::ceil(lastSecond / minor));
+    for (int64_t tick = firstTick; tick <= lastTick; ++tick) {
+        const double seconds = double(tick) * minor;
+        const double x = std::round(xOfFrame(seconds * rate)) + 0.5;
+        const bool major = tick % step.divisions == 0;
+        painter.setPen(QPen(colours.grid, 0));
+        painter.drawLine(QPointF(x, major ? 2 : rulerHeight - 6), QPointF(x, rulerHeight));
+        if (major) {
+            painter.setPen(colours.rulerText);
+            painter.drawText(QPointF(x + 3, 11), timeLabel(seconds, step.seconds));
+        }
+    }
+}
+
+void WaveformCanvas::drawMarkers(QPainter& painter, const AudioTrack& shownTrack) {
+    const QRect area = waveArea();
+    const QFontMetrics metrics(painter.font());
+    for (const Marker& marker : shownTrack.markers()) {
+        Marker m = marker;
+        if (markerDrag && markerDrag->id == marker.id) {
+            m.start = markerDrag->shownStart;
+            m.end = markerDrag->shownEnd;
+        }
+        const double xs = xOfFrame(double(m.start));
+        const QString name = QString::fromStdString(m.name);
+        const QColor colour = m.end ? colours.region : colours.marker;
+        painter.setRenderHint(QPainter::Antialiasing, false);
+        QPen line(colour, 0, Qt::DashLine);
+        painter.setPen(line);
+        painter.drawLine(QPointF(xs, rulerHeight), QPointF(xs, area.bottom()));
+        if (m.end) {
+            const double xe = xOfFrame(double(*m.end));
+            painter.drawLine(QPointF(xe, rulerHeight), QPointF(xe, area.bottom()));
+            const QRectF bar = markerLabelRect(m);
+            QColor fill = colour;
+            fill.setAlpha(150);
+            painter.fillRect(bar, fill);
+            painter.setPen(colours.markerText);
+            painter.drawText(
+                bar.adjusted(4, 0, -2, 0), Qt::AlignVCenter | Qt::AlignLeft,
+                metrics.elidedText(name, Qt::ElideRight, int(std::max(0.0, bar.width() - 6))));
+        } else {
+            painter.setRenderHint(QPainter::Antialiasing, true);
+            const QPointF flag[] = {
+                {xs, rulerHeight / 2.0}, {xs + 7, rulerHeight * 0.75}, {xs, double(rulerHeight)}};
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(colour);
+            painter.drawPolygon(flag, 3);
+            painter.setBrush(Qt::NoBrush);
+            painter.setPen(colours.markerText);
+            painter.drawText(QPointF(xs + 9, rulerHeight - 3), name);
+        }
+    }
 }
 
 } // namespace sonvale

@@ -1,6 +1,20 @@
 #pragma once
 
+#include "app/canvas/CanvasTheme.h"
+#include "audio/AudioTrack.h"
+#include "base/Uuid.h"
+
+#include <QImage>
+#include <QTemporaryDir>
 #include <QWidget>
+#include <memory>
+#include <optional>
+#include <sigc++/connection.h>
+#include <vector>
+
+class QLineEdit;
+class QMimeData;
+class QScrollBar;
 
 namespace sonvale {
 
@@ -8,12 +22,31 @@ class EditorModel;
 
 // Draws the active track of the editor and turns mouse, wheel and keys on it into calls on
 // the model (selection, cursor, markers, zoom and scroll of the track's viewport).
+// The top strip is the time ruler with the markers and regions; below it one lane per
+// channel (at most two), then the horizontal scroll bar.
 // Main thread only.
 class WaveformCanvas : public QWidget {
     Q_OBJECT
 public:
     explicit WaveformCanvas(EditorModel& model, QWidget* parent = nullptr);
     ~WaveformCanvas() override;
+
+    static constexpr int rulerHeight = 22;
+    static constexpr float minVerticalZoom = 1.0f;
+    static constexpr float maxVerticalZoom = 64.0f;
+
+    const CanvasTheme& theme() const { return colours; }
+    CanvasThemeID themeID() const { return currentThemeID; }
+    // The frame under an x position in points (fractional), and back.
+    double frameAt(double x) const;
+    double xOfFrame(double frame) const;
+    // The area the waveform lanes take (below the ruler, above the scroll bar).
+    QRect waveArea() const;
+    // The selection written as a 24-bit WAV into a temporary folder and offered as a file
+    // URL; null without a selection or when the file can't be written. Dragging the
+    // selection out of the canvas carries this.
+    QMimeData* selectionMimeData();
+    QLineEdit* markerNameEditor() const { return nameEditor; }
 
 public Q_SLOTS:
     void zoomIn();
@@ -23,11 +56,85 @@ public Q_SLOTS:
     void verticalZoomIn();
     void verticalZoomOut();
 
+Q_SIGNALS:
+    void themeChanged();
+
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void mouseDoubleClickEvent(QMouseEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    bool event(QEvent* event) override;
+    void changeEvent(QEvent* event) override;
 
 private:
+    enum class MarkerPart { start, end };
+    struct MarkerHit {
+        Uuid id;
+        MarkerPart part = MarkerPart::start;
+    };
+    struct MarkerDrag {
+        Uuid id;
+        MarkerPart part;
+        double grabFrame = 0; // where the mouse went down
+        int64_t start = 0;    // the marker as it was
+        std::optional<int64_t> end;
+        int64_t shownStart = 0; // where it is drawn while dragged
+        std::optional<int64_t> shownEnd;
+    };
+
+    void watchActiveTrack();
+    void unwatchTrack();
+    void updateTheme();
+    void syncScrollBar();
+    void scrollBarMoved(int value);
+    void playheadMoved();
+    void showNameEditor();
+    void finishNameEditing(bool commit);
+    std::optional<MarkerHit> markerAt(QPointF position) const;
+    QRectF markerLabelRect(const Marker& marker) const;
+    void startSelectionDrag();
+
+    void drawRuler(QPainter& painter, const Viewport& view);
+    void drawLane(QPainter& painter, const AudioData& audio, int channel, QRectF lane,
+                  const Viewport& view, float verticalZoom);
+    void drawMarkers(QPainter& painter, const AudioTrack& track);
+
     EditorModel& model;
+    AudioTrackPtr track; // the track being shown and watched
+    std::vector<sigc::connection> trackConnections;
+    std::vector<sigc::connection> modelConnections;
+
+    QScrollBar* scrollBar = nullptr;
+    double scrollUnit = 1; // frames per scroll bar step
+    bool syncingScrollBar = false;
+    QLineEdit* nameEditor = nullptr;
+    std::optional<Uuid> editedMarker;
+
+    CanvasTheme colours;
+    CanvasThemeID currentThemeID = CanvasThemeID::classic;
+
+    // Mouse gestures in progress.
+    std::optional<double> selectionAnchor; // frame the drag selects from
+    QPointF pressPosition;
+    bool pressMoved = false;
+    bool pendingSelectionDrag = false; // pressed inside the selection or with Alt
+    std::optional<MarkerDrag> markerDrag;
+    std::unique_ptr<QTemporaryDir> dragFolder;
+
+    // One device-pixel column of a lane: its extent and RMS extent in points.
+    struct ColumnShape {
+        int column;
+        float top, bottom, rmsTop, rmsBottom;
+        bool selected;
+    };
+    // Reused between repaints so drawing does not allocate per frame.
+    std::vector<ColumnShape> columnScratch;
+    QImage laneImage;
+    std::vector<QPointF> pointScratch;
 };
 
 } // namespace sonvale
