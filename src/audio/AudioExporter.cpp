@@ -76,8 +76,8 @@ void AudioExporter::exportAudio(const AudioData& audio, FrameRange range, float 
     if (progress) progress(1.0);
 }
 
-void AudioExporter::writeLossless(const AudioClip& clip, const std::filesystem::path& url) {
-    const int channels = int(clip.channels.size());
+std::unique_ptr<AudioFileWriter> AudioExporter::openLosslessWriter(const std::filesystem::path& url,
+                                                                   double sampleRate, int channels) {
     if (channels < 1)
         throw FileError(describeFileError("Couldn't write", url.string(), "There is no audio to write."));
     if (url.has_parent_path()) {
@@ -90,14 +90,18 @@ void AudioExporter::writeLossless(const AudioClip& clip, const std::filesystem::
     EncoderSettings s;
     s.container = EncoderSettings::Container::wav;
     s.codec = EncoderSettings::Codec::linearPCM;
-    s.sampleRate = clip.sampleRate;
+    s.sampleRate = sampleRate;
     s.channels = channels;
     s.bitDepth = 32;
     s.isFloat = true;
     s.isBigEndian = false;
     s.isNonInterleaved = false;
+    return openAudioFileWriter(s, url);
+}
 
-    auto writer = openAudioFileWriter(s, url);
+void AudioExporter::writeLossless(const AudioClip& clip, const std::filesystem::path& url) {
+    const int channels = int(clip.channels.size());
+    auto writer = openLosslessWriter(url, clip.sampleRate, channels);
     const int64_t length = clip.length();
     std::vector<const float*> planes(static_cast<size_t>(channels));
     for (int64_t at = 0; at < length;) {

@@ -5,11 +5,14 @@
 #include "audio/Marker.h"
 
 #include <filesystem>
+#include <memory>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace sonvale {
+
+class AudioFileWriter;
 
 // One file of an export: which frames go where.
 struct ExportJob {
@@ -31,6 +34,10 @@ struct AudioExporter {
 
     // Writes a clip as a 32-bit float WAV, creating missing folders. Throws FileError.
     static void writeLossless(const AudioClip& clip, const std::filesystem::path& url);
+    // The writer writeLossless uses, for audio written a block at a time (its folder is
+    // made when missing).
+    static std::unique_ptr<AudioFileWriter> openLosslessWriter(const std::filesystem::path& url,
+                                                               double sampleRate, int channels);
 };
 
 // One export job per region (markers without an end are skipped), named

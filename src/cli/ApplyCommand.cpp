@@ -5,7 +5,10 @@
 #include "cli/Commands.h"
 #include "cli/Options.h"
 
+#include "audio/AudioDecoder.h"
+#include "audio/AudioErrors.h"
 #include "audio/AudioExporter.h"
+#include "audio/AudioFileWriter.h"
 #include "audio/AudioLoader.h"
 #include "base/Errors.h"
 #include "effects/EffectChain.h"
@@ -15,7 +18,10 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <climits>
 #include <optional>
+#include <system_error>
 
 namespace sonvale::cli {
 
@@ -70,6 +76,81 @@ AudioClip spliced(const AudioData& audio, FrameRange range, AudioClip rendered) 
     return result;
 }
 
+EffectChain makeChain(const std::vector<EffectSetup>& setups, double sampleRate, int channels) {
+    EffectChain chain;
+    for (auto& setup : setups) {
+        if (!makeProcessor(setup.kind, sampleRate, channels,
+                           std::make_shared<ParameterBank>(parameters(setup.kind))))
+            throw UsageError{std::string(title(setup.kind)) +
+                             " can't be applied yet: its processor isn't built"};
+        chain.append(EffectSession::make(setup.kind, setup.values));
+    }
+    return chain;
+}
+
+// The whole file, streamed: decoded, processed and written a block at a time, the tail after
+// it, in the same 4,096-frame blocks as the renderer, so the result is the same to the bit
+// without ever holding the file in memory. A failure part-way removes what was written.
+void applyToWholeFile(const std::string& input, const std::string& output,
+                      const std::vector<EffectSetup>& setups) {
+    auto decoder = openAudioDecoder(input);
+    const double rate = decoder->info().sampleRate;
+    const int channels = decoder->info().channels;
+    // As when loading: a file that says exactly how long it is is read no further.
+    const int64_t limit = decoder->lengthIsExact() ? decoder->info().frames : INT64_MAX;
+    if (channels < 1 || limit < 1) throw AudioLoaderError::empty();
+    auto chain = makeChain(setups, rate, channels);
+    auto render = chain.renderProcessor(rate, channels);
+    const int64_t tail = EffectRenderer::tailFrames(render.tailSeconds, rate);
+
+    constexpr int64_t block = EffectRenderer::blockFrames;
+    std::vector<std::vector<float>> buffers(static_cast<size_t>(channels),
+                                            std::vector<float>(static_cast<size_t>(block)));
+    std::vector<float*> planes;
+    for (auto& buffer : buffers) planes.push_back(buffer.data());
+    std::vector<float*> at(planes.size());
+
+    std::unique_ptr<AudioFileWriter> writer;
+    auto removePartial = [&] {
+        writer.reset();
+        std::error_code ignored;
+        std::filesystem::remove(output, ignored);
+    };
+    try {
+        bool ended = false;
+        int64_t tailLeft = tail, frames = 0;
+        while (!ended || tailLeft > 0) {
+            int64_t filled = 0;
+            while (!ended && filled < block) {
+                for (size_t c = 0; c < planes.size(); ++c) at[c] = planes[c] + filled;
+                const int64_t wanted = std::min(block - filled, limit - frames - filled);
+                const int64_t n = wanted > 0 ? decoder->read(at.data(), wanted) : 0;
+                if (n <= 0) {
+                    ended = true;
+                    break;
+                }
+                for (size_t c = 0; c < planes.size(); ++c) silenceNonFinite(at[c], n);
+                filled += n;
+            }
+            frames += filled;
+            if (ended && frames == 0) throw AudioLoaderError::empty();
+            // After the audio, silence runs the tail out.
+            const int64_t silent = std::min(block - filled, tailLeft);
+            for (auto* plane : planes) std::fill(plane + filled, plane + filled + silent, 0.0f);
+            tailLeft -= silent;
+            const int64_t count = filled + silent;
+            if (count == 0) break;
+            render.processor->process(planes.data(), count);
+            if (!writer) writer = AudioExporter::openLosslessWriter(output, rate, channels);
+            writer->write(planes.data(), count);
+        }
+        writer->finish();
+    } catch (...) {
+        if (writer) removePartial();
+        throw;
+    }
+}
+
 } // namespace
 
 int apply(const Arguments& args) {
@@ -103,19 +184,15 @@ int apply(const Arguments& args) {
         throw UsageError{"usage: apply IN -o OUT [--range START:END] --effect "
                          "KIND[@PRESET][,NAME=VALUE...] [--effect ...]"};
 
+    if (!rangeText) {
+        applyToWholeFile(*input, *output, setups);
+        return 0;
+    }
     auto audio = AudioLoader::load(*input);
-    FrameRange range{0, audio->frameCount};
-    if (rangeText) range = parseRange(*rangeText, *audio, *input);
+    FrameRange range = parseRange(*rangeText, *audio, *input);
     if (range.isEmpty()) throw UsageError{"\"" + *input + "\" has no audio to process"};
 
-    EffectChain chain;
-    for (auto& setup : setups) {
-        if (!makeProcessor(setup.kind, audio->sampleRate, audio->channelCount(),
-                           std::make_shared<ParameterBank>(parameters(setup.kind))))
-            throw UsageError{std::string(title(setup.kind)) +
-                             " can't be applied yet: its processor isn't built"};
-        chain.append(EffectSession::make(setup.kind, setup.values));
-    }
+    auto chain = makeChain(setups, audio->sampleRate, audio->channelCount());
     auto render = chain.renderProcessor(audio->sampleRate, audio->channelCount());
     auto tail = EffectRenderer::tailFrames(render.tailSeconds, audio->sampleRate);
     auto rendered = EffectRenderer::render(*audio, range, tail, *render.processor);

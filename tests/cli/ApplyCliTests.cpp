@@ -7,6 +7,10 @@
 
 #include "effects/EffectKind.h"
 
+#include "effects/EffectRenderer.h"
+#include "effects/EffectChain.h"
+#include "effects/EffectSetup.h"
+#include "audio/AudioLoader.h"
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
@@ -83,6 +87,46 @@ TEST_F(ApplyCommand, LimitsTheWholeFileIntoAFloatWav) {
     EXPECT_GT(peak(result.samples[0]), 0.9f); // raised by 10 dB, then held under the ceiling
     // One gain for both channels: the right keeps its level relative to the left.
     EXPECT_NEAR(peak(result.samples[1]), 0.4f / 0.5f * std::pow(10.0f, -0.3f / 20), 0.01f);
+}
+
+// The whole file is streamed through the chain rather than loaded: the result must be what
+// rendering the loaded file gives, tail included, to the bit.
+TEST_F(ApplyCommand, TheWholeFileStreamedIsTheRenderOfTheLoadedFile) {
+    auto run = apply(in() + " -o " + out() + " --effect 'delay,Feedback=50' --effect chorus");
+    ASSERT_EQ(run.status, 0) << run.output;
+    auto audio = sonvale::AudioLoader::load(in());
+    sonvale::EffectChain chain;
+    sonvale::EffectSetup delay = sonvale::EffectSetup::parse("delay,Feedback=50");
+    chain.append(sonvale::EffectSession::make(delay.kind, delay.values));
+    chain.append(sonvale::EffectSession::make(sonvale::EffectKind::chorus));
+    auto render = chain.renderProcessor(audio->sampleRate, audio->channelCount());
+    const auto tail = sonvale::EffectRenderer::tailFrames(render.tailSeconds, audio->sampleRate);
+    ASSERT_GT(tail, 48000);
+    auto expected = sonvale::EffectRenderer::render(*audio, {0, audio->frameCount}, tail,
+                                                     *render.processor);
+    auto result = read(out());
+    ASSERT_EQ(result.channels, 2);
+    for (int c = 0; c < 2; ++c) {
+        ASSERT_EQ(result.samples[size_t(c)].size(), expected.channels[size_t(c)].size());
+        EXPECT_EQ(result.samples[size_t(c)], expected.channels[size_t(c)]) << "channel " << c;
+    }
+}
+
+TEST_F(ApplyCommand, AFileWithoutAudioWritesNothing) {
+    const auto empty = (folder / "empty.wav").string();
+    {
+        SF_INFO info{};
+        info.samplerate = 48000;
+        info.channels = 2;
+        info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+        SNDFILE* file = sf_open(empty.c_str(), SFM_WRITE, &info);
+        ASSERT_TRUE(file);
+        sf_close(file);
+    }
+    auto run = apply(empty + " -o " + out() + " --effect limiter");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.output.find("no audio"), std::string::npos) << run.output;
+    EXPECT_FALSE(fs::exists(out()));
 }
 
 TEST_F(ApplyCommand, RangeIsProcessedAndTheTailLengthensTheFile) {
