@@ -30,7 +30,14 @@ void ChorusProcessor::process(float* const* channels, int64_t frameCount) noexce
     double widthTarget = std::clamp(bank->value(width) / 100, 0.0, 1.0);
     double mixTarget = std::clamp(bank->value(mix) / 100, 0.0, 1.0);
     double longest = lines.empty() ? 1 : lines[0].maxDelay();
+    const double turnSin = std::sin(twoPi * step), turnCos = std::cos(twoPi * step);
+    double s = lfoSin, co = lfoCos;
     for (int64_t i = 0; i < frameCount; ++i) {
+        if (resyncCountdown-- == 0) {
+            resyncCountdown = resyncInterval - 1;
+            s = std::sin(twoPi * phase);
+            co = std::cos(twoPi * phase);
+        }
         double d0 = delaySamples.step(delayTarget);
         double dd = depthSamples.step(depthTarget);
         double w = widthAmount.step(widthTarget);
@@ -45,7 +52,6 @@ void ChorusProcessor::process(float* const* channels, int64_t frameCount) noexce
             offsetsWidth = w;
         }
         // sin(lfo + offset) from the LFO's sin and cos and the offset's rotation.
-        double s = std::sin(twoPi * phase), co = std::cos(twoPi * phase);
         for (int c = 0; c < channelCount; ++c) {
             auto& line = lines[size_t(c)];
             const double* r = &offsets[size_t(c * 6)];
@@ -60,7 +66,12 @@ void ChorusProcessor::process(float* const* channels, int64_t frameCount) noexce
         }
         phase += step;
         if (phase >= 1) phase -= std::floor(phase);
+        const double turned = s * turnCos + co * turnSin;
+        co = co * turnCos - s * turnSin;
+        s = turned;
     }
+    lfoSin = s;
+    lfoCos = co;
 }
 
 void ChorusProcessor::reset() noexcept {
@@ -68,6 +79,9 @@ void ChorusProcessor::reset() noexcept {
         line.clear();
     phase = 0;
     offsetsWidth = -1;
+    lfoSin = 0;
+    lfoCos = 1;
+    resyncCountdown = 0;
     double k = Smoothed::coefficientFor(0.03, sampleRate);
     delaySamples = {bank->value(delay) * sampleRate / 1000, k};
     depthSamples = {bank->value(depth) * sampleRate / 1000, k};

@@ -27,6 +27,11 @@ private:
     int channelCount;
     std::vector<DelayLine> lines;
     double phase = 0;
+    // The LFO's sin and cos, turned by one step per sample and taken afresh from the phase
+    // every resyncInterval samples (counted from reset, so block sizes don't matter).
+    double lfoSin = 0, lfoCos = 1;
+    int resyncCountdown = 0;
+    static constexpr int resyncInterval = 4096;
     Smoothed depthSamples, delaySamples, widthAmount, mixAmount;
     // sin and cos of each channel's and voice's LFO offset (3 pairs per channel), for the
     // width they were computed for.
