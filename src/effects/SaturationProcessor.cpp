@@ -41,6 +41,26 @@ void SaturationProcessor::process(float* const* channels, int64_t frameCount) no
     double warmthSeen = warmthPercent.value, b = 0.4 * warmthSeen / 100;
     float tanhB = fastTanh(float(b));
     double outputSeen = outputDB.value, o = std::pow(10.0, outputSeen / 20);
+    // Settled knobs (the usual case) leave every smoother where it is: the same arithmetic,
+    // a channel at a time and without the per-sample smoothing.
+    if (driveDB.value == driveTarget && warmthPercent.value == warmthTarget &&
+        outputDB.value == outputTarget && mixPercent.value == mixTarget) {
+        const double m = mixPercent.value / 100;
+        const float scale = float(1 / tanhG), fb = float(b), fg = float(g);
+        for (int c = 0; c < channelCount; ++c) {
+            float* samples = channels[c];
+            DCBlocker& blocker = blockers[size_t(c)];
+            BiquadState& filter = filters[size_t(c)];
+            for (int64_t i = 0; i < frameCount; ++i) {
+                double x = samples[i];
+                double shaped = (fastTanh(fb + fg * float(x)) - tanhB) * scale;
+                shaped = blocker.process(shaped);
+                if (toneOn) shaped = filter.process(toneFilter, shaped);
+                samples[i] = float(o * (m * (shaped - x) + x));
+            }
+        }
+        return;
+    }
     for (int64_t i = 0; i < frameCount; ++i) {
         if (driveDB.step(driveTarget) != driveSeen) {
             driveSeen = driveDB.value;
