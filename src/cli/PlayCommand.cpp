@@ -1,12 +1,11 @@
 // sonvale-cli play: plays a file through the default output with the live effect chain,
 // printing the heard position and the output's peak once a second. Ctrl-C stops cleanly.
 
+#include "audio/AudioLoader.h"
 #include "cli/Commands.h"
+#include "cli/Options.h"
 #include "effects/EffectChain.h"
 #include "effects/EffectSetup.h"
-#include "cli/Options.h"
-
-#include "audio/AudioLoader.h"
 #include "engine/LevelMeter.h"
 #include "engine/PlaybackEngine.h"
 
@@ -25,7 +24,9 @@ namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
 
-void onInterrupt(int) { interrupted = 1; }
+void onInterrupt(int) {
+    interrupted = 1;
+}
 
 std::string decibels(float peak) {
     char text[32];
@@ -39,7 +40,8 @@ std::string decibels(float peak) {
 } // namespace
 
 int play(const Arguments& args) {
-    const char* usage = "play FILE [--speed X] [--loop] [--from SECONDS] [--seconds N] [--effect KIND[@PRESET][,NAME=VALUE...] ...]";
+    const char* usage = "play FILE [--speed X] [--loop] [--from SECONDS] [--seconds N] [--effect "
+                        "KIND[@PRESET][,NAME=VALUE...] ...]";
     std::string file;
     double speed = 1, from = 0, seconds = -1;
     bool loop = false;
@@ -47,19 +49,28 @@ int play(const Arguments& args) {
     ArgumentCursor cursor(args, usage);
     while (cursor.next()) {
         const std::string option = cursor.current();
-        if (option == "--speed") speed = parseNumber(cursor.value(), option, "a number");
-        else if (option == "--from") from = parseNumber(cursor.value(), option, "seconds");
-        else if (option == "--seconds") seconds = parseNumber(cursor.value(), option, "seconds");
-        else if (option == "--loop") loop = true;
-        else if (option == "--effect") effects.push_back(cursor.value());
-        else if (cursor.isOption()) cursor.unknownOption();
-        else if (file.empty()) file = option;
-        else throw UsageError{std::string("play takes one FILE (") + usage + ")"};
+        if (option == "--speed")
+            speed = parseNumber(cursor.value(), option, "a number");
+        else if (option == "--from")
+            from = parseNumber(cursor.value(), option, "seconds");
+        else if (option == "--seconds")
+            seconds = parseNumber(cursor.value(), option, "seconds");
+        else if (option == "--loop")
+            loop = true;
+        else if (option == "--effect")
+            effects.push_back(cursor.value());
+        else if (cursor.isOption())
+            cursor.unknownOption();
+        else if (file.empty())
+            file = option;
+        else
+            throw UsageError{std::string("play takes one FILE (") + usage + ")"};
     }
     if (file.empty()) throw UsageError{"play needs a FILE"};
     if (!(speed >= 0.5 && speed <= 2.0)) throw UsageError{"--speed must lie between 0.5 and 2"};
     if (from < 0) throw UsageError{"--from must not be negative"};
-    if (seconds == 0 || (seconds < 0 && seconds != -1)) throw UsageError{"--seconds must be positive"};
+    if (seconds == 0 || (seconds < 0 && seconds != -1))
+        throw UsageError{"--seconds must be positive"};
 
     // Parsed before decoding, so a bad effect fails at once.
     auto chain = std::make_shared<EffectChain>();
@@ -68,15 +79,18 @@ int play(const Arguments& args) {
         chain->append(EffectSession::make(setup.kind, setup.values));
     }
     auto audio = AudioLoader::load(file);
-    const int64_t start = std::min<int64_t>(std::llround(from * audio->sampleRate), audio->frameCount);
+    const int64_t start =
+        std::min<int64_t>(std::llround(from * audio->sampleRate), audio->frameCount);
     if (start >= audio->frameCount)
-        throw UsageError{"--from is past the end of the file (" + std::to_string(audio->duration()) + " s)"};
+        throw UsageError{"--from is past the end of the file (" +
+                         std::to_string(audio->duration()) + " s)"};
 
     PlaybackEngine engine;
     if (!chain->effects().empty())
-        engine.setEffectFactory([chain](double rate, int channels) -> std::unique_ptr<EffectProcessor> {
-            return chain->previewProcessor(rate, channels);
-        });
+        engine.setEffectFactory(
+            [chain](double rate, int channels) -> std::unique_ptr<EffectProcessor> {
+                return chain->previewProcessor(rate, channels);
+            });
     engine.setRate(float(speed));
     auto gain = std::make_shared<GainBox>(1.0f);
     try {
@@ -108,7 +122,8 @@ int play(const Arguments& args) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         engine.checkOutput();
         if (auto frame = engine.audibleFrame()) lastHeard = frame;
-        if (auto heard = heardOutputPeaks(reader, engine.outputMeters(), engine.latencyFrames())) {
+        if (auto heard =
+                heardOutputPeaks(reader, engine.outputMeters(), engine.outputLatencyFrames())) {
             peak.left = std::max(peak.left, heard->left);
             peak.right = std::max(peak.right, heard->right);
         }
@@ -122,18 +137,20 @@ int play(const Arguments& args) {
             nextReport += std::chrono::seconds(1);
         }
         if (seconds > 0 && std::chrono::duration<double>(now - began).count() >= seconds) break;
-        if (!source.playing.load()) {
-            // Let the output and the stretcher play out what they hold.
-            std::this_thread::sleep_for(std::chrono::duration<double>(
-                engine.outputLatency() + engine.stretchLatency() + 0.05));
+        if (!engine.isSounding()) {
+            // Let the output play out what it holds.
+            std::this_thread::sleep_for(
+                std::chrono::duration<double>(engine.outputLatency() + 0.05));
             break;
         }
     }
     const bool ended = !source.playing.load();
     if (auto frame = engine.audibleFrame()) lastHeard = frame;
     engine.stop();
-    if (interrupted) std::printf("interrupted");
-    else std::printf(ended ? "finished" : "stopped");
+    if (interrupted)
+        std::printf("interrupted");
+    else
+        std::printf(ended ? "finished" : "stopped");
     if (lastHeard)
         std::printf(" at %.2f s", double(std::clamp<int64_t>(*lastHeard, 0, audio->frameCount)) /
                                       audio->sampleRate);

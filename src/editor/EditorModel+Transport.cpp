@@ -1,5 +1,4 @@
 #include "editor/EditorModel.h"
-
 #include "engine/PlaybackContent.h"
 #include "engine/PlaybackEngine.h"
 #include "engine/RenderSource.h"
@@ -33,8 +32,9 @@ PlaybackEngine& EditorModel::player() {
     if (!previewHooks.install) {
         // From the first play on, the chain being edited is heard through the engine's insert.
         PlaybackEngine* out = engine.get();
-        setEffectPreviewHooks({[out](EffectFactory factory) { out->setEffectFactory(std::move(factory)); },
-                               [out](bool flag) { out->effectInsert()->setBypassed(flag); }});
+        setEffectPreviewHooks(
+            {[out](EffectFactory factory) { out->setEffectFactory(std::move(factory)); },
+             [out](bool flag) { out->effectInsert()->setBypassed(flag); }});
     }
     return *engine;
 }
@@ -143,12 +143,14 @@ void EditorModel::finishPlayback(bool moveCursor) {
 void EditorModel::seek(int64_t frame) {
     if (isPlaying() && playingSource) {
         const int64_t lower = playingSource->rangeStart.load();
-        const int64_t upper = std::min(playingSource->rangeEnd.load(), playingSource->content->frameCount());
+        const int64_t upper =
+            std::min(playingSource->rangeEnd.load(), playingSource->content->frameCount());
         playingSource->seek(std::clamp<int64_t>(frame, lower, std::max(lower, upper - 1)));
         playheadChanged.emit();
         return;
     }
-    if (const auto track = activeTrack()) track->setCursor(std::clamp<int64_t>(frame, 0, track->frameCount()));
+    if (const auto track = activeTrack())
+        track->setCursor(std::clamp<int64_t>(frame, 0, track->frameCount()));
 }
 
 void EditorModel::loopPlayback() {
@@ -182,8 +184,8 @@ void EditorModel::startPlaybackTimer() {
 void EditorModel::playbackTick() {
     if (!playingSource || !engine) return;
     engine->checkOutput();
-    if (!playingSource->playing.load()) {
-        // The content ran out (or the output could not be restarted).
+    if (!engine->isSounding()) {
+        // The content ran out and has been heard (or the output could not be restarted).
         finishPlayback(false);
         return;
     }

@@ -1,10 +1,9 @@
 #include "engine/PlaybackEngine.h"
 
-#include <rubberband/RubberBandStretcher.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <rubberband/RubberBandStretcher.h>
 
 namespace sonvale {
 
@@ -34,8 +33,7 @@ void PlaybackEngine::openOutput(Format format) {
     latency = output->outputLatency();
 }
 
-RenderSourcePtr PlaybackEngine::prepare(PlaybackContentPtr content,
-                                        std::shared_ptr<GainBox> gain) {
+RenderSourcePtr PlaybackEngine::prepare(PlaybackContentPtr content, std::shared_ptr<GainBox> gain) {
     if (!content || !(content->sampleRate() > 0) || content->channelCount() < 1)
         throw PlaybackError("There is no audio to play.");
     stop();
@@ -75,6 +73,7 @@ void PlaybackEngine::start() {
     if (!renderSource) return;
     if (!output->isOpen() && streamFormat) openOutput(*streamFormat);
     meters.clear();
+    restartStretch.store(true);
     output->start();
     latency = output->outputLatency();
 }
@@ -82,12 +81,18 @@ void PlaybackEngine::start() {
 void PlaybackEngine::stop() {
     if (renderSource) renderSource->stop();
     output->stop();
+    draining.store(false);
+}
+
+bool PlaybackEngine::isSounding() const {
+    if (!renderSource) return false;
+    return renderSource->playing.load() || (output->isRunning() && draining.load());
 }
 
 std::optional<int64_t> PlaybackEngine::audibleFrame(HostTime time) const {
     if (!renderSource) return std::nullopt;
     HostTime renderedAt = renderSource->renderedAt.load(std::memory_order_relaxed);
-    if (renderedAt == 0 || !renderSource->playing.load()) return std::nullopt;
+    if (renderedAt == 0 || !isSounding()) return std::nullopt;
     int64_t renderedFrom = renderSource->renderedFrom.load(std::memory_order_relaxed);
     // While stretching, renderedFrom is already the frame leaving the stretcher at renderedAt.
     double elapsed = secondsFromHostTime(time) - secondsFromHostTime(renderedAt) - latency;
@@ -103,6 +108,10 @@ void PlaybackEngine::setRate(float rate) {
 double PlaybackEngine::stretchLatency() const {
     if (!streamFormat) return 0;
     return double(stretchDelayFrames.load(std::memory_order_relaxed)) / streamFormat->sampleRate;
+}
+
+int64_t PlaybackEngine::outputLatencyFrames() const {
+    return streamFormat ? std::llround(latency * streamFormat->sampleRate) : 0;
 }
 
 int64_t PlaybackEngine::latencyFrames() const {
@@ -141,7 +150,7 @@ void PlaybackEngine::handleConfigurationChange() {
         if (wasPlaying) {
             output->start();
             latency = output->outputLatency();
-                }
+        }
     } catch (const PlaybackError&) {
         if (renderSource) renderSource->playing.store(false);
     }
@@ -157,6 +166,12 @@ void PlaybackEngine::render(float* const* buffers, int channelCount, int64_t fra
                             HostTime hostTime) noexcept {
     RenderSource* source = current.load(std::memory_order_acquire);
     const float speed = requestedRate.load(std::memory_order_relaxed);
+    if (restartStretch.exchange(false, std::memory_order_acquire)) {
+        stretching = false;
+        soundEnd = -1;
+        draining.store(false, std::memory_order_relaxed);
+        stretchDelayFrames.store(0, std::memory_order_relaxed);
+    }
     if (!source) {
         for (int c = 0; c < channelCount; ++c)
             std::memset(buffers[c], 0, size_t(frameCount) * sizeof(float));
@@ -173,8 +188,8 @@ void PlaybackEngine::render(float* const* buffers, int channelCount, int64_t fra
     } else {
         renderStretched(buffers, channelCount, frameCount, hostTime, speed);
     }
-    meters.record(LevelMeters::Slot::master(), buffers[0], channelCount > 1 ? buffers[1] : buffers[0],
-                  frameCount);
+    meters.record(LevelMeters::Slot::master(), buffers[0],
+                  channelCount > 1 ? buffers[1] : buffers[0], frameCount);
     meters.advanceMixed(frameCount);
 }
 
@@ -210,6 +225,7 @@ void PlaybackEngine::renderStretched(float* const* buffers, int channelCount, in
         stretchRate = speed;
         stretchFed = stretchTaken = 0;
         fedCount = 0;
+        soundEnd = -1;
         // Input frame i leaves the stretcher at output frame i / speed + start delay - start
         // pad / speed: measured against where a burst comes out, within a few milliseconds at
         // every speed step.
@@ -222,7 +238,10 @@ void PlaybackEngine::renderStretched(float* const* buffers, int channelCount, in
     for (int round = 0; round < 64 && timePitch->available() < int(frameCount); ++round) {
         int64_t wanted = int64_t(timePitch->getSamplesRequired());
         int64_t n = std::clamp<int64_t>(wanted > 0 ? wanted : 256, 1, maxStretchBlock);
+        const bool wasPlaying = source->playing.load(std::memory_order_relaxed);
         source->render(n, scratchChannels.data(), outputChannels, 0);
+        if (wasPlaying && !source->playing.load(std::memory_order_relaxed))
+            soundEnd = double(stretchFed + n) * perInput + offset;
         fedBlocks[fedCount % fedBlocks.size()] = {stretchFed, source->blockStart};
         ++fedCount;
         stretchFed += n;
@@ -247,6 +266,7 @@ void PlaybackEngine::renderStretched(float* const* buffers, int channelCount, in
     int64_t got = std::min<int64_t>(available, frameCount);
     if (got > 0) timePitch->retrieve(buffers, size_t(got));
     stretchTaken += got;
+    draining.store(soundEnd >= 0 && double(stretchTaken) < soundEnd, std::memory_order_relaxed);
     for (int c = 0; c < channelCount; ++c)
         std::memset(buffers[c] + got, 0, size_t(frameCount - got) * sizeof(float));
 }

@@ -57,6 +57,9 @@ public:
     // Stops the source and the output.
     void stop();
     bool isRunning() const { return output->isRunning(); }
+    // True while the source plays and, at another speed than 1, until the last of it has
+    // left the stretcher: the end of the content is heard before the transport stops.
+    bool isSounding() const;
 
     const RenderSourcePtr& source() const { return renderSource; }
     const std::optional<Format>& nodeFormat() const { return streamFormat; }
@@ -76,6 +79,9 @@ public:
     // (stretcher delay + output latency) x content rate x speed, in content frames. The
     // stretcher's delay is known once it has run, so this is computed when asked.
     int64_t latencyFrames() const;
+    // The output latency in output frames: how far behind the rendered output (and so the
+    // output meters, recorded after the stretcher) the ear is.
+    int64_t outputLatencyFrames() const;
 
     const std::shared_ptr<EffectInsert>& effectInsert() const { return insert; }
     // Sets (or, with an empty function, removes) the factory of the live effect processor and
@@ -127,6 +133,8 @@ private:
     std::atomic<RenderSource*> current{nullptr};
     std::atomic<float> requestedRate{1};
     std::atomic<int64_t> stretchDelayFrames{0}; // output frames; 0 while bypassed
+    std::atomic<bool> restartStretch{false};    // a new play: forget what the stretcher held
+    std::atomic<bool> draining{false};          // the source ended; the stretcher still sounds
 
     // Render callback only.
     bool stretching = false;
@@ -136,6 +144,7 @@ private:
     int64_t stretchFed = 0;   // input frames since the stretcher was reset
     int64_t stretchTaken = 0; // output frames since then
     double offset = 0;
+    double soundEnd = -1; // output frame by which the source's last frame has come out
     // The content frame each fed block began at, by input frame, newest last (a ring).
     struct FedBlock {
         int64_t input;

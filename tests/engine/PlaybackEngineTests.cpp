@@ -1,6 +1,6 @@
-#include "engine/PlaybackEngine.h"
-
 #include "effects/EffectChain.h"
+#include "engine/PlaybackEngine.h"
+#include "support/AllocationCounter.h"
 #include "support/PlaybackTestAudio.h"
 
 #include <gtest/gtest.h>
@@ -171,12 +171,90 @@ TEST(PlaybackEngine, EffectProcessorIsBuiltOncePerFormatAndRemovedWithTheFactory
 
 TEST(PlaybackEngine, OutputPeaksAreRecordedIntoTheMasterMeter) {
     ManualEngine m;
-    auto source = m.engine->prepare(
-        AudioDataContent::make(makeAudio(48000, 2, 4800, [](int c, int64_t) { return c ? -0.5f : 0.25f; })),
-        nullptr);
+    auto source =
+        m.engine->prepare(AudioDataContent::make(makeAudio(
+                              48000, 2, 4800, [](int c, int64_t) { return c ? -0.5f : 0.25f; })),
+                          nullptr);
     source->start({0, 4800}, 0, false);
     m.engine->start();
     m.output->pull(512, 1);
     auto peaks = m.engine->outputMeters().take(LevelMeters::Slot::master(), 512);
     EXPECT_EQ(peaks, (LevelMeters::Peaks{0.25f, 0.5f}));
+}
+
+TEST(PlaybackEngine, StretchedPlaySoundsUntilItsLastFrameHasLeftTheStretcher) {
+    ManualEngine m;
+    auto source =
+        m.engine->prepare(AudioDataContent::make(makeSine(48000, 1, 144000, 1000, 0.5f)), nullptr);
+    m.engine->setRate(1.5f);
+    source->start({0, 144000}, 0, false);
+    m.engine->start();
+    std::vector<float> heard;
+    auto pull = [&] {
+        auto& out = m.output->pull(512, 1);
+        heard.insert(heard.end(), out[0].begin(), out[0].end());
+    };
+    while (source->playing.load())
+        pull();
+    // The source has run out, but the end of the tone is still inside the stretcher.
+    EXPECT_TRUE(m.engine->isSounding());
+    const size_t ranOut = heard.size();
+    for (int i = 0; i < 200 && m.engine->isSounding(); ++i)
+        pull();
+    EXPECT_FALSE(m.engine->isSounding());
+    EXPECT_GT(peakOf(std::span(heard).subspan(ranOut)), 0.3f);
+    const size_t drained = heard.size();
+    for (int i = 0; i < 20; ++i)
+        pull();
+    // Nothing of the tone was left behind, only the stretcher's faint smear of its end.
+    EXPECT_LT(peakOf(std::span(heard).subspan(drained)), 0.1f);
+    auto [first, last] = soundingSpan(heard, 48000, 0.1f);
+    EXPECT_NEAR(double(last - first), 96000, 96000 * 0.02);
+    EXPECT_LE(size_t(last), drained);
+}
+
+TEST(PlaybackEngine, APlayAfterAStretchedOneStartsAfresh) {
+    ManualEngine m;
+    auto content = AudioDataContent::make(countingAudio(480000));
+    auto source = m.engine->prepare(content, nullptr);
+    m.engine->setRate(1.5f);
+    source->start({0, 480000}, 0, false);
+    m.engine->start();
+    for (int i = 0; i < 40; ++i)
+        m.output->pull(512, hostTimeFromSeconds(1.0 + i * 0.01));
+    m.engine->stop();
+
+    m.engine->setRate(1.0f);
+    source = m.engine->prepare(content, nullptr);
+    source->start({0, 480000}, 100000, false);
+    m.engine->start();
+    auto& out = m.output->pull(512, hostTimeFromSeconds(5.0));
+    EXPECT_FLOAT_EQ(out[0][0], 100000 * 1e-6f); // not where the stretched play had got to
+    EXPECT_EQ(m.engine->stretchLatency(), 0.0);
+    EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(5.02)), 100000);
+}
+
+TEST(PlaybackEngine, RenderAllocatesNothingAtAnySpeed) {
+    for (float speed : PlaybackEngine::playbackRates) {
+        ManualEngine m;
+        auto source = m.engine->prepare(
+            AudioDataContent::make(makeSine(48000, 2, 480000, 440, 0.5f)), nullptr);
+        m.engine->setEffectFactory([](double, int) { return std::make_unique<ChainProcessor>(); });
+        m.engine->setRate(speed);
+        source->start({0, 480000}, 0, true);
+        m.engine->start();
+        std::vector<std::vector<float>> buffers(2, std::vector<float>(4096));
+        float* channels[2] = {buffers[0].data(), buffers[1].data()};
+        int64_t allocations = 0, frees = 0;
+        for (int i = 0; i < 200; ++i) {
+            const int64_t frames = i % 3 == 0 ? 4096 : i % 3 == 1 ? 128 : 512;
+            if (i == 100) source->seek(240000);
+            AllocationCounter::Scope scope;
+            m.output->pullInto(channels, 2, frames, hostTimeFromSeconds(1.0 + i * 0.01));
+            allocations += scope.allocations();
+            frees += scope.frees();
+        }
+        EXPECT_EQ(allocations, 0) << "at speed " << speed;
+        EXPECT_EQ(frees, 0) << "at speed " << speed;
+    }
 }

@@ -13,7 +13,8 @@ AudioDataPtr makeAudio(double sampleRate, int channels, int64_t frames,
     std::vector<FloatBuffer> buffers;
     for (int c = 0; c < channels; ++c) {
         FloatBuffer buffer(frames);
-        for (int64_t i = 0; i < frames; ++i) buffer[i] = sample(c, i);
+        for (int64_t i = 0; i < frames; ++i)
+            buffer[i] = sample(c, i);
         buffers.push_back(std::move(buffer));
     }
     return AudioLoader::makeAudioData(sampleRate, std::move(buffers), frames);
@@ -22,7 +23,8 @@ AudioDataPtr makeAudio(double sampleRate, int channels, int64_t frames,
 AudioDataPtr makeSine(double sampleRate, int channels, int64_t frames, double frequency,
                       float amplitude) {
     return makeAudio(sampleRate, channels, frames, [&](int, int64_t i) {
-        return amplitude * float(std::sin(2 * std::numbers::pi * frequency * double(i) / sampleRate));
+        return amplitude *
+               float(std::sin(2 * std::numbers::pi * frequency * double(i) / sampleRate));
     });
 }
 
@@ -30,12 +32,13 @@ float rampValue(int64_t frame, int64_t frames) {
     return float(-0.9 + 1.8 * double(frame) / double(frames));
 }
 
-double rampFrame(float value, int64_t frames) { return (double(value) + 0.9) / 1.8 * double(frames); }
+double rampFrame(float value, int64_t frames) {
+    return (double(value) + 0.9) / 1.8 * double(frames);
+}
 
 AudioDataPtr makePositionRamp(double sampleRate, int64_t frames) {
-    return makeAudio(sampleRate, 2, frames, [&](int c, int64_t i) {
-        return c == 0 ? rampValue(i, frames) : 0.5f;
-    });
+    return makeAudio(sampleRate, 2, frames,
+                     [&](int c, int64_t i) { return c == 0 ? rampValue(i, frames) : 0.5f; });
 }
 
 double zeroCrossingFrequency(std::span<const float> samples, double sampleRate) {
@@ -43,9 +46,12 @@ double zeroCrossingFrequency(std::span<const float> samples, double sampleRate) 
     int64_t crossings = 0;
     for (size_t i = 1; i < samples.size(); ++i) {
         if (samples[i - 1] < 0 && samples[i] >= 0) {
-            double at = double(i - 1) + double(-samples[i - 1]) / double(samples[i] - samples[i - 1]);
-            if (first < 0) first = at;
-            else ++crossings;
+            double at =
+                double(i - 1) + double(-samples[i - 1]) / double(samples[i] - samples[i - 1]);
+            if (first < 0)
+                first = at;
+            else
+                ++crossings;
             last = at;
         }
     }
@@ -68,14 +74,16 @@ std::pair<int64_t, int64_t> soundingSpan(std::span<const float> samples, double 
 
 float peakOf(std::span<const float> samples) {
     float peak = 0;
-    for (float x : samples) peak = std::max(peak, std::fabs(x));
+    for (float x : samples)
+        peak = std::max(peak, std::fabs(x));
     return peak;
 }
 
 float rmsOf(std::span<const float> samples) {
     if (samples.empty()) return 0;
     double sum = 0;
-    for (float x : samples) sum += double(x) * x;
+    for (float x : samples)
+        sum += double(x) * x;
     return float(std::sqrt(sum / double(samples.size())));
 }
 
@@ -101,9 +109,15 @@ void ManualOutput::close() {
 const std::vector<std::vector<float>>& ManualOutput::pull(int64_t frames, HostTime hostTime) {
     channels.assign(size_t(streamFormat.channelCount), std::vector<float>(size_t(frames), 0.0f));
     std::vector<float*> pointers;
-    for (auto& channel : channels) pointers.push_back(channel.data());
+    for (auto& channel : channels)
+        pointers.push_back(channel.data());
     if (client && running) client->render(pointers.data(), int(pointers.size()), frames, hostTime);
     return channels;
+}
+
+void ManualOutput::pullInto(float* const* buffers, int channelCount, int64_t frames,
+                            HostTime hostTime) {
+    if (client && running) client->render(buffers, channelCount, frames, hostTime);
 }
 
 } // namespace sonvale::test

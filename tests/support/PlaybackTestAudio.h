@@ -50,6 +50,8 @@ public:
 
     // Renders one buffer of `frames` frames stamped `hostTime`; returns the channels.
     const std::vector<std::vector<float>>& pull(int64_t frames, HostTime hostTime);
+    // The same into buffers the test owns, allocating nothing itself.
+    void pullInto(float* const* buffers, int channelCount, int64_t frames, HostTime hostTime);
 
     double latency = 0.02;
     HostTime clock = 0;
