@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Applying each built effect to the same 10-minute stereo 48 kHz file with sonvale-cli apply,
-# next to the nearest sox effect writing the same 32-bit float WAV. Prints wall-clock and CPU
-# times and sonvale's CPU time as a fraction of sox's (below 1: faster).
+# next to the nearest sox effect writing the same 32-bit float WAV. Prints CPU times, then the
+# processing alone (CPU less each tool's cost of reading and writing the file) as a multiple
+# of real time, and sonvale's processing time as a fraction of sox's (below 1: faster).
 # Usage: effects-vs-sox.sh CLI [WORK_DIR]
 set -euo pipefail
 cli=${1:?usage: effects-vs-sox.sh CLI [WORK_DIR]}
@@ -17,6 +18,9 @@ if [ ! -f "$src" ]; then
 fi
 # Wall-clock and CPU (user + system) seconds of a command.
 times() { /usr/bin/time -f "%e %U %S" "$@" 2>&1 >/dev/null | tail -n1 | awk '{print $1, $2 + $3}'; }
+seconds=$((minutes * 60))
+copyS=0
+copyX=0
 compare() {
     local name=$1 setup=$2
     shift 2
@@ -24,12 +28,18 @@ compare() {
     s=$(times "$cli" apply "$src" -o "$work/s.wav" --effect "$setup")
     x=$(times sox "$src" -e floating-point -b 32 "$work/x.wav" "$@")
     set -- $s $x
-    printf '%-11s sonvale %6.2fs (cpu %6.2fs)   sox %6.2fs (cpu %6.2fs)   cpu ratio %.2f\n' \
-        "$name" "$1" "$2" "$3" "$4" "$(awk "BEGIN{print $2 / $4}")"
+    awk -v name="$name" -v s="$2" -v x="$4" -v cs="$copyS" -v cx="$copyX" -v d="$seconds" 'BEGIN {
+        ns = s - cs; nx = x - cx; if (ns < 0.01) ns = 0.01; if (nx < 0.01) nx = 0.01
+        printf "%-11s cpu sonvale %6.2fs sox %6.2fs   processing: sonvale %7.0fx real time, sox %6.0fx, ratio %.2f\n",
+            name, s, x, d / ns, d / nx, ns / nx }'
 }
 # The cost of reading and writing alone: the analyzer leaves the audio as it is, and sox
-# only converts. Subtract it from the rows below to compare the processing itself.
-compare "(copy)" "spectrumAnalyzer"
+# only converts. It is taken off every row below, so they compare the processing itself.
+set -- $(times "$cli" apply "$src" -o "$work/s.wav" --effect spectrumAnalyzer) \
+    $(times sox "$src" -e floating-point -b 32 "$work/x.wav")
+copyS=$2
+copyX=$4
+printf '%-11s cpu sonvale %6.2fs sox %6.2fs   (reading and writing only)\n' "(copy)" "$copyS" "$copyX"
 echo "sox commands: saturation, distortion = overdrive; delay = echos; reverb, pitch, chorus, flanger, phaser by name"
 echo "sox commands: equalizer = highpass 80 + equalizer 300/3000 + treble 10k;" \
     "compressor, limiter, noise gate = compand"

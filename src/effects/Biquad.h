@@ -27,6 +27,12 @@ struct BiquadState {
         return y;
     }
     void reset() noexcept { z1 = z2 = 0; }
+    // Zeroes state that has decayed below audibility, so a silent tail never reaches
+    // denormal arithmetic. Call once per block.
+    void flushTiny() noexcept {
+        if (std::abs(z1) < 1e-20) z1 = 0;
+        if (std::abs(z2) < 1e-20) z2 = 0;
+    }
 };
 
 // A one-pole smoother: each step moves `value` by `coefficient` of the way to the target.
@@ -60,6 +66,11 @@ struct DCBlocker {
         return y;
     }
     void reset() noexcept { x1 = y1 = 0; }
+    // As BiquadState::flushTiny.
+    void flushTiny() noexcept {
+        if (std::abs(x1) < 1e-20) x1 = 0;
+        if (std::abs(y1) < 1e-20) y1 = 0;
+    }
 };
 
 } // namespace sonvale

@@ -24,7 +24,18 @@ DistortionProcessor::DistortionProcessor(double sampleRate, int channelCount,
     , channelCount(std::max(channelCount, 0))
     , filters(size_t(this->channelCount))
     , blockers(size_t(this->channelCount)) {
+    double k = Smoothed::coefficientFor(0.03, sampleRate);
+    driveDB = {this->bank->value(drive), k};
+    mixPercent = {std::clamp(this->bank->value(mix), 0.0, 100.0), k};
+    outputDB = {this->bank->value(output), k};
     reset();
+}
+
+void DistortionProcessor::flushTinyStates() noexcept {
+    for (auto& f : filters)
+        f.flushTiny();
+    for (auto& blocker : blockers)
+        blocker.flushTiny();
 }
 
 void DistortionProcessor::process(float* const* channels, int64_t frameCount) noexcept {
@@ -65,18 +76,16 @@ void DistortionProcessor::process(float* const* channels, int64_t frameCount) no
             channels[c][i] = float(o * (m * (y - x) + x));
         }
     }
+    flushTinyStates();
 }
 
+// The smoothers keep their values: a reset clears what the signal left, not the knobs.
 void DistortionProcessor::reset() noexcept {
     for (auto& f : filters)
         f.reset();
     double pole = DCBlocker::fiveHertzPole(sampleRate);
     for (auto& blocker : blockers)
         blocker = {0, 0, pole};
-    double k = Smoothed::coefficientFor(0.03, sampleRate);
-    driveDB = {bank->value(drive), k};
-    mixPercent = {std::clamp(bank->value(mix), 0.0, 100.0), k};
-    outputDB = {bank->value(output), k};
 }
 
 } // namespace sonvale

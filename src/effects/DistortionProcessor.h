@@ -30,6 +30,8 @@ private:
     double toneFrequency = 0;
     std::vector<BiquadState> filters;
     std::vector<DCBlocker> blockers;
+
+    void flushTinyStates() noexcept;
 };
 
 } // namespace sonvale

@@ -22,7 +22,19 @@ SaturationProcessor::SaturationProcessor(double sampleRate, int channelCount,
     , channelCount(std::max(channelCount, 0))
     , filters(size_t(this->channelCount))
     , blockers(size_t(this->channelCount)) {
+    double k = Smoothed::coefficientFor(0.03, sampleRate);
+    driveDB = {this->bank->value(drive), k};
+    warmthPercent = {this->bank->value(warmth), k};
+    mixPercent = {std::clamp(this->bank->value(mix), 0.0, 100.0), k};
+    outputDB = {this->bank->value(output), k};
     reset();
+}
+
+void SaturationProcessor::flushTinyStates() noexcept {
+    for (auto& f : filters)
+        f.flushTiny();
+    for (auto& blocker : blockers)
+        blocker.flushTiny();
 }
 
 void SaturationProcessor::process(float* const* channels, int64_t frameCount) noexcept {
@@ -59,6 +71,7 @@ void SaturationProcessor::process(float* const* channels, int64_t frameCount) no
                 samples[i] = float(o * (m * (shaped - x) + x));
             }
         }
+        flushTinyStates();
         return;
     }
     for (int64_t i = 0; i < frameCount; ++i) {
@@ -84,19 +97,16 @@ void SaturationProcessor::process(float* const* channels, int64_t frameCount) no
             channels[c][i] = float(o * (m * (s - x) + x));
         }
     }
+    flushTinyStates();
 }
 
+// The smoothers keep their values: a reset clears what the signal left, not the knobs.
 void SaturationProcessor::reset() noexcept {
     for (auto& f : filters)
         f.reset();
     double pole = DCBlocker::fiveHertzPole(sampleRate);
     for (auto& blocker : blockers)
         blocker = {0, 0, pole};
-    double k = Smoothed::coefficientFor(0.03, sampleRate);
-    driveDB = {bank->value(drive), k};
-    warmthPercent = {bank->value(warmth), k};
-    mixPercent = {std::clamp(bank->value(mix), 0.0, 100.0), k};
-    outputDB = {bank->value(output), k};
 }
 
 } // namespace sonvale
