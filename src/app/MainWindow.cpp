@@ -1,20 +1,21 @@
 #include "app/MainWindow.h"
-#include "app/effects/EffectsPanel.h"
 
 #include "app/AboutDialog.h"
 #include "app/LevelMeterWidget.h"
 #include "app/SettingsDialog.h"
 #include "app/canvas/WaveformCanvas.h"
+#include "app/effects/EffectsPanel.h"
 #include "audio/ExportOptions.h"
 #include "audio/Loudness.h"
 #include "editor/EditorModel.h"
+#include "engine/PlaybackEngine.h"
 
 #include <QAction>
 #include <QApplication>
-#include <QDockWidget>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QDir>
+#include <QDockWidget>
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QFileDialog>
@@ -24,6 +25,7 @@
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -353,14 +355,18 @@ void MainWindow::buildMenus() {
     QMenu* effectsMenu = menuBar()->addMenu("Effec&ts");
     QMenu* addEffect = effectsMenu->addMenu("Add Effect");
     addEffect->setObjectName("addEffectMenu");
-    for (QAction* kindAction : effects->addMenu()->actions()) addEffect->addAction(kindAction);
-    effectsMenu->addAction(makeAction("showEffects", "Show Effects", QKeySequence("Ctrl+E"), [this] {
-        effectsDock->show();
-        effectsDock->raise();
-    }));
+    for (QAction* kindAction : effects->addMenu()->actions())
+        addEffect->addAction(kindAction);
+    effectsMenu->addAction(
+        makeAction("showEffects", "Show Effects", QKeySequence("Ctrl+E"), [this] {
+            effectsDock->show();
+            effectsDock->raise();
+        }));
     effectsMenu->addSeparator();
-    effectsMenu->addAction(makeAction("applyEffects", "Apply to Selection", {}, [&m] { m.applyEffects(); }));
-    effectsMenu->addAction(makeAction("closeEffects", "Close Effects", {}, [&m] { m.closeEffects(); }));
+    effectsMenu->addAction(
+        makeAction("applyEffects", "Apply to Selection", {}, [&m] { m.applyEffects(); }));
+    effectsMenu->addAction(
+        makeAction("closeEffects", "Close Effects", {}, [&m] { m.closeEffects(); }));
 
     QMenu* help = menuBar()->addMenu("&Help");
     help->addAction(makeAction("about", "About Sonvale", {}, [this] {
@@ -514,6 +520,9 @@ QWidget* MainWindow::buildMarkerPanel() {
         if (track && id) track->renameMarker(*id, item->text(0).toStdString());
         refreshMarkers();
     });
+    connect(markers, &QTreeWidget::itemSelectionChanged, this, [this] { refreshActions(); });
+    // Delete in the list removes the selected markers rather than the audio selection.
+    markers->installEventFilter(this);
     connect(markers, &QTreeWidget::itemClicked, this, [this](QTreeWidgetItem* item, int) {
         auto track = model.activeTrack();
         auto id = Uuid::parse(item->data(0, Qt::UserRole).toString().toStdString());
@@ -526,13 +535,7 @@ QWidget* MainWindow::buildMarkerPanel() {
     auto* buttons = new QGridLayout;
     auto* remove = new QPushButton("Delete", box);
     remove->setObjectName("deleteMarker");
-    connect(remove, &QPushButton::clicked, this, [this] {
-        auto track = model.activeTrack();
-        if (!track) return;
-        for (QTreeWidgetItem* item : markers->selectedItems())
-            if (auto id = Uuid::parse(item->data(0, Qt::UserRole).toString().toStdString()))
-                track->removeMarker(*id);
-    });
+    connect(remove, &QPushButton::clicked, this, [this] { removeSelectedMarkers(); });
     auto* removeAll = new QPushButton("Remove All Markers", box);
     removeAll->setObjectName("removeAllMarkersButton");
     connect(removeAll, &QPushButton::clicked, this, [this] { model.removeAllMarkers(); });
@@ -587,11 +590,14 @@ void MainWindow::observeModel() {
     }));
     modelConnections.push_back(model.alertChanged.connect([this] { showAlert(); }));
     modelConnections.push_back(model.effectChainChanged.connect([this] {
-        if (model.effectChain()) effectsDock->show();
-        else effectsDock->hide();
+        if (model.effectChain())
+            effectsDock->show();
+        else
+            effectsDock->hide();
         refreshActions();
     }));
-    modelConnections.push_back(model.effectsApplyProgressChanged.connect([this] { refreshActions(); }));
+    modelConnections.push_back(
+        model.effectsApplyProgressChanged.connect([this] { refreshActions(); }));
     modelConnections.push_back(model.transportChanged.connect([this] {
         refreshTransport();
         refreshActions();
@@ -699,6 +705,31 @@ void MainWindow::refreshTrackList() {
     refreshingTracks = false;
 }
 
+void MainWindow::removeSelectedMarkers() {
+    auto track = model.activeTrack();
+    if (!track) return;
+    std::vector<Uuid> ids;
+    for (QTreeWidgetItem* item : markers->selectedItems())
+        if (auto id = Uuid::parse(item->data(0, Qt::UserRole).toString().toStdString()))
+            ids.push_back(*id);
+    for (const Uuid& id : ids)
+        track->removeMarker(id);
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == markers &&
+        (event->type() == QEvent::ShortcutOverride || event->type() == QEvent::KeyPress)) {
+        auto* key = static_cast<QKeyEvent*>(event);
+        if ((key->key() == Qt::Key_Delete || key->key() == Qt::Key_Backspace) &&
+            key->modifiers() == Qt::NoModifier && !markers->selectedItems().isEmpty()) {
+            event->accept();
+            if (event->type() == QEvent::KeyPress) removeSelectedMarkers();
+            return true;
+        }
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
 void MainWindow::refreshActions() {
     EditorModel& m = model;
     auto set = [this](const char* name, bool enabled) { actions[name]->setEnabled(enabled); };
@@ -728,6 +759,9 @@ void MainWindow::refreshActions() {
     set("nextMarker", m.hasMarkers());
     set("removeAllMarkers", m.hasMarkers());
     set("play", m.canPlay() || m.isPlaying());
+    set("loop", m.canPlay() || m.isPlaying());
+    set("slower", m.playbackRate() > PlaybackEngine::playbackRates.front());
+    set("faster", m.playbackRate() < PlaybackEngine::playbackRates.back());
     set("normalizePeak", m.canNormalize());
     set("showEffects", m.effectChain() != nullptr);
     set("applyEffects", m.effectChain() != nullptr && !m.effectsApplyProgress());
@@ -742,7 +776,8 @@ void MainWindow::refreshActions() {
     if (auto* b = findChild<QPushButton*>("removeAllMarkersButton")) b->setEnabled(m.hasMarkers());
     if (auto* b = findChild<QPushButton*>("exportRegionsButton"))
         b->setEnabled(m.canExportRegions());
-    if (auto* b = findChild<QPushButton*>("deleteMarker")) b->setEnabled(m.hasMarkers());
+    if (auto* b = findChild<QPushButton*>("deleteMarker"))
+        b->setEnabled(m.hasMarkers() && !markers->selectedItems().isEmpty());
 }
 
 void MainWindow::refreshTransport() {

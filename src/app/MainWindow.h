@@ -64,6 +64,7 @@ protected:
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dropEvent(QDropEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     QAction* makeAction(const QString& name, const QString& text, const QKeySequence& shortcut,
@@ -80,6 +81,7 @@ private:
 
     void refreshTrackList();
     void refreshActions();
+    void removeSelectedMarkers();
     void refreshTransport();
     void refreshInspector();
     void refreshMarkers();

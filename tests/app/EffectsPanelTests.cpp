@@ -3,8 +3,10 @@
 #include "app/effects/Knob.h"
 #include "base/ManualExecutor.h"
 #include "editor/EditorModel.h"
+#include "engine/PlaybackEngine.h"
 #include "persistence/Preferences.h"
 #include "support/AudioFiles.h"
+#include "support/PlaybackTestAudio.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -25,11 +27,17 @@ namespace {
 
 constexpr double rate = 48000;
 
-// An editor with one selected track of quiet noise, and the panel over it.
+// An editor with one selected track of quiet noise, and the panel over it. Playback goes to
+// a hand-driven output with 20 ms of latency.
 struct Fixture {
     ManualExecutor executor;
     Preferences preferences;
-    EditorModel model{executor, preferences};
+    test::ManualOutput* output = nullptr;
+    EditorModel model{executor, preferences, [this] {
+                          auto manual = std::make_unique<test::ManualOutput>();
+                          output = manual.get();
+                          return std::make_unique<PlaybackEngine>(std::move(manual));
+                      }()};
     AudioTrackPtr track;
     EffectsPanel panel{model};
 
@@ -158,6 +166,28 @@ private Q_SLOTS:
         QVERIFY(!f.knob("Band 1 Q")->isVisibleTo(&f.panel));
         QTest::keyClick(type, Qt::Key_Down); // already the first choice
         QCOMPARE(session->values()[0], 0.0);
+
+        // A touchpad's small wheel steps add up to one choice per whole notch.
+        auto scroll = [&](int eighths) {
+            QWheelEvent wheel(QPointF(10, 10), type->mapToGlobal(QPointF(10, 10)), {},
+                              QPoint(0, eighths), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase,
+                              false);
+            QApplication::sendEvent(type, &wheel);
+        };
+        for (int i = 0; i < 3; ++i)
+            scroll(30);
+        QCOMPARE(session->values()[0], 0.0);
+        scroll(30);
+        QCOMPARE(session->values()[0], 1.0);
+
+        // A switch flips on a click and a double-click leaves it at its default, on.
+        Knob* on = f.knob("Band 1 On");
+        QCOMPARE(on->value(), 1.0);
+        QTest::mouseClick(on, Qt::LeftButton);
+        QCOMPARE(on->value(), 0.0);
+        QTest::mouseDClick(on, Qt::LeftButton);
+        QCOMPARE(on->value(), 1.0);
+        QCOMPARE(session->bank()->value(4), 1.0);
     }
 
     void aPresetSetsEveryValueAndThePresetNameFollowsTheValues() {
@@ -242,9 +272,20 @@ private Q_SLOTS:
     void theDisplaysFollowTheBankAndTheTap() {
         Fixture f;
         auto gate = f.add(EffectKind::noiseGate);
-        gate->bank()->report(-12.5f, 512);
+        f.model.play();
+        QVERIFY(f.model.isPlaying());
+        // The needle shows the gain change of the audio being heard, 960 frames (the output's
+        // 20 ms) behind the newest processed block.
+        gate->bank()->report(-12.5f, 4800);
+        gate->bank()->report(-40.0f, 960);
         f.panel.refreshDisplays();
         QCOMPARE(f.panel.reductionMeter()->value(), -12.5f);
+        gate->bank()->report(-40.0f, 960);
+        f.panel.refreshDisplays();
+        QCOMPARE(f.panel.reductionMeter()->value(), -40.0f);
+        f.model.stop();
+        f.panel.refreshDisplays();
+        QCOMPARE(f.panel.reductionMeter()->value(), 0.0f); // nothing heard, nothing reduced
 
         auto analyzer = f.add(EffectKind::spectrumAnalyzer);
         SampleTap* tap = analyzer->bank()->tap();

@@ -2,6 +2,7 @@
 
 #include "effects/EQBand.h"
 
+#include <QGuiApplication>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -41,11 +42,15 @@ void drawBackground(QPainter& p, const QRect& r) {
 // ---------------------------------------------------------------------------------------
 
 QIcon effectIcon(EffectKind kind) {
-    QPixmap pixmap(32, 32);
+    // Drawn at twice the size so it stays sharp on HiDPI screens, in the theme's text colour
+    // so it shows on light and dark themes alike.
+    QPixmap pixmap(64, 64);
+    pixmap.setDevicePixelRatio(2);
     pixmap.fill(Qt::transparent);
+    const QColor ink = QGuiApplication::palette().color(QPalette::WindowText);
     QPainter p(&pixmap);
     p.setRenderHint(QPainter::Antialiasing);
-    p.setPen(QPen(QColor(70, 75, 85), 2.5, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    p.setPen(QPen(ink, 2.5, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
     p.setBrush(Qt::NoBrush);
     QPainterPath path;
     switch (kind) {
@@ -53,7 +58,7 @@ QIcon effectIcon(EffectKind kind) {
         for (int i = 0; i < 3; ++i) {
             const double x = 8 + i * 8, knob = (i == 1) ? 10 : 20;
             p.drawLine(QPointF(x, 5), QPointF(x, 27));
-            p.setBrush(QColor(70, 75, 85));
+            p.setBrush(ink);
             p.drawEllipse(QPointF(x, knob), 3, 3);
             p.setBrush(Qt::NoBrush);
         }
@@ -119,7 +124,7 @@ QIcon effectIcon(EffectKind kind) {
         }
         break;
     case EffectKind::delay: // a dot and its echoes
-        p.setBrush(QColor(70, 75, 85));
+        p.setBrush(ink);
         p.drawEllipse(QPointF(7, 16), 3, 3);
         p.setBrush(Qt::NoBrush);
         for (int i = 0; i < 3; ++i) {

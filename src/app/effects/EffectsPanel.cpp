@@ -420,7 +420,8 @@ int64_t EffectsPanel::heardBehind() const {
 
 void EffectsPanel::refreshDisplays() {
     if (!shown) return;
-    if (meter) meter->setValue(shown->bank()->readout(heardBehind()));
+    // Nothing heard, no gain change: the needle rests once playback stops.
+    if (meter) meter->setValue(model.isPlaying() ? shown->bank()->readout(heardBehind()) : 0);
     if (spectrum) spectrum->refresh(heardBehind(), SpectrumAnalysis::Clock::now());
 }
 

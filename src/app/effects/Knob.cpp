@@ -113,22 +113,37 @@ void Knob::mouseMoveEvent(QMouseEvent* event) {
 }
 
 void Knob::mouseReleaseEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton) return;
+    if (inDoubleClick) {
+        inDoubleClick = false;
+        return;
+    }
     // A click on a switch flips it.
-    if (event->button() == Qt::LeftButton && !dragged &&
-        param.unit == EffectParameter::Unit::toggle)
+    if (!dragged && param.unit == EffectParameter::Unit::toggle)
         edit(current >= 0.5 ? param.lower() : param.upper());
 }
 
 void Knob::mouseDoubleClickEvent(QMouseEvent* event) {
-    if (event->button() == Qt::LeftButton) edit(param.defaultValue);
+    if (event->button() != Qt::LeftButton) return;
+    inDoubleClick = true;
+    edit(param.defaultValue);
 }
 
 void Knob::wheelEvent(QWheelEvent* event) {
-    const double notches = event->angleDelta().y() / 120.0;
-    if (notches == 0) return;
-    const double steps = isDiscrete() ? (notches > 0 ? 1 : -1) : notches;
-    edit(steppedValue(steps));
+    const int eighths = event->angleDelta().y(); // a mouse notch is 120, a touchpad sends less
+    if (eighths == 0) return;
     event->accept();
+    if (!isDiscrete()) {
+        edit(steppedValue(eighths / 120.0));
+        return;
+    }
+    // Choices and steps move once per whole notch, however the travel arrives.
+    if ((wheelEighths > 0) != (eighths > 0)) wheelEighths = 0;
+    wheelEighths += eighths;
+    const int steps = wheelEighths / 120;
+    if (steps == 0) return;
+    wheelEighths -= steps * 120;
+    edit(steppedValue(steps));
 }
 
 void Knob::keyPressEvent(QKeyEvent* event) {

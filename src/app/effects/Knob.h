@@ -49,6 +49,8 @@ private:
     double dragStartY = 0;
     double dragStartPosition = 0;
     bool dragged = false;
+    bool inDoubleClick = false; // the release that ends a double-click does not flip a switch
+    int wheelEighths = 0;       // wheel travel not yet turned into a discrete step
 };
 
 } // namespace sonvale
