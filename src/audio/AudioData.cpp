@@ -9,6 +9,7 @@
 #include <fstream>
 #include <limits>
 #include <soxr.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -24,8 +25,12 @@ namespace {
 typedef float v8f __attribute__((vector_size(32)));
 
 #define SONVALE_INLINE __attribute__((always_inline)) inline
-template <typename V> SONVALE_INLINE V vmin(V a, V b) { return a < b ? a : b; }
-template <typename V> SONVALE_INLINE V vmax(V a, V b) { return a > b ? a : b; }
+template <typename V> SONVALE_INLINE V vmin(V a, V b) {
+    return a < b ? a : b;
+}
+template <typename V> SONVALE_INLINE V vmax(V a, V b) {
+    return a > b ? a : b;
+}
 
 // Reduces eight vectors to one whose lane k holds the reduction of vector k, using only
 // in-lane shuffles and one cross-lane step (the classic 8x8 transpose-and-reduce).
@@ -36,8 +41,9 @@ template <typename Op> SONVALE_INLINE v8f reduceEight(const v8f (&m)[8], Op op) 
                       __builtin_shufflevector(m[2 * i], m[2 * i + 1], 1, 3, 9, 11, 5, 7, 13, 15));
     v8f quads[2];
     for (int i = 0; i < 2; ++i)
-        quads[i] = op(__builtin_shufflevector(pairs[2 * i], pairs[2 * i + 1], 0, 2, 8, 10, 4, 6, 12, 14),
-                      __builtin_shufflevector(pairs[2 * i], pairs[2 * i + 1], 1, 3, 9, 11, 5, 7, 13, 15));
+        quads[i] =
+            op(__builtin_shufflevector(pairs[2 * i], pairs[2 * i + 1], 0, 2, 8, 10, 4, 6, 12, 14),
+               __builtin_shufflevector(pairs[2 * i], pairs[2 * i + 1], 1, 3, 9, 11, 5, 7, 13, 15));
     return op(__builtin_shufflevector(quads[0], quads[1], 0, 1, 2, 3, 8, 9, 10, 11),
               __builtin_shufflevector(quads[0], quads[1], 4, 5, 6, 7, 12, 13, 14, 15));
 }
@@ -55,9 +61,8 @@ template <typename Op> SONVALE_INLINE v8f reduceEight(const v8f (&m)[8], Op op) 
 // max pairs, sums of squares) and, since four blocks make one level-1 entry, two level-1
 // entries per group, so level 0 is never read back. Level 1 is skipped when its buffers are
 // null. Built for AVX2 where the processor has it.
-SONVALE_AVX2_CLONES void
-summariseBlockGroups(const float* samples, int64_t groups, float* minMax0, float* energy0,
-                     float* minMax1, float* energy1) {
+SONVALE_AVX2_CLONES void summariseBlockGroups(const float* samples, int64_t groups, float* minMax0,
+                                              float* energy0, float* minMax1, float* energy1) {
     for (int64_t g = 0; g < groups; ++g) {
         const float* in = samples + 128 * g;
         v8f mn[8], mx[8], sq[8];
@@ -69,9 +74,12 @@ summariseBlockGroups(const float* samples, int64_t groups, float* minMax0, float
             mx[k] = vmax(lo, hi);
             sq[k] = lo * lo + hi * hi;
         }
-        const v8f mins = reduceEight(mn, [](v8f x, v8f y) __attribute__((always_inline)) { return vmin(x, y); });
-        const v8f maxs = reduceEight(mx, [](v8f x, v8f y) __attribute__((always_inline)) { return vmax(x, y); });
-        const v8f sums = reduceEight(sq, [](v8f x, v8f y) __attribute__((always_inline)) { return x + y; });
+        const v8f mins = reduceEight(
+            mn, [](v8f x, v8f y) __attribute__((always_inline)) { return vmin(x, y); });
+        const v8f maxs = reduceEight(
+            mx, [](v8f x, v8f y) __attribute__((always_inline)) { return vmax(x, y); });
+        const v8f sums = reduceEight(
+            sq, [](v8f x, v8f y) __attribute__((always_inline)) { return x + y; });
         const v8f pairsLow = __builtin_shufflevector(mins, maxs, 0, 8, 1, 9, 2, 10, 3, 11);
         const v8f pairsHigh = __builtin_shufflevector(mins, maxs, 4, 12, 5, 13, 6, 14, 7, 15);
         std::memcpy(minMax0 + 16 * g, &pairsLow, sizeof pairsLow);
@@ -202,14 +210,17 @@ std::vector<PeakLevel> buildLevelsOn(const float* samples, int64_t count, unsign
         for (int64_t k = 1; k < parts; ++k)
             workers.emplace_back(summarise, groups * k / parts, groups * (k + 1) / parts);
         summarise(0, groups / parts);
-        for (auto& worker : workers) worker.join();
+        for (auto& worker : workers)
+            worker.join();
     } else {
         summarise(0, groups);
     }
     return finishLevels(samples, count, std::move(first), std::move(second));
 }
 
-unsigned hardwareThreads() { return std::max(1u, std::thread::hardware_concurrency()); }
+unsigned hardwareThreads() {
+    return std::max(1u, std::thread::hardware_concurrency());
+}
 
 // Samples filled and summarised together, small enough to be summarised from the cache.
 constexpr int64_t fillChunk = 32768;
@@ -219,8 +230,9 @@ constexpr int64_t fillChunk = 32768;
 // the same as in the audio `head` summarises (its levels 0 and 1 are copied, not rebuilt);
 // `fill` is asked only for what follows them.
 template <typename Fill>
-std::vector<PeakLevel> fillAndSummarise(float* out, int64_t count, const std::vector<PeakLevel>& head,
-                                        int64_t headGroups, Fill&& fill) {
+std::vector<PeakLevel> fillAndSummarise(float* out, int64_t count,
+                                        const std::vector<PeakLevel>& head, int64_t headGroups,
+                                        Fill&& fill) {
     if (count < 17) {
         fill(0, count);
         return {};
@@ -231,10 +243,14 @@ std::vector<PeakLevel> fillAndSummarise(float* out, int64_t count, const std::ve
     if (head.size() < 2) headGroups = 0;
     headGroups = std::clamp<int64_t>(headGroups, 0, groups);
     if (headGroups > 0) {
-        std::memcpy(first.buffer.data(), head[0].buffer.data(), size_t(16 * headGroups) * sizeof(float));
-        std::memcpy(first.energy.data(), head[0].energy.data(), size_t(8 * headGroups) * sizeof(float));
-        std::memcpy(second.buffer.data(), head[1].buffer.data(), size_t(4 * headGroups) * sizeof(float));
-        std::memcpy(second.energy.data(), head[1].energy.data(), size_t(2 * headGroups) * sizeof(float));
+        std::memcpy(first.buffer.data(), head[0].buffer.data(),
+                    size_t(16 * headGroups) * sizeof(float));
+        std::memcpy(first.energy.data(), head[0].energy.data(),
+                    size_t(8 * headGroups) * sizeof(float));
+        std::memcpy(second.buffer.data(), head[1].buffer.data(),
+                    size_t(4 * headGroups) * sizeof(float));
+        std::memcpy(second.energy.data(), head[1].energy.data(),
+                    size_t(2 * headGroups) * sizeof(float));
     }
     for (int64_t from = 128 * headGroups; from < count; from += fillChunk) {
         const int64_t to = std::min(from + fillChunk, count);
@@ -269,7 +285,8 @@ float channelPeak(const float* samples, int64_t count, const std::vector<PeakLev
             peak = std::max({peak, std::fabs(top.minimum(i)), std::fabs(top.maximum(i))});
         return peak;
     }
-    for (int64_t i = 0; i < count; ++i) peak = std::max(peak, std::fabs(samples[i]));
+    for (int64_t i = 0; i < count; ++i)
+        peak = std::max(peak, std::fabs(samples[i]));
     return peak;
 }
 
@@ -277,19 +294,30 @@ float channelPeak(const float* samples, int64_t count, const std::vector<PeakLev
 constexpr int64_t parallelChannelThreshold = 1 << 20;
 
 // Runs `work(c)` for every channel, spread over the cores when the channels are long.
-template <typename Work>
-void forEachChannel(size_t n, int64_t frameCount, Work&& work) {
+template <typename Work> void forEachChannel(size_t n, int64_t frameCount, Work&& work) {
     if (n > 1 && frameCount >= parallelChannelThreshold) {
         std::vector<std::thread> threads;
         const size_t workers = std::min<size_t>(n, hardwareThreads());
-        for (size_t w = 1; w < workers; ++w)
-            threads.emplace_back([&, w] {
-                for (size_t c = w; c < n; c += workers) work(c);
-            });
-        for (size_t c = 0; c < n; c += workers) work(c);
-        for (auto& thread : threads) thread.join();
+        threads.reserve(workers);
+        // A worker the system refuses to start leaves its channels to this thread.
+        size_t started = 1;
+        for (; started < workers; ++started) {
+            try {
+                threads.emplace_back([&, w = started] {
+                    for (size_t c = w; c < n; c += workers)
+                        work(c);
+                });
+            } catch (const std::system_error&) {
+                break;
+            }
+        }
+        for (size_t c = 0; c < n; ++c)
+            if (c % workers == 0 || c % workers >= started) work(c);
+        for (auto& thread : threads)
+            thread.join();
     } else {
-        for (size_t c = 0; c < n; ++c) work(c);
+        for (size_t c = 0; c < n; ++c)
+            work(c);
     }
 }
 
@@ -332,7 +360,8 @@ AudioDataPtr AudioLoader::makeAudioData(double sampleRate, std::vector<FloatBuff
     float peak = 0;
     for (size_t c = 0; c < n; ++c) {
         peak = std::max(peak, channelPeak(buffers[c].data(), frameCount, levels[c]));
-        channels.push_back(std::make_shared<ChannelData>(std::move(buffers[c]), std::move(levels[c])));
+        channels.push_back(
+            std::make_shared<ChannelData>(std::move(buffers[c]), std::move(levels[c])));
     }
     return AudioDataPtr(new AudioData(sampleRate, frameCount, std::move(channels), peak));
 }
@@ -398,7 +427,8 @@ std::vector<WaveColumn> AudioData::waveColumns(FrameRange range, int columns) co
     for (size_t c = 0; c < result.size(); ++c) {
         const Accumulator& a = acc[c];
         if (a.mn <= a.mx)
-            result[c] = {a.mn, a.mx, a.count > 0 ? float(std::sqrt(a.sumSq / double(a.count))) : 0.0f};
+            result[c] = {a.mn, a.mx,
+                         a.count > 0 ? float(std::sqrt(a.sumSq / double(a.count))) : 0.0f};
     }
     return result;
 }
@@ -426,12 +456,15 @@ AudioClip AudioClip::matching(int channelCount) const {
         const float scale = 1.0f / float(have);
         std::vector<float> mono(n, 0.0f);
         for (const auto& channel : channels)
-            for (size_t i = 0; i < std::min(n, channel.size()); ++i) mono[i] += channel[i];
-        for (float& s : mono) s *= scale;
+            for (size_t i = 0; i < std::min(n, channel.size()); ++i)
+                mono[i] += channel[i];
+        for (float& s : mono)
+            s *= scale;
         result.channels.push_back(std::move(mono));
         return result;
     }
-    for (int i = 0; i < channelCount; ++i) result.channels.push_back(channels[size_t(std::min(i, have - 1))]);
+    for (int i = 0; i < channelCount; ++i)
+        result.channels.push_back(channels[size_t(std::min(i, have - 1))]);
     return result;
 }
 
@@ -467,7 +500,8 @@ AudioDataPtr AudioData::replacing(FrameRange range, const AudioClip& clip) const
                 const int64_t clipEnd = std::min(to, lower + inserted);
                 const int64_t copiedEnd = std::min(clipEnd, lower + clipAvailable);
                 if (from < copiedEnd) {
-                    std::memcpy(out + from, clipSamples + (from - lower), size_t(copiedEnd - from) * 4);
+                    std::memcpy(out + from, clipSamples + (from - lower),
+                                size_t(copiedEnd - from) * 4);
                     from = copiedEnd;
                 }
                 if (from < clipEnd) std::fill(out + from, out + clipEnd, 0.0f);
@@ -491,11 +525,140 @@ AudioDataPtr AudioData::replacing(FrameRange range, const AudioClip& clip) const
     return AudioLoader::makeAudioData(sampleRate, std::move(buffers), newLength, std::move(levels));
 }
 
+namespace {
+
+// The level sizes of `count` samples: level 0 summarises 16 samples an entry, each level
+// above four entries of the one below, up to a single entry.
+std::vector<int64_t> levelEntries(int64_t count) {
+    std::vector<int64_t> entries;
+    if (count < 17) return entries;
+    entries.push_back((count + 15) / 16);
+    while (entries.back() > 1)
+        entries.push_back((entries.back() + 3) / 4);
+    return entries;
+}
+
+// Frames after which an in-place edit pays for its checks.
+constexpr int64_t inPlaceThreshold = 1 << 20;
+
+} // namespace
+
+AudioDataPtr AudioData::replacingOwned(AudioDataPtr& audio, FrameRange range,
+                                       const AudioClip& clip) {
+    bool owned = audio && audio.use_count() == 1 && audio->frameCount >= inPlaceThreshold;
+    if (owned)
+        for (const auto& channel : audio->channels)
+            owned = owned && channel.use_count() == 1 && channel->levels().size() >= 2;
+    if (!owned) return audio->replacing(range, clip);
+
+    const AudioClip matched = clip.matching(audio->channelCount());
+    const int64_t oldLength = audio->frameCount;
+    const int64_t lower = std::clamp<int64_t>(range.lower, 0, oldLength);
+    const int64_t upper = std::clamp<int64_t>(range.upper, lower, oldLength);
+    const int64_t inserted = matched.channels.empty() ? 0 : matched.length();
+    const int64_t newLength = oldLength - (upper - lower) + inserted;
+    if (newLength < 1) throw EditError::wouldRemoveEverything();
+    if (newLength < 17) return audio->replacing(range, clip);
+
+    // Everything that can fail comes first, while the audio is still untouched: growing the
+    // buffers and making the upper levels. A failure shrinks what grew and leaves.
+    const size_t n = audio->channels.size();
+    std::vector<ChannelData*> edited(n);
+    for (size_t c = 0; c < n; ++c)
+        edited[c] = const_cast<ChannelData*>(audio->channels[c].get());
+    const std::vector<int64_t> entries = levelEntries(newLength);
+    std::vector<std::vector<PeakLevel>> upperLevels(n);
+    auto sizeLowerLevels = [&](ChannelData& channel, int64_t first, int64_t second, bool grow) {
+        auto size = [grow](FloatBuffer& buffer, int64_t count) {
+            if (grow)
+                buffer.resize(count);
+            else
+                buffer.truncate(count);
+        };
+        size(channel.buffer,
+             grow ? std::max(newLength, oldLength) : std::min(newLength, oldLength));
+        size(channel.pyramid[0].buffer, 2 * first);
+        size(channel.pyramid[0].energy, first);
+        size(channel.pyramid[1].buffer, 2 * second);
+        size(channel.pyramid[1].energy, second);
+    };
+    const std::vector<int64_t> oldEntries = levelEntries(oldLength);
+    std::vector<FloatBuffer> buffers;
+    std::vector<std::vector<PeakLevel>> levels;
+    size_t grown = 0;
+    try {
+        buffers.reserve(n);
+        levels.reserve(n);
+        for (size_t c = 0; c < n; ++c) {
+            edited[c]->pyramid.reserve(entries.size());
+            for (size_t k = 2; k < entries.size(); ++k)
+                upperLevels[c].push_back(
+                    allocateLevel(edited[c]->pyramid[1].blockSize << (2 * (k - 1)), entries[k]));
+        }
+        if (newLength > oldLength)
+            for (; grown < n; ++grown)
+                sizeLowerLevels(*edited[grown], entries[0], entries[1], true);
+    } catch (...) {
+        // Shrinking what did not grow changes nothing, so every channel is put back.
+        for (size_t c = 0; c < n; ++c)
+            sizeLowerLevels(*edited[c], oldEntries[0], oldEntries[1], false);
+        throw;
+    }
+
+    // From here on nothing fails but the few small allocations of the new audio's handles:
+    // move the tail, write the clip, summarise from the edit on.
+    const int64_t headGroups = lower / 128;
+    const int64_t groups = newLength / 128;
+    auto edit = [&](size_t c) {
+        ChannelData& channel = *edited[c];
+        float* samples = channel.buffer.data();
+        std::memmove(samples + lower + inserted, samples + upper, size_t(oldLength - upper) * 4);
+        const int64_t available =
+            inserted > 0 ? std::min<int64_t>(int64_t(matched.channels[c].size()), inserted) : 0;
+        if (available > 0)
+            std::memcpy(samples + lower, matched.channels[c].data(), size_t(available) * 4);
+        std::fill(samples + lower + available, samples + lower + inserted, 0.0f);
+        if (newLength < oldLength) sizeLowerLevels(channel, entries[0], entries[1], false);
+        PeakLevel& first = channel.pyramid[0];
+        PeakLevel& second = channel.pyramid[1];
+        first.count = entries[0];
+        second.count = entries[1];
+        for (int64_t g = headGroups; g < groups; g += fillChunk / 128) {
+            const int64_t to = std::min(groups, g + fillChunk / 128);
+            summariseBlockGroups(samples + 128 * g, to - g, first.buffer.data() + 16 * g,
+                                 first.energy.data() + 8 * g, second.buffer.data() + 4 * g,
+                                 second.energy.data() + 2 * g);
+        }
+        summariseRemainingBlocks(samples, newLength, 8 * groups, first.buffer.data(),
+                                 first.energy.data());
+        mergeEntries(first, second, 2 * groups);
+        channel.pyramid.resize(2); // destroys the old upper levels; no allocation
+        const PeakLevel* below = &second;
+        for (PeakLevel& level : upperLevels[c]) {
+            mergeEntries(*below, level, 0);
+            below = &level;
+        }
+    };
+    forEachChannel(n, newLength, edit);
+
+    for (size_t c = 0; c < n; ++c) {
+        buffers.push_back(std::move(edited[c]->buffer));
+        std::vector<PeakLevel> pyramid = std::move(edited[c]->pyramid);
+        for (PeakLevel& level : upperLevels[c])
+            pyramid.push_back(std::move(level));
+        levels.push_back(std::move(pyramid));
+    }
+    const double rate = audio->sampleRate;
+    audio.reset();
+    return AudioLoader::makeAudioData(rate, std::move(buffers), newLength, std::move(levels));
+}
+
 int64_t AudioData::nearestZeroCrossing(int64_t f, int64_t radius) const {
     if (radius < 1 || f < 1 || f >= frameCount) return f;
     auto mono = [this](int64_t i) {
         float s = 0;
-        for (const auto& channel : channels) s += channel->data()[i];
+        for (const auto& channel : channels)
+            s += channel->data()[i];
         return s;
     };
     auto crossingAt = [&](int64_t i, int64_t& found) {
@@ -524,7 +687,8 @@ AudioDataPtr AudioData::resampled(double newRate) const {
     const unsigned n = unsigned(channels.size());
     const int64_t capacity = int64_t(std::ceil(double(frameCount) * newRate / sampleRate));
     std::vector<FloatBuffer> out;
-    for (unsigned c = 0; c < n; ++c) out.emplace_back(std::max<int64_t>(capacity, 1));
+    for (unsigned c = 0; c < n; ++c)
+        out.emplace_back(std::max<int64_t>(capacity, 1));
     if (n == 0 || frameCount == 0) return AudioLoader::makeAudioData(newRate, std::move(out), 0);
 
     soxr_error_t error = nullptr;
@@ -577,7 +741,8 @@ void AudioMemory::Accumulator::addAudio(const AudioDataPtr& audio) {
 void AudioMemory::Accumulator::setClipboard(const AudioClip* clip) {
     result.clipboard = 0;
     if (!clip) return;
-    for (const auto& channel : clip->channels) result.clipboard += int64_t(channel.size()) * 4;
+    for (const auto& channel : clip->channels)
+        result.clipboard += int64_t(channel.size()) * 4;
 }
 
 int64_t AudioMemory::processFootprint() {

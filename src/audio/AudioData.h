@@ -57,13 +57,15 @@ struct AudioClip {
 class ChannelData {
 public:
     ChannelData(FloatBuffer samples, std::vector<PeakLevel> levels)
-        : buffer(std::move(samples)), pyramid(std::move(levels)) {}
+        : buffer(std::move(samples))
+        , pyramid(std::move(levels)) {}
     std::span<const float> samples() const { return buffer.span(); }
     const float* data() const { return buffer.data(); }
     const std::vector<PeakLevel>& levels() const { return pyramid; }
     const FloatBuffer& sampleBuffer() const { return buffer; }
 
 private:
+    friend class AudioData; // edits a channel in place when nothing else can see it
     FloatBuffer buffer;
     std::vector<PeakLevel> pyramid;
 };
@@ -94,6 +96,13 @@ public:
     // New audio with `range` replaced by `clip` (matched to this channel count); the clip's
     // rate is not checked here. Throws EditError::wouldRemoveEverything or outOfMemory.
     AudioDataPtr replacing(FrameRange range, const AudioClip& clip) const;
+    // The same edit for the owner of `audio`. When nothing else holds it (no clipboard,
+    // player or background job), its buffers become the new audio's: only the frames after
+    // the range move and only their levels are rebuilt, with no second copy of the audio.
+    // `audio` is then released; otherwise it is left alone and copied as by replacing().
+    // On a throw `audio` is as it was.
+    static AudioDataPtr replacingOwned(AudioDataPtr& audio, FrameRange range,
+                                       const AudioClip& clip);
     // The frame next to the nearest sign change of the mono sum within `radius`, or `frame`.
     int64_t nearestZeroCrossing(int64_t frame, int64_t radius) const;
     // The same audio at another sample rate (mastering-quality band-limited conversion).
@@ -106,15 +115,18 @@ private:
     friend struct AudioLoader;
     AudioData(double sampleRate, int64_t frameCount, std::vector<ChannelDataPtr> channels,
               float peak)
-        : sampleRate(sampleRate), frameCount(frameCount), channels(std::move(channels)),
-          peak(peak) {}
+        : sampleRate(sampleRate)
+        , frameCount(frameCount)
+        , channels(std::move(channels))
+        , peak(peak) {}
 };
 
 // A linear gain shared between the main thread (which writes it) and the render thread
 // (which reads it): one 32-bit atomic word with the float's bits. No lock, no smoothing.
 class GainBox {
 public:
-    explicit GainBox(float linear = 1.0f) : bits(std::bit_cast<uint32_t>(linear)) {}
+    explicit GainBox(float linear = 1.0f)
+        : bits(std::bit_cast<uint32_t>(linear)) {}
     void store(float linear) noexcept {
         bits.store(std::bit_cast<uint32_t>(linear), std::memory_order_relaxed);
     }

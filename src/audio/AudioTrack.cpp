@@ -10,7 +10,8 @@ std::shared_ptr<AudioTrack> AudioTrack::create(std::filesystem::path url, Uuid i
 }
 
 AudioTrack::AudioTrack(Passkey, std::filesystem::path url, Uuid id)
-    : trackID(id), fileURL(std::move(url)) {}
+    : trackID(id)
+    , fileURL(std::move(url)) {}
 
 void AudioTrack::setURL(std::filesystem::path url) {
     if (url == fileURL) return;
@@ -18,7 +19,9 @@ void AudioTrack::setURL(std::filesystem::path url) {
     urlChanged.emit();
 }
 
-std::string AudioTrack::name() const { return fileURL.stem().string(); }
+std::string AudioTrack::name() const {
+    return fileURL.stem().string();
+}
 
 void AudioTrack::setState(LoadState state) {
     if (state == loadState) return;
@@ -67,8 +70,11 @@ void AudioTrack::replace(FrameRange range, const AudioClip& clip,
     AudioClip removed = currentAudio->clip({lower, upper});
     const std::optional<FrameRange> savedSelection = currentSelection;
     std::vector<Marker> savedMarkers = markerList;
-    AudioDataPtr replaced = currentAudio->replacing({lower, upper}, clip);
-    const int64_t inserted = replaced->frameCount - (currentAudio->frameCount - (upper - lower));
+    const int64_t oldLength = currentAudio->frameCount;
+    // The track usually holds the only reference to its audio, which is then edited where it
+    // lies; when anything else holds it, it is copied. Either way a throw changes nothing.
+    AudioDataPtr replaced = AudioData::replacingOwned(currentAudio, {lower, upper}, clip);
+    const int64_t inserted = replaced->frameCount - (oldLength - (upper - lower));
 
     setAudio(replaced);
     setSelection(selectingAfter);
@@ -91,13 +97,15 @@ void AudioTrack::replace(FrameRange range, const AudioClip& clip,
     }
     clampToAudio();
 
-    undo.registerUndo(actionName, [weak = weak_from_this(), at = FrameRange{lower, lower + inserted},
-                                   removed = std::move(removed), savedSelection,
-                                   savedMarkers = std::move(savedMarkers), actionName] {
-        // The markers are copied, not moved: a failed undo stays on the stack to be retried.
-        if (auto track = weak.lock())
-            track->replace(at, removed, savedSelection, actionName, savedMarkers);
-    });
+    undo.registerUndo(actionName,
+                      [weak = weak_from_this(), at = FrameRange{lower, lower + inserted},
+                       removed = std::move(removed), savedSelection,
+                       savedMarkers = std::move(savedMarkers), actionName] {
+                          // The markers are copied, not moved: a failed undo stays on the stack to
+                          // be retried.
+                          if (auto track = weak.lock())
+                              track->replace(at, removed, savedSelection, actionName, savedMarkers);
+                      });
 
     editDepth += undo.isUndoing() ? -1 : 1;
     ++editRev;
@@ -133,8 +141,8 @@ void AudioTrack::select(double a, double b, bool snapToZeroCrossings) {
     int64_t lo = frameAt(std::min(a, b));
     int64_t hi = frameAt(std::max(a, b));
     if (snapToZeroCrossings && currentAudio) {
-        const double byTime = std::trunc(currentAudio->sampleRate / 10);     // 100 ms
-        const double byScreen = std::trunc(view.samplesPerPoint * 6);         // six points
+        const double byTime = std::trunc(currentAudio->sampleRate / 10); // 100 ms
+        const double byScreen = std::trunc(view.samplesPerPoint * 6);    // six points
         const double radius = std::max(0.0, std::min(byTime, byScreen));
         const auto r = int64_t(std::min(radius, double(frames)));
         lo = currentAudio->nearestZeroCrossing(lo, r);

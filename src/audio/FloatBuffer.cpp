@@ -15,7 +15,9 @@ namespace {
 constexpr size_t mapThreshold = 256 * 1024;
 constexpr size_t pageSize = 4096;
 
-size_t roundUpToPages(size_t bytes) { return (bytes + pageSize - 1) / pageSize * pageSize; }
+size_t roundUpToPages(size_t bytes) {
+    return (bytes + pageSize - 1) / pageSize * pageSize;
+}
 
 bool bytesFor(int64_t count, size_t& bytes) {
     if (count < 0 || uint64_t(count) > (SIZE_MAX / sizeof(float)) / 2) return false;
@@ -24,7 +26,8 @@ bool bytesFor(int64_t count, size_t& bytes) {
 }
 
 void* mapPages(size_t bytes, bool populate) {
-    void* pages = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* pages =
+        ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (pages == MAP_FAILED) return nullptr;
     // Huge pages and faulting every page in at once, rather than one trap per page while the
     // buffer is filled, make filling a new buffer about twice as fast. Both are hints: older
@@ -41,9 +44,11 @@ void* mapPages(size_t bytes, bool populate) {
 }
 } // namespace
 
-FloatBuffer::FloatBuffer(int64_t n) : FloatBuffer(n, true) {}
+FloatBuffer::FloatBuffer(int64_t n)
+    : FloatBuffer(n, true) {}
 
-FloatBuffer::FloatBuffer(int64_t n, FaultOnWrite) : FloatBuffer(n, false) {}
+FloatBuffer::FloatBuffer(int64_t n, FaultOnWrite)
+    : FloatBuffer(n, false) {}
 
 FloatBuffer::FloatBuffer(int64_t n, bool populate) {
     size_t bytes;
@@ -63,12 +68,15 @@ FloatBuffer::FloatBuffer(int64_t n, bool populate) {
     count = n;
 }
 
-FloatBuffer::~FloatBuffer() { release(); }
+FloatBuffer::~FloatBuffer() {
+    release();
+}
 
 FloatBuffer::FloatBuffer(FloatBuffer&& other) noexcept
-    : pointer(std::exchange(other.pointer, nullptr)), count(std::exchange(other.count, 0)),
-      capacityBytes(std::exchange(other.capacityBytes, 0)),
-      mapped(std::exchange(other.mapped, false)) {}
+    : pointer(std::exchange(other.pointer, nullptr))
+    , count(std::exchange(other.count, 0))
+    , capacityBytes(std::exchange(other.capacityBytes, 0))
+    , mapped(std::exchange(other.mapped, false)) {}
 
 FloatBuffer& FloatBuffer::operator=(FloatBuffer&& other) noexcept {
     if (this != &other) {
@@ -111,6 +119,18 @@ void FloatBuffer::resize(int64_t n) {
     FloatBuffer grown(n);
     if (count > 0 && n > 0) std::memcpy(grown.data(), pointer, size_t(std::min(count, n)) * 4);
     *this = std::move(grown);
+}
+
+void FloatBuffer::truncate(int64_t n) noexcept {
+    n = std::clamp<int64_t>(n, 0, count);
+    if (n == count) return;
+    if (mapped) {
+        const size_t mappedBytes = roundUpToPages(size_t(n) * sizeof(float));
+        if (mappedBytes > 0 && mappedBytes < capacityBytes &&
+            ::mremap(pointer, capacityBytes, mappedBytes, 0) != MAP_FAILED)
+            capacityBytes = mappedBytes;
+    }
+    count = n;
 }
 
 } // namespace sonvale

@@ -28,6 +28,9 @@ public:
     // Changes the number of floats, keeping the first min(old, new) of them. Mapped
     // buffers grow and shrink without copying. Throws outOfMemory, leaving the buffer as it was.
     void resize(int64_t count);
+    // Shortens to `count` floats (no more than size()) without failing: a mapping gives its
+    // spare pages back when the system allows, heap storage keeps its capacity.
+    void truncate(int64_t count) noexcept;
 
     float* data() { return pointer; }
     const float* data() const { return pointer; }

@@ -3,9 +3,8 @@
 #include "audio/AudioLoader.h"
 
 #include <cmath>
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <limits>
 #include <numbers>
 #include <random>
@@ -29,13 +28,15 @@ std::vector<float> noise(size_t n, unsigned seed, float scale = 1.0f) {
     std::mt19937 engine(seed);
     std::uniform_real_distribution<float> dist(-scale, scale);
     std::vector<float> out(n);
-    for (auto& s : out) s = dist(engine);
+    for (auto& s : out)
+        s = dist(engine);
     return out;
 }
 
 std::vector<float> ramp(size_t n) {
     std::vector<float> out(n);
-    for (size_t i = 0; i < n; ++i) out[i] = float(i);
+    for (size_t i = 0; i < n; ++i)
+        out[i] = float(i);
     return out;
 }
 
@@ -119,9 +120,13 @@ TEST(AudioData, LevelsBuiltInPartsEqualLevelsBuiltFromAWholeLevelZero) {
     for (size_t l = 0; l < whole.size(); ++l) {
         ASSERT_EQ(whole[l].count, reference[l].count);
         EXPECT_EQ(std::memcmp(whole[l].buffer.data(), reference[l].buffer.data(),
-                              size_t(whole[l].count) * 2 * sizeof(float)), 0) << "level " << l;
+                              size_t(whole[l].count) * 2 * sizeof(float)),
+                  0)
+            << "level " << l;
         EXPECT_EQ(std::memcmp(whole[l].energy.data(), reference[l].energy.data(),
-                              size_t(whole[l].count) * sizeof(float)), 0) << "level " << l;
+                              size_t(whole[l].count) * sizeof(float)),
+                  0)
+            << "level " << l;
     }
 }
 
@@ -170,7 +175,8 @@ TEST(AudioData, ZoomedOutColumnsMergeWholeBlocksOfTheCoarsestFittingLevel) {
     for (int c = 0; c < 100; ++c) {
         const int64_t start = 1000 * c, end = 1000 * (c + 1);
         EXPECT_EQ(columns[size_t(c)].min, float(start / 256 * 256));
-        EXPECT_EQ(columns[size_t(c)].max, float(std::min<int64_t>(100000, (end - 1) / 256 * 256 + 256) - 1));
+        EXPECT_EQ(columns[size_t(c)].max,
+                  float(std::min<int64_t>(100000, (end - 1) / 256 * 256 + 256) - 1));
     }
 }
 
@@ -225,9 +231,11 @@ TEST(AudioData, ReplacingGivesTheSamplesAndLevelsOfAFreshBuild) {
     std::mt19937 random(9);
     for (int round = 0; round < 12; ++round) {
         const int64_t lower = std::uniform_int_distribution<int64_t>(0, n)(random);
-        const int64_t upper = std::uniform_int_distribution<int64_t>(lower, std::min(n, lower + 90000))(random);
+        const int64_t upper =
+            std::uniform_int_distribution<int64_t>(lower, std::min(n, lower + 90000))(random);
         const size_t length = size_t(std::uniform_int_distribution<int>(0, 70000)(random));
-        AudioClip clip{48000, {noise(length, 10 + unsigned(round)), noise(length / 2, 30 + unsigned(round))}};
+        AudioClip clip{
+            48000, {noise(length, 10 + unsigned(round)), noise(length / 2, 30 + unsigned(round))}};
         if (length == 0) clip.channels.clear();
         if (n - (upper - lower) + int64_t(length) < 1) continue;
         auto result = audio->replacing({lower, upper}, clip);
@@ -250,14 +258,105 @@ TEST(AudioData, ReplacingGivesTheSamplesAndLevelsOfAFreshBuild) {
             for (size_t l = 0; l < fresh.size(); ++l) {
                 ASSERT_EQ(levels[l].count, fresh[l].count);
                 ASSERT_EQ(std::memcmp(levels[l].buffer.data(), fresh[l].buffer.data(),
-                                      size_t(fresh[l].count) * 2 * sizeof(float)), 0)
+                                      size_t(fresh[l].count) * 2 * sizeof(float)),
+                          0)
                     << "round " << round << " level " << l;
                 ASSERT_EQ(std::memcmp(levels[l].energy.data(), fresh[l].energy.data(),
-                                      size_t(fresh[l].count) * sizeof(float)), 0)
+                                      size_t(fresh[l].count) * sizeof(float)),
+                          0)
                     << "round " << round << " level " << l;
             }
         }
     }
+}
+
+// Samples and every level of `audio` are exactly those of `expected` built afresh.
+void expectFreshBuildOf(const AudioData& audio, const std::vector<std::vector<float>>& expected,
+                        const std::string& where) {
+    ASSERT_EQ(audio.frameCount, int64_t(expected[0].size())) << where;
+    float peak = 0;
+    for (size_t c = 0; c < expected.size(); ++c) {
+        ASSERT_EQ(samplesOf(audio, int(c)), expected[c]) << where << " channel " << c;
+        for (float s : expected[c])
+            peak = std::max(peak, std::fabs(s));
+        const auto fresh =
+            AudioLoader::buildLevels(expected[c].data(), int64_t(expected[c].size()));
+        const auto& levels = audio.channels[c]->levels();
+        ASSERT_EQ(levels.size(), fresh.size()) << where;
+        for (size_t l = 0; l < fresh.size(); ++l) {
+            ASSERT_EQ(levels[l].blockSize, fresh[l].blockSize) << where << " level " << l;
+            ASSERT_EQ(levels[l].count, fresh[l].count) << where << " level " << l;
+            ASSERT_EQ(std::memcmp(levels[l].buffer.data(), fresh[l].buffer.data(),
+                                  size_t(fresh[l].count) * 2 * sizeof(float)),
+                      0)
+                << where << " level " << l;
+            ASSERT_EQ(std::memcmp(levels[l].energy.data(), fresh[l].energy.data(),
+                                  size_t(fresh[l].count) * sizeof(float)),
+                      0)
+                << where << " level " << l;
+        }
+    }
+    EXPECT_EQ(audio.peak, peak) << where;
+}
+
+TEST(AudioData, AnOwnerEditsLongAudioWhereItLiesAndGetsAFreshBuildsSamplesAndLevels) {
+    const size_t n = 3 * (size_t(1) << 20) + 4099; // stays long enough through ten edits
+    std::vector<std::vector<float>> expected{noise(n, 5), noise(n, 6, 0.5f)};
+    AudioDataPtr audio = makeAudio(expected);
+    std::mt19937 random(11);
+    for (int round = 0; round < 10; ++round) {
+        const int64_t length = int64_t(expected[0].size());
+        const int64_t lower = std::uniform_int_distribution<int64_t>(0, length)(random);
+        const int64_t upper =
+            std::uniform_int_distribution<int64_t>(lower, std::min(length, lower + 300000))(random);
+        // Alternately shorter and longer than what it replaces; round 3 inserts nothing.
+        const size_t inserted = round == 3  ? 0
+                                : round % 2 ? size_t(upper - lower) + size_t(random() % 200000)
+                                            : size_t(random() % size_t(upper - lower + 1));
+        AudioClip clip{48000,
+                       {noise(inserted, 40 + unsigned(round), 2.0f),
+                        noise(inserted / 3, 70 + unsigned(round))}};
+        if (inserted == 0) clip.channels.clear();
+
+        const float* samples = audio->samples(0);
+        auto result = AudioData::replacingOwned(audio, {lower, upper}, clip);
+        EXPECT_EQ(audio, nullptr) << "round " << round; // given up to the new audio
+        // Shorter audio stays in the very same memory: nothing was copied.
+        if (int64_t(inserted) <= upper - lower) {
+            EXPECT_EQ(result->samples(0), samples);
+        }
+        for (size_t c = 0; c < 2; ++c) {
+            auto& e = expected[c];
+            std::vector<float> middle;
+            if (inserted > 0) {
+                middle = clip.channels[c];
+                middle.resize(inserted, 0.0f); // a short channel is padded with silence
+            }
+            e.erase(e.begin() + lower, e.begin() + upper);
+            e.insert(e.begin() + lower, middle.begin(), middle.end());
+        }
+        expectFreshBuildOf(*result, expected, "round " + std::to_string(round));
+        audio = std::move(result);
+    }
+}
+
+TEST(AudioData, AudioThatOthersHoldIsCopiedNotEditedAndARefusedEditChangesNothing) {
+    const size_t n = (size_t(1) << 20) + 17;
+    const std::vector<std::vector<float>> original{noise(n, 8), noise(n, 9)};
+    AudioDataPtr audio = makeAudio(original);
+    AudioDataPtr clipboard = audio; // the clipboard, a player or a background job
+    auto result = AudioData::replacingOwned(audio, {1000, 500000}, AudioClip{});
+    EXPECT_EQ(audio, clipboard);
+    expectFreshBuildOf(*clipboard, original, "held elsewhere");
+    EXPECT_EQ(result->frameCount, int64_t(n) - 499000);
+    EXPECT_NE(result->samples(0), clipboard->samples(0));
+
+    clipboard.reset();
+    const float* samples = audio->samples(0);
+    EXPECT_THROW(AudioData::replacingOwned(audio, {0, int64_t(n)}, AudioClip{}), EditError);
+    ASSERT_NE(audio, nullptr);
+    EXPECT_EQ(audio->samples(0), samples);
+    expectFreshBuildOf(*audio, original, "refused");
 }
 
 TEST(AudioData, ReplacingEverythingWithNothingIsRefused) {
@@ -313,7 +412,8 @@ TEST(AudioData, NearestZeroCrossingOnSilencePicksTheEarlierFrame) {
 TEST(AudioData, NearestZeroCrossingTriesForwardBeforeBackwardAndUsesTheMonoSum) {
     // Left and right cancel at every frame except around 40 and 60.
     std::vector<float> left(100, 1.0f), right(100, -1.0f);
-    for (int i = 0; i < 100; ++i) left[size_t(i)] = right[size_t(i)] = i < 50 ? 0.5f : -0.5f;
+    for (int i = 0; i < 100; ++i)
+        left[size_t(i)] = right[size_t(i)] = i < 50 ? 0.5f : -0.5f;
     // Sum is +1 before 50 and -1 from 50: one crossing between 49 and 50; the tie picks 49.
     auto audio = makeAudio({left, right});
     EXPECT_EQ(audio->nearestZeroCrossing(45, 10), 49);
@@ -321,7 +421,8 @@ TEST(AudioData, NearestZeroCrossingTriesForwardBeforeBackwardAndUsesTheMonoSum) 
     EXPECT_EQ(audio->nearestZeroCrossing(45, 3), 45); // out of reach
     // Crossings at equal distance on both sides: forward wins.
     std::vector<float> wave(100, 1.0f);
-    for (int i = 40; i < 60; ++i) wave[size_t(i)] = -1.0f;
+    for (int i = 40; i < 60; ++i)
+        wave[size_t(i)] = -1.0f;
     wave[59] = -0.1f; // 59 -> 60 crossing, |s(59)| smaller: returns 59
     wave[40] = -0.1f; // 39 -> 40 crossing
     auto both = makeAudio({wave});
@@ -331,7 +432,8 @@ TEST(AudioData, NearestZeroCrossingTriesForwardBeforeBackwardAndUsesTheMonoSum) 
 TEST(AudioData, ResamplingKeepsAToneAndScalesTheLength) {
     const int n = 44100;
     std::vector<float> tone(n);
-    for (int i = 0; i < n; ++i) tone[size_t(i)] = 0.5f * float(std::sin(2 * std::numbers::pi * 1000.0 * i / 44100));
+    for (int i = 0; i < n; ++i)
+        tone[size_t(i)] = 0.5f * float(std::sin(2 * std::numbers::pi * 1000.0 * i / 44100));
     auto audio = makeAudio({tone, tone}, 44100);
     auto converted = audio->resampled(48000);
     EXPECT_EQ(converted->sampleRate, 48000);
@@ -366,10 +468,12 @@ TEST(FloatBuffer, AnImpossibleAllocationIsReportedAsOutOfMemory) {
 TEST(FloatBuffer, ResizeKeepsTheContentsInBothMappedAndHeapBuffers) {
     for (int64_t start : {int64_t(100), int64_t(1) << 20}) {
         FloatBuffer buffer(start);
-        for (int64_t i = 0; i < start; ++i) buffer[i] = float(i % 1000);
+        for (int64_t i = 0; i < start; ++i)
+            buffer[i] = float(i % 1000);
         buffer.resize(start * 3);
         buffer[start * 3 - 1] = 1;
-        for (int64_t i = 0; i < start; i += 97) ASSERT_EQ(buffer[i], float(i % 1000));
+        for (int64_t i = 0; i < start; i += 97)
+            ASSERT_EQ(buffer[i], float(i % 1000));
         buffer.resize(start / 2);
         EXPECT_EQ(buffer.size(), start / 2);
         EXPECT_EQ(buffer[start / 2 - 1], float((start / 2 - 1) % 1000));
