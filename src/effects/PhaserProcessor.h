@@ -23,11 +23,12 @@ public:
     void process(float* const* channels, int64_t frameCount) noexcept override;
     void reset() noexcept override;
 
+    static constexpr int maxStages = 12;
+
 private:
     std::shared_ptr<ParameterBank> bank;
     double sampleRate;
     int channelCount;
-    static constexpr int maxStages = 12;
     std::vector<double> states;       // maxStages per channel
     std::vector<double> last;         // the cascade's last output per channel, fed back
     std::vector<double> coefficients; // the all-pass coefficient per channel
