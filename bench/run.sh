@@ -24,6 +24,9 @@ bench/playhead-error.sh build/release
 echo "== every knob dragged for a minute while playing"
 cmake --build --preset release -j2 --target sonvale_knob_dragging
 bench/knob-dragging.sh build/release 60
+echo "== the desktop program: canvas repaints at ten zooms, effects panel repaints while knobs move"
+cmake --build --preset release -j2 --target sonvale_app_bench
+QT_QPA_PLATFORM=offscreen build/release/bench/sonvale_app_bench
 echo "== the desktop program: start to first paint, a long file to its waveform, memory"
 cmake --build --preset release -j2 --target sonvale
 bench/window.sh build/release "$minutes"

@@ -74,6 +74,8 @@ cp stereo.flac huge-header.flac
 printf '\xff\xff\xff\xff' | dd of=huge-header.flac bs=1 seek=22 conv=notrunc status=none
 printf "\\x$(printf '%02x' $(( $(od -An -tu1 -j21 -N1 huge-header.flac) | 0x0f )))" |
     dd of=huge-header.flac bs=1 seek=21 conv=notrunc status=none
+# A second of a loud tone, then a second of silence.
+sox -n -r 48000 -c 2 -b 16 tone-then-silence.wav synth 1 sine 440 gain -3 pad 0 1
 # A WAV with a header and no frames.
 sox -n -r 48000 -c 2 -b 16 empty.wav trim 0 0
 # Noise bytes (sox's fixed seed makes them the same every time) under audio names.

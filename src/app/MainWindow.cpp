@@ -115,12 +115,12 @@ static QWidget* makeExportAccessory(ExportOptions& options, bool offerRange, QWi
         options.setFormat(ExportFormat(format->currentData().toInt()));
     });
     form->addRow(qs(ExportOptions::formatLabel()), format);
-    if (offerRange) {
+    // Without a selection the whole track is the only range, and no row offers a choice.
+    if (offerRange && options.hasSelection()) {
         auto* range = new QComboBox(box);
         range->setObjectName("exportRange");
         range->addItem("Selection", true);
         range->addItem("Entire track", false);
-        range->setEnabled(options.hasSelection());
         range->setCurrentIndex(options.selectionOnly() ? 0 : 1);
         QObject::connect(range, &QComboBox::currentIndexChanged, box, [&options, range](int) {
             options.setSelectionOnly(range->currentData().toBool());
@@ -299,18 +299,21 @@ void MainWindow::buildMenus() {
     edit->addSeparator();
     edit->addAction(makeAction("trimToSelection", "Trim to Selection", QKeySequence("Ctrl+T"),
                                [&m] { m.trimToSelection(); }));
-    edit->addAction(makeAction("trimSilence", "Trim Silence", QKeySequence("Ctrl+Alt+T"),
+    edit->addAction(makeAction("trimSilence", "Trim Silence", QKeySequence("Ctrl+Shift+T"),
                                [&m] { m.trimSilence(); }));
     edit->addSeparator();
     edit->addAction(
         makeAction("selectAll", "Select All", QKeySequence::SelectAll, [this] { selectAll(); }));
 
     QMenu* view = menuBar()->addMenu("&View");
-    view->addAction(
-        makeAction("zoomIn", "Zoom In", QKeySequence("Ctrl+="), [this] { waveform->zoomIn(); }));
+    QAction* zoomIn =
+        makeAction("zoomIn", "Zoom In", QKeySequence("Ctrl+="), [this] { waveform->zoomIn(); });
+    // Ctrl+= and Ctrl++ both zoom in, whether or not the layout needs Shift for "+".
+    zoomIn->setShortcuts({QKeySequence("Ctrl+="), QKeySequence("Ctrl++")});
+    view->addAction(zoomIn);
     view->addAction(
         makeAction("zoomOut", "Zoom Out", QKeySequence("Ctrl+-"), [this] { waveform->zoomOut(); }));
-    view->addAction(makeAction("zoomToSelection", "Zoom to Selection", QKeySequence("Ctrl+Shift+="),
+    view->addAction(makeAction("zoomToSelection", "Zoom to Selection", QKeySequence("Ctrl+Shift+F"),
                                [this] { waveform->zoomToSelection(); }));
     view->addAction(makeAction("zoomToFit", "Zoom to Fit", QKeySequence("Ctrl+0"),
                                [this] { waveform->zoomToFit(); }));

@@ -7,7 +7,6 @@
 #include "persistence/Preferences.h"
 
 #include <QApplication>
-
 #include <chrono>
 #include <cstdlib>
 
@@ -25,6 +24,11 @@ int main(int argc, char** argv) {
         sonvale::EditorModel model(executor, preferences);
         sonvale::MainWindow window(model);
         sonvale::MprisService mpris(model);
+        QObject::connect(&mpris, &sonvale::MprisService::raiseRequested, &window, [&window] {
+            window.showNormal();
+            window.raise();
+            window.activateWindow();
+        });
         QStringList files = QApplication::arguments().mid(1);
         files.removeAll("--no-session");
         window.openFiles(files);

@@ -247,6 +247,38 @@ private Q_SLOTS:
         QCOMPARE(h.window.trackList()->item(0)->toolTip(), QString());
     }
 
+    void aDragOnTheCanvasSelectsAndTheShortcutsCutAndUndo() {
+        Harness h;
+        auto track = h.openAndLoad("tone-then-silence.wav");
+        QVERIFY(track);
+        h.showActive();
+        WaveformCanvas* canvas = h.window.canvas();
+        const QRect area = canvas->waveArea();
+        const int y = area.center().y();
+        const QPoint from(area.left() + area.width() / 5, y),
+            to(area.left() + area.width() * 2 / 5, y);
+        QTest::mousePress(canvas, Qt::LeftButton, {}, from);
+        QMouseEvent move(QEvent::MouseMove, QPointF(to), canvas->mapToGlobal(QPointF(to)),
+                         Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(canvas, &move);
+        QTest::mouseRelease(canvas, Qt::LeftButton, {}, to);
+        QVERIFY(track->selection());
+        const FrameRange selected = *track->selection();
+        // A fifth to two fifths of two seconds, within a pixel and the zero-crossing snap.
+        const double tolerance = 2.0 * 96000 / area.width() + 120;
+        QVERIFY2(std::abs(double(selected.lower) - 19200) < tolerance,
+                 qPrintable(QString::number(selected.lower)));
+        QVERIFY2(std::abs(double(selected.upper) - 38400) < tolerance,
+                 qPrintable(QString::number(selected.upper)));
+        QVERIFY(h.enabled("cut"));
+
+        const int64_t frames = track->frameCount();
+        QTest::keySequence(&h.window, QKeySequence::Cut);
+        QCOMPARE(track->frameCount(), frames - selected.length());
+        QTest::keySequence(&h.window, QKeySequence::Undo);
+        QCOMPARE(track->frameCount(), frames);
+    }
+
     void selectAllSelectsTheWholeTrack() {
         Harness h;
         auto track = h.openAndLoad("mono.wav");
@@ -357,9 +389,8 @@ private Q_SLOTS:
         h.window.action("export")->trigger();
         QFileDialog* dialog = h.window.exportDialog();
         QVERIFY(dialog);
-        auto* range = child<QComboBox>(dialog, "exportRange");
-        QVERIFY(!range->isEnabled());
-        QCOMPARE(range->currentText(), QString("Entire track"));
+        QVERIFY(child<QComboBox>(dialog, "exportFormat"));
+        QVERIFY(!dialog->findChild<QComboBox*>("exportRange")); // no choice to offer
         QVERIFY(dialog->selectedFiles().value(0).endsWith("mono (edited).wav"));
         dialog->reject();
     }
@@ -505,6 +536,56 @@ private Q_SLOTS:
     }
 
     // ---- the whole window
+
+    void theWindowDrawsTheWaveformWhereTheFileIsLoudAndNotWhereItIsSilent() {
+        Harness h;
+        h.preferences.setCanvasTheme(CanvasThemeID::classic);
+        auto track = h.openAndLoad("tone-then-silence.wav");
+        QVERIFY(track);
+        h.window.resize(1280, 760);
+        h.window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&h.window));
+        WaveformCanvas* canvas = h.window.canvas();
+        const CanvasTheme theme = canvas->theme();
+        const QRect area(canvas->mapTo(&h.window, canvas->waveArea().topLeft()),
+                         canvas->waveArea().size());
+
+        const QImage normal = h.window.grab().toImage();
+        QImage sharp(h.window.size() * 2, QImage::Format_ARGB32_Premultiplied);
+        sharp.setDevicePixelRatio(2);
+        sharp.fill(Qt::black);
+        h.window.render(&sharp);
+        const QString dir = QDir(QString(SONVALE_FIXTURE_DIR) + "/../screenshots").absolutePath();
+        QDir().mkpath(dir);
+        QVERIFY(normal.save(dir + "/window-tone-1x.png"));
+        QVERIFY(sharp.save(dir + "/window-tone-2x.png"));
+
+        auto waveIn = [&](const QImage& image, int x) {
+            const double dpr = image.devicePixelRatio();
+            int count = 0;
+            for (int dx = int(x * dpr); dx < int((x + 1) * dpr); ++dx)
+                for (int y = int(area.top() * dpr); y < int(area.bottom() * dpr); ++y) {
+                    const QRgb pixel = image.pixel(dx, y);
+                    count += pixel == theme.wave.rgb() || pixel == theme.waveRMS.rgb();
+                }
+            return count;
+        };
+        for (const QImage* image : {&normal, static_cast<const QImage*>(&sharp)}) {
+            const double dpr = image->devicePixelRatio();
+            // The tone fills the first half of the track: a tall trace in both lanes.
+            for (int x = area.left() + area.width() / 20; x < area.left() + area.width() * 9 / 20;
+                 x += 9)
+                QVERIFY2(
+                    waveIn(*image, x) > area.height() * dpr * dpr / 3,
+                    qPrintable(QString("x %1 at %2x: %3").arg(x).arg(dpr).arg(waveIn(*image, x))));
+            // The silence: nothing but each lane's one-pixel zero line.
+            for (int x = area.left() + area.width() * 11 / 20; x < area.right() - area.width() / 20;
+                 x += 9)
+                QVERIFY2(
+                    waveIn(*image, x) <= 2 * dpr * dpr,
+                    qPrintable(QString("x %1 at %2x: %3").arg(x).arg(dpr).arg(waveIn(*image, x))));
+        }
+    }
 
     void screenshotOfTheWindowWithALoadedFile() {
         Harness h;
