@@ -205,12 +205,19 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
     // shrink in place at the end.
     int64_t capacity = exact ? info.frames : info.frames + info.frames / 16 + chunkFrames;
     const size_t channels = size_t(info.channels);
+    // Long files get their level 0 built while they decode, by a thread that also faults in
+    // the pages just ahead of the decoder: their buffers are not populated up front, so the
+    // headroom past the end is never touched. Short ones are populated at once.
+    const bool summarised =
+        capacity >= backgroundSummaryThreshold && std::thread::hardware_concurrency() > 1;
     std::vector<FloatBuffer> buffers, minMax, energy;
-    for (size_t c = 0; c < channels; ++c) buffers.emplace_back(capacity);
+    for (size_t c = 0; c < channels; ++c) {
+        if (summarised) buffers.emplace_back(capacity, FloatBuffer::FaultOnWrite{});
+        else buffers.emplace_back(capacity);
+    }
 
-    // Long files get their level 0 built while they decode.
     std::optional<BackgroundSummariser> summariser;
-    if (capacity >= backgroundSummaryThreshold && std::thread::hardware_concurrency() > 1) {
+    if (summarised) {
         const int64_t blocks = (capacity + 15) / 16;
         for (size_t c = 0; c < channels; ++c) {
             minMax.emplace_back(2 * blocks);
