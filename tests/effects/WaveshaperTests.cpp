@@ -54,6 +54,34 @@ TEST(Saturation, WarmthMakesTheCurveAsymmetricWithoutADCOffset) {
     EXPECT_NEAR(mean / 48000, 0.0, 1e-3);
 }
 
+TEST(Saturation, FollowsTheBiasedTanhCurveThroughTheDCBlockerAndTheMix) {
+    // 44.1 kHz, where the 20 kHz Tone is above 0.45 x the rate and so off: the output is the
+    // curve (tanh(b + g x) - tanh b) / tanh g, a 5 Hz DC blocker, then the mix and output gain.
+    constexpr double rate = 44100, drive = 12, warmth = 60, mix = 70, output = -3;
+    auto bank = std::make_shared<ParameterBank>(parameters(EffectKind::saturation));
+    for (auto [index, value] : {std::pair{0, drive}, {1, warmth}, {3, mix}, {4, output}})
+        bank->set(index, value);
+    std::vector<float> input = sine(330, rate, 22050, 0.8);
+    for (size_t i = 0; i < input.size(); i += 97)
+        input[i] = -input[i]; // some jagged edges
+    Channels audio{input};
+    runInBlocks(*makeProcessor(EffectKind::saturation, rate, 1, bank), audio, 512);
+
+    const double g = std::pow(10, drive / 20), b = 0.4 * warmth / 100;
+    const double pole = std::exp(-2 * std::numbers::pi * 5 / rate);
+    double x1 = 0, y1 = 0, worst = 0;
+    for (size_t i = 0; i < input.size(); ++i) {
+        const double x = input[i];
+        const double s = (std::tanh(b + g * x) - std::tanh(b)) / std::tanh(g);
+        const double y = s - x1 + pole * y1;
+        x1 = s;
+        y1 = y;
+        const double expected = std::pow(10, output / 20) * (mix / 100 * (y - x) + x);
+        worst = std::max(worst, std::abs(expected - audio[0][i]));
+    }
+    EXPECT_LT(worst, 2e-6); // float precision, not an approximation of the curve
+}
+
 TEST(Distortion, SoftAndHardFollowTheirCurvesAtKnownLevels) {
     // Constant inputs settle through the Tone low-pass, whose gain at DC is one.
     auto soft =
