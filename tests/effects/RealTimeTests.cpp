@@ -4,15 +4,13 @@
 #include "effects/ChainProcessor.h"
 #include "effects/EffectChain.h"
 #include "effects/EffectInsert.h"
-
 #include "support/AllocationCounter.h"
 #include "support/ProcessorRun.h"
 #include "support/Signals.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cmath>
+#include <gtest/gtest.h>
 #include <thread>
 
 using namespace sonvale;
@@ -30,11 +28,11 @@ std::vector<std::shared_ptr<EffectSession>> busySessions() {
     eq->setValues(presets(EffectKind::equalizer)[0].valuesFor(parameters(EffectKind::equalizer)));
     eq->setValue(20, -3);
     sessions.push_back(eq);
-    sessions.push_back(EffectSession::make(EffectKind::compressor,
-                                           std::vector<double>{-30, 4, 1, 50, 6, 6}));
+    sessions.push_back(
+        EffectSession::make(EffectKind::compressor, std::vector<double>{-30, 4, 1, 50, 6, 6}));
     sessions.push_back(EffectSession::make(EffectKind::limiter, std::vector<double>{18, -3, 20}));
-    sessions.push_back(EffectSession::make(EffectKind::noiseGate,
-                                           std::vector<double>{-20, -60, 0.5, 10, 20}));
+    sessions.push_back(
+        EffectSession::make(EffectKind::noiseGate, std::vector<double>{-20, -60, 0.5, 10, 20}));
     auto add = [&](EffectKind kind, std::vector<double> values) {
         sessions.push_back(EffectSession::make(kind, std::move(values)));
     };
@@ -88,15 +86,40 @@ TEST(RealTime, ProcessorsNeverAllocateAtAnyRateOrBlockSize) {
             }
 }
 
+TEST(RealTime, MonoAndManyChannelsNeitherAllocateNorDependOnTheBlockSplit) {
+    // One channel, an odd count (channels run in pairs, the last alone) and 5.1.
+    for (auto& session : busySessions())
+        for (int channels : {1, 3, 6}) {
+            auto reference = program(12000, channels);
+            runInBlocks(*build(session, 48000, channels), reference, 12000);
+            for (int64_t block : {int64_t(7), int64_t(512)}) {
+                auto processor = build(session, 48000, channels);
+                auto audio = program(12000, channels);
+                std::vector<float*> pointers(static_cast<size_t>(channels), nullptr);
+                AllocationCounter::Scope scope;
+                for (int64_t at = 0; at < 12000; at += block) {
+                    for (int c = 0; c < channels; ++c)
+                        pointers[size_t(c)] = audio[size_t(c)].data() + at;
+                    processor->process(pointers.data(), std::min(block, 12000 - at));
+                }
+                EXPECT_EQ(scope.allocations(), 0) << rawValue(session->kind()) << ", " << channels;
+                EXPECT_EQ(audio, reference) << rawValue(session->kind()) << ", " << channels
+                                            << " channels in blocks of " << block;
+            }
+        }
+}
+
 TEST(RealTime, ChainAndInsertNeverAllocate) {
     EffectChain chain;
-    for (auto& session : busySessions()) chain.append(session);
+    for (auto& session : busySessions())
+        chain.append(session);
     chain.effects()[1]->setBypassed(true);
     EffectInsert insert;
     insert.setProcessor(chain.previewProcessor(48000, 2), 2);
     auto audio = program(8192, 2);
     AllocationCounter::Scope scope;
-    for (int64_t at = 0; at < 8192; at += 512) insert.process(&audio[0][at], &audio[1][at], 512);
+    for (int64_t at = 0; at < 8192; at += 512)
+        insert.process(&audio[0][at], &audio[1][at], 512);
     insert.setBypassed(true);
     insert.process(audio[0].data(), audio[1].data(), 512);
     EXPECT_EQ(scope.allocations(), 0);
@@ -152,7 +175,8 @@ TEST(RealTime, ResetReproducesAFreshProcessor) {
 
 TEST(RealTime, KnobsBypassAndSwapsWhileAudioRunsStaySafe) {
     EffectChain chain;
-    for (auto& session : busySessions()) chain.append(session);
+    for (auto& session : busySessions())
+        chain.append(session);
     EffectInsert insert;
     insert.setProcessor(chain.previewProcessor(48000, 2), 2);
 
@@ -186,7 +210,8 @@ TEST(RealTime, KnobsBypassAndSwapsWhileAudioRunsStaySafe) {
         std::this_thread::yield();
     }
     int64_t seen = blocks.load();
-    while (blocks.load() < seen + 10) std::this_thread::yield(); // audio kept running
+    while (blocks.load() < seen + 10)
+        std::this_thread::yield(); // audio kept running
     done = true;
     audio.join();
     EXPECT_TRUE(finite.load());

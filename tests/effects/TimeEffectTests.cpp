@@ -155,6 +155,33 @@ TEST(Phaser, MixZeroIsBitExactAndFullMixChangesTheSound) {
         EXPECT_LT(peak(channel), 4.0f);
 }
 
+TEST(Phaser, AtDepthZeroSixStagesAtEightHundredHertzCancelThatFrequency) {
+    // Each all-pass turns 800 Hz by a quarter cycle; six make half a cycle more than a whole
+    // one, and mixed half and half with the dry signal that frequency cancels.
+    auto bank = bankFor(EffectKind::phaser, {{1, 0}, {2, 1}, {3, 0}, {4, 50}});
+    auto gainOf = [&](double frequency) {
+        auto input = sine(frequency, 48000, 48000, 0.5);
+        auto output = render(EffectKind::phaser, bank, {input})[0];
+        return gainAt(input, output);
+    };
+    EXPECT_LT(gainOf(800), -30.0);
+    EXPECT_GT(gainOf(300), -10.0);
+    EXPECT_GT(gainOf(1500), -3.0); // (the next notch is near 2.9 kHz)
+}
+
+TEST(Delay, ToneDarkensTheRepeats) {
+    auto echoOf = [](double tone) {
+        auto bank = bankFor(EffectKind::delay, {{0, 250}, {1, 0}, {2, tone}, {3, 100}});
+        auto input = sine(5000, 48000, 24000, 0.5);
+        input.resize(48000, 0.0f);
+        auto y = render(EffectKind::delay, bank, {input})[0];
+        return peak(y.data() + 24000 + 2000, 8000); // only the echo sounds here
+    };
+    const float bright = echoOf(20000), dark = echoOf(1000);
+    EXPECT_GT(bright, 0.4f);
+    EXPECT_LT(dark, bright * 0.3f); // a 1 kHz low-pass, more than two octaves below the tone
+}
+
 TEST(Reverb, WidthZeroIsMonoWetAndFullWidthKeepsSidesApart) {
     Channels input{impulse(30000, 0), impulse(30000, 700)};
     auto mono = render(EffectKind::reverb, bankFor(EffectKind::reverb, {{3, 0}, {4, 100}}), input);
