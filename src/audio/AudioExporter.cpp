@@ -18,7 +18,7 @@ constexpr int64_t chunkFrames = 65536;
 
 // Multiplies by `gain` and clips to [-1, 1]; NaN becomes silence rather than an
 // undefined integer code.
-void applyGainAndClip(const float* __restrict in, float* __restrict out, int64_t n, float gain) {
+void gainAndClip(const float* __restrict in, float* __restrict out, int64_t n, float gain) {
     for (int64_t i = 0; i < n; ++i) {
         float x = in[i] * gain;
         x = x < -1.0f ? -1.0f : x;
@@ -28,7 +28,7 @@ void applyGainAndClip(const float* __restrict in, float* __restrict out, int64_t
 }
 
 void removeExistingFile(const std::filesystem::path& path) {
-    struct stat status{};
+    struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) return;
     // Only files and links: a device, pipe or folder at the path is written to (or fails)
     // but never unlinked.
@@ -46,6 +46,10 @@ std::unique_ptr<AudioFileWriter> openAudioFileWriter(const EncoderSettings& sett
     return openSndfileWriter(fd, settings, path);
 }
 
+void AudioExporter::applyGainAndClip(const float* in, float* out, int64_t count, float gain) {
+    gainAndClip(in, out, count, gain);
+}
+
 void AudioExporter::exportAudio(const AudioData& audio, FrameRange range, float gain,
                                 ExportFormat format, const std::filesystem::path& url,
                                 const Progress& progress) {
@@ -57,13 +61,14 @@ void AudioExporter::exportAudio(const AudioData& audio, FrameRange range, float 
     auto writer = openAudioFileWriter(settings(format, audio.sampleRate, channels), url);
     FloatBuffer chunk(chunkFrames * channels);
     std::vector<const float*> planes(static_cast<size_t>(channels));
-    for (int c = 0; c < channels; ++c) planes[size_t(c)] = chunk.data() + c * chunkFrames;
+    for (int c = 0; c < channels; ++c)
+        planes[size_t(c)] = chunk.data() + c * chunkFrames;
 
     double reported = 0;
     for (int64_t at = lower; at < upper;) {
         const int64_t n = std::min(upper - at, chunkFrames);
         for (int c = 0; c < channels; ++c)
-            applyGainAndClip(audio.samples(c) + at, chunk.data() + c * chunkFrames, n, gain);
+            gainAndClip(audio.samples(c) + at, chunk.data() + c * chunkFrames, n, gain);
         writer->write(planes.data(), n);
         at += n;
         const double fraction = double(at - lower) / double(upper - lower);
@@ -77,15 +82,17 @@ void AudioExporter::exportAudio(const AudioData& audio, FrameRange range, float 
 }
 
 std::unique_ptr<AudioFileWriter> AudioExporter::openLosslessWriter(const std::filesystem::path& url,
-                                                                   double sampleRate, int channels) {
+                                                                   double sampleRate,
+                                                                   int channels) {
     if (channels < 1)
-        throw FileError(describeFileError("Couldn't write", url.string(), "There is no audio to write."));
+        throw FileError(
+            describeFileError("Couldn't write", url.string(), "There is no audio to write."));
     if (url.has_parent_path()) {
         std::error_code error;
         std::filesystem::create_directories(url.parent_path(), error);
         if (error)
-            throw FileError(describeFileError("Couldn't create the folder", url.parent_path().string(),
-                                              error.message()));
+            throw FileError(describeFileError("Couldn't create the folder",
+                                              url.parent_path().string(), error.message()));
     }
     EncoderSettings s;
     s.container = EncoderSettings::Container::wav;

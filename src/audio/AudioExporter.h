@@ -5,8 +5,8 @@
 #include "audio/Marker.h"
 
 #include <filesystem>
-#include <memory>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -32,6 +32,10 @@ struct AudioExporter {
                             ExportFormat format, const std::filesystem::path& url,
                             const Progress& progress = {});
 
+    // What every export does to a sample: multiplies by the linear `gain` and clips to
+    // [-1, 1]; NaN becomes silence.
+    static void applyGainAndClip(const float* in, float* out, int64_t count, float gain);
+
     // Writes a clip as a 32-bit float WAV, creating missing folders. Throws FileError.
     static void writeLossless(const AudioClip& clip, const std::filesystem::path& url);
     // The writer writeLossless uses, for audio written a block at a time (its folder is
@@ -44,8 +48,8 @@ struct AudioExporter {
 // "<track> - <region>" with "/" and ":" made "-", unique case-insensitively within the
 // batch and against files already in `folder` ("Intro", "intro 2", ...).
 std::vector<ExportJob> regionExportJobs(const std::string& trackName,
-                                        const std::vector<Marker>& regions,
-                                        ExportFormat format, const std::filesystem::path& folder);
+                                        const std::vector<Marker>& regions, ExportFormat format,
+                                        const std::filesystem::path& folder);
 
 // folder/name.wav, or the first free "name N.wav" for N = 2, 3, ...
 std::filesystem::path uniqueWAV(const std::filesystem::path& folder, const std::string& name);

@@ -1,15 +1,20 @@
 // sonvale-cli export: writes a file, or a range of it, in an export format with a gain.
 
+#include "audio/AudioDecoder.h"
+#include "audio/AudioErrors.h"
+#include "audio/AudioExporter.h"
+#include "audio/AudioFileWriter.h"
+#include "audio/AudioLoader.h"
 #include "cli/Commands.h"
 #include "cli/Options.h"
 #include "cli/Progress.h"
 
-#include "audio/AudioExporter.h"
-#include "audio/AudioLoader.h"
-
+#include <algorithm>
+#include <climits>
 #include <cmath>
 #include <filesystem>
 #include <optional>
+#include <vector>
 
 namespace sonvale::cli {
 
@@ -44,34 +49,96 @@ Options parse(const Arguments& args) {
         } else if (options.input.empty()) {
             options.input = arg;
         } else {
-            throw UsageError{"only one input file can be exported at a time (" + std::string(usage) + ")"};
+            throw UsageError{"only one input file can be exported at a time (" +
+                             std::string(usage) + ")"};
         }
     }
     if (options.input.empty()) throw UsageError{std::string("no input file given (") + usage + ")"};
-    if (options.output.empty()) throw UsageError{std::string("no output file given (") + usage + ")"};
+    if (options.output.empty())
+        throw UsageError{std::string("no output file given (") + usage + ")"};
     options.format = resolveExportFormat(options.format, options.output);
     return options;
+}
+
+// The file streamed: decoded and written 65,536 frames at a time, so that exporting a long
+// file costs what reading and writing it cost and never holds it in memory. The samples
+// written are those the program's export writes from the loaded file. A failure part-way
+// (a full disk, a range past the end of a file that did not say how long it was) removes
+// what was written.
+void exportStreamed(const Options& options) {
+    auto decoder = openAudioDecoder(options.input);
+    const double rate = decoder->info().sampleRate;
+    const int channels = decoder->info().channels;
+    // As when loading: a file that says exactly how long it is is read no further.
+    const bool exact = decoder->lengthIsExact();
+    const int64_t limit = exact ? decoder->info().frames : INT64_MAX;
+    if (channels < 1 || limit < 1) throw AudioLoaderError::empty();
+    auto pastTheEnd = [&](int64_t frames) {
+        return UsageError{"the range " + std::to_string(options.range->lower) + ":" +
+                          std::to_string(options.range->upper) + " reaches past the end of " +
+                          curlyQuoted(options.input) + " (" + std::to_string(frames) + " frames)"};
+    };
+    if (options.range && options.range->upper > limit) throw pastTheEnd(limit);
+    const int64_t lower = options.range ? options.range->lower : 0;
+    const int64_t upper = options.range ? options.range->upper : limit;
+    const double expected =
+        double(options.range ? upper - lower : std::max<int64_t>(decoder->info().frames, 1));
+
+    constexpr int64_t chunk = 65536;
+    const auto planes = static_cast<size_t>(channels);
+    std::vector<std::vector<float>> decoded(planes, std::vector<float>(static_cast<size_t>(chunk)));
+    std::vector<std::vector<float>> written(planes, std::vector<float>(static_cast<size_t>(chunk)));
+    std::vector<float*> into(planes);
+    std::vector<const float*> out(planes);
+    for (int c = 0; c < channels; ++c)
+        out[size_t(c)] = written[size_t(c)].data();
+
+    ProgressLine progress("Writing " + options.output);
+    const auto report = progress.callback();
+    const float gain = float(std::pow(10.0, options.gainDB / 20.0));
+    std::unique_ptr<AudioFileWriter> writer;
+    try {
+        int64_t position = 0; // frames decoded so far
+        double reported = 0;
+        while (position < upper) {
+            for (int c = 0; c < channels; ++c)
+                into[size_t(c)] = decoded[size_t(c)].data();
+            const int64_t got = decoder->read(into.data(), std::min(chunk, upper - position));
+            if (got <= 0) break;
+            // The part of this chunk inside the range.
+            const int64_t from = std::max(position, lower), to = position + got;
+            if (from < to) {
+                for (int c = 0; c < channels; ++c)
+                    AudioExporter::applyGainAndClip(decoded[size_t(c)].data() + (from - position),
+                                                    written[size_t(c)].data(), to - from, gain);
+                if (!writer)
+                    writer = openAudioFileWriter(settings(*options.format, rate, channels),
+                                                 options.output);
+                writer->write(out.data(), to - from);
+            }
+            position = to;
+            const double fraction = double(position - lower) / expected;
+            if (report && fraction - reported >= 0.02 && fraction < 1) report(reported = fraction);
+        }
+        if (position == 0) throw AudioLoaderError::empty();
+        if (options.range && position < upper) throw pastTheEnd(position);
+        if (!writer) // a range that starts where the file ends: nothing to write
+            writer = openAudioFileWriter(settings(*options.format, rate, channels), options.output);
+        writer->finish();
+    } catch (...) {
+        if (writer) {
+            writer.reset();
+            std::error_code ignored;
+            std::filesystem::remove(options.output, ignored);
+        }
+        throw;
+    }
 }
 
 } // namespace
 
 int exportCommand(const Arguments& args) {
-    const Options options = parse(args);
-
-    AudioDataPtr audio;
-    {
-        ProgressLine progress("Reading " + options.input);
-        audio = AudioLoader::load(options.input, progress.callback());
-    }
-    FrameRange range{0, audio->frameCount};
-    if (options.range) {
-        range = *options.range;
-        checkRangeWithin(range, *audio, options.input);
-    }
-    const float gain = float(std::pow(10.0, options.gainDB / 20.0));
-    ProgressLine progress("Writing " + options.output);
-    AudioExporter::exportAudio(*audio, range, gain, *options.format, options.output,
-                               progress.callback());
+    exportStreamed(parse(args));
     return 0;
 }
 

@@ -1,12 +1,14 @@
 // Runs the built sonvale-cli as a separate process and checks what it prints and returns.
 
+#include "audio/AudioExporter.h"
 #include "audio/AudioLoader.h"
 #include "support/AudioFiles.h"
 
-#include <gtest/gtest.h>
-
+#include <cmath>
 #include <fcntl.h>
 #include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <sndfile.h>
 #include <spawn.h>
@@ -27,7 +29,8 @@ struct CliRun {
     std::vector<std::string> errLines() const {
         std::vector<std::string> lines;
         std::istringstream in(err);
-        for (std::string line; std::getline(in, line);) lines.push_back(line);
+        for (std::string line; std::getline(in, line);)
+            lines.push_back(line);
         return lines;
     }
 };
@@ -44,17 +47,21 @@ CliRun cli(const std::vector<std::string>& args) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
+    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
     std::vector<std::string> all{SONVALE_CLI_PATH};
     all.insert(all.end(), args.begin(), args.end());
     std::vector<char*> argv;
-    for (auto& arg : all) argv.push_back(arg.data());
+    for (auto& arg : all)
+        argv.push_back(arg.data());
     argv.push_back(nullptr);
 
     CliRun run;
     pid_t pid = 0;
-    const int spawned = posix_spawn(&pid, SONVALE_CLI_PATH, &actions, nullptr, argv.data(), environ);
+    const int spawned =
+        posix_spawn(&pid, SONVALE_CLI_PATH, &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) {
         ADD_FAILURE() << "couldn't start " << SONVALE_CLI_PATH;
@@ -68,7 +75,9 @@ CliRun cli(const std::vector<std::string>& args) {
     return run;
 }
 
-std::string path(const char* name) { return fixture(name).string(); }
+std::string path(const char* name) {
+    return fixture(name).string();
+}
 
 // ---- info -----------------------------------------------------------------------------
 
@@ -128,8 +137,10 @@ TEST(CliInfo, AFailingFileGetsOneLineOnStderrAndTheOthersStillPrint) {
     EXPECT_NE(run.out.find("mono.wav: wav"), std::string::npos);
     const auto lines = run.errLines();
     ASSERT_EQ(lines.size(), 2u) << run.err;
-    EXPECT_EQ(lines[0], "sonvale-cli info: " + path("noise.mp3") +
-                            ": Couldn't open \u201Cnoise.mp3\u201D: Invalid data found when processing input");
+    EXPECT_EQ(
+        lines[0],
+        "sonvale-cli info: " + path("noise.mp3") +
+            ": Couldn't open \u201Cnoise.mp3\u201D: Invalid data found when processing input");
     EXPECT_EQ(lines[1], "sonvale-cli info: " + path("empty.wav") + ": The file contains no audio.");
 }
 
@@ -143,7 +154,8 @@ TEST(CliInfo, JSONLeavesFailedFilesOutOfTheArray) {
 }
 
 TEST(CliInfo, WithoutFilesOrWithAnUnknownOptionIsAUsageError) {
-    for (const auto& args : {std::vector<std::string>{"info"}, {"info", "--deep", path("mono.wav")}}) {
+    for (const auto& args :
+         {std::vector<std::string>{"info"}, {"info", "--deep", path("mono.wav")}}) {
         const CliRun run = cli(args);
         EXPECT_EQ(run.status, 1);
         EXPECT_EQ(run.out, "");
@@ -179,7 +191,8 @@ TEST(CliExport, TakesTheFormatFromTheExtensionAndPrintsNothing) {
 
 TEST(CliExport, FormatOptionOverridesTheExtension) {
     test::TemporaryFolder folder;
-    const CliRun run = cli({"export", path("mono.wav"), "-o", (folder / "x.wav").string(), "--format", "wav24"});
+    const CliRun run =
+        cli({"export", path("mono.wav"), "-o", (folder / "x.wav").string(), "--format", "wav24"});
     EXPECT_EQ(run.status, 0) << run.err;
     const SF_INFO info = sndfileInfo(folder / "x.wav");
     EXPECT_EQ(info.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
@@ -190,8 +203,8 @@ TEST(CliExport, FormatOptionOverridesTheExtension) {
 TEST(CliExport, RangeAndGainApply) {
     test::TemporaryFolder folder;
     const auto out = folder / "part.wav";
-    const CliRun run = cli({"export", path("stereo-s16.wav"), "-o", out.string(), "--range", "1000:49000",
-                         "--gain", "+6.0206"});
+    const CliRun run = cli({"export", path("stereo-s16.wav"), "-o", out.string(), "--range",
+                            "1000:49000", "--gain", "+6.0206"});
     ASSERT_EQ(run.status, 0) << run.err;
     const auto source = AudioLoader::load(fixture("stereo-s16.wav"));
     const auto written = AudioLoader::load(out);
@@ -200,6 +213,38 @@ TEST(CliExport, RangeAndGainApply) {
     for (int64_t i = 0; i < 48000; i += 997)
         EXPECT_EQ(written->samples(1)[i], 2 * source->samples(1)[1000 + i]) << i;
     EXPECT_NEAR(written->peak, 1.0f, 1.0f / 32768);
+}
+
+std::string fileBytes(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+TEST(CliExport, WritesWhatTheProgramsExportWritesFromTheLoadedFile) {
+    // The command streams the file; the program exports the whole loaded audio. Same bytes,
+    // for a file that says how long it is and one (an MP3 without a length header) that
+    // does not, with a gain that clips, in every format.
+    test::TemporaryFolder folder;
+    for (const char* input : {"stereo.flac", "vbr-no-header.mp3"})
+        for (auto [format, name] : {std::pair{ExportFormat::wav24, "wav24"},
+                                    {ExportFormat::aiff16, "aiff16"},
+                                    {ExportFormat::aac, "aac"}}) {
+            const auto ours = folder / (std::string(name) + ".cli");
+            const auto theirs = folder / (std::string(name) + ".program");
+            const CliRun run = cli({"export", path(input), "-o", ours.string(), "--format", name,
+                                    "--gain", "9", "--range", "1000:70000"});
+            ASSERT_EQ(run.status, 0) << run.err;
+            AudioExporter::exportAudio(*AudioLoader::load(fixture(input)), {1000, 70000},
+                                       float(std::pow(10.0, 9 / 20.0)), format, theirs);
+            EXPECT_EQ(fileBytes(ours), fileBytes(theirs)) << input << " as " << name;
+        }
+    // A range past the end of a file that only estimates its length is found at its end.
+    const auto past = folder / "past.wav";
+    const CliRun run =
+        cli({"export", path("vbr-no-header.mp3"), "-o", past.string(), "--range", "0:100000000"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find("reaches past the end"), std::string::npos) << run.err;
+    EXPECT_FALSE(std::filesystem::exists(past));
 }
 
 TEST(CliExport, UnknownExtensionWithoutFormatListsTheFormats) {
@@ -247,28 +292,33 @@ TEST(CliExport, BadArgumentsGiveOneLineAndStatusOne) {
 
 TEST(CliExport, UnreadableInputNamesTheFile) {
     test::TemporaryFolder folder;
-    const CliRun run = cli({"export", (folder / "gone.wav").string(), "-o", (folder / "x.wav").string()});
+    const CliRun run =
+        cli({"export", (folder / "gone.wav").string(), "-o", (folder / "x.wav").string()});
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, "sonvale-cli export: Couldn't open \u201Cgone.wav\u201D: No such file or directory\n");
+    EXPECT_EQ(
+        run.err,
+        "sonvale-cli export: Couldn't open \u201Cgone.wav\u201D: No such file or directory\n");
 }
 
 TEST(CliExport, FullDiskAndImpossiblePathsFailCleanly) {
     test::TemporaryFolder folder;
     std::ofstream(folder / "file.wav") << "x";
-    const CliRun notFolder = cli({"export", path("mono.wav"), "-o", (folder / "file.wav" / "x.wav").string()});
+    const CliRun notFolder =
+        cli({"export", path("mono.wav"), "-o", (folder / "file.wav" / "x.wav").string()});
     EXPECT_EQ(notFolder.status, 1);
-    EXPECT_EQ(notFolder.err, "sonvale-cli export: Couldn't write \u201Cx.wav\u201D: Not a directory\n");
+    EXPECT_EQ(notFolder.err,
+              "sonvale-cli export: Couldn't write \u201Cx.wav\u201D: Not a directory\n");
 
     const CliRun full = cli({"export", path("mono.wav"), "-o", "/dev/full", "--format", "aac"});
     EXPECT_EQ(full.status, 1);
-    EXPECT_EQ(full.err, "sonvale-cli export: Couldn't write \u201Cfull\u201D: No space left on device\n");
+    EXPECT_EQ(full.err,
+              "sonvale-cli export: Couldn't write \u201Cfull\u201D: No space left on device\n");
 }
 
 } // namespace
 
 // ---- loudness, normalize, trim-silence --------------------------------------------------
 
-#include "audio/AudioExporter.h"
 #include "audio/Loudness.h"
 
 namespace {
@@ -278,7 +328,8 @@ std::filesystem::path toneWithSilence(const test::TemporaryFolder& folder, doubl
     const double rate = 48000;
     const auto pad = size_t(silence * rate);
     std::vector<float> samples(pad, 0.0f);
-    for (int i = 0; i < 48000; ++i) samples.push_back(0.25f * float(std::sin(2 * M_PI * 440 * i / rate)));
+    for (int i = 0; i < 48000; ++i)
+        samples.push_back(0.25f * float(std::sin(2 * M_PI * 440 * i / rate)));
     samples.insert(samples.end(), pad, 0.0f);
     const auto file = folder / "padded.wav";
     AudioExporter::writeLossless(AudioClip{rate, {samples, samples}}, file);
@@ -301,22 +352,25 @@ TEST(CliLoudness, ReportsWhatTheMeterMeasuresAndWhyThereIsNone) {
 
     const CliRun text = cli({"loudness", path("silence.wav"), "/nonexistent/take.wav"});
     EXPECT_EQ(text.status, 1);
-    EXPECT_EQ(text.out, path("silence.wav") +
-                            ": integrated none (too quiet: nothing above the -70 LUFS gate), peak -inf dBFS\n");
+    EXPECT_EQ(
+        text.out,
+        path("silence.wav") +
+            ": integrated none (too quiet: nothing above the -70 LUFS gate), peak -inf dBFS\n");
     ASSERT_EQ(text.errLines().size(), 1u);
     EXPECT_NE(text.err.find("take.wav"), std::string::npos);
 }
 
 TEST(CliNormalize, PeakAndLoudnessTargetsSetTheGainOfTheExport) {
     test::TemporaryFolder folder;
-    const CliRun peak = cli({"normalize", path("stereo-s16.wav"), "-o", (folder / "peak.wav").string(),
-                             "--peak", "--format", "wav24"});
+    const CliRun peak = cli({"normalize", path("stereo-s16.wav"), "-o",
+                             (folder / "peak.wav").string(), "--peak", "--format", "wav24"});
     ASSERT_EQ(peak.status, 0) << peak.err;
     EXPECT_EQ(peak.out, "+6.0 dB applied\n");
     EXPECT_NEAR(AudioLoader::load(folder / "peak.wav")->peak, 1.0f, 1e-4f);
 
-    const CliRun target = cli({"normalize", path("speech.wav"), "-o", (folder / "speech.wav").string(),
-                               "--loudness", "-23", "--format", "wav24"});
+    const CliRun target =
+        cli({"normalize", path("speech.wav"), "-o", (folder / "speech.wav").string(), "--loudness",
+             "-23", "--format", "wav24"});
     ASSERT_EQ(target.status, 0) << target.err;
     const auto measured = Loudness::integrated(*AudioLoader::load(folder / "speech.wav"));
     ASSERT_TRUE(measured);
@@ -326,15 +380,18 @@ TEST(CliNormalize, PeakAndLoudnessTargetsSetTheGainOfTheExport) {
 
 TEST(CliNormalize, RefusesSilenceAndAmbiguousRequests) {
     test::TemporaryFolder folder;
-    const CliRun silent = cli({"normalize", path("silence.wav"), "-o", (folder / "x.wav").string(), "--peak"});
+    const CliRun silent =
+        cli({"normalize", path("silence.wav"), "-o", (folder / "x.wav").string(), "--peak"});
     EXPECT_EQ(silent.status, 1);
-    EXPECT_NE(silent.err.find("silence.wav: The whole track is silent."), std::string::npos) << silent.err;
+    EXPECT_NE(silent.err.find("silence.wav: The whole track is silent."), std::string::npos)
+        << silent.err;
     EXPECT_FALSE(std::filesystem::exists(folder / "x.wav"));
-    const CliRun both = cli({"normalize", path("speech.wav"), "-o", (folder / "x.wav").string(), "--peak",
-                             "--loudness", "-16"});
+    const CliRun both = cli({"normalize", path("speech.wav"), "-o", (folder / "x.wav").string(),
+                             "--peak", "--loudness", "-16"});
     EXPECT_EQ(both.status, 1);
     EXPECT_NE(both.err.find("either --peak or --loudness"), std::string::npos);
-    const CliRun neither = cli({"normalize", path("speech.wav"), "-o", (folder / "x.flac").string(), "--peak"});
+    const CliRun neither =
+        cli({"normalize", path("speech.wav"), "-o", (folder / "x.flac").string(), "--peak"});
     EXPECT_EQ(neither.status, 1);
     EXPECT_NE(neither.err.find("can't tell the format"), std::string::npos);
 }
@@ -342,7 +399,8 @@ TEST(CliNormalize, RefusesSilenceAndAmbiguousRequests) {
 TEST(CliTrimSilence, KeepsTheAudiblePartWithTenMillisecondsOfPadding) {
     test::TemporaryFolder folder;
     const auto input = toneWithSilence(folder, 0.5);
-    const CliRun run = cli({"trim-silence", input.string(), "-o", (folder / "kept.wav").string(), "--format", "wav24"});
+    const CliRun run = cli({"trim-silence", input.string(), "-o", (folder / "kept.wav").string(),
+                            "--format", "wav24"});
     ASSERT_EQ(run.status, 0) << run.err;
     const auto kept = AudioLoader::load(folder / "kept.wav");
     // The tone's first sample is 0, so it is heard from frame 24001 to 72000.
@@ -352,13 +410,15 @@ TEST(CliTrimSilence, KeepsTheAudiblePartWithTenMillisecondsOfPadding) {
 
 TEST(CliTrimSilence, SaysWhenThereIsNothingToTrim) {
     test::TemporaryFolder folder;
-    const CliRun silent = cli({"trim-silence", path("silence.wav"), "-o", (folder / "a.wav").string()});
+    const CliRun silent =
+        cli({"trim-silence", path("silence.wav"), "-o", (folder / "a.wav").string()});
     EXPECT_EQ(silent.status, 1);
     EXPECT_NE(silent.err.find("The whole track is silent."), std::string::npos);
     const CliRun tight = cli({"trim-silence", toneWithSilence(folder, 0.005).string(), "-o",
                               (folder / "b.wav").string()});
     EXPECT_EQ(tight.status, 1);
-    EXPECT_NE(tight.err.find("There's no silence (below -60 dBFS) at the start or end."), std::string::npos)
+    EXPECT_NE(tight.err.find("There's no silence (below -60 dBFS) at the start or end."),
+              std::string::npos)
         << tight.err;
     EXPECT_FALSE(std::filesystem::exists(folder / "b.wav"));
 }
