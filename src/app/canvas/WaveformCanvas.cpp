@@ -21,7 +21,11 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
+#include <functional>
+#include <future>
 #include <limits>
+#include <system_error>
+#include <utility>
 
 namespace sonvale {
 
@@ -529,9 +533,47 @@ void WaveformCanvas::finishNameEditing(bool commit) {
 
 // ---- dragging the selection out ----------------------------------------------------------
 
+namespace {
+
+// The dragged selection as a file. It is written on a thread of its own from the moment the
+// drag starts, so a long selection never holds up the window; a drop target that asks for
+// the file waits only for what is left of the writing.
+class SelectionDragData final : public QMimeData {
+public:
+    SelectionDragData(QString path, std::shared_future<std::string> writing,
+                      std::function<void(const std::string&)> failed)
+        : path(std::move(path))
+        , writing(std::move(writing))
+        , failed(std::move(failed)) {}
+
+    QStringList formats() const override { return {uriList}; }
+    bool hasFormat(const QString& type) const override { return type == uriList; }
+
+protected:
+    QVariant retrieveData(const QString& type, QMetaType) const override {
+        if (type != uriList) return {};
+        const std::string& error = writing.get();
+        if (!error.empty()) {
+            if (failed) std::exchange(failed, nullptr)(error); // one alert per drag
+            return {};
+        }
+        return QVariantList{QUrl::fromLocalFile(path)};
+    }
+
+private:
+    static constexpr const char* uriList = "text/uri-list";
+    QString path;
+    std::shared_future<std::string> writing;
+    mutable std::function<void(const std::string&)> failed;
+};
+
+} // namespace
+
 QMimeData* WaveformCanvas::selectionMimeData() {
     if (!track || !track->audio() || !track->selection()) return nullptr;
-    // Each drag gets a fresh folder; the previous one (and its file) goes when it is replaced.
+    // Each drag gets a fresh folder; the previous one (and its file) goes when it is replaced,
+    // once its writing is over.
+    if (dragWriting.valid()) dragWriting.wait();
     dragFolder = std::make_unique<QTemporaryDir>(QDir::tempPath() + "/sonvale-drag-XXXXXX");
     if (!dragFolder->isValid()) {
         model.showAlert(
@@ -540,16 +582,26 @@ QMimeData* WaveformCanvas::selectionMimeData() {
     }
     const QString path =
         dragFolder->filePath(QString::fromStdString(track->name()) + " (selection).wav");
+    auto write = [audio = track->audio(), range = *track->selection(),
+                  gain = track->gainBox()->load(), file = path.toStdString()]() -> std::string {
+        try {
+            AudioExporter::exportAudio(*audio, range, gain, ExportFormat::wav24, file);
+            return {};
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+    };
     try {
-        AudioExporter::exportAudio(*track->audio(), *track->selection(), track->gainBox()->load(),
-                                   ExportFormat::wav24, path.toStdString());
-    } catch (const std::exception& error) {
-        model.showAlert({"Export failed", error.what()});
-        return nullptr;
+        dragWriting = std::async(std::launch::async, write).share();
+    } catch (const std::system_error&) {
+        // No thread to be had: written here and now.
+        std::promise<std::string> done;
+        done.set_value(write());
+        dragWriting = done.get_future().share();
     }
-    auto* data = new QMimeData;
-    data->setUrls({QUrl::fromLocalFile(path)});
-    return data;
+    return new SelectionDragData(path, dragWriting, [&model = model](const std::string& error) {
+        model.showAlert({"Export failed", error});
+    });
 }
 
 void WaveformCanvas::startSelectionDrag() {

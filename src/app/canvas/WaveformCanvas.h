@@ -7,6 +7,7 @@
 #include <QImage>
 #include <QTemporaryDir>
 #include <QWidget>
+#include <future>
 #include <memory>
 #include <optional>
 #include <sigc++/connection.h>
@@ -124,6 +125,9 @@ private:
     bool pendingSelectionDrag = false; // pressed inside the selection or with Alt
     std::optional<MarkerDrag> markerDrag;
     std::unique_ptr<QTemporaryDir> dragFolder;
+    // The dragged selection's file being written (an error text when it failed). Declared
+    // after the folder so that it waits for the writing before the folder goes.
+    std::shared_future<std::string> dragWriting;
 
     // One device-pixel column of a lane: its extent and RMS extent in points.
     struct ColumnShape {
