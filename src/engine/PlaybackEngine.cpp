@@ -156,14 +156,23 @@ void PlaybackEngine::handleConfigurationChange() {
     }
 }
 
-bool PlaybackEngine::checkOutput() {
-    if (!output->hasFailed()) return false;
+bool PlaybackEngine::checkOutput(std::chrono::steady_clock::time_point now) {
+    const uint64_t calls = callbacks.load(std::memory_order_relaxed);
+    if (!output->isRunning() || calls != callbacksSeen || !callbacksMoved) {
+        callbacksSeen = calls;
+        callbacksMoved = now;
+    }
+    const bool stalled =
+        std::chrono::duration<double>(now - *callbacksMoved).count() >= stalledOutputSeconds;
+    if (!output->hasFailed() && !stalled) return false;
     handleConfigurationChange();
+    callbacksMoved = now;
     return true;
 }
 
 void PlaybackEngine::render(float* const* buffers, int channelCount, int64_t frameCount,
                             HostTime hostTime) noexcept {
+    callbacks.fetch_add(1, std::memory_order_relaxed);
     RenderSource* source = current.load(std::memory_order_acquire);
     const float speed = requestedRate.load(std::memory_order_relaxed);
     if (restartStretch.exchange(false, std::memory_order_acquire)) {

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -96,8 +97,11 @@ public:
     // restart; if that fails the source stops playing (the transport then ends as at the end
     // of the content).
     void handleConfigurationChange();
-    // Main-thread poll (the transport timer): handles a failed output. True when it did.
-    bool checkOutput();
+    // Main-thread poll (the transport timer): handles a failed output, or one that has
+    // stopped asking for audio (a sound server that went away without a word) for
+    // stalledOutputSeconds while running. True when it did. `now` is for tests.
+    bool checkOutput(std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
+    static constexpr double stalledOutputSeconds = 2.0;
 
     LevelMeters& outputMeters() { return meters; }
     const LevelMeters& outputMeters() const { return meters; }
@@ -135,6 +139,10 @@ private:
     std::atomic<int64_t> stretchDelayFrames{0}; // output frames; 0 while bypassed
     std::atomic<bool> restartStretch{false};    // a new play: forget what the stretcher held
     std::atomic<bool> draining{false};          // the source ended; the stretcher still sounds
+    std::atomic<uint64_t> callbacks{0};         // render calls so far
+    // What checkOutput last saw of the callbacks, and when they last moved.
+    uint64_t callbacksSeen = 0;
+    std::optional<std::chrono::steady_clock::time_point> callbacksMoved;
 
     // Render callback only.
     bool stretching = false;

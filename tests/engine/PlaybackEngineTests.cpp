@@ -3,6 +3,7 @@
 #include "support/AllocationCounter.h"
 #include "support/PlaybackTestAudio.h"
 
+#include <chrono>
 #include <gtest/gtest.h>
 
 using namespace sonvale;
@@ -133,6 +134,34 @@ TEST(PlaybackEngine, ConfigurationChangeReopensAndRestartsAPlayingSource) {
     EXPECT_TRUE(m.engine->isRunning());
     EXPECT_TRUE(source->playing.load());
     EXPECT_FALSE(m.engine->checkOutput());
+}
+
+TEST(PlaybackEngine, AnOutputThatStopsAskingForAudioIsReopenedAndOtherwiseEndsPlayback) {
+    ManualEngine m;
+    auto source = m.engine->prepare(AudioDataContent::make(countingAudio(480000)), nullptr);
+    source->start({0, 480000}, 0, false);
+    m.engine->start();
+    const auto t0 = std::chrono::steady_clock::now();
+    const auto later = [&](double seconds) {
+        return t0 + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                        std::chrono::duration<double>(seconds));
+    };
+    // Buffers keep coming: no matter how long between polls, nothing is wrong.
+    for (int i = 0; i < 5; ++i) {
+        m.output->pull(512, 1);
+        EXPECT_FALSE(m.engine->checkOutput(later(i * 3.0)));
+    }
+    // Then none for two seconds: the stream is reopened and restarted.
+    EXPECT_FALSE(m.engine->checkOutput(later(13.0)));
+    EXPECT_TRUE(m.engine->checkOutput(later(12.0 + PlaybackEngine::stalledOutputSeconds + 0.1)));
+    EXPECT_EQ(m.output->opens, 2);
+    EXPECT_EQ(m.output->starts, 2);
+    EXPECT_TRUE(source->playing.load());
+    // Still silent, and now the device refuses to start: playback ends as at the end.
+    m.output->failStart = true;
+    EXPECT_TRUE(m.engine->checkOutput(later(17.0)));
+    EXPECT_FALSE(source->playing.load());
+    EXPECT_FALSE(m.engine->isSounding());
 }
 
 TEST(PlaybackEngine, FailedRestartStopsTheSourceAsAtTheEnd) {
