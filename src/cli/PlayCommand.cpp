@@ -155,6 +155,8 @@ int play(const Arguments& args) {
         std::printf(" at %.2f s", double(std::clamp<int64_t>(*lastHeard, 0, audio->frameCount)) /
                                       audio->sampleRate);
     std::printf("; %lld output underruns\n", static_cast<long long>(engine.underflowCount()));
+    if (auto failure = engine.takeRestartFailure())
+        throw PlaybackError(std::string(playbackFailedTitle) + ": " + *failure);
     return 0;
 }
 

@@ -184,8 +184,14 @@ void EditorModel::startPlaybackTimer() {
 void EditorModel::playbackTick() {
     if (!playingSource || !engine) return;
     engine->checkOutput();
+    if (auto failure = engine->takeRestartFailure()) {
+        // The output went away and would not come back.
+        finishPlayback(false);
+        showAlert({playbackFailedTitle, *failure});
+        return;
+    }
     if (!engine->isSounding()) {
-        // The content ran out and has been heard (or the output could not be restarted).
+        // The content ran out and has been heard.
         finishPlayback(false);
         return;
     }

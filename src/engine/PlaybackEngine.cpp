@@ -151,8 +151,9 @@ void PlaybackEngine::handleConfigurationChange() {
             output->start();
             latency = output->outputLatency();
         }
-    } catch (const PlaybackError&) {
+    } catch (const PlaybackError& error) {
         if (renderSource) renderSource->playing.store(false);
+        if (wasPlaying) restartFailure = error.what();
     }
 }
 

@@ -11,6 +11,8 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace RubberBand {
@@ -102,6 +104,11 @@ public:
     // stalledOutputSeconds while running. True when it did. `now` is for tests.
     bool checkOutput(std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
     static constexpr double stalledOutputSeconds = 2.0;
+    // Why the last restart of handleConfigurationChange failed, once: the caller tells the
+    // user (under playbackFailedTitle) and the next call returns nothing.
+    std::optional<std::string> takeRestartFailure() {
+        return std::exchange(restartFailure, std::nullopt);
+    }
 
     LevelMeters& outputMeters() { return meters; }
     const LevelMeters& outputMeters() const { return meters; }
@@ -131,6 +138,7 @@ private:
     std::unique_ptr<RubberBand::RubberBandStretcher> timePitch;
     double latency = 0;
     float playbackRate = 1;
+    std::optional<std::string> restartFailure;
     LevelMeters meters;
 
     // Shared with the render callback.

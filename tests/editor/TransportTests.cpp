@@ -1,14 +1,12 @@
-#include "editor/EditorModel.h"
-
 #include "base/ManualExecutor.h"
+#include "editor/EditorModel.h"
 #include "engine/PlaybackEngine.h"
 #include "persistence/Preferences.h"
 #include "support/ModelTestAudio.h"
 #include "support/PlaybackTestAudio.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <gtest/gtest.h>
 
 using namespace sonvale;
 using namespace sonvale::testing;
@@ -44,7 +42,9 @@ struct Transport {
     void tick() { executor.advance(EditorModel::playbackTimerInterval); }
 };
 
-int64_t frameOf(float sample, float scale = step) { return std::llround(sample / scale); }
+int64_t frameOf(float sample, float scale = step) {
+    return std::llround(sample / scale);
+}
 
 } // namespace
 
@@ -220,10 +220,12 @@ TEST(Transport, SpeedStepsUpAndDownAndStopsAtTheEnds) {
     EXPECT_EQ(t.model->playbackRate(), 1.25f);
     EXPECT_EQ(t.model->playbackRateText(), "1.25×");
     EXPECT_EQ(t.model->player().rate(), 1.25f);
-    for (int i = 0; i < 5; ++i) t.model->changePlaybackRate(1);
+    for (int i = 0; i < 5; ++i)
+        t.model->changePlaybackRate(1);
     EXPECT_EQ(t.model->playbackRate(), 2.0f);
     EXPECT_EQ(t.model->playbackRateText(), "2×");
-    for (int i = 0; i < 10; ++i) t.model->changePlaybackRate(-1);
+    for (int i = 0; i < 10; ++i)
+        t.model->changePlaybackRate(-1);
     EXPECT_EQ(t.model->playbackRate(), 0.5f);
     EXPECT_EQ(t.model->playbackRateText(), "0.5×");
     EXPECT_EQ(t.model->player().rate(), 0.5f);
@@ -253,6 +255,20 @@ TEST(Transport, AnOutputThatWontStartShowsPlaybackFailed) {
     t.output->failStart = false;
     t.model->play();
     EXPECT_TRUE(t.model->isPlaying());
+}
+
+TEST(Transport, AnOutputThatGoesAwayAndWontComeBackEndsPlaybackWithAnAlert) {
+    Transport t;
+    t.model->play();
+    t.pull(1.0);
+    t.output->failStart = true;
+    t.output->failed = true; // the stream died on its own
+    t.tick();
+    EXPECT_FALSE(t.model->isPlaying());
+    ASSERT_TRUE(t.model->alert());
+    EXPECT_EQ(t.model->alert()->title, "Playback failed");
+    EXPECT_NE(t.model->alert()->message.find("Device unavailable"), std::string::npos);
+    EXPECT_EQ(t.executor.pendingDelayed(), 0u); // the playback timer is gone too
 }
 
 // ---- switching tracks, gain, edits -------------------------------------------------------
@@ -290,8 +306,8 @@ TEST(Transport, GainChangesReachThePlayingGainBox) {
     EXPECT_EQ(t.model->player().source()->gain, t.track->gainBox());
     t.pull(1.0);
     t.track->setGainDB(20.0f * std::log10(0.5f));
-    t.pull(1.01);                              // ramps to the new gain
-    const auto& left = t.pull(1.02);           // frames 1024 ... at half level
+    t.pull(1.01);                    // ramps to the new gain
+    const auto& left = t.pull(1.02); // frames 1024 ... at half level
     EXPECT_NEAR(left[0], 1024 * step * 0.5f, 1e-7f);
     EXPECT_NEAR(left[511], 1535 * step * 0.5f, 1e-7f);
 }
