@@ -2,6 +2,7 @@
 
 #include "audio/AudioErrors.h"
 #include "audio/AudioLoader.h"
+#include "base/CpuDispatch.h"
 
 #include <algorithm>
 #include <cmath>
@@ -24,17 +25,16 @@ namespace {
 #pragma GCC diagnostic ignored "-Wpsabi"
 typedef float v8f __attribute__((vector_size(32)));
 
-#define SONVALE_INLINE __attribute__((always_inline)) inline
-template <typename V> SONVALE_INLINE V vmin(V a, V b) {
+template <typename V> SONVALE_ALWAYS_INLINE V vmin(V a, V b) {
     return a < b ? a : b;
 }
-template <typename V> SONVALE_INLINE V vmax(V a, V b) {
+template <typename V> SONVALE_ALWAYS_INLINE V vmax(V a, V b) {
     return a > b ? a : b;
 }
 
 // Reduces eight vectors to one whose lane k holds the reduction of vector k, using only
 // in-lane shuffles and one cross-lane step (the classic 8x8 transpose-and-reduce).
-template <typename Op> SONVALE_INLINE v8f reduceEight(const v8f (&m)[8], Op op) {
+template <typename Op> SONVALE_ALWAYS_INLINE v8f reduceEight(const v8f (&m)[8], Op op) {
     v8f pairs[4];
     for (int i = 0; i < 4; ++i)
         pairs[i] = op(__builtin_shufflevector(m[2 * i], m[2 * i + 1], 0, 2, 8, 10, 4, 6, 12, 14),
@@ -47,15 +47,6 @@ template <typename Op> SONVALE_INLINE v8f reduceEight(const v8f (&m)[8], Op op) 
     return op(__builtin_shufflevector(quads[0], quads[1], 0, 1, 2, 3, 8, 9, 10, 11),
               __builtin_shufflevector(quads[0], quads[1], 4, 5, 6, 7, 12, 13, 14, 15));
 }
-
-// target_clones picks a version at load time through an ifunc resolver; a sanitizer
-// instruments that resolver, which then runs before the sanitizer is set up and crashes
-// the program at start-up. Sanitized builds get the one portable version.
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-#define SONVALE_AVX2_CLONES
-#else
-#define SONVALE_AVX2_CLONES __attribute__((target_clones("avx2", "default")))
-#endif
 
 // The first two pyramid levels over groups of eight whole 16-sample blocks: level 0 (min and
 // max pairs, sums of squares) and, since four blocks make one level-1 entry, two level-1
@@ -585,7 +576,6 @@ AudioDataPtr AudioData::replacingOwned(AudioDataPtr& audio, FrameRange range,
     const std::vector<int64_t> oldEntries = levelEntries(oldLength);
     std::vector<FloatBuffer> buffers;
     std::vector<std::vector<PeakLevel>> levels;
-    size_t grown = 0;
     try {
         buffers.reserve(n);
         levels.reserve(n);
@@ -596,8 +586,8 @@ AudioDataPtr AudioData::replacingOwned(AudioDataPtr& audio, FrameRange range,
                     allocateLevel(edited[c]->pyramid[1].blockSize << (2 * (k - 1)), entries[k]));
         }
         if (newLength > oldLength)
-            for (; grown < n; ++grown)
-                sizeLowerLevels(*edited[grown], entries[0], entries[1], true);
+            for (size_t c = 0; c < n; ++c)
+                sizeLowerLevels(*edited[c], entries[0], entries[1], true);
     } catch (...) {
         // Shrinking what did not grow changes nothing, so every channel is put back.
         for (size_t c = 0; c < n; ++c)

@@ -16,8 +16,7 @@ namespace {
 
 constexpr int64_t chunkFrames = 65536;
 
-// Multiplies by `gain` and clips to [-1, 1]; NaN becomes silence rather than an
-// undefined integer code.
+// NaN becomes silence rather than an undefined integer code.
 void gainAndClip(const float* __restrict in, float* __restrict out, int64_t n, float gain) {
     for (int64_t i = 0; i < n; ++i) {
         float x = in[i] * gain;

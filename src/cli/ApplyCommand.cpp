@@ -2,24 +2,23 @@
 // Renders an effect chain into a file as "Apply to Selection" does and writes the whole
 // result as a 32-bit float WAV.
 
-#include "cli/Commands.h"
-#include "cli/Options.h"
-
 #include "audio/AudioDecoder.h"
 #include "audio/AudioErrors.h"
 #include "audio/AudioExporter.h"
 #include "audio/AudioFileWriter.h"
 #include "audio/AudioLoader.h"
 #include "base/Errors.h"
+#include "cli/Commands.h"
+#include "cli/Options.h"
 #include "effects/EffectChain.h"
 #include "effects/EffectRenderer.h"
 #include "effects/EffectSetup.h"
 
 #include <charconv>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <climits>
 #include <optional>
 #include <system_error>
 
@@ -38,7 +37,7 @@ std::optional<int64_t> position(const std::string& text, double sampleRate) {
     if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() ||
         value < 0 || !whole || !std::isfinite(value))
         throw UsageError{curlyQuoted(text) + " in --range is neither a frame number nor "
-                         "seconds such as 1.5s"};
+                                             "seconds such as 1.5s"};
     return int64_t(seconds ? std::llround(value * sampleRate) : value);
 }
 
@@ -52,7 +51,7 @@ FrameRange parseRange(const std::string& text, const AudioData& audio, const std
                      position(text.substr(colon + 1), audio.sampleRate).value_or(audio.frameCount)};
     if (range.isEmpty())
         throw UsageError{"the range " + text + " is empty: END must be after START"};
-    checkRangeWithin(range, audio, file);
+    checkRangeWithin(range, audio.frameCount, file);
     return range;
 }
 
@@ -107,7 +106,8 @@ void applyToWholeFile(const std::string& input, const std::string& output,
     std::vector<std::vector<float>> buffers(static_cast<size_t>(channels),
                                             std::vector<float>(static_cast<size_t>(block)));
     std::vector<float*> planes;
-    for (auto& buffer : buffers) planes.push_back(buffer.data());
+    for (auto& buffer : buffers)
+        planes.push_back(buffer.data());
     std::vector<float*> at(planes.size());
 
     std::unique_ptr<AudioFileWriter> writer;
@@ -122,21 +122,24 @@ void applyToWholeFile(const std::string& input, const std::string& output,
         while (!ended || tailLeft > 0) {
             int64_t filled = 0;
             while (!ended && filled < block) {
-                for (size_t c = 0; c < planes.size(); ++c) at[c] = planes[c] + filled;
+                for (size_t c = 0; c < planes.size(); ++c)
+                    at[c] = planes[c] + filled;
                 const int64_t wanted = std::min(block - filled, limit - frames - filled);
                 const int64_t n = wanted > 0 ? decoder->read(at.data(), wanted) : 0;
                 if (n <= 0) {
                     ended = true;
                     break;
                 }
-                for (size_t c = 0; c < planes.size(); ++c) silenceNonFinite(at[c], n);
+                for (size_t c = 0; c < planes.size(); ++c)
+                    silenceNonFinite(at[c], n);
                 filled += n;
             }
             frames += filled;
             if (ended && frames == 0) throw AudioLoaderError::empty();
             // After the audio, silence runs the tail out.
             const int64_t silent = std::min(block - filled, tailLeft);
-            for (auto* plane : planes) std::fill(plane + filled, plane + filled + silent, 0.0f);
+            for (auto* plane : planes)
+                std::fill(plane + filled, plane + filled + silent, 0.0f);
             tailLeft -= silent;
             const int64_t count = filled + silent;
             if (count == 0) break;

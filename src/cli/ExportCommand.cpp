@@ -73,12 +73,7 @@ void exportStreamed(const Options& options) {
     const bool exact = decoder->lengthIsExact();
     const int64_t limit = exact ? decoder->info().frames : INT64_MAX;
     if (channels < 1 || limit < 1) throw AudioLoaderError::empty();
-    auto pastTheEnd = [&](int64_t frames) {
-        return UsageError{"the range " + std::to_string(options.range->lower) + ":" +
-                          std::to_string(options.range->upper) + " reaches past the end of " +
-                          curlyQuoted(options.input) + " (" + std::to_string(frames) + " frames)"};
-    };
-    if (options.range && options.range->upper > limit) throw pastTheEnd(limit);
+    if (options.range) checkRangeWithin(*options.range, limit, options.input);
     const int64_t lower = options.range ? options.range->lower : 0;
     const int64_t upper = options.range ? options.range->upper : limit;
     const double expected =
@@ -121,7 +116,7 @@ void exportStreamed(const Options& options) {
             if (report && fraction - reported >= 0.02 && fraction < 1) report(reported = fraction);
         }
         if (position == 0) throw AudioLoaderError::empty();
-        if (options.range && position < upper) throw pastTheEnd(position);
+        if (options.range) checkRangeWithin(*options.range, position, options.input);
         if (!writer) // a range that starts where the file ends: nothing to write
             writer = openAudioFileWriter(settings(*options.format, rate, channels), options.output);
         writer->finish();

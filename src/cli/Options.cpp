@@ -7,7 +7,9 @@
 
 namespace sonvale::cli {
 
-std::string curlyQuoted(const std::string& text) { return "\u201C" + text + "\u201D"; }
+std::string curlyQuoted(const std::string& text) {
+    return "\u201C" + text + "\u201D";
+}
 
 std::string exportFormatList() {
     std::string list;
@@ -47,16 +49,17 @@ FrameRange parseFrameRange(const std::string& raw) {
         start = parseFrame(std::string_view(raw).substr(0, colon));
         end = parseFrame(std::string_view(raw).substr(colon + 1));
     }
-    if (!start || !end) throw UsageError{"--range needs START:END in frames, not " + curlyQuoted(raw)};
+    if (!start || !end)
+        throw UsageError{"--range needs START:END in frames, not " + curlyQuoted(raw)};
     if (*end <= *start) throw UsageError{"the range " + raw + " is empty: END must be after START"};
     return {*start, *end};
 }
 
-void checkRangeWithin(const FrameRange& range, const AudioData& audio, const std::string& file) {
-    if (range.upper > audio.frameCount)
-        throw UsageError{"the range " + std::to_string(range.lower) + ":" + std::to_string(range.upper) +
-                         " reaches past the end of " + curlyQuoted(file) + " (" +
-                         std::to_string(audio.frameCount) + " frames)"};
+void checkRangeWithin(const FrameRange& range, int64_t frameCount, const std::string& file) {
+    if (range.upper > frameCount)
+        throw UsageError{"the range " + std::to_string(range.lower) + ":" +
+                         std::to_string(range.upper) + " reaches past the end of " +
+                         curlyQuoted(file) + " (" + std::to_string(frameCount) + " frames)"};
 }
 
 double parseNumber(const std::string& raw, const std::string& option, const std::string& what) {
@@ -67,7 +70,9 @@ double parseNumber(const std::string& raw, const std::string& option, const std:
     return value;
 }
 
-bool ArgumentCursor::next() { return ++index < args.size(); }
+bool ArgumentCursor::next() {
+    return ++index < args.size();
+}
 
 const std::string& ArgumentCursor::value() {
     if (index + 1 >= args.size()) throw UsageError{current() + " needs a value (" + usage + ")"};

@@ -21,15 +21,17 @@ ExportFormat parseExportFormat(const std::string& raw);
 ExportFormat resolveExportFormat(std::optional<ExportFormat> given, const std::string& output);
 // START:END in frames (half-open, END after START), or a UsageError.
 FrameRange parseFrameRange(const std::string& raw);
-// A range must lie within the file it applies to.
-void checkRangeWithin(const FrameRange& range, const AudioData& audio, const std::string& file);
+// A range must lie within the file it applies to, `frameCount` frames long.
+void checkRangeWithin(const FrameRange& range, int64_t frameCount, const std::string& file);
 // A finite number, or a UsageError naming the option.
 double parseNumber(const std::string& raw, const std::string& option, const std::string& what);
 
 // Walks the arguments: value() takes the next argument as the current option's value.
 class ArgumentCursor {
 public:
-    ArgumentCursor(const Arguments& args, std::string usage) : args(args), usage(std::move(usage)) {}
+    ArgumentCursor(const Arguments& args, std::string usage)
+        : args(args)
+        , usage(std::move(usage)) {}
     bool next();
     const std::string& current() const { return args[index]; }
     const std::string& value();

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <numbers>
+#include <vector>
 
 namespace sonvale {
 
@@ -72,5 +73,14 @@ struct DCBlocker {
         if (std::abs(y1) < 1e-20) y1 = 0;
     }
 };
+
+// Flushes the filter and DC-blocker states of every channel; see BiquadState::flushTiny.
+inline void flushTiny(std::vector<BiquadState>& filters,
+                      std::vector<DCBlocker>& blockers) noexcept {
+    for (auto& filter : filters)
+        filter.flushTiny();
+    for (auto& blocker : blockers)
+        blocker.flushTiny();
+}
 
 } // namespace sonvale

@@ -31,13 +31,6 @@ DistortionProcessor::DistortionProcessor(double sampleRate, int channelCount,
     reset();
 }
 
-void DistortionProcessor::flushTinyStates() noexcept {
-    for (auto& f : filters)
-        f.flushTiny();
-    for (auto& blocker : blockers)
-        blocker.flushTiny();
-}
-
 void DistortionProcessor::process(float* const* channels, int64_t frameCount) noexcept {
     double toneHz = bank->value(tone);
     if (toneHz != toneFrequency) {
@@ -76,7 +69,7 @@ void DistortionProcessor::process(float* const* channels, int64_t frameCount) no
             channels[c][i] = float(o * (m * (y - x) + x));
         }
     }
-    flushTinyStates();
+    flushTiny(filters, blockers);
 }
 
 // The smoothers keep their values: a reset clears what the signal left, not the knobs.

@@ -30,8 +30,6 @@ private:
     double toneFrequency = 0;
     std::vector<BiquadState> filters;
     std::vector<DCBlocker> blockers;
-
-    void flushTinyStates() noexcept;
 };
 
 } // namespace sonvale

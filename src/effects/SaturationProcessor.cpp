@@ -4,7 +4,6 @@
 #include "effects/EQBand.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <iterator>
@@ -94,13 +93,6 @@ SaturationProcessor::SaturationProcessor(double sampleRate, int channelCount,
     reset();
 }
 
-void SaturationProcessor::flushTinyStates() noexcept {
-    for (auto& f : filters)
-        f.flushTiny();
-    for (auto& blocker : blockers)
-        blocker.flushTiny();
-}
-
 void SaturationProcessor::process(float* const* channels, int64_t frameCount) noexcept {
     double toneHz = bank->value(tone);
     if (toneHz != toneFrequency) {
@@ -159,7 +151,7 @@ void SaturationProcessor::process(float* const* channels, int64_t frameCount) no
                    toneOn, outputGain, mixFraction, count);
         }
     }
-    flushTinyStates();
+    flushTiny(filters, blockers);
 }
 
 // The smoothers keep their values: a reset clears what the signal left, not the knobs.

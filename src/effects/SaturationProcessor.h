@@ -30,8 +30,6 @@ private:
     double toneFrequency = 0; // what toneFilter was designed for; 0 = none yet
     std::vector<BiquadState> filters;
     std::vector<DCBlocker> blockers;
-
-    void flushTinyStates() noexcept;
 };
 
 } // namespace sonvale
