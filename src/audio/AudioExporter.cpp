@@ -125,4 +125,19 @@ void AudioExporter::writeLossless(const AudioClip& clip, const std::filesystem::
     writer->finish();
 }
 
+void AudioExporter::writeLossless(const AudioData& audio, const std::filesystem::path& url,
+                                  const Progress& progress) {
+    const int channels = audio.channelCount();
+    auto writer = openLosslessWriter(url, audio.sampleRate, channels);
+    std::vector<const float*> planes(static_cast<size_t>(channels));
+    for (int64_t at = 0; at < audio.frameCount;) {
+        const int64_t n = std::min(audio.frameCount - at, chunkFrames);
+        for (int c = 0; c < channels; ++c) planes[size_t(c)] = audio.samples(c) + at;
+        writer->write(planes.data(), n);
+        at += n;
+        if (progress) progress(double(at) / double(audio.frameCount));
+    }
+    writer->finish();
+}
+
 } // namespace sonvale

@@ -38,6 +38,9 @@ struct AudioExporter {
 
     // Writes a clip as a 32-bit float WAV, creating missing folders. Throws FileError.
     static void writeLossless(const AudioClip& clip, const std::filesystem::path& url);
+    // The same for the whole of `audio`, read in place.
+    static void writeLossless(const AudioData& audio, const std::filesystem::path& url,
+                              const Progress& progress = {});
     // The writer writeLossless uses, for audio written a block at a time (its folder is
     // made when missing).
     static std::unique_ptr<AudioFileWriter> openLosslessWriter(const std::filesystem::path& url,

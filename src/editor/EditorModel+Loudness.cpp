@@ -16,6 +16,7 @@ void EditorModel::watchTrack(const AudioTrackPtr& track) {
         if (alive && t) (*alive)->measureLoudness(t);
     });
     measureLoudness(track);
+    watchTrackForSession(track);
 }
 
 void EditorModel::measureLoudness(const AudioTrackPtr& track) {

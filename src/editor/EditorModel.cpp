@@ -29,6 +29,9 @@ EditorModel::EditorModel(Executor& executor, Preferences& preferences,
     : exec(executor), prefs(preferences), self(std::make_shared<EditorModel*>(this)),
       engine(std::move(player)) {
     connectTransport();
+    openSessionDocument = [this](const fs::path& url) { openDocument(url); };
+    for (auto* signal : {&tracksChanged, &selectionChanged, &transportChanged})
+        signal->connect([this] { sessionContentChanged(); });
 }
 
 EditorModel::~EditorModel() = default;
@@ -200,7 +203,8 @@ std::vector<fs::path> EditorModel::takePendingSessionDocuments() {
 void EditorModel::load(const AudioTrackPtr& track) {
     track->setState(AudioTrack::Loading{0});
     Executor& executor = exec;
-    exec.runInBackground([&executor, weak = std::weak_ptr<AudioTrack>(track), url = track->url()] {
+    std::weak_ptr<EditorModel*> token = self;
+    exec.runInBackground([&executor, token, weak = std::weak_ptr<AudioTrack>(track), url = track->url()] {
         auto report = [&executor, weak](auto update) {
             executor.post([weak, update = std::move(update)] {
                 if (auto t = weak.lock()) update(*t);
@@ -213,11 +217,15 @@ void EditorModel::load(const AudioTrackPtr& track) {
                         t.setState(AudioTrack::Loading{fraction});
                 });
             });
-            report([audio = std::move(audio)](AudioTrack& t) { t.finishLoading(audio); });
-        } catch (const std::exception& error) {
-            report([message = userMessage(error)](AudioTrack& t) {
-                t.setState(AudioTrack::Failed{message});
+            report([token, audio = std::move(audio)](AudioTrack& t) {
+                t.finishLoading(audio);
+                if (auto alive = token.lock()) (*alive)->trackFinishedLoading(t);
             });
+        } catch (const std::exception& error) {
+            std::error_code missing;
+            const std::string message =
+                fs::exists(url, missing) ? userMessage(error) : missingFileMessage(url);
+            report([message](AudioTrack& t) { t.setState(AudioTrack::Failed{message}); });
         }
     });
 }

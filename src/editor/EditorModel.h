@@ -8,6 +8,7 @@
 #include "base/Uuid.h"
 #include "effects/EffectChain.h"
 #include "effects/EffectInsert.h"
+#include "persistence/SessionBundle.h"
 
 #include <sigc++/signal.h>
 
@@ -28,6 +29,7 @@ class Executor;
 class PlaybackEngine;
 class Preferences;
 class RenderSource;
+class SessionStore;
 
 // An alert's title and message; the editor shows one at a time.
 struct AppAlert {
@@ -283,6 +285,101 @@ public:
     sigc::signal<void()> playheadChanged;  // the playing track's heard position moved
     // ==== end transport ====
 
+    // ==== sessions and documents (EditorModel+Session.cpp) ====
+    // The open session bundle and what each track was when it was last saved.
+    struct SessionDocument {
+        struct TrackContent {
+            Uuid id;
+            std::string path; // the track's file
+            float gainDB = 0;
+            std::vector<Marker> markers;
+            std::optional<Transcript> transcript;
+            int64_t revision = 0; // the track's editRevision
+            friend bool operator==(const TrackContent&, const TrackContent&) = default;
+        };
+        std::filesystem::path url;
+        std::vector<TrackContent> saved;
+        // Where each track's audio lies inside the bundle, for tracks whose audio it holds.
+        std::map<Uuid, std::string> bundlePaths;
+        int64_t timelineRevision = 0;
+        std::optional<TimelineState::Mixer> mixer;
+    };
+    static constexpr const char* incognitoMessage =
+        "Incognito session: nothing from this session is saved. The tracks and settings from your "
+        "last normal session are left as they were and come back on the next launch. (Started "
+        "blank because Shift was held at launch, or with --no-session.)";
+    static constexpr const char* saveFailedTitle = "Couldn't save the session";
+    static constexpr std::chrono::milliseconds sessionSaveDelay{1000};
+
+    // The automatic last session; without one nothing is saved automatically.
+    void attachSessionStore(std::shared_ptr<SessionStore> store);
+    const std::shared_ptr<SessionStore>& sessionStore() const { return store; }
+    // At launch: an incognito launch starts empty and is never saved; otherwise, unless the
+    // preferences say to start empty, the document that was open comes back (with the
+    // changes the automatic store holds beyond it), else the automatic store's session.
+    void restoreLastSession(bool incognito);
+    bool isSessionTemporary() const { return temporarySession; }
+
+    // The live session as the automatic store keeps it (absolute paths).
+    SessionState sessionState() const;
+    // Replaces the live session: tracks are made from the states and load in the background,
+    // keeping their selection, cursor and zoom; the open document stays as it is.
+    void restoreSession(const SessionState& state);
+    // One automatic save, one second after the last of a burst of changes.
+    void scheduleSave();
+    // Saves the automatic store now (audio off the main thread); nothing while incognito.
+    void saveSession();
+
+    const std::optional<SessionDocument>& document() const { return openDocument_; }
+    // "Untitled Session" without a document.
+    std::string documentName() const;
+    // The live session differs from what the open document saved.
+    bool isDocumentEdited() const;
+    // A track has edits that were neither exported nor saved.
+    bool hasUnsavedChanges() const;
+    // What closing the session would lose: the document's changes, or without a document
+    // the unsaved edits.
+    bool needsSaving() const { return openDocument_ ? isDocumentEdited() : hasUnsavedChanges(); }
+
+    // Writes the session as a bundle on the background pool, with a snapshot and the window's
+    // picture; then the bundle is the open document. Refused while recording or while another
+    // save runs; failures show "Couldn't save the session". `then` runs after a success.
+    void saveDocument(std::function<void()> then = {});
+    void saveDocumentAs(std::filesystem::path url, std::function<void()> then = {});
+    bool isSavingDocument() const { return saveProgress.has_value(); }
+    const std::optional<double>& documentSaveProgress() const { return saveProgress; }
+    // Gives the JPEG picture of the window kept with each snapshot.
+    std::function<std::optional<std::vector<uint8_t>>()> windowPicture;
+
+    // Opens a bundle in place of the live session. When that would lose changes,
+    // documentReplaceRequested asks the window first; it answers with openDocumentNow.
+    void openDocument(const std::filesystem::path& url);
+    bool openDocumentNow(const std::filesystem::path& url);
+    // An empty session without a document.
+    void newSession();
+    // Reads the open document again ("Can't revert" on failure).
+    void revertDocument();
+    std::vector<SessionBundle::Snapshot> snapshots() const;
+    // Puts the session of snapshot `id` in place of the live one; the document stays open
+    // and shows as edited ("Can't restore the snapshot" on failure).
+    void restoreSnapshot(const std::string& id);
+
+    // The track's file is gone (it failed to load and nothing is at its path).
+    static bool isMissing(const AudioTrack& track);
+    static std::string missingFileMessage(const std::filesystem::path& path);
+    // Points the track at `file` and loads it; other missing tracks whose file name is in
+    // the same folder are relinked with it. Returns how many tracks were relinked.
+    int relinkMissing(const Uuid& trackID, const std::filesystem::path& file);
+    // Files Sonvale made for this session (recordings, new tracks) that the saved document
+    // doesn't have.
+    std::vector<std::filesystem::path> newFilesNotInSavedSession() const;
+    // The title and message of the question whether to keep them.
+    static AppAlert keepNewFilesQuestion(const std::vector<std::filesystem::path>& files);
+
+    sigc::signal<void()> documentChanged; // document, its edited state, its save progress
+    sigc::signal<void(std::filesystem::path)> documentReplaceRequested;
+    // ==== end of sessions ====
+
     // ---- change signals
     sigc::signal<void()> tracksChanged;
     sigc::signal<void()> selectionChanged; // selectedTrackIDs, and so activeTrack
@@ -316,6 +413,31 @@ private:
     // The audio each track's loudness is being measured for.
     std::map<Uuid, std::weak_ptr<const AudioData>> loudnessInFlight;
 
+
+    // ==== session state (EditorModel+Session.cpp) ====
+    void sessionContentChanged();
+    void watchTrackForSession(const AudioTrackPtr& track);
+    void trackFinishedLoading(AudioTrack& track);
+    TrackState trackState(const AudioTrack& track) const;
+    // The file that holds the track's audio now, and its audio when no file does.
+    std::pair<std::filesystem::path, AudioDataPtr> trackSource(const AudioTrack& track) const;
+    SessionDocument recordDocument(const std::filesystem::path& url, const SessionState& saved) const;
+    void noteDocument(const std::filesystem::path& url);
+    bool readDocument(const std::filesystem::path& url, const std::string& failureTitle);
+    std::shared_ptr<SessionStore> store;
+    std::optional<SessionDocument> openDocument_;
+    std::optional<TimelineState> timelineState; // kept until the timeline is live
+    std::map<Uuid, TrackState> restoredStates;  // applied when each track has loaded
+    struct StoredAudio {
+        std::weak_ptr<const AudioData> audio;
+        std::filesystem::path file;
+    };
+    std::map<Uuid, StoredAudio> storedAudio;
+    std::optional<double> saveProgress;
+    DelayedTask pendingSave;
+    bool temporarySession = false;
+    bool restoring = false;
+    // ==== end session state ====
 
     // ==== transport state (EditorModel+Transport.cpp) ====
     void connectTransport();

@@ -209,6 +209,9 @@ void Preferences::read() {
                  ? LaunchSession::empty
                  : LaunchSession::lastSession;
     if (auto text = readString(values, "lastSessionDocument")) bookmark = base64Decode(*text);
+    if (auto it = values.find("recentSessions"); it != values.end() && it->is_array())
+        for (const json& entry : *it)
+            if (entry.is_string() && recents.size() < recentSessionLimit) recents.push_back(entry.get<std::string>());
 }
 
 void Preferences::write() {
@@ -364,6 +367,21 @@ void Preferences::setLastDocumentBookmark(std::optional<std::vector<uint8_t>> va
     bookmark = std::move(value);
     commit(Setting::lastDocumentBookmark, "lastSessionDocument",
            bookmark ? std::optional<json>(json(base64Encode(*bookmark))) : std::nullopt);
+}
+
+void Preferences::noteRecentSession(const std::string& path) {
+    std::vector<std::string> list{path};
+    for (const auto& entry : recents)
+        if (entry != path && list.size() < recentSessionLimit) list.push_back(entry);
+    if (list == recents) return;
+    recents = std::move(list);
+    commit(Setting::recentSessions, "recentSessions", json(recents));
+}
+
+void Preferences::clearRecentSessions() {
+    if (recents.empty()) return;
+    recents.clear();
+    commit(Setting::recentSessions, "recentSessions", std::nullopt);
 }
 
 // ---- base64 ----------------------------------------------------------------------------------

@@ -45,6 +45,7 @@ public:
         showsAIFeatures,
         launchSession,
         lastDocumentBookmark,
+        recentSessions,
     };
 
     Preferences();
@@ -115,6 +116,14 @@ public:
     const std::optional<std::vector<uint8_t>>& lastDocumentBookmark() const { return bookmark; }
     void setLastDocumentBookmark(std::optional<std::vector<uint8_t>> value);
 
+    // The session bundles opened or saved most recently, newest first, at most ten
+    // ("recentSessions").
+    static constexpr size_t recentSessionLimit = 10;
+    const std::vector<std::string>& recentSessions() const { return recents; }
+    // Puts `path` first, dropping an older entry for it and the oldest past the limit.
+    void noteRecentSession(const std::string& path);
+    void clearRecentSessions();
+
     // Fires after a setting changed (and was written).
     sigc::signal<void(Setting)> changed;
 
@@ -143,6 +152,7 @@ private:
     bool showsAI = true;
     LaunchSession launch = LaunchSession::lastSession;
     std::optional<std::vector<uint8_t>> bookmark;
+    std::vector<std::string> recents;
 };
 
 std::string_view rawValue(Preferences::LaunchSession value);

@@ -384,12 +384,12 @@ TEST(EditorModel, TrimToNothingFailsWithAnAlert) {
 // ---- undo over many edits --------------------------------------------------------------------
 
 namespace {
-struct TrackState {
+struct TrackSnapshot {
     std::vector<std::vector<float>> samples;
     std::vector<Marker> markers;
-    friend bool operator==(const TrackState&, const TrackState&) = default;
+    friend bool operator==(const TrackSnapshot&, const TrackSnapshot&) = default;
 };
-TrackState capture(const AudioTrack& track) { return {samplesOf(*track.audio()), track.markers()}; }
+TrackSnapshot capture(const AudioTrack& track) { return {samplesOf(*track.audio()), track.markers()}; }
 } // namespace
 
 TEST(EditorModel, RandomEditsUndoneRestoreTheOriginalAndRedoneRestoreTheEdit) {
@@ -397,7 +397,7 @@ TEST(EditorModel, RandomEditsUndoneRestoreTheOriginalAndRedoneRestoreTheEdit) {
     auto track = e.add(makeNoise(48000, 2, 3000, 5));
     track->setMarkers({{Uuid::random(), "Intro", 100, 900}, {Uuid::random(), "Marker 1", 1500, std::nullopt}});
     std::mt19937 random(20240611);
-    std::vector<TrackState> states{capture(*track)};
+    std::vector<TrackSnapshot> states{capture(*track)};
     std::vector<std::string> names;
 
     for (int step = 0; step < 200; ++step) {
