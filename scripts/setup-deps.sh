@@ -15,7 +15,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev
     ffmpeg sox libsox-fmt-all espeak-ng
     pulseaudio pulseaudio-utils libasound2-plugins alsa-utils dbus
-    xdg-user-dirs procps time desktop-file-utils
+    xdg-user-dirs procps time desktop-file-utils xvfb xauth xdotool
 )
 
 missing=()

@@ -46,6 +46,9 @@ bool DrawnProbe::eventFilter(QObject* watched, QEvent* event) {
             std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
         std::printf("first paint %.3f s, drawn %.3f s, resident %.1f MB\n", firstPaint, drawn,
                     residentMegabytes());
+        for (const auto& track : model.tracks())
+            std::printf("track %s: %lld frames\n", track->url().string().c_str(),
+                        static_cast<long long>(track->frameCount()));
         std::fflush(stdout);
         QApplication::quit();
     });

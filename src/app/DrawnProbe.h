@@ -10,8 +10,8 @@ class EditorModel;
 
 // For start-up measurements (bench/window.sh): watches the canvas's paint events and, at the
 // first one after every opened track has finished loading, prints how long the program took
-// to get there and its resident memory, then quits the application. Enabled by the
-// environment variable SONVALE_EXIT_WHEN_DRAWN.
+// to get there, its resident memory and each track's file and length, then quits the
+// application. Enabled by the environment variable SONVALE_EXIT_WHEN_DRAWN.
 class DrawnProbe : public QObject {
     Q_OBJECT
 public:

@@ -358,6 +358,8 @@ void EditorModel::saveDocumentAs(fs::path url, std::function<void()> then) {
 }
 
 bool EditorModel::readDocument(const fs::path& url, const std::string& failureTitle) {
+    // The save under way would make its bundle the document once it completes.
+    if (isSavingDocument()) return false;
     try {
         const SessionState state = SessionBundle::read(url);
         restoreSession(state);
@@ -383,6 +385,7 @@ bool EditorModel::openDocumentNow(const fs::path& url) {
 }
 
 void EditorModel::newSession() {
+    if (isSavingDocument()) return;
     restoreSession({});
     openDocument_.reset();
     prefs.setLastDocumentBookmark(std::nullopt);
