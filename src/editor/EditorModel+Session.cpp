@@ -33,6 +33,12 @@ std::optional<std::string> inside(const fs::path& file, const fs::path& folder) 
     return std::nullopt;
 }
 
+// An absolute, normal path without a trailing separator.
+fs::path bundlePath(const fs::path& url) {
+    fs::path path = fs::absolute(url).lexically_normal();
+    return path.has_filename() ? path : path.parent_path();
+}
+
 } // namespace
 
 // ---- the automatic store ----------------------------------------------------------------------
@@ -281,8 +287,8 @@ void EditorModel::saveDocumentAs(fs::path url, std::function<void()> then) {
         return;
     }
     if (isSavingDocument()) return;
+    url = bundlePath(url);
     if (lowercased(url.extension().string()) != ".sonvale") url += ".sonvale";
-    url = fs::absolute(url).lexically_normal();
 
     struct Job {
         std::vector<SessionBundle::Track> tracks;
@@ -381,7 +387,8 @@ void EditorModel::openDocument(const fs::path& url) {
 }
 
 bool EditorModel::openDocumentNow(const fs::path& url) {
-    return readDocument(fs::absolute(url).lexically_normal(), "Couldn't open “" + url.filename().string() + "”");
+    const fs::path path = bundlePath(url);
+    return readDocument(path, "Couldn't open “" + path.filename().string() + "”");
 }
 
 void EditorModel::newSession() {

@@ -29,7 +29,6 @@ EditorModel::EditorModel(Executor& executor, Preferences& preferences,
     : exec(executor), prefs(preferences), self(std::make_shared<EditorModel*>(this)),
       engine(std::move(player)) {
     connectTransport();
-    openSessionDocument = [this](const fs::path& url) { openDocument(url); };
     for (auto* signal : {&tracksChanged, &selectionChanged, &transportChanged})
         signal->connect([this] { sessionContentChanged(); });
 }
@@ -171,15 +170,14 @@ std::vector<fs::path> EditorModel::audioFiles(const std::vector<fs::path>& urls)
 
 std::vector<AudioTrackPtr> EditorModel::open(const std::vector<fs::path>& urls) {
     std::vector<fs::path> others;
+    std::optional<fs::path> document;
     for (const auto& url : urls) {
-        if (!isSessionDocument(url)) {
+        if (!isSessionDocument(url))
             others.push_back(url);
-        } else if (openSessionDocument) {
-            openSessionDocument(url);
-        } else {
-            pendingDocuments.push_back(url);
-        }
+        else if (!document)
+            document = url;
     }
+    if (document) openDocument(*document);
     std::vector<AudioTrackPtr> opened;
     for (const auto& file : audioFiles(others)) opened.push_back(AudioTrack::create(file));
     if (opened.empty()) return opened;
@@ -194,10 +192,6 @@ std::vector<AudioTrackPtr> EditorModel::open(const std::vector<fs::path>& urls) 
     for (const auto& t : opened) load(t);
     setSelectedTrackIDs(std::move(ids));
     return opened;
-}
-
-std::vector<fs::path> EditorModel::takePendingSessionDocuments() {
-    return std::exchange(pendingDocuments, {});
 }
 
 void EditorModel::load(const AudioTrackPtr& track) {

@@ -111,7 +111,8 @@ public:
 
     // ---- opening files (EditorModel.cpp)
     // Opens files and folders as new tracks, loading each in the background, and selects
-    // them. Session documents (extension "sonvale") go to openSessionDocument.
+    // them. A session document (extension "sonvale") among them is opened with openDocument
+    // (the first one, when several are given).
     std::vector<AudioTrackPtr> open(const std::vector<std::filesystem::path>& urls);
     // The audio files among `urls`: folders are searched recursively, passing over hidden
     // entries, session documents and whatever can't be read; a file is kept when its
@@ -121,11 +122,6 @@ public:
     // Decodes the track's file in the background: state loading(p) while it runs, then ready
     // with the audio, or failed(message).
     void load(const AudioTrackPtr& track);
-    // Receives session documents to open. While unset they are kept in
-    // pendingSessionDocuments() for the session code to pick up.
-    std::function<void(const std::filesystem::path&)> openSessionDocument;
-    const std::vector<std::filesystem::path>& pendingSessionDocuments() const { return pendingDocuments; }
-    std::vector<std::filesystem::path> takePendingSessionDocuments();
 
     // ---- alerts
     const std::optional<AppAlert>& alert() const { return currentAlert; }
@@ -407,7 +403,6 @@ private:
     std::optional<AudioClip> clip;
     std::optional<AppAlert> currentAlert;
     std::optional<double> progress;
-    std::vector<std::filesystem::path> pendingDocuments;
     std::set<std::filesystem::path> filesBeingWritten;
     PlayheadHooks playhead;
     // The audio each track's loudness is being measured for.

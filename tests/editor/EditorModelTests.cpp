@@ -532,21 +532,16 @@ TEST(EditorModel, TrackThatCannotBeDecodedShowsWhyInItsState) {
     EXPECT_FALSE(track->audio());
 }
 
-TEST(EditorModel, SessionDocumentsAreHandedOnNotOpenedAsTracks) {
+TEST(EditorModel, ASessionDocumentAmongOpenedFilesOpensAsTheDocument) {
     Editor e;
     TempFolder folder;
-    std::filesystem::create_directories(folder / "Show.SONVALE/Audio");
-    const auto withSlash = folder / "Show.SONVALE" / "";
-    const auto opened = e.model.open({withSlash, folder / "other.sonvale"});
+    const auto url = folder / "Show.SONVALE";
+    SessionBundle::write({}, {}, true, std::nullopt, {}, {}, std::nullopt, url);
+    const auto opened = e.model.open({url / "", folder / "other.sonvale"});
     EXPECT_TRUE(opened.empty());
-    EXPECT_EQ(e.model.pendingSessionDocuments(),
-              (std::vector<std::filesystem::path>{withSlash, folder / "other.sonvale"}));
-    std::vector<std::filesystem::path> handed;
-    e.model.openSessionDocument = [&](const std::filesystem::path& p) { handed.push_back(p); };
-    e.model.open({folder / "third.sonvale"});
-    EXPECT_EQ(handed, std::vector<std::filesystem::path>{folder / "third.sonvale"});
-    EXPECT_EQ(e.model.takePendingSessionDocuments().size(), 2u);
-    EXPECT_TRUE(e.model.pendingSessionDocuments().empty());
+    ASSERT_TRUE(e.model.document());
+    EXPECT_EQ(e.model.document()->url, url);
+    EXPECT_TRUE(e.model.isLooping());
 }
 
 // ---- export ----------------------------------------------------------------------------------
