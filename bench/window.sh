@@ -21,7 +21,7 @@ run() {
     local start end
     start=$(date +%s.%N)
     local line
-    line=$(HOME=$home XDG_CONFIG_HOME=$home/config QT_QPA_PLATFORM=offscreen SONVALE_EXIT_WHEN_DRAWN=1 \
+    line=$(HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data QT_QPA_PLATFORM=offscreen SONVALE_EXIT_WHEN_DRAWN=1 \
         "$build/sonvale" "$@" 2>/dev/null)
     end=$(date +%s.%N)
     echo "$line; whole run $(awk "BEGIN{printf \"%.3f\", $end - $start}") s"

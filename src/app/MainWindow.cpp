@@ -9,6 +9,7 @@
 #include "audio/Loudness.h"
 #include "editor/EditorModel.h"
 #include "engine/PlaybackEngine.h"
+#include "persistence/Preferences.h"
 
 #include <QAction>
 #include <QApplication>
@@ -35,6 +36,7 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPainter>
+#include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSlider>
@@ -46,6 +48,7 @@
 #include <QVBoxLayout>
 #include <chrono>
 #include <cmath>
+#include <utility>
 
 namespace sonvale {
 
@@ -68,6 +71,9 @@ std::vector<std::filesystem::path> localPaths(const QList<QUrl>& urls) {
 }
 
 } // namespace
+
+const char* const MainWindow::audioFilesFilter =
+    "Audio files (*.wav *.aif *.aiff *.mp3 *.m4a *.aac *.flac *.ogg *.opus *.caf)";
 
 // The sidebar: one row per track, reordered by dragging, and files or folders dropped on it
 // are opened.
@@ -145,7 +151,6 @@ QString MainWindow::durationText(double seconds) {
 MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     : QMainWindow(parent)
     , model(model) {
-    setWindowTitle("Sonvale");
     setWindowIcon(applicationIcon());
     setAcceptDrops(true);
     resize(1200, 720);
@@ -180,6 +185,13 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     waveform = new WaveformCanvas(model, this);
     waveform->setObjectName("waveformCanvas");
     waveform->setMinimumSize(400, 200);
+    // Under the canvas's message for a track whose file has gone.
+    locateButton = new QPushButton(QString::fromUtf8("Locate\u2026"), waveform);
+    locateButton->setObjectName("locateButton");
+    locateButton->setToolTip("Find the file; other missing files in its folder are found with it");
+    locateButton->hide();
+    connect(locateButton, &QPushButton::clicked, this, [this] { presentLocateDialog(); });
+    waveform->installEventFilter(this);
 
     auto* right = new QSplitter(Qt::Vertical, this);
     right->addWidget(buildInspector());
@@ -216,9 +228,15 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     buildStatusBar();
     // Right-click on the list offers what applies to the selected tracks.
     tracks->setContextMenuPolicy(Qt::ActionsContextMenu);
+    tracks->addAction(actions["locateMissing"]);
     tracks->addAction(actions["removeTracks"]);
     tracks->addAction(actions["export"]);
     observeModel();
+    model.windowPicture = [this] { return windowPicture(); };
+    preferencesConnection =
+        model.preferences().changed.connect([this](Preferences::Setting setting) {
+            if (setting == Preferences::Setting::recentSessions) rebuildRecentMenu();
+        });
 
     auto* meterTimer = new QTimer(this);
     meterTimer->setInterval(33);
@@ -232,9 +250,14 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     refreshTrackList();
     observeActiveTrack();
     refreshMemory();
+    refreshTitle();
+    refreshSessionActions();
+    rebuildRecentMenu();
 }
 
 MainWindow::~MainWindow() {
+    model.windowPicture = nullptr;
+    preferencesConnection.disconnect();
     for (auto& c : modelConnections)
         c.disconnect();
     for (auto& c : trackConnections)
@@ -268,7 +291,22 @@ void MainWindow::buildMenus() {
     EditorModel& m = model;
     QMenu* file = menuBar()->addMenu("&File");
     file->addAction(
+        makeAction("newSession", "New Session", QKeySequence::New, [this] { newSession(); }));
+    file->addAction(
         makeAction("open", "Open…", QKeySequence::Open, [this] { presentOpenDialog(); }));
+    file->addAction(
+        makeAction("openSession", "Open Session…", {}, [this] { presentOpenSessionDialog(); }));
+    recentMenu = file->addMenu("Open Recent");
+    recentMenu->setObjectName("openRecentMenu");
+    recentMenu->setToolTipsVisible(true);
+    connect(recentMenu, &QMenu::aboutToShow, this, [this] { rebuildRecentMenu(); });
+    file->addSeparator();
+    file->addAction(
+        makeAction("saveSession", "Save Session", QKeySequence::Save, [this] { saveSession(); }));
+    file->addAction(makeAction("saveSessionAs", "Save Session As…", QKeySequence("Ctrl+Shift+S"),
+                               [this] { presentSaveSessionDialog({}); }));
+    file->addAction(makeAction("revertToSaved", "Revert to Saved", {}, [this] { askToRevert(); }));
+    file->addAction(makeAction("snapshots", "Snapshots…", {}, [this] { presentSnapshots(); }));
     file->addSeparator();
     file->addAction(makeAction("export", "Export…", QKeySequence("Ctrl+Shift+E"),
                                [this] { presentExportPanel(); }));
@@ -279,6 +317,8 @@ void MainWindow::buildMenus() {
     file->addSeparator();
     file->addAction(makeAction("removeTracks", "Remove from List", QKeySequence("Ctrl+Backspace"),
                                [this] { removeSelectedTracks(); }));
+    // In the track list's context menu, for a track whose file has gone.
+    makeAction("locateMissing", "Locate…", {}, [this] { presentLocateDialog(); });
     file->addSeparator();
     file->addAction(makeAction("settings", "Settings…", QKeySequence("Ctrl+,"), [this] {
         auto* dialog = new SettingsDialog(model.preferences(), this);
@@ -607,6 +647,22 @@ void MainWindow::observeModel() {
     }));
     modelConnections.push_back(model.playheadChanged.connect([this] { refreshTransport(); }));
     modelConnections.push_back(model.beepRequested.connect([] { QApplication::beep(); }));
+    modelConnections.push_back(model.documentChanged.connect([this] {
+        refreshTitle();
+        refreshSessionActions();
+        refreshStatus();
+        if (closeAfterSave && !model.isSavingDocument()) {
+            closeAfterSave = false;
+            if (!model.needsSaving()) QTimer::singleShot(0, this, [this] { close(); });
+        }
+    }));
+    modelConnections.push_back(
+        model.documentReplaceRequested.connect([this](std::filesystem::path url) {
+            QPointer<MainWindow> self(this);
+            askToLeaveSession(false, [self, url] {
+                if (self) self->model.openDocumentNow(url);
+            });
+        }));
 }
 
 // Every track's row follows its name, load state, audio and revisions.
@@ -720,6 +776,7 @@ void MainWindow::removeSelectedMarkers() {
 }
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == waveform && event->type() == QEvent::Resize) placeLocateButton();
     if (watched == markers &&
         (event->type() == QEvent::ShortcutOverride || event->type() == QEvent::KeyPress)) {
         auto* key = static_cast<QKeyEvent*>(event);
@@ -772,6 +829,11 @@ void MainWindow::refreshActions() {
     findChild<QMenu*>("addEffectMenu")->setEnabled(m.canAddEffect());
     set("previousTrack", !m.tracks().empty());
     set("nextTrack", !m.tracks().empty());
+    const bool missing = track && EditorModel::isMissing(*track);
+    set("locateMissing", missing);
+    actions["locateMissing"]->setVisible(missing);
+    locateButton->setVisible(missing);
+    if (missing) placeLocateButton();
     normalizeButton->setEnabled(m.canNormalize());
     exportButton->setEnabled(m.canExport());
     gainSlider->setEnabled(track && track->audio());
@@ -858,6 +920,12 @@ void MainWindow::refreshMarkers() {
 
 // Loading and export progress show in the status bar, where the eye goes after a command.
 void MainWindow::refreshStatus() {
+    if (const auto& progress = model.documentSaveProgress()) {
+        statusText->setText(QString::fromUtf8("Saving Session\u2026"));
+        statusProgress->setValue(int(*progress * 1000));
+        statusProgress->show();
+        return;
+    }
     if (const auto& progress = model.exportProgress()) {
         statusText->setText(QString::fromUtf8("Exporting\u2026"));
         statusProgress->setValue(int(*progress * 1000));
@@ -991,9 +1059,7 @@ void MainWindow::presentOpenDialog() {
     auto* dialog = new QFileDialog(this, "Open Audio Files");
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setFileMode(QFileDialog::ExistingFiles);
-    dialog->setNameFilters(
-        {"Audio files (*.wav *.aif *.aiff *.mp3 *.m4a *.aac *.flac *.ogg *.opus *.caf)",
-         "All files (*)"});
+    dialog->setNameFilters({audioFilesFilter, "All files (*)"});
     connect(dialog, &QFileDialog::filesSelected, this,
             [this](const QStringList& files) { openFiles(files); });
     dialog->open();
@@ -1078,6 +1144,23 @@ void MainWindow::dropEvent(QDropEvent* event) {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
+    if (!std::exchange(leavingConfirmed, false)) {
+        if (model.isSavingDocument()) {
+            closeAfterSave = true;
+            event->ignore();
+            return;
+        }
+        if (model.needsSaving()) {
+            event->ignore();
+            QPointer<MainWindow> self(this);
+            askToLeaveSession(true, [self] {
+                if (!self) return;
+                self->leavingConfirmed = true;
+                self->close();
+            });
+            return;
+        }
+    }
     if (model.isPlaying()) model.stop();
     QMainWindow::closeEvent(event);
 }

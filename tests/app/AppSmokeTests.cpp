@@ -16,7 +16,7 @@ private Q_SLOTS:
         Preferences preferences;
         EditorModel model(executor, preferences);
         MainWindow window(model);
-        QCOMPARE(window.windowTitle(), QString("Sonvale"));
+        QCOMPARE(window.windowTitle(), QString("Untitled Session[*]"));
     }
 
     void openedFilesAppearInTheListAndLoadInTheBackground() {
