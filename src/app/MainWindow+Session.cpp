@@ -9,6 +9,7 @@
 #include <QBuffer>
 #include <QDir>
 #include <QFileDialog>
+#include <QFile>
 #include <QFileInfo>
 #include <QListWidget>
 #include <QMenu>
@@ -181,7 +182,7 @@ void MainWindow::askToLeaveSession(bool quitting, std::function<void()> proceed)
     connect(box, &QMessageBox::finished, this, [this, box, save, discard, quitting, proceed] {
         currentQuestion = nullptr;
         if (box->clickedButton() == discard) {
-            proceed();
+            confirmKeepingNewFiles(proceed);
         } else if (box->clickedButton() == save) {
             // Edits made while the save ran are asked about again.
             QPointer<MainWindow> self(this);
@@ -192,6 +193,48 @@ void MainWindow::askToLeaveSession(bool quitting, std::function<void()> proceed)
                 else
                     proceed();
             });
+        }
+    });
+    box->open();
+}
+
+// Files made for the document since it was saved (recordings, new tracks) would drop out of
+// the session it goes back to: ask whether to keep them where they are or move them to the
+// Trash. A file that can't be moved stops there, so nothing goes without the person knowing.
+void MainWindow::confirmKeepingNewFiles(std::function<void()> proceed) {
+    const auto files = model.document() ? model.newFilesNotInSavedSession()
+                                        : std::vector<std::filesystem::path>{};
+    if (files.empty()) {
+        proceed();
+        return;
+    }
+    const AppAlert question = EditorModel::keepNewFilesQuestion(files);
+    auto* box = new QMessageBox(QMessageBox::Question, qs(question.title), qs(question.title),
+                                QMessageBox::NoButton, this);
+    box->setObjectName("keepNewFilesQuestion");
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setInformativeText(qs(question.message));
+    QPushButton* keep = box->addButton(files.size() == 1 ? "Keep File" : "Keep Files",
+                                       QMessageBox::AcceptRole);
+    QPushButton* trash = box->addButton("Move to Trash", QMessageBox::DestructiveRole);
+    box->addButton(QMessageBox::Cancel);
+    box->setDefaultButton(keep);
+    connect(box, &QMessageBox::finished, this, [this, box, keep, trash, files, proceed] {
+        if (box->clickedButton() == keep) {
+            proceed();
+        } else if (box->clickedButton() == trash) {
+            // The Trash lives in the data folder, which may not exist yet on a fresh account.
+            QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation));
+            for (const auto& file : files) {
+                QFile moving(qs(file.string()));
+                if (moving.exists() && !moving.moveToTrash()) {
+                    model.showAlert({"Couldn't move to the Trash",
+                                     "\u201C" + file.filename().string() + "\u201D: " +
+                                         moving.errorString().toStdString()});
+                    return;
+                }
+            }
+            proceed();
         }
     });
     box->open();
@@ -275,7 +318,11 @@ void MainWindow::askToRevert() {
     currentQuestion = box;
     connect(box, &QMessageBox::finished, this, [this, box, revert] {
         currentQuestion = nullptr;
-        if (box->clickedButton() == revert) model.revertDocument();
+        if (box->clickedButton() != revert) return;
+        QPointer<MainWindow> self(this);
+        confirmKeepingNewFiles([self] {
+            if (self) self->model.revertDocument();
+        });
     });
     box->open();
 }

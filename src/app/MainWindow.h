@@ -129,6 +129,7 @@ private:
     void openSession(const std::filesystem::path& url);
     void newSession();
     void askToRevert();
+    void confirmKeepingNewFiles(std::function<void()> proceed);
     void presentSnapshots();
     void presentLocateDialog();
     std::optional<std::vector<uint8_t>> windowPicture();

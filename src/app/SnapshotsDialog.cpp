@@ -52,7 +52,7 @@ QPixmap thumbnail(const std::optional<std::filesystem::path>& file) {
 
 QString SnapshotsDialog::dateText(SessionBundle::Clock::time_point date) {
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(date.time_since_epoch());
-    return QDateTime::fromMSecsSinceEpoch(ms.count()).toString("yyyy-MM-dd HH:mm");
+    return QDateTime::fromMSecsSinceEpoch(ms.count()).toString("yyyy-MM-dd HH:mm:ss");
 }
 
 QString SnapshotsDialog::contentsText(const SessionBundle::Snapshot& snapshot) {

@@ -198,6 +198,41 @@ private Q_SLOTS:
         QCOMPARE(h.window.windowTitle(), QString("Untitled Session[*]"));
     }
 
+    void revertingAsksWhetherToKeepFilesMadeSinceTheSave_data() {
+        QTest::addColumn<QString>("button");
+        QTest::addColumn<bool>("reverted");
+        QTest::addColumn<bool>("fileStays");
+        QTest::newRow("keep") << "Keep File" << true << true;
+        QTest::newRow("trash") << "Move to Trash" << true << false;
+        QTest::newRow("cancel") << "Cancel" << false << true;
+    }
+
+    void revertingAsksWhetherToKeepFilesMadeSinceTheSave() {
+        QFETCH(QString, button);
+        QFETCH(bool, reverted);
+        QFETCH(bool, fileStays);
+        Harness h;
+        test::TemporaryFolder folder;
+        h.preferences.setRecordingsFolderPath((folder / "Recordings").string());
+        auto track = h.openAndLoad(test::fixture("mono.wav"));
+        QVERIFY(track);
+        QVERIFY(h.saveAs(folder / "Take.sonvale"));
+        track->setSelection(FrameRange{0, 1000});
+        h.model.newTrackFromSelection();
+        QTRY_COMPARE_WITH_TIMEOUT(h.model.tracks().size(), size_t(2), 10000);
+        const fs::path made = h.model.tracks().at(1)->url();
+
+        h.window.action("revertToSaved")->trigger();
+        buttonTitled(h.window.sessionQuestion(), "Revert")->click();
+        auto* box = h.window.findChild<QMessageBox*>("keepNewFilesQuestion");
+        QVERIFY(box);
+        QCOMPARE(box->text(), QString("Keep the new audio file?"));
+        QVERIFY(box->informativeText().contains(qs(made.parent_path())));
+        buttonTitled(box, button)->click();
+        QCOMPARE(h.model.tracks().size(), size_t(reverted ? 1 : 2));
+        QCOMPARE(fs::exists(made), fileStays);
+    }
+
     void theSnapshotsDialogListsEachSaveAndRestoresAfterAsking() {
         Harness h;
         test::TemporaryFolder folder;
