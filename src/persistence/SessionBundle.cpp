@@ -92,6 +92,7 @@ public:
     explicit BuildFolder(const fs::path& url) {
         fs::path parent = url.parent_path();
         if (parent.empty()) parent = ".";
+        removeLeftovers(parent, url.filename().string());
         std::string pattern = (parent / ("." + url.filename().string() + ".XXXXXX")).string();
         if (!::mkdtemp(pattern.data())) throw fileErrorFromErrno("Couldn't save", url.string(), errno);
         folder = pattern;
@@ -106,6 +107,22 @@ public:
     void release() { folder.clear(); }
 
 private:
+    // What a save that was killed half-way left beside the bundle: ".<name>.XXXXXX", or the
+    // old bundle moved aside as ".<name>.XXXXXX.old".
+    static void removeLeftovers(const fs::path& parent, const std::string& name) {
+        const std::string prefix = "." + name + ".";
+        std::error_code error;
+        for (fs::directory_iterator it(parent, error), end; !error && it != end; it.increment(error)) {
+            const std::string entry = it->path().filename().string();
+            if (entry.size() < prefix.size() + 6 || entry.compare(0, prefix.size(), prefix) != 0) continue;
+            const std::string rest = entry.substr(prefix.size());
+            if (rest.size() == 6 || (rest.size() == 10 && rest.substr(6) == ".old")) {
+                std::error_code ignored;
+                fs::remove_all(it->path(), ignored);
+            }
+        }
+    }
+
     fs::path folder;
 };
 

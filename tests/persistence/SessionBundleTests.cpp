@@ -8,6 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <sys/mount.h>
+#include <sys/wait.h>
+#include <signal.h>
+#include <unistd.h>
 #include <sys/stat.h>
 
 using namespace sonvale;
@@ -149,6 +152,40 @@ TEST(SessionBundle, AFailedSaveLeavesTheOldBundleAsItWasAndNoTemporaryFolder) {
     ASSERT_TRUE(disk.makeReadOnly());
     EXPECT_THROW(save(url, {trackOf(folder / "x.wav", "Take", makeNoise(48000, 2, 10))}), FileError);
     EXPECT_EQ(contentsOf(url), before);
+}
+
+TEST(SessionBundle, ASaveKilledHalfWayLeavesTheOldBundleWhole) {
+    TempFolder folder;
+    const fs::path url = folder / "Keep.sonvale";
+    save(url, {trackOf(folder / "x.wav", "Take", makeNoise(48000, 2, 1000))});
+    const auto before = contentsOf(url);
+    const auto big = makeNoise(48000, 2, 60 * 48000); // 23 MB to write
+
+    for (int delayMs : {5, 20, 60}) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            try {
+                save(url, {trackOf(folder / "x.wav", "Long", big), trackOf(folder / "x.wav", "Again", big)});
+            } catch (...) {
+            }
+            _exit(0);
+        }
+        usleep(useconds_t(delayMs * 1000));
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+        // Either the old bundle, or (had the save finished) a whole new one; never a mixture.
+        const SessionState state = SessionBundle::read(url);
+        if (state.tracks.size() == 1) {
+            EXPECT_EQ(contentsOf(url), before) << "killed after " << delayMs << " ms";
+        } else {
+            EXPECT_EQ(AudioLoader::load(state.tracks[1].path)->frameCount, big->frameCount);
+        }
+    }
+    // The next save clears away what the killed ones left.
+    save(url, {trackOf(folder / "x.wav", "Take")});
+    EXPECT_EQ(siblings(folder.path()), (std::vector<std::string>{"Keep.sonvale"}));
 }
 
 TEST(SessionBundle, ReadRefusesWhatIsNotASessionOrIsNewer) {
