@@ -53,12 +53,6 @@ void syncPath(const fs::path& path, bool folder) {
         throw fileErrorFromErrno("Couldn't write", path.string(), error);
 }
 
-void syncFolders(const fs::path& root) {
-    for (const auto& entry : fs::recursive_directory_iterator(root))
-        if (entry.is_directory() && !entry.is_symlink()) syncPath(entry.path(), true);
-    syncPath(root, true);
-}
-
 void createFolder(const fs::path& path) {
     std::error_code error;
     fs::create_directories(path, error);
@@ -156,9 +150,26 @@ void swapIn(BuildFolder& built, const fs::path& url) {
     syncPath(parent, true);
 }
 
+// Starts writing a file's pages to disk without waiting, so that the disk works while the
+// next file is made; syncAll waits for them before the bundle is swapped in.
+void startWriteback(const fs::path& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY);
+    if (fd < 0) throw fileErrorFromErrno("Couldn't write", path.string(), errno);
+    ::sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+    ::close(fd);
+}
+
 void writeAudio(const AudioData& audio, const fs::path& path, const std::function<void(double)>& progress) {
     AudioExporter::writeLossless(audio, path, progress);
-    syncPath(path, false);
+    startWriteback(path);
+}
+
+// Every regular file and folder below `root` on disk (files linked from an old bundle are
+// there already and cost nothing).
+void syncAll(const fs::path& root) {
+    for (const auto& entry : fs::recursive_directory_iterator(root))
+        if (!entry.is_symlink()) syncPath(entry.path(), entry.is_directory());
+    syncPath(root, true);
 }
 
 } // namespace
@@ -368,7 +379,7 @@ WriteResult write(const std::vector<Track>& tracks, const std::vector<int64_t>& 
         result.snapshot = id;
     }
 
-    syncFolders(root);
+    syncAll(root);
     swapIn(built, url);
     if (progress) progress(1.0);
     return result;

@@ -27,7 +27,7 @@ struct SessionStore::Queue {
     bool running = false;
 };
 
-SessionStore::SessionStore(fs::path folder) : root(std::move(folder)), queue(std::make_shared<Queue>()) {}
+SessionStore::SessionStore(fs::path folder) : root(fs::absolute(folder).lexically_normal()), queue(std::make_shared<Queue>()) {}
 
 SessionStore::~SessionStore() = default;
 
