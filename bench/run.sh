@@ -18,6 +18,8 @@ echo "== effects against sox"
 bench/effects-vs-sox.sh build/release/sonvale-cli
 echo "== opening a folder of 200 short files"
 bench/open-folder.sh build/release "${SONVALE_BENCH_DIR:-/tmp/sonvale-bench}"
+echo "== saving a session of fifty tracks, ten of them edited ten-minute tracks"
+bench/session-save.sh build/release "${SONVALE_BENCH_DIR:-/tmp/sonvale-bench}"
 echo "== playhead against the captured output"
 cmake --build --preset release -j2 --target sonvale_playhead_error
 bench/playhead-error.sh build/release

@@ -21,5 +21,7 @@ int loudness(const Arguments& args);
 int normalize(const Arguments& args);
 int trimSilence(const Arguments& args);
 int play(const Arguments& args);
+// Reports its own wrong arguments with status 2; a bundle that can't be read gives 1.
+int session(const Arguments& args);
 
 } // namespace sonvale::cli

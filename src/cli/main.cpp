@@ -41,6 +41,9 @@ const std::map<std::string, Command>& commands() {
         {"play", {"play FILE [--speed X] [--loop] [--from SECONDS] [--seconds N] "
                   "[--effect KIND[@PRESET][,NAME=VALUE...] ...]",
                   play}},
+        {"session", {"session info [--json] BUNDLE.sonvale   a saved session's format, tracks (found "
+                     "or missing), lanes, buses and snapshots",
+                     session}},
     };
     return table;
 }
