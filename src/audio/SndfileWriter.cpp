@@ -17,6 +17,7 @@
 #include <sndfile.h>
 #include <sys/stat.h>
 #include <utility>
+#include <vector>
 
 namespace sonvale {
 
@@ -68,6 +69,7 @@ public:
             integers.reset(new (std::nothrow) int32_t[size_t(chunkFrames * channels)]);
             if (!integers) throw AudioLoaderError::outOfMemory();
         }
+        gathered.reserve(gatherBytes);
         SF_VIRTUAL_IO io{&fileLength, &seek, &read, &write, &tell};
         std::string openFailure;
         {
@@ -120,6 +122,7 @@ public:
 
     void finish() override {
         const int closed = sf_close(std::exchange(sndfile, nullptr));
+        flushGathered();
         if (closed != 0 || failure) fail(sf_error_number(closed));
         if (file.close() != 0) fail(std::strerror(errno));
     }
@@ -130,39 +133,62 @@ private:
         throw FileError(describeFileError("Couldn't write", path.string(), reason));
     }
 
+    // libsndfile hands over its output a few kilobytes at a time; it is gathered here into
+    // large writes (one system call per megabyte instead of per 8 KB). Anything that moves
+    // or asks about the file position writes what is gathered first.
+    static constexpr size_t gatherBytes = size_t(1) << 20;
+
+    bool flushGathered() {
+        const char* data = gathered.data();
+        size_t left = gathered.size();
+        while (left > 0) {
+            const ssize_t put = ::write(file.get(), data, left);
+            if (put > 0) {
+                data += put;
+                left -= size_t(put);
+                continue;
+            }
+            if (put < 0 && errno == EINTR) continue;
+            if (!failure) failure = put < 0 ? errno : EIO;
+            gathered.clear();
+            return false;
+        }
+        gathered.clear();
+        return true;
+    }
+
     static sf_count_t fileLength(void* self) {
+        auto* writer = static_cast<SndfileWriter*>(self);
+        writer->flushGathered();
         struct stat status{};
-        if (::fstat(static_cast<SndfileWriter*>(self)->file.get(), &status) != 0) return -1;
+        if (::fstat(writer->file.get(), &status) != 0) return -1;
         return status.st_size;
     }
     static sf_count_t seek(sf_count_t offset, int whence, void* self) {
         auto* writer = static_cast<SndfileWriter*>(self);
+        writer->flushGathered();
         const off_t position = ::lseek(writer->file.get(), off_t(offset), whence);
         if (position < 0 && !writer->failure) writer->failure = errno;
         return position;
     }
     static sf_count_t read(void* to, sf_count_t count, void* self) {
-        const ssize_t got = ::read(static_cast<SndfileWriter*>(self)->file.get(), to, size_t(count));
+        auto* writer = static_cast<SndfileWriter*>(self);
+        writer->flushGathered();
+        const ssize_t got = ::read(writer->file.get(), to, size_t(count));
         return got < 0 ? 0 : got;
     }
     static sf_count_t write(const void* from, sf_count_t count, void* self) {
         auto* writer = static_cast<SndfileWriter*>(self);
-        sf_count_t written = 0;
-        while (written < count) {
-            const ssize_t put = ::write(writer->file.get(), static_cast<const char*>(from) + written,
-                                        size_t(count - written));
-            if (put > 0) {
-                written += put;
-                continue;
-            }
-            if (put < 0 && errno == EINTR) continue;
-            if (!writer->failure) writer->failure = put < 0 ? errno : EIO;
-            break;
-        }
-        return written;
+        if (writer->gathered.size() + size_t(count) > gatherBytes && !writer->flushGathered()) return 0;
+        const auto* bytes = static_cast<const char*>(from);
+        writer->gathered.insert(writer->gathered.end(), bytes, bytes + count);
+        if (writer->gathered.size() >= gatherBytes && !writer->flushGathered()) return 0;
+        return count;
     }
     static sf_count_t tell(void* self) {
-        return ::lseek(static_cast<SndfileWriter*>(self)->file.get(), 0, SEEK_CUR);
+        auto* writer = static_cast<SndfileWriter*>(self);
+        writer->flushGathered();
+        return ::lseek(writer->file.get(), 0, SEEK_CUR);
     }
 
     FileHandle file;
@@ -171,6 +197,7 @@ private:
     int channels = 0;
     int failure = 0; // errno of the first failed system call
     int integerBits = 0; // 0 for float files
+    std::vector<char> gathered; // written bytes not yet handed to the system
     FloatBuffer floats;  // one interleaved chunk, for float files
     std::unique_ptr<int32_t[]> integers; // one interleaved chunk of left-aligned codes
 

@@ -5,6 +5,10 @@
 #include "base/Errors.h"
 
 #include <algorithm>
+#include <atomic>
+#include <exception>
+#include <mutex>
+#include <thread>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -14,6 +18,7 @@
 #include <sstream>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace sonvale::SessionBundle {
@@ -150,18 +155,73 @@ void swapIn(BuildFolder& built, const fs::path& url) {
     syncPath(parent, true);
 }
 
-// Starts writing a file's pages to disk without waiting, so that the disk works while the
-// next file is made; syncAll waits for them before the bundle is swapped in.
-void startWriteback(const fs::path& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY);
-    if (fd < 0) throw fileErrorFromErrno("Couldn't write", path.string(), errno);
-    ::sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
-    ::close(fd);
+// Writes `audio` as a float WAV while the disk already takes what is written: every 32 MB
+// is handed to writeback without waiting, so making the file and storing it overlap; syncAll
+// waits for the rest before the bundle is swapped in.
+void writeAudio(const AudioData& audio, const fs::path& path, const std::function<void(double)>& progress) {
+    constexpr off_t step = off_t(32) << 20;
+    int fd = -1;
+    off_t handedOver = 0;
+    auto handOver = [&](bool all) {
+        if (fd < 0) fd = ::open(path.c_str(), O_RDONLY);
+        if (fd < 0) return;
+        struct stat status{};
+        if (::fstat(fd, &status) != 0) return;
+        const off_t upTo = all ? status.st_size : status.st_size / step * step;
+        if (upTo > handedOver) {
+            ::sync_file_range(fd, handedOver, upTo - handedOver, SYNC_FILE_RANGE_WRITE);
+            handedOver = upTo;
+        }
+    };
+    try {
+        AudioExporter::writeLossless(audio, path, [&](double fraction) {
+            handOver(false);
+            if (progress) progress(fraction);
+        });
+        handOver(true);
+    } catch (...) {
+        if (fd >= 0) ::close(fd);
+        throw;
+    }
+    if (fd >= 0) ::close(fd);
 }
 
-void writeAudio(const AudioData& audio, const fs::path& path, const std::function<void(double)>& progress) {
-    AudioExporter::writeLossless(audio, path, progress);
-    startWriteback(path);
+// Writes the files on two threads (the calling one and one more): making a float WAV is
+// copying, and two copies run side by side while the disk takes what is done. The first
+// failure is thrown once both have stopped.
+void writeAll(const std::vector<std::pair<const AudioData*, fs::path>>& files, int64_t totalFrames,
+              const std::function<void(double)>& progress) {
+    std::atomic<size_t> next{0};
+    std::atomic<int64_t> framesDone{0};
+    std::atomic<bool> failed{false};
+    std::exception_ptr firstFailure;
+    std::mutex failureMutex;
+    auto work = [&] {
+        for (size_t i; !failed && (i = next++) < files.size();) {
+            const AudioData& audio = *files[i].first;
+            int64_t reported = 0;
+            try {
+                writeAudio(audio, files[i].second, [&](double fraction) {
+                    const int64_t now = int64_t(fraction * double(audio.frameCount));
+                    const int64_t total = framesDone += now - reported;
+                    reported = now;
+                    if (progress && totalFrames > 0) progress(double(total) / double(totalFrames));
+                });
+            } catch (...) {
+                std::lock_guard lock(failureMutex);
+                if (!firstFailure) firstFailure = std::current_exception();
+                failed = true;
+            }
+        }
+    };
+    if (files.size() > 1) {
+        std::thread helper(work);
+        work();
+        helper.join();
+    } else {
+        work();
+    }
+    if (firstFailure) std::rethrow_exception(firstFailure);
 }
 
 // Every regular file and folder below `root` on disk (files linked from an old bundle are
@@ -282,19 +342,14 @@ WriteResult write(const std::vector<Track>& tracks, const std::vector<int64_t>& 
     for (const auto& kept : history.snapshots)
         for (const auto& path : kept.paths) reserve(path);
 
-    int64_t totalFrames = 0, writtenFrames = 0;
+    int64_t totalFrames = 0;
     for (const auto& track : tracks)
         if (track.edited) totalFrames += track.edited->frameCount;
     for (const auto& file : clipFiles)
         if (file.audio) totalFrames += file.audio->frameCount;
-    auto written = [&](const AudioData& audio, const fs::path& path) {
-        const int64_t before = writtenFrames;
-        writeAudio(audio, path, [&](double fraction) {
-            if (progress && totalFrames > 0)
-                progress(double(before + int64_t(fraction * double(audio.frameCount))) / double(totalFrames));
-        });
-        writtenFrames += audio.frameCount;
-    };
+    // Audio to write, written after the names are chosen, two files at a time.
+    std::vector<std::pair<const AudioData*, fs::path>> toWrite;
+    auto written = [&](const AudioData& audio, const fs::path& path) { toWrite.emplace_back(&audio, path); };
 
     WriteResult result;
     SessionState& state = result.state;
@@ -331,6 +386,7 @@ WriteResult write(const std::vector<Track>& tracks, const std::vector<int64_t>& 
         }
         clipPaths[file.path] = relative;
     }
+    writeAll(toWrite, totalFrames, progress);
     if (state.timeline)
         for (auto& lane : state.timeline->lanes)
             for (auto& clip : lane.clips)
