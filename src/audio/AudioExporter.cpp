@@ -5,6 +5,7 @@
 #include "base/Errors.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -26,23 +27,91 @@ void gainAndClip(const float* __restrict in, float* __restrict out, int64_t n, f
     }
 }
 
-void removeExistingFile(const std::filesystem::path& path) {
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) return;
-    // Only files and links: a device, pipe or folder at the path is written to (or fails)
-    // but never unlinked.
-    if (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) ::unlink(path.c_str());
+// The permissions a new file gets: 0666 less the process's umask (read from /proc, since
+// umask() can only be read by setting it, which other threads would see).
+mode_t newFileMode() {
+    mode_t mask = 022;
+    if (FILE* status = std::fopen("/proc/self/status", "r")) {
+        char line[128];
+        while (std::fgets(line, sizeof line, status))
+            if (std::sscanf(line, "Umask: %o", &mask) == 1) break;
+        std::fclose(status);
+    }
+    return 0666 & ~mask;
 }
+
+// Writes into a temporary file beside the destination and renames it over the destination
+// only when complete and on disk, so that a failure, a full disk or a killed process leaves
+// whatever was there as it was. Without finish() the temporary file is removed.
+class ReplacingWriter final : public AudioFileWriter {
+public:
+    ReplacingWriter(const EncoderSettings& settings, std::filesystem::path destination)
+        : destination(std::move(destination)) {
+        std::filesystem::path folder = this->destination.parent_path();
+        if (folder.empty()) folder = ".";
+        std::string pattern = (folder / ("." + this->destination.filename().string() + ".XXXXXX")).string();
+        const int fd = ::mkostemp(pattern.data(), O_CLOEXEC);
+        if (fd < 0) throw fileErrorFromErrno("Couldn't write", this->destination.string(), errno);
+        temporary = pattern;
+        struct stat existing {};
+        ::fchmod(fd, ::stat(this->destination.c_str(), &existing) == 0 ? existing.st_mode & 07777
+                                                                        : newFileMode());
+        try {
+            inner = settings.codec == EncoderSettings::Codec::aac
+                        ? openAACWriter(fd, settings, this->destination)
+                        : openSndfileWriter(fd, settings, this->destination);
+        } catch (...) {
+            ::unlink(temporary.c_str());
+            throw;
+        }
+    }
+    ~ReplacingWriter() override {
+        inner.reset();
+        if (!temporary.empty()) ::unlink(temporary.c_str());
+    }
+
+    void write(const float* const* channels, int64_t frames) override { inner->write(channels, frames); }
+
+    void finish() override {
+        inner->finish();
+        inner.reset();
+        const int fd = ::open(temporary.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) throw fileErrorFromErrno("Couldn't write", destination.string(), errno);
+        const int synced = ::fsync(fd);
+        const int error = errno;
+        ::close(fd);
+        if (synced != 0) throw fileErrorFromErrno("Couldn't write", destination.string(), error);
+        if (::rename(temporary.c_str(), destination.c_str()) != 0)
+            throw fileErrorFromErrno("Couldn't write", destination.string(), errno);
+        temporary.clear();
+        std::filesystem::path folder = destination.parent_path();
+        if (folder.empty()) folder = ".";
+        if (const int dir = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); dir >= 0) {
+            ::fsync(dir);
+            ::close(dir);
+        }
+    }
+
+private:
+    std::filesystem::path destination;
+    std::filesystem::path temporary;
+    std::unique_ptr<AudioFileWriter> inner;
+};
 
 } // namespace
 
 std::unique_ptr<AudioFileWriter> openAudioFileWriter(const EncoderSettings& settings,
                                                      const std::filesystem::path& path) {
-    removeExistingFile(path);
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) throw fileErrorFromErrno("Couldn't write", path.string(), errno);
-    if (settings.codec == EncoderSettings::Codec::aac) return openAACWriter(fd, settings, path);
-    return openSndfileWriter(fd, settings, path);
+    struct stat status {};
+    // A device or pipe at the path (/dev/stdout, a FIFO) is written to as it is; anything
+    // else is replaced whole once the new file is complete.
+    if (::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+        const int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+        if (fd < 0) throw fileErrorFromErrno("Couldn't write", path.string(), errno);
+        if (settings.codec == EncoderSettings::Codec::aac) return openAACWriter(fd, settings, path);
+        return openSndfileWriter(fd, settings, path);
+    }
+    return std::make_unique<ReplacingWriter>(settings, path);
 }
 
 void AudioExporter::applyGainAndClip(const float* in, float* out, int64_t count, float gain) {

@@ -27,7 +27,8 @@ struct AudioExporter {
 
     // Writes `range` of `audio` to `url` in `format`, every sample multiplied by the linear
     // `gain` and hard-clipped to [-1, 1], in 65,536-frame chunks. A file already at `url` is
-    // replaced. Throws FileError or AudioLoaderError; a partly written file stays.
+    // replaced only once the new one is complete. Throws FileError or AudioLoaderError; the
+    // file at `url` is then as it was.
     static void exportAudio(const AudioData& audio, FrameRange range, float gain,
                             ExportFormat format, const std::filesystem::path& url,
                             const Progress& progress = {});

@@ -20,8 +20,10 @@ public:
     virtual void finish() = 0;
 };
 
-// Opens `path` for writing in the format `settings` describes, first removing a regular
-// file or symbolic link already there (never anything else: device nodes stay).
+// Opens `path` for writing in the format `settings` describes. The audio goes to a temporary
+// file in the same folder that finish() syncs and renames over `path`; until then, and after
+// any failure, whatever was at `path` stays as it was, and a writer destroyed unfinished
+// leaves nothing behind. A device or pipe at `path` is written to directly.
 std::unique_ptr<AudioFileWriter> openAudioFileWriter(const EncoderSettings& settings,
                                                      const std::filesystem::path& path);
 

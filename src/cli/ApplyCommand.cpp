@@ -111,11 +111,6 @@ void applyToWholeFile(const std::string& input, const std::string& output,
     std::vector<float*> at(planes.size());
 
     std::unique_ptr<AudioFileWriter> writer;
-    auto removePartial = [&] {
-        writer.reset();
-        std::error_code ignored;
-        std::filesystem::remove(output, ignored);
-    };
     try {
         bool ended = false;
         int64_t tailLeft = tail, frames = 0;
@@ -149,7 +144,7 @@ void applyToWholeFile(const std::string& input, const std::string& output,
         }
         writer->finish();
     } catch (...) {
-        if (writer) removePartial();
+        writer.reset(); // takes its unfinished file away; the output stays as it was
         throw;
     }
 }

@@ -121,11 +121,7 @@ void exportStreamed(const Options& options) {
             writer = openAudioFileWriter(settings(*options.format, rate, channels), options.output);
         writer->finish();
     } catch (...) {
-        if (writer) {
-            writer.reset();
-            std::error_code ignored;
-            std::filesystem::remove(options.output, ignored);
-        }
+        writer.reset(); // takes its unfinished file away; the output stays as it was
         throw;
     }
 }

@@ -3,6 +3,7 @@
 #include "audio/AudioErrors.h"
 #include "audio/AudioLoader.h"
 #include "support/AudioFiles.h"
+#include "support/ModelTestFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -74,7 +75,7 @@ struct PCMCase {
     int bits;
 };
 
-class PCMExport : public testing::TestWithParam<PCMCase> {};
+class PCMExport : public ::testing::TestWithParam<PCMCase> {};
 
 TEST_P(PCMExport, WritesEverySampleAsTheNearestCodeWithTheHeaderLibsndfileExpects) {
     const PCMCase& c = GetParam();
@@ -97,11 +98,11 @@ TEST_P(PCMExport, WritesEverySampleAsTheNearestCodeWithTheHeaderLibsndfileExpect
 
 INSTANTIATE_TEST_SUITE_P(
     EveryPCMFormat, PCMExport,
-    testing::Values(PCMCase{ExportFormat::wav16, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 16},
+    ::testing::Values(PCMCase{ExportFormat::wav16, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 16},
                     PCMCase{ExportFormat::wav24, SF_FORMAT_WAV | SF_FORMAT_PCM_24, 24},
                     // Plain AIFF (not AIFF-C), big-endian by nature: see AIFFStoresSamplesBigEndian.
                     PCMCase{ExportFormat::aiff16, SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 16}),
-    [](const testing::TestParamInfo<PCMCase>& info) { return std::string(rawValue(info.param.format)); });
+    [](const ::testing::TestParamInfo<PCMCase>& info) { return std::string(rawValue(info.param.format)); });
 
 TEST(AudioExporter, AIFFStoresSamplesBigEndian) {
     // First frame 0.25 and -0.5: codes 0x2000 and 0xC000, high byte first.
@@ -305,6 +306,23 @@ TEST(AudioExporter, FullDiskFailsWithNoSpaceLeftAndLeavesTheDeviceAlone) {
         ASSERT_EQ(::stat("/dev/full", &after), 0);
         EXPECT_TRUE(S_ISCHR(after.st_mode));
         EXPECT_EQ(after.st_rdev, before.st_rdev);
+    }
+}
+
+TEST(AudioExporter, AFailedExportLeavesTheFileItWouldReplaceAsItWasAndNothingElse) {
+    test::TemporaryFolder folder;
+    sonvale::testing::SmallDisk disk(folder / "small", "2m");
+    if (!disk.isMounted()) GTEST_SKIP() << "mounting a small tmpfs is not allowed here";
+    const auto keep = folder / "small/keep.wav";
+    AudioExporter::exportAudio(*testAudio(1000), {0, 1000}, 1.0f, ExportFormat::wav16, keep);
+    const std::string before = sonvale::testing::readText(keep);
+    const auto audio = testAudio(30 * 48000); // 5.8 MB as 16-bit WAV, more as AAC than fits
+    for (ExportFormat format : allExportFormats) {
+        if (format == ExportFormat::aac) continue; // 30 s of AAC fits in 2 MB
+        EXPECT_NE(exportError(*audio, format, keep).find("No space left on device"), std::string::npos);
+        EXPECT_EQ(sonvale::testing::readText(keep), before) << rawValue(format);
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder / "small"),
+                                std::filesystem::directory_iterator()), 1);
     }
 }
 

@@ -14,6 +14,8 @@
 #include <spawn.h>
 #include <sstream>
 #include <sys/wait.h>
+#include <csignal>
+#include <unistd.h>
 
 extern char** environ;
 
@@ -313,6 +315,35 @@ TEST(CliExport, FullDiskAndImpossiblePathsFailCleanly) {
     EXPECT_EQ(full.status, 1);
     EXPECT_EQ(full.err,
               "sonvale-cli export: Couldn't write \u201Cfull\u201D: No space left on device\n");
+}
+
+TEST(CliExport, AnExportKilledHalfWayLeavesTheFileItWouldReplace) {
+    test::TemporaryFolder folder;
+    const auto input = folder / "long.wav";
+    std::vector<float> noise(size_t(120 * 48000));
+    for (size_t i = 0; i < noise.size(); ++i) noise[i] = float((i * 7919) % 2000) / 4000.0f - 0.25f;
+    AudioExporter::writeLossless(AudioClip{48000, {noise, noise}}, input);
+    const auto keep = folder / "keep.m4a";
+    ASSERT_EQ(cli({"export", path("stereo-s16.wav"), "-o", keep.string()}).status, 0);
+    const std::string before = slurp(keep);
+
+    std::string self = SONVALE_CLI_PATH;
+    std::vector<std::string> args{self, "export", input.string(), "-o", keep.string()};
+    std::vector<char*> argv;
+    for (auto& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    ASSERT_EQ(posix_spawn(&pid, SONVALE_CLI_PATH, nullptr, nullptr, argv.data(), environ), 0);
+    // Until the half-written temporary file has appeared, then a little longer.
+    for (int i = 0; i < 500 && std::distance(std::filesystem::directory_iterator(folder.path()),
+                                             std::filesystem::directory_iterator()) < 3; ++i)
+        ::usleep(2000);
+    ::usleep(50000);
+    ::kill(pid, SIGKILL);
+    int wstatus = 0;
+    ::waitpid(pid, &wstatus, 0);
+    ASSERT_TRUE(WIFSIGNALED(wstatus)) << "the export finished before it could be killed";
+    EXPECT_EQ(slurp(keep), before);
 }
 
 } // namespace

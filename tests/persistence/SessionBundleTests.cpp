@@ -50,27 +50,6 @@ std::vector<std::string> siblings(const fs::path& folder) {
     return names;
 }
 
-// A small tmpfs of its own, where the test may fill the disk or make it read-only; none
-// where mounting is not allowed.
-class SmallDisk {
-public:
-    explicit SmallDisk(const fs::path& at, const char* size) : point(at) {
-        fs::create_directories(at);
-        mounted = ::mount("tmpfs", at.c_str(), "tmpfs", 0, (std::string("size=") + size).c_str()) == 0;
-    }
-    ~SmallDisk() {
-        if (mounted) ::umount2(point.c_str(), MNT_DETACH);
-    }
-    bool isMounted() const { return mounted; }
-    bool makeReadOnly() {
-        return ::mount("tmpfs", point.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) == 0;
-    }
-
-private:
-    fs::path point;
-    bool mounted = false;
-};
-
 } // namespace
 
 TEST(SessionBundle, EditedAudioIsWrittenIntoTheBundleAndOutsideFilesAreReferenced) {

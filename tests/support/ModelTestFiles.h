@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 
+#include <sys/mount.h>
 #include <unistd.h>
 
 namespace sonvale::testing {
@@ -72,6 +73,27 @@ public:
 private:
     const char* name;
     std::optional<std::string> previous;
+};
+
+// A small tmpfs of its own, where the test may fill the disk or make it read-only; none
+// where mounting is not allowed.
+class SmallDisk {
+public:
+    explicit SmallDisk(const std::filesystem::path& at, const char* size) : point(at) {
+        std::filesystem::create_directories(at);
+        mounted = ::mount("tmpfs", at.c_str(), "tmpfs", 0, (std::string("size=") + size).c_str()) == 0;
+    }
+    ~SmallDisk() {
+        if (mounted) ::umount2(point.c_str(), MNT_DETACH);
+    }
+    bool isMounted() const { return mounted; }
+    bool makeReadOnly() {
+        return ::mount("tmpfs", point.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+    }
+
+private:
+    std::filesystem::path point;
+    bool mounted = false;
 };
 
 } // namespace sonvale::testing
