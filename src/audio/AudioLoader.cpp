@@ -173,12 +173,18 @@ bool startsLikeSndfileFormat(int fd) {
 } // namespace
 
 std::unique_ptr<AudioDecoder> openAudioDecoder(const std::filesystem::path& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // Opened without waiting: a pipe named like an audio file would otherwise block until
+    // something writes to it.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) throw fileErrorFromErrno("Couldn't open", path.string(), errno);
     FileHandle file(fd);
     struct stat status{};
     if (::fstat(fd, &status) != 0) throw fileErrorFromErrno("Couldn't open", path.string(), errno);
     if (S_ISDIR(status.st_mode)) throw fileErrorFromErrno("Couldn't open", path.string(), EISDIR);
+    if (!S_ISREG(status.st_mode))
+        throw FileError(describeFileError("Couldn't open", path.string(),
+                                          "It isn't a file but a pipe or a device."));
+    ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
 
     std::string sndfileFailure;
     if (startsLikeSndfileFormat(fd))

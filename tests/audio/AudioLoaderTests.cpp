@@ -4,6 +4,7 @@
 #include "support/AudioFiles.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cctype>
 #include <cmath>
@@ -355,11 +356,16 @@ TEST(AudioLoader, NoiseNamedWAVFailsWithAMessageNamingTheFile) {
     EXPECT_EQ(message.rfind("Couldn't open \u201Cnoise.wav\u201D: ", 0), 0u) << message;
 }
 
-TEST(AudioLoader, MissingFileAndFolderGiveTheSystemsReason) {
+TEST(AudioLoader, MissingFileFolderPipeAndDeviceAreRefusedWithoutWaiting) {
     test::TemporaryFolder folder;
     EXPECT_EQ(loadError(folder / "gone.wav"), "Couldn't open \u201Cgone.wav\u201D: No such file or directory");
     std::filesystem::create_directory(folder / "album.wav");
     EXPECT_EQ(loadError(folder / "album.wav"), "Couldn't open \u201Calbum.wav\u201D: Is a directory");
+    // A pipe nobody writes to would block a plain open for ever.
+    ASSERT_EQ(::mkfifo((folder / "x.wav").c_str(), 0600), 0);
+    EXPECT_EQ(loadError(folder / "x.wav"),
+              "Couldn't open \u201Cx.wav\u201D: It isn't a file but a pipe or a device.");
+    EXPECT_EQ(loadError("/dev/zero"), "Couldn't open \u201Czero\u201D: It isn't a file but a pipe or a device.");
 }
 
 TEST(AudioLoader, EmptyFileIsNotAudio) {
