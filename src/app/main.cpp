@@ -25,6 +25,7 @@ int main(int argc, char** argv) {
     int status = 0;
     {
         sonvale::Preferences preferences(sonvale::Preferences::standardStorePath());
+        preferences.deferWrites(executor);
         sonvale::EditorModel model(executor, preferences);
         auto store =
             std::make_shared<sonvale::SessionStore>(sonvale::SessionStore::standardFolder());
@@ -53,6 +54,7 @@ int main(int argc, char** argv) {
         // The last word of the automatic store, on disk before the background pool is drained.
         model.saveSession();
         store->flush();
+        preferences.flush();
         executor.waitForBackground();
     }
     return status;

@@ -4,6 +4,7 @@
 #include "base/Errors.h"
 
 #include <cmath>
+#include <utility>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -166,6 +167,15 @@ Preferences::Preferences() = default;
 
 Preferences::Preferences(std::filesystem::path file) : storeFile(std::move(file)) { read(); }
 
+Preferences::~Preferences() { flush(); }
+
+void Preferences::deferWrites(Executor& executor) { writeScheduler = &executor; }
+
+void Preferences::flush() {
+    pendingWrite.cancel();
+    if (std::exchange(writePending, false)) write();
+}
+
 std::filesystem::path Preferences::standardStorePath() {
     return configHome() / "sonvale" / "preferences.json";
 }
@@ -239,7 +249,16 @@ void Preferences::commit(Setting setting, const char* key, std::optional<json> v
         values[key] = std::move(*value);
     else
         values.erase(key);
-    write();
+    if (writeScheduler && storeFile) {
+        writePending = true;
+        pendingWrite.cancel();
+        std::weak_ptr<Preferences*> token = self;
+        pendingWrite = writeScheduler->postAfter(std::chrono::seconds(1), [token] {
+            if (auto alive = token.lock()) (*alive)->flush();
+        });
+    } else {
+        write();
+    }
     changed.emit(setting);
 }
 

@@ -3,6 +3,7 @@
 #include "analysis/SpectrogramSettings.h"
 #include "engine/RecordingFormat.h"
 #include "persistence/CanvasThemeID.h"
+#include "base/Executor.h"
 
 #include <nlohmann/json.hpp>
 #include <sigc++/signal.h>
@@ -10,15 +11,19 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace sonvale {
 
+class Executor;
+
 // The user's settings. Every setting is read from the preferences file when the object is
 // made and written back under its key the moment it changes; there is no separate save.
-// The file is JSON ($XDG_CONFIG_HOME/sonvale/preferences.json), replaced atomically, and keys
+// The file is JSON ($XDG_CONFIG_HOME/sonvale/preferences.json), replaced atomically (once a
+// second at most when writes are deferred, as the program does), and keys
 // Sonvale does not know are kept. A missing, empty or unreadable file gives the defaults and
 // is left alone until a setting really changes; an unreadable one is then kept beside the new
 // file as preferences.json.corrupt. A value of the wrong type gives that setting's default.
@@ -50,12 +55,20 @@ public:
 
     Preferences();
     explicit Preferences(std::filesystem::path storeFile);
+    // Writes what is still pending.
+    ~Preferences();
     Preferences(const Preferences&) = delete;
     Preferences& operator=(const Preferences&) = delete;
 
     // $XDG_CONFIG_HOME/sonvale/preferences.json, with ~/.config when the variable is unset
     // or not an absolute path.
     static std::filesystem::path standardStorePath();
+    // From now on a change is written one second after the last of a burst (a dragged
+    // slider writes once), through `executor`'s delayed work, instead of at once.
+    void deferWrites(Executor& executor);
+    // Writes a change still waiting for its delay (at quit).
+    void flush();
+
     // The file the settings live in; none when made without one.
     const std::optional<std::filesystem::path>& defaults() const { return storeFile; }
 
@@ -134,6 +147,11 @@ private:
     void write();
 
     std::optional<std::filesystem::path> storeFile;
+    Executor* writeScheduler = nullptr;
+    DelayedTask pendingWrite;
+    bool writePending = false;
+    // Delayed writes hold a weak reference and check it before touching the object.
+    std::shared_ptr<Preferences*> self = std::make_shared<Preferences*>(this);
     nlohmann::json values = nlohmann::json::object(); // everything the file holds
     bool fileWasUnreadable = false;
 

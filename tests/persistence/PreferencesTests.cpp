@@ -1,5 +1,6 @@
 #include "persistence/Preferences.h"
 
+#include "base/ManualExecutor.h"
 #include "support/ModelTestFiles.h"
 
 #include <gtest/gtest.h>
@@ -370,4 +371,27 @@ TEST_F(PreferencesFile, BookmarkThatIsNotBase64IsNotSet) {
         store({{"lastSessionDocument", text}});
         EXPECT_FALSE(Preferences(file).lastDocumentBookmark()) << text;
     }
+}
+
+TEST(Preferences, DeferredWritesLandOnceASecondAfterTheLastChangeAndAtTheEnd) {
+    TempFolder folder;
+    const auto file = folder / "preferences.json";
+    ManualExecutor executor;
+    {
+        Preferences preferences(file);
+        preferences.deferWrites(executor);
+        for (int i = 0; i < 10; ++i) {
+            preferences.setCustomLoudnessTarget(-10.0 - i);
+            executor.advance(std::chrono::milliseconds(100));
+        }
+        EXPECT_FALSE(std::filesystem::exists(file));
+        executor.advance(std::chrono::milliseconds(899));
+        EXPECT_FALSE(std::filesystem::exists(file));
+        executor.advance(std::chrono::milliseconds(1));
+        EXPECT_EQ(Preferences(file).customLoudnessTarget(), -19.0);
+        EXPECT_EQ(executor.pendingDelayed(), 0u);
+        // A change still waiting when the program ends is written then.
+        preferences.setShowsAIFeatures(false);
+    }
+    EXPECT_FALSE(Preferences(file).showsAIFeatures());
 }
