@@ -26,31 +26,9 @@ namespace sonvale::cli {
 
 namespace {
 
-// One end of a range: frames ("48000") or seconds ("1.5s"); empty for the file's own end.
-std::optional<int64_t> position(const std::string& text, double sampleRate) {
-    if (text.empty()) return std::nullopt;
-    bool seconds = text.back() == 's';
-    std::string digits = seconds ? text.substr(0, text.size() - 1) : text;
-    double value = 0;
-    auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-    bool whole = seconds || value == std::floor(value);
-    if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() ||
-        value < 0 || !whole || !std::isfinite(value))
-        throw UsageError{curlyQuoted(text) + " in --range is neither a frame number nor "
-                                             "seconds such as 1.5s"};
-    return int64_t(seconds ? std::llround(value * sampleRate) : value);
-}
-
 // START:END in frames or seconds; an empty side is the file's start or end.
 FrameRange parseRange(const std::string& text, const AudioData& audio, const std::string& file) {
-    auto colon = text.find(':');
-    if (colon == std::string::npos)
-        throw UsageError{"--range needs START:END in frames or seconds (1.5s:3s), not " +
-                         curlyQuoted(text)};
-    FrameRange range{position(text.substr(0, colon), audio.sampleRate).value_or(0),
-                     position(text.substr(colon + 1), audio.sampleRate).value_or(audio.frameCount)};
-    if (range.isEmpty())
-        throw UsageError{"the range " + text + " is empty: END must be after START"};
+    const FrameRange range = cli::parseRange(text).resolve(audio.sampleRate, audio.frameCount);
     checkRangeWithin(range, audio.frameCount, file);
     return range;
 }

@@ -28,7 +28,7 @@ struct Options {
     std::string output;
     std::optional<ExportFormat> format;
     double gainDB = 0;
-    std::optional<FrameRange> range;
+    std::optional<RangeOption> range;
 };
 
 Options parse(const Arguments& args) {
@@ -41,9 +41,9 @@ Options parse(const Arguments& args) {
         } else if (arg == "--format") {
             options.format = parseExportFormat(cursor.value());
         } else if (arg == "--gain") {
-            options.gainDB = parseNumber(cursor.value(), arg, "a number of decibels");
+            options.gainDB = parseGain(cursor.value(), arg);
         } else if (arg == "--range") {
-            options.range = parseFrameRange(cursor.value());
+            options.range = parseRange(cursor.value());
         } else if (cursor.isOption()) {
             cursor.unknownOption();
         } else if (options.input.empty()) {
@@ -73,11 +73,15 @@ void exportStreamed(const Options& options) {
     const bool exact = decoder->lengthIsExact();
     const int64_t limit = exact ? decoder->info().frames : INT64_MAX;
     if (channels < 1 || limit < 1) throw AudioLoaderError::empty();
-    if (options.range) checkRangeWithin(*options.range, limit, options.input);
-    const int64_t lower = options.range ? options.range->lower : 0;
-    const int64_t upper = options.range ? options.range->upper : limit;
+    const std::optional<FrameRange> range =
+        options.range ? std::optional(options.range->resolve(rate, limit)) : std::nullopt;
+    if (range) checkRangeWithin(*range, limit, options.input);
+    const int64_t lower = range ? range->lower : 0;
+    const int64_t upper = range ? range->upper : limit;
+    // A range to the end of a file of unknown length ends where the file does.
+    const bool rangeHasEnd = range && upper != INT64_MAX;
     const double expected =
-        double(options.range ? upper - lower : std::max<int64_t>(decoder->info().frames, 1));
+        double(rangeHasEnd ? upper - lower : std::max<int64_t>(decoder->info().frames - lower, 1));
 
     constexpr int64_t chunk = 65536;
     const auto planes = static_cast<size_t>(channels);
@@ -116,7 +120,8 @@ void exportStreamed(const Options& options) {
             if (report && fraction - reported >= 0.02 && fraction < 1) report(reported = fraction);
         }
         if (position == 0) throw AudioLoaderError::empty();
-        if (options.range) checkRangeWithin(*options.range, position, options.input);
+        if (rangeHasEnd) checkRangeWithin(*range, position, options.input);
+        if (range && position <= lower) throw UsageError{"the range " + options.range->text + " starts after the end of " + curlyQuoted(options.input)};
         if (!writer) // a range that starts where the file ends: nothing to write
             writer = openAudioFileWriter(settings(*options.format, rate, channels), options.output);
         writer->finish();

@@ -34,25 +34,41 @@ ExportFormat resolveExportFormat(std::optional<ExportFormat> given, const std::s
 }
 
 namespace {
-std::optional<int64_t> parseFrame(std::string_view text) {
-    int64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < 0) return std::nullopt;
-    return value;
+// One end: "48000" frames or "1.5s"; none when empty.
+std::optional<RangeOption::End> parseEnd(const std::string& text) {
+    if (text.empty()) return std::nullopt;
+    const bool seconds = text.back() == 's';
+    const std::string digits = seconds ? text.substr(0, text.size() - 1) : text;
+    double value = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() || value < 0 ||
+        !std::isfinite(value) || (!seconds && value != std::floor(value)))
+        throw UsageError{curlyQuoted(text) + " in --range is neither a frame number nor seconds such as 1.5s"};
+    return RangeOption::End{value, seconds};
 }
 } // namespace
 
-FrameRange parseFrameRange(const std::string& raw) {
+RangeOption parseRange(const std::string& raw) {
     const size_t colon = raw.find(':');
-    std::optional<int64_t> start, end;
-    if (colon != std::string::npos) {
-        start = parseFrame(std::string_view(raw).substr(0, colon));
-        end = parseFrame(std::string_view(raw).substr(colon + 1));
-    }
-    if (!start || !end)
-        throw UsageError{"--range needs START:END in frames, not " + curlyQuoted(raw)};
-    if (*end <= *start) throw UsageError{"the range " + raw + " is empty: END must be after START"};
-    return {*start, *end};
+    if (colon == std::string::npos)
+        throw UsageError{"--range needs START:END in frames or seconds (1.5s:3s), not " + curlyQuoted(raw)};
+    return {raw, parseEnd(raw.substr(0, colon)), parseEnd(raw.substr(colon + 1))};
+}
+
+FrameRange RangeOption::resolve(double sampleRate, int64_t frameCount) const {
+    auto frames = [&](const End& e) {
+        return e.seconds ? int64_t(std::llround(e.value * sampleRate)) : int64_t(e.value);
+    };
+    const FrameRange range{start ? frames(*start) : 0, end ? frames(*end) : frameCount};
+    if (range.isEmpty()) throw UsageError{"the range " + text + " is empty: END must be after START"};
+    return range;
+}
+
+double parseGain(const std::string& raw, const std::string& option) {
+    const double dB = parseNumber(raw, option, "a number of decibels");
+    if (dB < minimumGainDB || dB > maximumGainDB)
+        throw UsageError{option + " must be between -96 and +48 dB, not " + curlyQuoted(raw)};
+    return dB;
 }
 
 void checkRangeWithin(const FrameRange& range, int64_t frameCount, const std::string& file) {

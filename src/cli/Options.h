@@ -19,8 +19,23 @@ std::string exportFormatList();
 ExportFormat parseExportFormat(const std::string& raw);
 // The format given, else the one OUT's extension implies, else a UsageError.
 ExportFormat resolveExportFormat(std::optional<ExportFormat> given, const std::string& output);
-// START:END in frames (half-open, END after START), or a UsageError.
-FrameRange parseFrameRange(const std::string& raw);
+// A --range as given, START:END with each end in frames ("48000") or seconds ("1.5s"); an
+// empty end is the file's own start or end. Every command reads ranges this way.
+struct RangeOption {
+    struct End {
+        double value = 0;
+        bool seconds = false;
+    };
+    std::string text;
+    std::optional<End> start, end;
+    // The frames it names at `sampleRate` in a file `frameCount` long (INT64_MAX when the
+    // length is not known yet); a UsageError when that is empty.
+    FrameRange resolve(double sampleRate, int64_t frameCount) const;
+};
+RangeOption parseRange(const std::string& raw);
+// --gain's decibels: finite and between minimumGainDB and maximumGainDB, or a UsageError.
+constexpr double minimumGainDB = -96, maximumGainDB = 48;
+double parseGain(const std::string& raw, const std::string& option);
 // A range must lie within the file it applies to, `frameCount` frames long.
 void checkRangeWithin(const FrameRange& range, int64_t frameCount, const std::string& file);
 // A finite number, or a UsageError naming the option.

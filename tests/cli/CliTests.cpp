@@ -266,12 +266,34 @@ TEST(CliExport, RangesOutsideTheFileOrBackwardsAreRefused) {
     EXPECT_EQ(past.status, 1);
     EXPECT_NE(past.err.find("mono.wav"), std::string::npos) << past.err;
     EXPECT_NE(past.err.find("88200 frames"), std::string::npos) << past.err;
-    for (const char* range : {"500:100", "7:7", "-5:10", "abc", "10:"}) {
+    for (const char* range : {"500:100", "7:7", "-5:10", "abc", "1.5:2", "2s:1s", "88200:"}) {
         const CliRun bad = cli({"export", path("mono.wav"), "-o", out, "--range", range});
         EXPECT_EQ(bad.status, 1) << range;
         EXPECT_EQ(bad.errLines().size(), 1u) << range << ": " << bad.err;
     }
     EXPECT_FALSE(std::filesystem::exists(out));
+}
+
+TEST(CliExport, RangesInSecondsOrOpenEndedNameTheSameFramesAsApplysAndGainsStaySane) {
+    test::TemporaryFolder folder;
+    const std::string out = (folder / "x.wav").string();
+    // mono.wav: 88,200 frames at 44.1 kHz.
+    const struct {
+        const char* range;
+        int64_t frames;
+    } cases[] = {{"0:1s", 44100}, {"0.5s:1s", 22050}, {"44100:", 44100}, {":22050", 22050}, {"1s:2s", 44100}};
+    for (const auto& c : cases) {
+        const CliRun run = cli({"export", path("mono.wav"), "-o", out, "--range", c.range});
+        ASSERT_EQ(run.status, 0) << c.range << ": " << run.err;
+        EXPECT_EQ(AudioLoader::load(out)->frameCount, c.frames) << c.range;
+    }
+    for (const char* gain : {"1e308", "-200", "48.5"}) {
+        const CliRun run = cli({"export", path("mono.wav"), "-o", out, "--gain", gain});
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.err, std::string("sonvale-cli export: --gain must be between -96 and +48 dB, not \u201C") +
+                               gain + "\u201D\n");
+    }
+    EXPECT_EQ(cli({"export", path("mono.wav"), "-o", out, "--gain", "48"}).status, 0);
 }
 
 TEST(CliExport, BadArgumentsGiveOneLineAndStatusOne) {
