@@ -48,7 +48,7 @@ std::optional<int64_t> EditorModel::heardFrame() const {
     if (!engine || !playingSource) return std::nullopt;
     const int64_t frames = playingSource->content->frameCount();
     // Before the first buffer is heard the playhead waits at the frame playback started from.
-    const int64_t frame = engine->audibleFrame().value_or(playingSource->renderedFrom.load());
+    const int64_t frame = engine->audibleFrame().value_or(playingSource->rendered.load().frame);
     return std::clamp<int64_t>(frame, 0, frames);
 }
 

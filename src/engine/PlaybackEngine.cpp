@@ -91,9 +91,8 @@ bool PlaybackEngine::isSounding() const {
 
 std::optional<int64_t> PlaybackEngine::audibleFrame(HostTime time) const {
     if (!renderSource) return std::nullopt;
-    HostTime renderedAt = renderSource->renderedAt.load(std::memory_order_relaxed);
+    const auto [renderedFrom, renderedAt] = renderSource->rendered.load();
     if (renderedAt == 0 || !isSounding()) return std::nullopt;
-    int64_t renderedFrom = renderSource->renderedFrom.load(std::memory_order_relaxed);
     // While stretching, renderedFrom is already the frame leaving the stretcher at renderedAt.
     double elapsed = secondsFromHostTime(time) - secondsFromHostTime(renderedAt) - latency;
     return renderedFrom +
@@ -262,10 +261,8 @@ void PlaybackEngine::renderStretched(float* const* buffers, int channelCount, in
     // here, found among the fed blocks.
     if (hostTime != 0 && fedCount > 0) {
         const StretchedFrame heard = stretchedFrameAt(stretchTaken);
-        source->renderedFrom.store(heard.frame, std::memory_order_relaxed);
-        source->renderedAt.store(
-            hostTime + HostTime(std::llround(heard.wait / streamFormat->sampleRate * 1e9)),
-            std::memory_order_relaxed);
+        source->rendered.store(
+            heard.frame, hostTime + HostTime(std::llround(heard.wait / streamFormat->sampleRate * 1e9)));
         // How long the newest fed frame takes to come out, in output frames.
         const double newest = double(stretchFed) * perInput + offset;
         stretchDelayFrames.store(std::max<int64_t>(std::llround(newest) - stretchTaken, 0),

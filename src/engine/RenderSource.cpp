@@ -14,8 +14,7 @@ RenderSource::RenderSource(PlaybackContentPtr content, std::shared_ptr<GainBox> 
 
 void RenderSource::start(FrameRange range, int64_t at, bool loop) {
     playing.store(false);
-    renderedAt.store(0, std::memory_order_relaxed);
-    renderedFrom.store(at, std::memory_order_relaxed);
+    rendered.store(at, 0);
     position.store(at, std::memory_order_relaxed);
     seekRequest.store(-1, std::memory_order_relaxed);
     rangeStart.store(range.lower, std::memory_order_relaxed);
@@ -40,10 +39,7 @@ bool RenderSource::render(int64_t frameCount, float* const* buffers, int bufferC
     if (pos < 0) pos = position.load(std::memory_order_relaxed);
     pos = std::max<int64_t>(pos, 0);
     blockStart = pos;
-    if (hostTime != 0) {
-        renderedFrom.store(pos, std::memory_order_relaxed);
-        renderedAt.store(hostTime, std::memory_order_relaxed);
-    }
+    if (hostTime != 0) rendered.store(pos, hostTime);
 
     int64_t filled = 0;
     bool ended = false;

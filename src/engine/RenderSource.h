@@ -1,5 +1,7 @@
 #pragma once
 
+#include "engine/PlayheadStamp.h"
+
 #include "audio/AudioData.h"
 #include "effects/EffectInsert.h"
 #include "engine/HostTime.h"
@@ -48,8 +50,8 @@ public:
     std::atomic<bool> looping{false};
     std::atomic<bool> playing{false};
     std::atomic<int64_t> seekRequest{-1};
-    std::atomic<int64_t> renderedFrom{0};
-    std::atomic<HostTime> renderedAt{0};
+    // The frame the last buffer began with and when it is heard.
+    PlayheadStamp rendered;
 
     // Real-time thread only: the gain reached at the end of the last buffer.
     float appliedGain;

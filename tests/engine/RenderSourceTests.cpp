@@ -8,7 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
+#include <thread>
 #include <vector>
 
 using namespace sonvale;
@@ -89,7 +91,7 @@ TEST(RenderSource, SeekRequestedWhilePlayingIsAppliedAtTheNextBuffer) {
     source.render(256, block.buffers(), 2, hostTimeFromSeconds(1.1));
     EXPECT_EQ(block.left[0], 50000.0f);
     EXPECT_EQ(block.left[255], 50255.0f);
-    EXPECT_EQ(source.renderedFrom.load(), 50000);
+    EXPECT_EQ(source.rendered.load().frame, 50000);
     EXPECT_EQ(source.seekRequest.load(), -1);
 }
 
@@ -98,10 +100,10 @@ TEST(RenderSource, TimeStampIsKeptOnlyWhenThePlatformGivesOne) {
     source.start({0, 10000}, 0, false);
     Block block(128);
     source.render(128, block.buffers(), 2, 0);
-    EXPECT_EQ(source.renderedAt.load(), 0u);
+    EXPECT_EQ(source.rendered.load().time, 0u);
     source.render(128, block.buffers(), 2, 12345);
-    EXPECT_EQ(source.renderedAt.load(), 12345u);
-    EXPECT_EQ(source.renderedFrom.load(), 128);
+    EXPECT_EQ(source.rendered.load().time, 12345u);
+    EXPECT_EQ(source.rendered.load().frame, 128);
 }
 
 TEST(RenderSource, LoopingWrapsToTheRangeStartInsideOneBuffer) {
@@ -229,4 +231,26 @@ TEST(RenderSource, RenderingWithAnEffectChainAndAGainRampAllocatesNothingAndTake
     // path makes no call into the system's locks at all.
     EXPECT_EQ(locks, 0);
     EXPECT_EQ(tryLocks, 0);
+}
+
+TEST(PlayheadStamp, AReaderNeverPairsOneBuffersFrameWithAnothersTime) {
+    PlayheadStamp stamp;
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        for (int64_t i = 1; i <= 2'000'000; ++i) stamp.store(i, HostTime(i) * 1000);
+        done = true;
+    });
+    int64_t reads = 0, torn = 0, last = 0, backwards = 0;
+    while (!done) {
+        const auto [frame, time] = stamp.load();
+        torn += time != HostTime(frame) * 1000;
+        backwards += frame < last;
+        last = frame;
+        ++reads;
+    }
+    writer.join();
+    EXPECT_GT(reads, 0);
+    EXPECT_EQ(torn, 0);
+    EXPECT_EQ(backwards, 0);
+    EXPECT_EQ(stamp.load().frame, 2'000'000);
 }
