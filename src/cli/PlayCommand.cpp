@@ -118,10 +118,20 @@ int play(const Arguments& args) {
     LevelMeters::Peaks peak;
     auto& source = *engine.source();
     std::optional<int64_t> lastHeard;
+    // When the first frame reaches the ear: --seconds counts audio heard, not time since
+    // the start, which would leave the output latency's worth unheard.
+    std::optional<std::chrono::steady_clock::time_point> heardSince;
     while (!interrupted) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         engine.checkOutput();
-        if (auto frame = engine.audibleFrame()) lastHeard = frame;
+        if (auto frame = engine.audibleFrame()) {
+            lastHeard = frame;
+            if (!heardSince)
+                heardSince = std::chrono::steady_clock::now() -
+                             std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                 std::chrono::duration<double>(double(*frame - start) /
+                                                               (audio->sampleRate * speed)));
+        }
         if (auto heard =
                 heardOutputPeaks(reader, engine.outputMeters(), engine.outputLatencyFrames())) {
             peak.left = std::max(peak.left, heard->left);
@@ -136,7 +146,10 @@ int play(const Arguments& args) {
             peak = {};
             nextReport += std::chrono::seconds(1);
         }
-        if (seconds > 0 && std::chrono::duration<double>(now - began).count() >= seconds) break;
+        // (An output that gives no time stamps is stopped by the clock, a second late.)
+        if (seconds > 0 && (heardSince ? std::chrono::duration<double>(now - *heardSince).count() >= seconds
+                                       : std::chrono::duration<double>(now - began).count() >= seconds + 1))
+            break;
         if (!engine.isSounding()) {
             // Let the output play out what it holds.
             std::this_thread::sleep_for(

@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -72,6 +74,24 @@ TEST(HeardPlayCommand, PlaysAFileReportingPositionAndPeakThenFinishes) {
     EXPECT_NE(run.output.find("peak   -6.0 dB   -6.0 dB"), std::string::npos) << run.output;
     EXPECT_NE(run.output.find("finished at"), std::string::npos) << run.output;
     EXPECT_NE(run.output.find("0 output underruns"), std::string::npos) << run.output;
+}
+
+TEST(HeardPlayCommand, SecondsCountsAudioHeardNotTimeSinceTheStart) {
+    if (auto reason = useSoundServer()) GTEST_SKIP() << *reason;
+    auto file = toneFile();
+    ASSERT_FALSE(file.empty()) << "sox could not make the tone";
+    MonitorRecorder recorder;
+    recorder.start();
+    auto run = runCli("play " + file + " --seconds 1");
+    recorder.stop();
+    ASSERT_EQ(run.status, 0) << run.output;
+    auto loud = [](float x) { return std::abs(x) > 0.05f; };
+    const auto first = std::find_if(recorder.left.begin(), recorder.left.end(), loud);
+    const auto last = std::find_if(recorder.left.rbegin(), recorder.left.rend(), loud);
+    ASSERT_NE(first, recorder.left.end()) << "nothing was heard";
+    const double heard = double(std::distance(first, last.base())) / MonitorRecorder::sampleRate;
+    // Within two 20 ms polls of the second asked for.
+    EXPECT_NEAR(heard, 1.0, 0.05) << run.output;
 }
 
 TEST(HeardPlayCommand, InterruptStopsCleanly) {
