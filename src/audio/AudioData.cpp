@@ -1,5 +1,7 @@
 #include "audio/AudioData.h"
 
+#include "base/ParallelFor.h"
+
 #include "audio/AudioErrors.h"
 #include "audio/AudioLoader.h"
 #include "base/CpuDispatch.h"
@@ -10,8 +12,6 @@
 #include <fstream>
 #include <limits>
 #include <soxr.h>
-#include <system_error>
-#include <thread>
 #include <unistd.h>
 
 namespace sonvale {
@@ -196,21 +196,14 @@ std::vector<PeakLevel> buildLevelsOn(const float* samples, int64_t count, unsign
                              first.energy.data() + 8 * from, second.buffer.data() + 4 * from,
                              second.energy.data() + 2 * from);
     };
-    if (parts > 1) {
-        std::vector<std::thread> workers;
-        for (int64_t k = 1; k < parts; ++k)
-            workers.emplace_back(summarise, groups * k / parts, groups * (k + 1) / parts);
-        summarise(0, groups / parts);
-        for (auto& worker : workers)
-            worker.join();
-    } else {
-        summarise(0, groups);
-    }
+    parallelFor(size_t(parts), [&](size_t k) {
+        summarise(groups * int64_t(k) / parts, groups * int64_t(k + 1) / parts);
+    });
     return finishLevels(samples, count, std::move(first), std::move(second));
 }
 
 unsigned hardwareThreads() {
-    return std::max(1u, std::thread::hardware_concurrency());
+    return unsigned(parallelWidth());
 }
 
 // Samples filled and summarised together, small enough to be summarised from the cache.
@@ -286,26 +279,8 @@ constexpr int64_t parallelChannelThreshold = 1 << 20;
 
 // Runs `work(c)` for every channel, spread over the cores when the channels are long.
 template <typename Work> void forEachChannel(size_t n, int64_t frameCount, Work&& work) {
-    if (n > 1 && frameCount >= parallelChannelThreshold) {
-        std::vector<std::thread> threads;
-        const size_t workers = std::min<size_t>(n, hardwareThreads());
-        threads.reserve(workers);
-        // A worker the system refuses to start leaves its channels to this thread.
-        size_t started = 1;
-        for (; started < workers; ++started) {
-            try {
-                threads.emplace_back([&, w = started] {
-                    for (size_t c = w; c < n; c += workers)
-                        work(c);
-                });
-            } catch (const std::system_error&) {
-                break;
-            }
-        }
-        for (size_t c = 0; c < n; ++c)
-            if (c % workers == 0 || c % workers >= started) work(c);
-        for (auto& thread : threads)
-            thread.join();
+    if (frameCount >= parallelChannelThreshold) {
+        parallelFor(n, [&](size_t c) { work(c); });
     } else {
         for (size_t c = 0; c < n; ++c)
             work(c);

@@ -1,9 +1,10 @@
 #include "audio/Loudness.h"
 
+#include "base/ParallelFor.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <thread>
 
 namespace sonvale {
 
@@ -114,14 +115,7 @@ std::optional<double> Loudness::integrated(const AudioData& audio) {
         const int first = 2 * g;
         measureGroup(audio, first, std::min(2, audio.channelCount() - first), n, subBlocks, powers[size_t(g)]);
     };
-    if (groups > 1) {
-        std::vector<std::thread> threads;
-        for (int g = 1; g < groups; ++g) threads.emplace_back(runGroup, g);
-        runGroup(0);
-        for (auto& thread : threads) thread.join();
-    } else {
-        runGroup(0);
-    }
+    parallelFor(size_t(groups), [&](size_t g) { runGroup(int(g)); });
     std::vector<double>& power = powers[0];
     for (int g = 1; g < groups; ++g)
         for (int64_t b = 0; b < subBlocks; ++b) power[size_t(b)] += powers[size_t(g)][size_t(b)];

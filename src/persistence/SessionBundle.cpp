@@ -2,13 +2,11 @@
 
 #include "audio/AudioExporter.h"
 #include "base/AtomicFile.h"
+#include "base/ParallelFor.h"
 #include "base/Errors.h"
 
 #include <algorithm>
 #include <atomic>
-#include <exception>
-#include <mutex>
-#include <thread>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -186,42 +184,21 @@ void writeAudio(const AudioData& audio, const fs::path& path, const std::functio
     if (fd >= 0) ::close(fd);
 }
 
-// Writes the files on two threads (the calling one and one more): making a float WAV is
-// copying, and two copies run side by side while the disk takes what is done. The first
-// failure is thrown once both have stopped.
+// Writes the files side by side (making a float WAV is copying, and copies on several cores
+// run while the disk takes what is done). The first failure is thrown once all have stopped.
 void writeAll(const std::vector<std::pair<const AudioData*, fs::path>>& files, int64_t totalFrames,
               const std::function<void(double)>& progress) {
-    std::atomic<size_t> next{0};
     std::atomic<int64_t> framesDone{0};
-    std::atomic<bool> failed{false};
-    std::exception_ptr firstFailure;
-    std::mutex failureMutex;
-    auto work = [&] {
-        for (size_t i; !failed && (i = next++) < files.size();) {
-            const AudioData& audio = *files[i].first;
-            int64_t reported = 0;
-            try {
-                writeAudio(audio, files[i].second, [&](double fraction) {
-                    const int64_t now = int64_t(fraction * double(audio.frameCount));
-                    const int64_t total = framesDone += now - reported;
-                    reported = now;
-                    if (progress && totalFrames > 0) progress(double(total) / double(totalFrames));
-                });
-            } catch (...) {
-                std::lock_guard lock(failureMutex);
-                if (!firstFailure) firstFailure = std::current_exception();
-                failed = true;
-            }
-        }
-    };
-    if (files.size() > 1) {
-        std::thread helper(work);
-        work();
-        helper.join();
-    } else {
-        work();
-    }
-    if (firstFailure) std::rethrow_exception(firstFailure);
+    parallelFor(files.size(), [&](size_t i) {
+        const AudioData& audio = *files[i].first;
+        int64_t reported = 0;
+        writeAudio(audio, files[i].second, [&](double fraction) {
+            const int64_t now = int64_t(fraction * double(audio.frameCount));
+            const int64_t total = framesDone += now - reported;
+            reported = now;
+            if (progress && totalFrames > 0) progress(double(total) / double(totalFrames));
+        });
+    });
 }
 
 // Every regular file and folder below `root` on disk (files linked from an old bundle are
