@@ -100,10 +100,9 @@ void EditorModel::saveSession() {
         t.path = fs::absolute(source).lexically_normal().string();
         state.tracks.push_back(std::move(t));
     }
-    const SessionState base = sessionState();
-    state.selectedIndices = base.selectedIndices;
-    state.loopPlayback = base.loopPlayback;
-    state.timeline = base.timeline;
+    state.selectedIndices = selectedIndices();
+    state.loopPlayback = looping;
+    state.timeline = timelineState;
     store->saveInBackground(exec, std::move(state), std::move(audio));
 }
 
@@ -142,14 +141,21 @@ std::pair<fs::path, AudioDataPtr> EditorModel::trackSource(const AudioTrack& tra
     return {track.url(), track.audio()};
 }
 
+std::vector<int64_t> EditorModel::selectedIndices() const {
+    std::vector<int64_t> indices;
+    for (size_t i = 0; i < trackList.size(); ++i)
+        if (selectedIDs.count(trackList[i]->id())) indices.push_back(int64_t(i));
+    return indices;
+}
+
 SessionState EditorModel::sessionState() const {
     SessionState state;
-    for (size_t i = 0; i < trackList.size(); ++i) {
-        TrackState t = trackState(*trackList[i]);
-        t.path = fs::absolute(trackSource(*trackList[i]).first).lexically_normal().string();
+    for (const auto& track : trackList) {
+        TrackState t = trackState(*track);
+        t.path = fs::absolute(trackSource(*track).first).lexically_normal().string();
         state.tracks.push_back(std::move(t));
-        if (selectedIDs.count(trackList[i]->id())) state.selectedIndices.push_back(int64_t(i));
     }
+    state.selectedIndices = selectedIndices();
     state.loopPlayback = looping;
     state.timeline = timelineState;
     return state;
@@ -300,16 +306,15 @@ void EditorModel::saveDocumentAs(fs::path url, std::function<void()> then) {
         std::vector<SessionDocument::TrackContent> contents;
     };
     auto job = std::make_shared<Job>();
-    const SessionState live = sessionState();
     for (size_t i = 0; i < trackList.size(); ++i) {
         const AudioTrack& t = *trackList[i];
         auto [source, edited] = trackSource(t);
         job->tracks.push_back({trackState(t), source, edited, t.name(), false});
         job->contents.push_back({t.id(), t.url().string(), t.gainDB(), t.markers(), t.transcript(), t.editRevision()});
     }
-    job->selected = live.selectedIndices;
-    job->loop = live.loopPlayback;
-    job->timeline = live.timeline;
+    job->selected = selectedIndices();
+    job->loop = looping;
+    job->timeline = timelineState;
     job->historyFrom = openDocument_ ? std::optional(openDocument_->url) : std::optional(url);
     job->snapshot.date = SessionBundle::Clock::now();
     if (windowPicture) job->snapshot.image = windowPicture();

@@ -411,6 +411,7 @@ private:
 
     // ==== session state (EditorModel+Session.cpp) ====
     void sessionContentChanged();
+    std::vector<int64_t> selectedIndices() const; // of the selected tracks, in list order
     void watchTrackForSession(const AudioTrackPtr& track);
     void trackFinishedLoading(AudioTrack& track);
     TrackState trackState(const AudioTrack& track) const;

@@ -5,6 +5,8 @@
 #include "base/Executor.h"
 
 #include <condition_variable>
+#include <fcntl.h>
+#include <unistd.h>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -59,6 +61,11 @@ bool SessionStore::saveTo(const fs::path& root, const SessionState& state,
             fs::path temp = pending.file;
             temp += ".partial";
             AudioExporter::writeLossless(*pending.audio, temp);
+            // On disk before the state that refers to it.
+            if (const int fd = ::open(temp.c_str(), O_RDONLY | O_CLOEXEC); fd >= 0) {
+                ::fsync(fd);
+                ::close(fd);
+            }
             fs::rename(temp, pending.file);
         }
         writeFileAtomically(root / "Session.json", encodeSessionState(state));
