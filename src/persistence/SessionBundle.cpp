@@ -16,7 +16,6 @@
 #include <sstream>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace sonvale::SessionBundle {
@@ -153,46 +152,15 @@ void swapIn(BuildFolder& built, const fs::path& url) {
     syncPath(parent, true);
 }
 
-// Writes `audio` as a float WAV while the disk already takes what is written: every 32 MB
-// is handed to writeback without waiting, so making the file and storing it overlap; syncAll
-// waits for the rest before the bundle is swapped in.
-void writeAudio(const AudioData& audio, const fs::path& path, const std::function<void(double)>& progress) {
-    constexpr off_t step = off_t(32) << 20;
-    int fd = -1;
-    off_t handedOver = 0;
-    auto handOver = [&](bool all) {
-        if (fd < 0) fd = ::open(path.c_str(), O_RDONLY);
-        if (fd < 0) return;
-        struct stat status{};
-        if (::fstat(fd, &status) != 0) return;
-        const off_t upTo = all ? status.st_size : status.st_size / step * step;
-        if (upTo > handedOver) {
-            ::sync_file_range(fd, handedOver, upTo - handedOver, SYNC_FILE_RANGE_WRITE);
-            handedOver = upTo;
-        }
-    };
-    try {
-        AudioExporter::writeLossless(audio, path, [&](double fraction) {
-            handOver(false);
-            if (progress) progress(fraction);
-        });
-        handOver(true);
-    } catch (...) {
-        if (fd >= 0) ::close(fd);
-        throw;
-    }
-    if (fd >= 0) ::close(fd);
-}
-
-// Writes the files side by side (making a float WAV is copying, and copies on several cores
-// run while the disk takes what is done). The first failure is thrown once all have stopped.
+// Writes the files side by side: making a float WAV is copying, and while one file is synced
+// (each is, before it takes its name) the others are being made. The first failure is thrown once all have stopped.
 void writeAll(const std::vector<std::pair<const AudioData*, fs::path>>& files, int64_t totalFrames,
               const std::function<void(double)>& progress) {
     std::atomic<int64_t> framesDone{0};
     parallelFor(files.size(), [&](size_t i) {
         const AudioData& audio = *files[i].first;
         int64_t reported = 0;
-        writeAudio(audio, files[i].second, [&](double fraction) {
+        AudioExporter::writeLossless(audio, files[i].second, [&](double fraction) {
             const int64_t now = int64_t(fraction * double(audio.frameCount));
             const int64_t total = framesDone += now - reported;
             reported = now;

@@ -5,8 +5,6 @@
 #include "base/Executor.h"
 
 #include <condition_variable>
-#include <fcntl.h>
-#include <unistd.h>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -57,16 +55,9 @@ bool SessionStore::saveTo(const fs::path& root, const SessionState& state,
         std::error_code error;
         for (const auto& pending : audio) {
             if (!pending.audio || fs::exists(pending.file, error)) continue;
-            // Written under a temporary name first: a file that is there is always whole.
-            fs::path temp = pending.file;
-            temp += ".partial";
-            AudioExporter::writeLossless(*pending.audio, temp);
-            // On disk before the state that refers to it.
-            if (const int fd = ::open(temp.c_str(), O_RDONLY | O_CLOEXEC); fd >= 0) {
-                ::fsync(fd);
-                ::close(fd);
-            }
-            fs::rename(temp, pending.file);
+            // The writer syncs the file and gives it its name only when it is whole, so it is
+            // on disk before the state that refers to it.
+            AudioExporter::writeLossless(*pending.audio, pending.file);
         }
         writeFileAtomically(root / "Session.json", encodeSessionState(state));
 
