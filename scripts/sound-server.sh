@@ -8,6 +8,11 @@
 #   scripts/sound-server.sh stop DIR    stops it
 #   scripts/sound-server.sh env DIR     prints the variables a client needs (KEY=VALUE lines)
 #
+# With --per-run after DIR, the state lives in DIR/run-PID instead, PID being the calling
+# process: ctest starts and stops the server and runs every test as its direct children, so
+# each test run has a server of its own, and two runs in one build tree never share a server or
+# stop each other's. Folders left by runs that are gone are cleared, their servers stopped.
+#
 # `start` exits 0 when the server runs. When no server can be started it says why on stderr,
 # writes the reason to DIR/unavailable and still exits 0, so that the tests can skip with
 # that reason instead of failing for want of a sound server.
@@ -17,6 +22,19 @@ command=${1:-}
 dir=${2:-$(cd "$(dirname "$0")/.." && pwd)/build/dev/sound-server}
 mkdir -p "$dir"
 dir=$(cd "$dir" && pwd)
+perRun=false
+if [[ ${3:-} == --per-run ]]; then
+    perRun=true
+    if [[ $command == start ]]; then
+        for old in "$dir"/run-*; do
+            [[ -d $old ]] || continue
+            kill -0 "${old##*/run-}" 2>/dev/null && continue
+            "$0" stop "$old" && rm -rf "$old"
+        done
+    fi
+    dir=$dir/run-$PPID
+    mkdir -p "$dir"
+fi
 
 runtime=$dir/run
 home=$dir/home
@@ -142,6 +160,7 @@ stop() {
         kill -0 "$pid" 2>/dev/null && kill -9 "$pid" 2>/dev/null
     fi
     rm -f "$dir/pid" "$dir/env" "$socket"
+    if $perRun; then rm -rf "$dir"; fi
     return 0
 }
 
@@ -149,5 +168,5 @@ case $command in
 start) start ;;
 stop) stop ;;
 env) environment ;;
-*) echo "usage: $0 start|stop|env [DIR]" >&2; exit 2 ;;
+*) echo "usage: $0 start|stop|env [DIR [--per-run]]" >&2; exit 2 ;;
 esac

@@ -22,7 +22,11 @@ std::atomic<int64_t> framesRead{0};
 }
 
 std::optional<std::string> useSoundServer() {
-    const std::string dir = SONVALE_SOUND_SERVER_DIR;
+    // Under ctest, the server of this run lives in a folder named after ctest, our parent; run
+    // by hand, the test uses a server started by hand in the build tree's folder.
+    std::string dir = SONVALE_SOUND_SERVER_DIR;
+    if (std::string run = dir + "/run-" + std::to_string(getppid()); access(run.c_str(), F_OK) == 0)
+        dir = run;
     if (std::ifstream unavailable(dir + "/unavailable"); unavailable) {
         std::stringstream reason;
         reason << unavailable.rdbuf();
