@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
     # toolchain
-    g++ cmake ninja-build pkgconf git ccache
+    g++ cmake ninja-build pkgconf git ccache clang-format
     # libraries
     qt6-base-dev qt6-svg-dev qt6-tools-dev libgl-dev
     libavformat-dev libavcodec-dev libswresample-dev libavutil-dev

@@ -1,5 +1,10 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds Sonvale with its tests (dev preset) and runs every test.
+# Installs what is missing, builds Sonvale with its tests (dev preset) and runs every test;
+# then runs the core, engine and command-line tests again under AddressSanitizer (with
+# UndefinedBehaviorSanitizer) and ThreadSanitizer.
+#
+# Arguments go to the dev preset's ctest (`scripts/test.sh -R Loudness`); a run with
+# arguments is a focused one and skips the sanitizer builds.
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 "$here/scripts/setup-deps.sh"
@@ -7,3 +12,5 @@ cd "$here"
 cmake --preset dev >/dev/null
 cmake --build --preset dev -j2
 ctest --preset dev -j2 "$@"
+[[ $# -gt 0 ]] && exit 0
+scripts/test-sanitizers.sh
