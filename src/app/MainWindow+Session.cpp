@@ -3,23 +3,17 @@
 #include "app/SnapshotsDialog.h"
 #include "app/canvas/WaveformCanvas.h"
 #include "editor/EditorModel.h"
-#include "persistence/Preferences.h"
-#include "persistence/SessionBundle.h"
 
 #include <QBuffer>
 #include <QDir>
 #include <QFileDialog>
 #include <QFile>
 #include <QFileInfo>
-#include <QListWidget>
-#include <QMenu>
 #include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
 #include <QStandardPaths>
 #include <QTimer>
-
-#include <map>
 
 // The window's session commands: saving, opening, reverting, snapshots, the questions asked
 // before anything is closed that would lose an edit, and locating missing files.
@@ -31,7 +25,6 @@ namespace {
 QString qs(const std::string& text) {
     return QString::fromStdString(text);
 }
-
 
 bool isBundle(const QString& path) {
     return EditorModel::isSessionDocument(path.toStdString());
@@ -117,42 +110,6 @@ private:
 void MainWindow::refreshTitle() {
     setWindowTitle(qs(model.documentName()) + "[*]");
     setWindowModified(model.needsSaving());
-}
-
-void MainWindow::refreshSessionActions() {
-    const bool saving = model.isSavingDocument();
-    const bool hasDocument = model.document().has_value();
-    auto set = [this](const char* name, bool enabled) { actions[name]->setEnabled(enabled); };
-    for (const char* name : {"newSession", "openSession", "saveSession", "saveSessionAs"})
-        set(name, !saving);
-    recentMenu->menuAction()->setEnabled(!saving);
-    set("revertToSaved", hasDocument && !saving && model.isDocumentEdited());
-    set("snapshots", hasDocument && !saving);
-}
-
-// The recent bundles; those no longer there are shown but can't be chosen.
-void MainWindow::rebuildRecentMenu() {
-    recentMenu->clear();
-    const std::vector<std::string>& recents = model.preferences().recentSessions();
-    std::map<std::string, int> nameCount;
-    for (const std::string& path : recents)
-        ++nameCount[SessionBundle::displayName(std::filesystem::path(path))];
-    for (const std::string& path : recents) {
-        const std::filesystem::path url(path);
-        const std::string name = SessionBundle::displayName(url);
-        QString text = qs(name);
-        if (nameCount[name] > 1)
-            text += QString::fromUtf8(" \u2014 ") + qs(url.parent_path().filename().string());
-        QAction* entry = recentMenu->addAction(text, this, [this, url] { openSession(url); });
-        entry->setToolTip(qs(path));
-        std::error_code error;
-        entry->setEnabled(std::filesystem::is_directory(url, error));
-    }
-    if (!recents.empty()) recentMenu->addSeparator();
-    QAction* clear = recentMenu->addAction("Clear Menu", this,
-                                           [this] { model.preferences().clearRecentSessions(); });
-    clear->setObjectName("clearRecentSessions");
-    clear->setEnabled(!recents.empty());
 }
 
 void MainWindow::askToLeaveSession(bool quitting, std::function<void()> proceed) {

@@ -43,7 +43,7 @@ struct Harness {
 
     // Save Session As through its dialog; true once the bundle is the open document.
     bool saveAs(const fs::path& bundle) {
-        window.action("saveSessionAs")->trigger();
+        window.action(ActionID::saveSessionAs)->trigger();
         QFileDialog* dialog = window.sessionDialog();
         if (!dialog) return false;
         dialog->selectFile(qs(bundle));
@@ -69,23 +69,23 @@ class SessionWindowTests : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void theFileMenuOffersTheSessionCommands_data() {
-        QTest::addColumn<QString>("name");
+        QTest::addColumn<ActionID>("id");
         QTest::addColumn<QKeySequence>("shortcut");
         QTest::addColumn<bool>("enabledWithoutDocument");
-        QTest::newRow("new") << "newSession" << QKeySequence("Ctrl+N") << true;
-        QTest::newRow("open") << "openSession" << QKeySequence() << true;
-        QTest::newRow("save") << "saveSession" << QKeySequence("Ctrl+S") << true;
-        QTest::newRow("save as") << "saveSessionAs" << QKeySequence("Ctrl+Shift+S") << true;
-        QTest::newRow("revert") << "revertToSaved" << QKeySequence() << false;
-        QTest::newRow("snapshots") << "snapshots" << QKeySequence() << false;
+        QTest::newRow("new") << ActionID::newSession << QKeySequence("Ctrl+N") << true;
+        QTest::newRow("open") << ActionID::openSession << QKeySequence() << true;
+        QTest::newRow("save") << ActionID::saveSession << QKeySequence("Ctrl+S") << true;
+        QTest::newRow("save as") << ActionID::saveSessionAs << QKeySequence("Ctrl+Shift+S") << true;
+        QTest::newRow("revert") << ActionID::revertToSaved << QKeySequence() << false;
+        QTest::newRow("snapshots") << ActionID::snapshots << QKeySequence() << false;
     }
 
     void theFileMenuOffersTheSessionCommands() {
-        QFETCH(QString, name);
+        QFETCH(ActionID, id);
         QFETCH(QKeySequence, shortcut);
         QFETCH(bool, enabledWithoutDocument);
         Harness h;
-        QAction* action = h.window.action(name);
+        QAction* action = h.window.action(id);
         QVERIFY(action);
         QVERIFY(h.window.menuBar()->actions().first()->menu()->actions().contains(action));
         QCOMPARE(action->shortcut(), shortcut);
@@ -99,12 +99,12 @@ private Q_SLOTS:
         QVERIFY(track);
         QVERIFY(!h.window.isWindowModified());
         track->setSelection(FrameRange{0, 1000});
-        h.window.action("delete")->trigger();
+        h.window.action(ActionID::deleteSelection)->trigger();
         QCOMPARE(h.window.windowTitle(), QString("Untitled Session[*]"));
         QVERIFY(h.window.isWindowModified());
 
         // Save without a document asks where, proposing the untitled name.
-        h.window.action("saveSession")->trigger();
+        h.window.action(ActionID::saveSession)->trigger();
         QVERIFY(h.window.sessionDialog());
         QVERIFY(h.window.sessionDialog()->selectedFiles().value(0).endsWith(
             "/Untitled Session.sonvale"));
@@ -115,15 +115,15 @@ private Q_SLOTS:
         QVERIFY(fs::is_regular_file(folder / "Take.sonvale" / "Session.json"));
         QCOMPARE(h.window.windowTitle(), QString("Take[*]"));
         QVERIFY(!h.window.isWindowModified());
-        QVERIFY(h.window.action("snapshots")->isEnabled());
-        QVERIFY(!h.window.action("revertToSaved")->isEnabled());
+        QVERIFY(h.window.action(ActionID::snapshots)->isEnabled());
+        QVERIFY(!h.window.action(ActionID::revertToSaved)->isEnabled());
         QCOMPARE(h.preferences.recentSessions(), std::vector{(folder / "Take.sonvale").string()});
         auto* recent = h.window.findChild<QMenu*>("openRecentMenu");
         QCOMPARE(recent->actions().first()->text(), QString("Take"));
 
         track->setGainDB(-6);
         QVERIFY(h.window.isWindowModified());
-        QVERIFY(h.window.action("revertToSaved")->isEnabled());
+        QVERIFY(h.window.action(ActionID::revertToSaved)->isEnabled());
     }
 
     void closingWithUnsavedChangesAsksFirst_data() {
@@ -152,7 +152,7 @@ private Q_SLOTS:
         auto track = h.openAndLoad(test::fixture("stereo-s16.wav"));
         QVERIFY(track);
         track->setSelection(FrameRange{0, 1000});
-        h.window.action("delete")->trigger();
+        h.window.action(ActionID::deleteSelection)->trigger();
         if (withDocument) {
             QVERIFY(h.saveAs(folder / "Take.sonvale"));
             track->setGainDB(-6);
@@ -192,10 +192,15 @@ private Q_SLOTS:
         QVERIFY(!h.window.isWindowModified());
 
         // Nothing to lose: no question.
-        h.window.action("newSession")->trigger();
+        h.window.action(ActionID::newSession)->trigger();
         QVERIFY(!h.window.sessionQuestion());
         QVERIFY(h.model.tracks().empty());
         QCOMPARE(h.window.windowTitle(), QString("Untitled Session[*]"));
+
+        // File > Open Recent opens it again.
+        h.window.findChild<QMenu*>("openRecentMenu")->actions().first()->trigger();
+        QTRY_COMPARE_WITH_TIMEOUT(h.window.windowTitle(), QString("Take[*]"), 10000);
+        QCOMPARE(h.model.tracks().size(), size_t(1));
     }
 
     void revertingAsksWhetherToKeepFilesMadeSinceTheSave_data() {
@@ -222,7 +227,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(h.model.tracks().size(), size_t(2), 10000);
         const fs::path made = h.model.tracks().at(1)->url();
 
-        h.window.action("revertToSaved")->trigger();
+        h.window.action(ActionID::revertToSaved)->trigger();
         buttonTitled(h.window.sessionQuestion(), "Revert")->click();
         auto* box = h.window.findChild<QMessageBox*>("keepNewFilesQuestion");
         QVERIFY(box);
@@ -247,7 +252,7 @@ private Q_SLOTS:
         h.window.resize(1600, 900);
         QVERIFY(h.saveAs(folder / "Take.sonvale"));
         h.model.tracks().at(0)->setGainDB(-6);
-        h.window.action("saveSession")->trigger();
+        h.window.action(ActionID::saveSession)->trigger();
         // The save shows its progress in the status bar while it runs.
         QCOMPARE(h.window.findChild<QLabel*>("statusText")->text(),
                  QString::fromUtf8("Saving Session\u2026"));
@@ -260,7 +265,7 @@ private Q_SLOTS:
         QVERIFY(!h.model.needsSaving());
         h.model.tracks().at(0)->setGainDB(-12);
 
-        h.window.action("snapshots")->trigger();
+        h.window.action(ActionID::snapshots)->trigger();
         auto* dialog = h.window.findChild<SnapshotsDialog*>();
         QVERIFY(dialog);
         QListWidget* list = dialog->list();
@@ -296,11 +301,11 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(EditorModel::isMissing(*track), 10000);
         QVERIFY(h.window.trackList()->item(0)->text().endsWith(
             QString::fromStdString(EditorModel::missingFileMessage(folder / "take.wav"))));
-        QVERIFY(h.window.trackList()->actions().contains(h.window.action("locateMissing")));
-        QVERIFY(h.window.action("locateMissing")->isEnabled());
+        QVERIFY(h.window.trackList()->actions().contains(h.window.action(ActionID::locateMissing)));
+        QVERIFY(h.window.action(ActionID::locateMissing)->isEnabled());
         QVERIFY(!h.window.findChild<QPushButton*>("locateButton")->isHidden());
 
-        h.window.action("locateMissing")->trigger();
+        h.window.action(ActionID::locateMissing)->trigger();
         QFileDialog* dialog = h.window.sessionDialog();
         QVERIFY(dialog);
         QCOMPARE(dialog->directory().absolutePath(), qs(folder.path()));

@@ -1,4 +1,5 @@
 #include "app/AboutDialog.h"
+#include "app/DurationText.h"
 #include "app/LevelMeterWidget.h"
 #include "app/MainWindow.h"
 #include "app/QtExecutor.h"
@@ -28,6 +29,7 @@
 #include <memory>
 
 using namespace sonvale;
+using ID = ActionID;
 
 namespace {
 
@@ -44,7 +46,9 @@ struct Harness {
 
     ~Harness() { executor.waitForBackground(); }
 
-    bool enabled(const char* action) const { return window.action(action)->isEnabled(); }
+    bool enabled(ActionID id) const { return window.action(id)->isEnabled(); }
+    // The action's object name, for failure messages.
+    QString name(ActionID id) const { return window.action(id)->objectName(); }
 
     // Opens a fixture through the model and waits until its audio is there.
     AudioTrackPtr openAndLoad(const char* name) {
@@ -159,14 +163,14 @@ private Q_SLOTS:
         QListWidgetItem* item = h.window.trackList()->item(0);
         QVERIFY2(item->text().endsWith(message), qPrintable(item->text()));
         QCOMPARE(item->toolTip(), message);
-        QVERIFY(!h.enabled("export"));
+        QVERIFY(!h.enabled(ID::exportAudio));
     }
 
     void removingFromTheListDropsTheSelectedTracks() {
         Harness h;
         QVERIFY(h.openAndLoad("mono.wav"));
         QVERIFY(h.openAndLoad("stereo-s16.wav"));
-        h.window.action("removeTracks")->trigger();
+        h.window.action(ID::removeTracks)->trigger();
         QCOMPARE(h.model.tracks().size(), size_t(1));
         QCOMPARE(h.window.trackList()->count(), 1);
         QCOMPARE(h.model.tracks()[0]->name(), std::string("mono"));
@@ -191,38 +195,38 @@ private Q_SLOTS:
 
     void commandsAreEnabledOnlyWhenTheModelAllowsThem() {
         Harness h;
-        for (const char* name :
-             {"export", "exportRegions", "cut", "copy", "paste", "delete", "undo",
-              "trimToSelection", "trimSilence", "selectAll", "newTrackFromSelection", "addMarker",
-              "removeAllMarkers", "zoomIn", "zoomToSelection"})
-            QVERIFY2(!h.enabled(name), name);
-        QVERIFY(h.enabled("open"));
+        for (ID id : {ID::exportAudio, ID::exportRegions, ID::cut, ID::copy, ID::paste,
+                      ID::deleteSelection, ID::undo, ID::trimToSelection, ID::trimSilence,
+                      ID::selectAll, ID::newTrackFromSelection, ID::addMarker, ID::removeAllMarkers,
+                      ID::zoomIn, ID::zoomToSelection})
+            QVERIFY2(!h.enabled(id), qPrintable(h.name(id)));
+        QVERIFY(h.enabled(ID::open));
 
         auto track = h.openAndLoad("stereo-s16.wav");
         QVERIFY(track);
         // Audio but no selection: export, trim silence, markers, zoom; nothing that needs a
         // selection.
-        for (const char* name :
-             {"export", "trimSilence", "selectAll", "addMarker", "zoomIn", "zoomToFit"})
-            QVERIFY2(h.enabled(name), name);
-        for (const char* name :
-             {"cut", "copy", "delete", "trimToSelection", "newTrackFromSelection", "paste",
-              "exportRegions", "zoomToSelection", "undo"})
-            QVERIFY2(!h.enabled(name), name);
-        QCOMPARE(h.window.action("addMarker")->text(), QString("Add Marker at Playhead"));
+        for (ID id : {ID::exportAudio, ID::trimSilence, ID::selectAll, ID::addMarker, ID::zoomIn,
+                      ID::zoomToFit})
+            QVERIFY2(h.enabled(id), qPrintable(h.name(id)));
+        for (ID id : {ID::cut, ID::copy, ID::deleteSelection, ID::trimToSelection,
+                      ID::newTrackFromSelection, ID::paste, ID::exportRegions, ID::zoomToSelection,
+                      ID::undo})
+            QVERIFY2(!h.enabled(id), qPrintable(h.name(id)));
+        QCOMPARE(h.window.action(ID::addMarker)->text(), QString("Add Marker at Playhead"));
 
         track->setSelection(FrameRange{1000, 20000});
-        for (const char* name : {"cut", "copy", "delete", "trimToSelection",
-                                 "newTrackFromSelection", "zoomToSelection"})
-            QVERIFY2(h.enabled(name), name);
-        QCOMPARE(h.window.action("addMarker")->text(), QString("Add Region from Selection"));
-        QVERIFY(!h.enabled("paste"));
-        h.window.action("copy")->trigger();
-        QVERIFY(h.enabled("paste"));
+        for (ID id : {ID::cut, ID::copy, ID::deleteSelection, ID::trimToSelection,
+                      ID::newTrackFromSelection, ID::zoomToSelection})
+            QVERIFY2(h.enabled(id), qPrintable(h.name(id)));
+        QCOMPARE(h.window.action(ID::addMarker)->text(), QString("Add Region from Selection"));
+        QVERIFY(!h.enabled(ID::paste));
+        h.window.action(ID::copy)->trigger();
+        QVERIFY(h.enabled(ID::paste));
 
-        h.window.action("addMarker")->trigger();
-        QVERIFY(h.enabled("exportRegions"));
-        QVERIFY(h.enabled("removeAllMarkers"));
+        h.window.action(ID::addMarker)->trigger();
+        QVERIFY(h.enabled(ID::exportRegions));
+        QVERIFY(h.enabled(ID::removeAllMarkers));
     }
 
     // ---- editing with the keyboard
@@ -236,14 +240,14 @@ private Q_SLOTS:
         track->setSelection(FrameRange{0, 4410});
         QTest::keySequence(&h.window, QKeySequence::Cut);
         QCOMPARE(track->frameCount(), frames - 4410);
-        QCOMPARE(h.window.action("undo")->text(), QString("Undo Cut"));
+        QCOMPARE(h.window.action(ID::undo)->text(), QString("Undo Cut"));
         QCOMPARE(h.window.trackList()->item(0)->toolTip(), QString("Edited, not exported"));
-        QVERIFY(h.enabled("paste"));
+        QVERIFY(h.enabled(ID::paste));
 
         QTest::keySequence(&h.window, QKeySequence::Undo);
         QCOMPARE(track->frameCount(), frames);
-        QVERIFY(!h.enabled("undo"));
-        QCOMPARE(h.window.action("redo")->text(), QString("Redo Cut"));
+        QVERIFY(!h.enabled(ID::undo));
+        QCOMPARE(h.window.action(ID::redo)->text(), QString("Redo Cut"));
         QCOMPARE(h.window.trackList()->item(0)->toolTip(), QString());
     }
 
@@ -270,7 +274,7 @@ private Q_SLOTS:
                  qPrintable(QString::number(selected.lower)));
         QVERIFY2(std::abs(double(selected.upper) - 38400) < tolerance,
                  qPrintable(QString::number(selected.upper)));
-        QVERIFY(h.enabled("cut"));
+        QVERIFY(h.enabled(ID::cut));
 
         const int64_t frames = track->frameCount();
         QTest::keySequence(&h.window, QKeySequence::Cut);
@@ -287,9 +291,9 @@ private Q_SLOTS:
         QTest::keySequence(&h.window, QKeySequence::SelectAll);
         QVERIFY(track->selection());
         QCOMPARE(*track->selection(), (FrameRange{0, track->frameCount()}));
-        QCOMPARE(child<QLabel>(&h.window, "timeDisplay")->text().section('\n', 1),
-                 QString::fromUtf8("0:00.0\u2013%1 (%1)")
-                     .arg(MainWindow::durationText(track->audio()->duration())));
+        QCOMPARE(
+            child<QLabel>(&h.window, "timeDisplay")->text().section('\n', 1),
+            QString::fromUtf8("0:00.0\u2013%1 (%1)").arg(durationText(track->audio()->duration())));
     }
 
     // ---- gain and normalization
@@ -346,7 +350,7 @@ private Q_SLOTS:
         auto track = h.openAndLoad("stereo-s16.wav");
         QVERIFY(track);
         track->setSelection(FrameRange{0, 22050});
-        h.window.action("export")->trigger();
+        h.window.action(ID::exportAudio)->trigger();
         QFileDialog* dialog = h.window.exportDialog();
         QVERIFY(dialog);
         QCOMPARE(dialog->windowTitle(), QString("Export Audio"));
@@ -369,7 +373,7 @@ private Q_SLOTS:
 
         // Confirming writes the whole track when "Entire track" is chosen, and marks it exported.
         track->setSelection(FrameRange{0, 100});
-        h.window.action("delete")->trigger();
+        h.window.action(ID::deleteSelection)->trigger();
         QCOMPARE(h.window.trackList()->item(0)->toolTip(), QString("Edited, not exported"));
         range->setCurrentIndex(1);
         test::TemporaryFolder folder;
@@ -386,7 +390,7 @@ private Q_SLOTS:
     void withoutASelectionTheWholeTrackIsTheOnlyRange() {
         Harness h;
         QVERIFY(h.openAndLoad("mono.wav"));
-        h.window.action("export")->trigger();
+        child<QToolButton>(&h.window, "exportButton")->click();
         QFileDialog* dialog = h.window.exportDialog();
         QVERIFY(dialog);
         QVERIFY(child<QComboBox>(dialog, "exportFormat"));
@@ -401,7 +405,7 @@ private Q_SLOTS:
         QVERIFY(track);
         track->addMarker(0, FrameRange{0, 1000});
         track->addMarker(0, FrameRange{2000, 3000});
-        h.window.action("exportRegions")->trigger();
+        child<QPushButton>(&h.window, "exportRegionsButton")->click();
         QFileDialog* dialog = h.window.exportDialog();
         QVERIFY(dialog);
         QCOMPARE(dialog->windowTitle(), QString("Export Regions"));
@@ -436,7 +440,7 @@ private Q_SLOTS:
         auto track = h.openAndLoad("stereo-s16.wav");
         QVERIFY(track);
         track->setSelection(FrameRange{0, track->frameCount()});
-        h.window.action("cut")->trigger();
+        h.window.action(ID::cut)->trigger();
         QVERIFY(h.window.alertBox());
         QCOMPARE(h.window.alertBox()->text(), QString("Cut failed"));
         QCOMPARE(h.window.alertBox()->informativeText(),
@@ -458,13 +462,13 @@ private Q_SLOTS:
             if (list->topLevelItem(i)->text(0) == "Region 1") region = list->topLevelItem(i);
         QVERIFY(region);
         const double rate = track->sampleRate();
-        QCOMPARE(region->text(1), MainWindow::durationText(22050 / rate));
-        QCOMPARE(region->text(2), MainWindow::durationText(66150 / rate));
-        QCOMPARE(MainWindow::durationText(3725.25), QString("1:02:05.2"));
+        QCOMPARE(region->text(1), durationText(22050 / rate));
+        QCOMPARE(region->text(2), durationText(66150 / rate));
+        QCOMPARE(durationText(3725.25), QString("1:02:05.2"));
 
         region->setText(0, "Intro");
         QCOMPARE(track->regions().at(0).name, std::string("Intro"));
-        QCOMPARE(h.window.action("undo")->text(), QString("Undo Rename Region"));
+        QCOMPARE(h.window.action(ID::undo)->text(), QString("Undo Rename Region"));
         // A blank name changes nothing and the list shows the kept name again.
         list->topLevelItem(0)->setText(0, "  ");
         QVERIFY(list->findItems("  ", Qt::MatchExactly).isEmpty());
@@ -507,7 +511,7 @@ private Q_SLOTS:
         QVERIFY(h.openAndLoad("stereo-s16.wav"));
         auto* addMenu = child<QMenu>(&h.window, "addEffectMenu");
         QVERIFY(addMenu->isEnabled());
-        QVERIFY(!h.enabled("applyEffects"));
+        QVERIFY(!h.enabled(ID::applyEffects));
         QAction* limiter = nullptr;
         for (QAction* a : addMenu->actions())
             if (a->text() == "Limiter") limiter = a;
@@ -515,21 +519,21 @@ private Q_SLOTS:
         limiter->trigger();
         QVERIFY(h.model.effectChain());
         QVERIFY(!h.window.effectsPanelDock()->isHidden());
-        QVERIFY(h.enabled("applyEffects"));
-        h.window.action("closeEffects")->trigger();
+        QVERIFY(h.enabled(ID::applyEffects));
+        h.window.action(ID::closeEffects)->trigger();
         QVERIFY(!h.model.effectChain());
         QVERIFY(h.window.effectsPanelDock()->isHidden());
-        QVERIFY(!h.enabled("closeEffects"));
+        QVERIFY(!h.enabled(ID::closeEffects));
     }
 
     void settingsAndAboutOpenTheirWindows() {
         Harness h;
         QVERIFY(h.window.findChild<SettingsDialog*>() == nullptr);
-        h.window.action("settings")->trigger();
+        h.window.action(ID::settings)->trigger();
         auto* settings = h.window.findChild<SettingsDialog*>();
         QVERIFY(settings);
         QVERIFY(settings->isVisible());
-        h.window.action("about")->trigger();
+        h.window.action(ID::about)->trigger();
         auto* about = h.window.findChild<AboutDialog*>();
         QVERIFY(about);
         QVERIFY(about->isVisible());
@@ -599,6 +603,8 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(track->currentLoudness().has_value(), 10000);
         const QImage image = h.window.grab().toImage();
         QCOMPARE(image.size(), QSize(1280, 760)); // the layout fits a laptop screen
+        // The list has the focus at the start, so its selection is drawn as focused.
+        QCOMPARE(h.window.focusWidget(), h.window.trackList());
         // Beside the fixtures, in the build folder: build/dev/screenshots.
         const QString dir = QDir(QString(SONVALE_FIXTURE_DIR) + "/../screenshots").absolutePath();
         QDir().mkpath(dir);

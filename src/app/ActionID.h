@@ -1,0 +1,61 @@
+#pragma once
+
+namespace sonvale {
+
+// One value per command of the window's menus. The program finds its actions by these; each
+// QAction also carries an object name ("cut", "export" ...) for accessibility tools and tests.
+enum class ActionID {
+    // File
+    newSession,
+    open,
+    openSession,
+    saveSession,
+    saveSessionAs,
+    revertToSaved,
+    snapshots,
+    exportAudio,
+    exportRegions,
+    newTrackFromSelection,
+    removeTracks,
+    locateMissing, // in the track list's context menu only
+    settings,
+    quit,
+    // Edit
+    undo,
+    redo,
+    cut,
+    copy,
+    paste,
+    deleteSelection,
+    trimToSelection,
+    trimSilence,
+    selectAll,
+    // View
+    zoomIn,
+    zoomOut,
+    zoomToSelection,
+    zoomToFit,
+    verticalZoomIn,
+    verticalZoomOut,
+    // Markers
+    addMarker,
+    previousMarker,
+    nextMarker,
+    removeAllMarkers,
+    // Playback
+    play,
+    loop,
+    slower,
+    faster,
+    normalizePeak,
+    previousTrack,
+    nextTrack,
+    // Effects
+    showEffects,
+    applyEffects,
+    closeEffects,
+    // Help
+    about,
+};
+
+} // namespace sonvale

@@ -1,0 +1,81 @@
+#include "app/InspectorPanel.h"
+
+#include "app/DurationText.h"
+#include "editor/EditorModel.h"
+#include "engine/LevelMeter.h"
+
+#include <QFileInfo>
+#include <QFormLayout>
+#include <QLabel>
+#include <QLocale>
+
+namespace sonvale {
+
+namespace {
+
+QString channelsText(int count) {
+    if (count == 1) return "Mono";
+    if (count == 2) return "Stereo";
+    return QString::number(count);
+}
+
+} // namespace
+
+InspectorPanel::InspectorPanel(EditorModel& model, QWidget* parent)
+    : QWidget(parent)
+    , model(model) {
+    setObjectName("inspector");
+    auto* form = new QFormLayout(this);
+    auto add = [&](const char* label, QLabel*& field, const char* name) {
+        field = new QLabel(this);
+        field->setObjectName(name);
+        field->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        field->setWordWrap(true);
+        form->addRow(label, field);
+    };
+    add("File:", fileLabel, "inspectorFile");
+    add("Format:", formatLabel, "inspectorFormat");
+    add("Duration:", durationLabel, "inspectorDuration");
+    add("Sample rate:", rateLabel, "inspectorSampleRate");
+    add("Channels:", channelsLabel, "inspectorChannels");
+    add("Peak:", peakLabel, "inspectorPeak");
+    add("Loudness:", loudnessLabel, "inspectorLoudness");
+    add("Gain:", gainLabel, "inspectorGain");
+    modelConnections.add(model.selectionChanged.connect([this] { watchActiveTrack(); }));
+    watchActiveTrack();
+}
+
+void InspectorPanel::watchActiveTrack() {
+    trackConnections.clear();
+    if (auto track = model.activeTrack()) {
+        for (auto* signal : {&track->stateChanged, &track->audioChanged, &track->gainChanged,
+                             &track->cachesChanged})
+            trackConnections.add(signal->connect([this] { refresh(); }));
+        if (track->isReady()) model.measureLoudness(track);
+    }
+    refresh();
+}
+
+void InspectorPanel::refresh() {
+    const auto track = model.activeTrack();
+    const auto audio = track ? track->audio() : nullptr;
+    const QString none = QString::fromUtf8("\u2014");
+    const QString path = track ? QString::fromStdString(track->url().string()) : QString();
+    fileLabel->setText(track ? QFileInfo(path).fileName() : none);
+    fileLabel->setToolTip(path);
+    formatLabel->setText(track ? QFileInfo(path).suffix().toUpper() : none);
+    durationLabel->setText(audio ? durationText(audio->duration()) : none);
+    rateLabel->setText(audio ? QLocale().toString(audio->sampleRate, 'f', 0) + " Hz" : none);
+    channelsLabel->setText(audio ? channelsText(audio->channelCount()) : none);
+    peakLabel->setText(audio ? QString::asprintf("%.1f dBFS", double(levelDB(audio->peak, -120)))
+                             : none);
+    if (!audio)
+        loudnessLabel->setText(none);
+    else if (auto lufs = track->currentLoudness())
+        loudnessLabel->setText(QString::asprintf("%.1f LUFS", *lufs));
+    else
+        loudnessLabel->setText(QString::fromUtf8("Measuring\u2026"));
+    gainLabel->setText(track ? QString::asprintf("%+.1f dB", double(track->gainDB())) : none);
+}
+
+} // namespace sonvale

@@ -1,0 +1,282 @@
+#include "app/MainMenus.h"
+
+#include "editor/EditorModel.h"
+#include "engine/PlaybackEngine.h"
+#include "persistence/Preferences.h"
+#include "persistence/SessionBundle.h"
+
+#include <QAction>
+#include <QMainWindow>
+#include <QMenu>
+#include <QMenuBar>
+#include <filesystem>
+#include <map>
+
+namespace sonvale {
+
+namespace {
+
+QString qs(const std::string& text) {
+    return QString::fromStdString(text);
+}
+
+} // namespace
+
+MainMenus::MainMenus(EditorModel& model, QMainWindow& window, QMenu& effectKinds)
+    : QObject(&window)
+    , model(model)
+    , window(window) {
+    build(effectKinds);
+    modelConnections.add(model.selectionChanged.connect([this] { watchActiveTrack(); }));
+    for (auto* signal :
+         {&model.tracksChanged, &model.clipboardChanged, &model.exportProgressChanged,
+          &model.effectChainChanged, &model.effectsApplyProgressChanged, &model.transportChanged})
+        modelConnections.add(signal->connect([this] { refresh(); }));
+    modelConnections.add(model.documentChanged.connect([this] { refreshSessionActions(); }));
+    modelConnections.add(model.preferences().changed.connect([this](Preferences::Setting setting) {
+        if (setting == Preferences::Setting::recentSessions) rebuildRecentMenu();
+    }));
+    watchActiveTrack();
+    refreshSessionActions();
+    rebuildRecentMenu();
+}
+
+QAction* MainMenus::action(ActionID id) const {
+    auto found = actions.find(id);
+    return found == actions.end() ? nullptr : found->second;
+}
+
+QAction* MainMenus::makeAction(ActionID id, const char* name, const QString& text,
+                               const QKeySequence& shortcut, std::function<void()> run) {
+    auto* a = new QAction(text, &window);
+    a->setObjectName(name);
+    if (!shortcut.isEmpty()) a->setShortcut(shortcut);
+    a->setShortcutContext(Qt::WindowShortcut);
+    if (run) connect(a, &QAction::triggered, this, [run = std::move(run)] { run(); });
+    window.addAction(a);
+    actions[id] = a;
+    return a;
+}
+
+void MainMenus::build(QMenu& effectKinds) {
+    using ID = ActionID;
+    EditorModel& m = model;
+    QMenuBar* bar = window.menuBar();
+
+    QMenu* file = bar->addMenu("&File");
+    file->addAction(makeAction(ID::newSession, "newSession", "New Session", QKeySequence::New));
+    file->addAction(makeAction(ID::open, "open", "Open…", QKeySequence::Open));
+    file->addAction(makeAction(ID::openSession, "openSession", "Open Session…", {}));
+    recentMenu = file->addMenu("Open Recent");
+    recentMenu->setObjectName("openRecentMenu");
+    recentMenu->setToolTipsVisible(true);
+    connect(recentMenu, &QMenu::aboutToShow, this, [this] { rebuildRecentMenu(); });
+    file->addSeparator();
+    file->addAction(makeAction(ID::saveSession, "saveSession", "Save Session", QKeySequence::Save));
+    file->addAction(makeAction(ID::saveSessionAs, "saveSessionAs", "Save Session As…",
+                               QKeySequence("Ctrl+Shift+S")));
+    file->addAction(makeAction(ID::revertToSaved, "revertToSaved", "Revert to Saved", {}));
+    file->addAction(makeAction(ID::snapshots, "snapshots", "Snapshots…", {}));
+    file->addSeparator();
+    file->addAction(makeAction(ID::exportAudio, "export", "Export…", QKeySequence("Ctrl+Shift+E")));
+    file->addAction(makeAction(ID::exportRegions, "exportRegions", "Export Regions…", {}));
+    file->addAction(makeAction(ID::newTrackFromSelection, "newTrackFromSelection",
+                               "New Track from Selection", QKeySequence("Ctrl+Shift+N"),
+                               [&m] { m.newTrackFromSelection(); }));
+    file->addSeparator();
+    file->addAction(makeAction(ID::removeTracks, "removeTracks", "Remove from List",
+                               QKeySequence("Ctrl+Backspace"), [&m] {
+                                   if (!m.selectedTrackIDs().empty())
+                                       m.removeTracks(m.selectedTrackIDs());
+                               }));
+    // In the track list's context menu, for a track whose file has gone.
+    makeAction(ID::locateMissing, "locateMissing", "Locate…", {});
+    file->addSeparator();
+    file->addAction(makeAction(ID::settings, "settings", "Settings…", QKeySequence("Ctrl+,")));
+    file->addAction(makeAction(ID::quit, "quit", "Quit", QKeySequence::Quit));
+
+    QMenu* edit = bar->addMenu("&Edit");
+    edit->addAction(makeAction(ID::undo, "undo", "Undo", QKeySequence::Undo, [&m] { m.undo(); }));
+    edit->addAction(
+        makeAction(ID::redo, "redo", "Redo", QKeySequence("Ctrl+Shift+Z"), [&m] { m.redo(); }));
+    edit->addSeparator();
+    edit->addAction(
+        makeAction(ID::cut, "cut", "Cut", QKeySequence::Cut, [&m] { m.cutSelection(); }));
+    edit->addAction(
+        makeAction(ID::copy, "copy", "Copy", QKeySequence::Copy, [&m] { m.copySelection(); }));
+    edit->addAction(
+        makeAction(ID::paste, "paste", "Paste", QKeySequence::Paste, [&m] { m.paste(); }));
+    edit->addAction(makeAction(ID::deleteSelection, "delete", "Delete", QKeySequence::Delete,
+                               [&m] { m.deleteSelection(); }));
+    edit->addSeparator();
+    edit->addAction(makeAction(ID::trimToSelection, "trimToSelection", "Trim to Selection",
+                               QKeySequence("Ctrl+T"), [&m] { m.trimToSelection(); }));
+    edit->addAction(makeAction(ID::trimSilence, "trimSilence", "Trim Silence",
+                               QKeySequence("Ctrl+Shift+T"), [&m] { m.trimSilence(); }));
+    edit->addSeparator();
+    edit->addAction(
+        makeAction(ID::selectAll, "selectAll", "Select All", QKeySequence::SelectAll, [&m] {
+            if (auto track = m.activeTrack(); track && track->audio())
+                track->setSelection(FrameRange{0, track->frameCount()});
+        }));
+
+    QMenu* view = bar->addMenu("&View");
+    QAction* zoomIn = makeAction(ID::zoomIn, "zoomIn", "Zoom In", QKeySequence("Ctrl+="));
+    // Ctrl+= and Ctrl++ both zoom in, whether or not the layout needs Shift for "+".
+    zoomIn->setShortcuts({QKeySequence("Ctrl+="), QKeySequence("Ctrl++")});
+    view->addAction(zoomIn);
+    view->addAction(makeAction(ID::zoomOut, "zoomOut", "Zoom Out", QKeySequence("Ctrl+-")));
+    view->addAction(makeAction(ID::zoomToSelection, "zoomToSelection", "Zoom to Selection",
+                               QKeySequence("Ctrl+Shift+F")));
+    view->addAction(makeAction(ID::zoomToFit, "zoomToFit", "Zoom to Fit", QKeySequence("Ctrl+0")));
+    view->addSeparator();
+    view->addAction(makeAction(ID::verticalZoomIn, "verticalZoomIn", "Vertical Zoom In",
+                               QKeySequence("Ctrl+Alt+=")));
+    view->addAction(makeAction(ID::verticalZoomOut, "verticalZoomOut", "Vertical Zoom Out",
+                               QKeySequence("Ctrl+Alt+-")));
+
+    QMenu* markerMenu = bar->addMenu("&Markers");
+    markerMenu->addAction(makeAction(ID::addMarker, "addMarker", "Add Marker at Playhead",
+                                     QKeySequence("M"), [&m] { m.addMarker(); }));
+    markerMenu->addAction(makeAction(ID::previousMarker, "previousMarker", "Previous Marker",
+                                     QKeySequence("Alt+Left"), [&m] { m.jumpToMarker(-1); }));
+    markerMenu->addAction(makeAction(ID::nextMarker, "nextMarker", "Next Marker",
+                                     QKeySequence("Alt+Right"), [&m] { m.jumpToMarker(1); }));
+    markerMenu->addSeparator();
+    markerMenu->addAction(makeAction(ID::removeAllMarkers, "removeAllMarkers", "Remove All Markers",
+                                     {}, [&m] { m.removeAllMarkers(); }));
+
+    QMenu* playback = bar->addMenu("&Playback");
+    playback->addAction(makeAction(ID::play, "play", "Play", QKeySequence(Qt::Key_Space),
+                                   [&m] { m.togglePlayback(); }));
+    QAction* loop = makeAction(ID::loop, "loop", "Loop Playback", QKeySequence("Ctrl+L"),
+                               [&m] { m.loopPlayback(); });
+    loop->setCheckable(true);
+    playback->addAction(loop);
+    playback->addSeparator();
+    playback->addAction(makeAction(ID::slower, "slower", "Slower", QKeySequence("Ctrl+["),
+                                   [&m] { m.changePlaybackRate(-1); }));
+    playback->addAction(makeAction(ID::faster, "faster", "Faster", QKeySequence("Ctrl+]"),
+                                   [&m] { m.changePlaybackRate(1); }));
+    playback->addSeparator();
+    playback->addAction(makeAction(ID::normalizePeak, "normalizePeak", "Peak to 0 dBFS",
+                                   QKeySequence("Ctrl+Alt+N"), [&m] { m.normalizePeak(); }));
+    playback->addSeparator();
+    playback->addAction(makeAction(ID::previousTrack, "previousTrack", "Previous Track",
+                                   QKeySequence("Alt+Up"), [&m] { m.selectAdjacentTrack(-1); }));
+    playback->addAction(makeAction(ID::nextTrack, "nextTrack", "Next Track",
+                                   QKeySequence("Alt+Down"), [&m] { m.selectAdjacentTrack(1); }));
+
+    QMenu* effectsMenu = bar->addMenu("Effec&ts");
+    addEffectMenu = effectsMenu->addMenu("Add Effect");
+    addEffectMenu->setObjectName("addEffectMenu");
+    for (QAction* kindAction : effectKinds.actions())
+        addEffectMenu->addAction(kindAction);
+    effectsMenu->addAction(
+        makeAction(ID::showEffects, "showEffects", "Show Effects", QKeySequence("Ctrl+E")));
+    effectsMenu->addSeparator();
+    effectsMenu->addAction(makeAction(ID::applyEffects, "applyEffects", "Apply to Selection", {},
+                                      [&m] { m.applyEffects(); }));
+    effectsMenu->addAction(makeAction(ID::closeEffects, "closeEffects", "Close Effects", {},
+                                      [&m] { m.closeEffects(); }));
+
+    QMenu* help = bar->addMenu("&Help");
+    help->addAction(makeAction(ID::about, "about", "About Sonvale", {}));
+}
+
+void MainMenus::watchActiveTrack() {
+    trackConnections.clear();
+    if (auto track = model.activeTrack())
+        for (auto* signal :
+             {&track->stateChanged, &track->audioChanged, &track->selectionChanged,
+              &track->markersChanged, &track->revisionsChanged, &track->undoStack().changed,
+              &track->cachesChanged, &track->recordingChanged})
+            trackConnections.add(signal->connect([this] { refresh(); }));
+    refresh();
+}
+
+void MainMenus::refresh() {
+    using ID = ActionID;
+    const EditorModel& m = model;
+    auto set = [this](ActionID id, bool enabled) { action(id)->setEnabled(enabled); };
+    const auto track = m.activeTrack();
+    const bool audio = track && track->audio();
+    set(ID::exportAudio, m.canExport());
+    set(ID::exportRegions, m.canExportRegions());
+    set(ID::newTrackFromSelection, m.canEdit());
+    set(ID::removeTracks, !m.selectedTrackIDs().empty());
+    set(ID::undo, m.canUndo());
+    set(ID::redo, m.canRedo());
+    action(ID::undo)->setText(qs(m.undoMenuTitle()));
+    action(ID::redo)->setText(qs(m.redoMenuTitle()));
+    set(ID::cut, m.canEdit());
+    set(ID::copy, m.canCopy());
+    set(ID::paste, m.canPaste());
+    set(ID::deleteSelection, m.canEdit());
+    set(ID::trimToSelection, m.canEdit());
+    set(ID::trimSilence, audio && !track->isRecording());
+    set(ID::selectAll, audio);
+    for (ID id : {ID::zoomIn, ID::zoomOut, ID::zoomToFit, ID::verticalZoomIn, ID::verticalZoomOut})
+        set(id, audio);
+    set(ID::zoomToSelection, track && track->selection().has_value());
+    set(ID::addMarker, m.canAddMarker());
+    action(ID::addMarker)->setText(qs(m.addMarkerTitle()));
+    set(ID::previousMarker, m.hasMarkers());
+    set(ID::nextMarker, m.hasMarkers());
+    set(ID::removeAllMarkers, m.hasMarkers());
+    set(ID::play, m.canPlay() || m.isPlaying());
+    action(ID::play)->setText(m.isPlaying() ? "Stop" : "Play");
+    set(ID::loop, m.canPlay() || m.isPlaying());
+    action(ID::loop)->setChecked(m.isLooping());
+    set(ID::slower, m.playbackRate() > PlaybackEngine::playbackRates.front());
+    set(ID::faster, m.playbackRate() < PlaybackEngine::playbackRates.back());
+    set(ID::normalizePeak, m.canNormalize());
+    set(ID::showEffects, m.effectChain() != nullptr);
+    set(ID::applyEffects, m.effectChain() != nullptr && !m.effectsApplyProgress());
+    set(ID::closeEffects, m.effectChain() != nullptr && !m.effectsApplyProgress());
+    addEffectMenu->setEnabled(m.canAddEffect());
+    set(ID::previousTrack, !m.tracks().empty());
+    set(ID::nextTrack, !m.tracks().empty());
+    const bool missing = track && EditorModel::isMissing(*track);
+    set(ID::locateMissing, missing);
+    action(ID::locateMissing)->setVisible(missing);
+}
+
+void MainMenus::refreshSessionActions() {
+    using ID = ActionID;
+    const bool saving = model.isSavingDocument();
+    const bool hasDocument = model.document().has_value();
+    for (ID id : {ID::newSession, ID::openSession, ID::saveSession, ID::saveSessionAs})
+        action(id)->setEnabled(!saving);
+    recentMenu->menuAction()->setEnabled(!saving);
+    action(ID::revertToSaved)->setEnabled(hasDocument && !saving && model.isDocumentEdited());
+    action(ID::snapshots)->setEnabled(hasDocument && !saving);
+}
+
+// The recent bundles; those no longer there are shown but can't be chosen.
+void MainMenus::rebuildRecentMenu() {
+    recentMenu->clear();
+    const std::vector<std::string>& recents = model.preferences().recentSessions();
+    std::map<std::string, int> nameCount;
+    for (const std::string& path : recents)
+        ++nameCount[SessionBundle::displayName(std::filesystem::path(path))];
+    for (const std::string& path : recents) {
+        const std::filesystem::path url(path);
+        const std::string name = SessionBundle::displayName(url);
+        QString text = qs(name);
+        if (nameCount[name] > 1)
+            text += QString::fromUtf8(" \u2014 ") + qs(url.parent_path().filename().string());
+        QAction* entry = recentMenu->addAction(
+            text, this, [this, path = qs(path)] { Q_EMIT recentSessionChosen(path); });
+        entry->setToolTip(qs(path));
+        std::error_code error;
+        entry->setEnabled(std::filesystem::is_directory(url, error));
+    }
+    if (!recents.empty()) recentMenu->addSeparator();
+    QAction* clear = recentMenu->addAction("Clear Menu", this,
+                                           [this] { model.preferences().clearRecentSessions(); });
+    clear->setObjectName("clearRecentSessions");
+    clear->setEnabled(!recents.empty());
+}
+
+} // namespace sonvale
