@@ -37,8 +37,12 @@ void EditorModel::setEffectChain(EffectChainPtr chain) {
             [weak = std::weak_ptr<EditorModel*>(self)] {
                 if (auto model = weak.lock()) (*model)->rebuildEffectPreview();
             });
-        // Another active track may have another rate or channel count.
-        trackSwitchConnection = selectionChanged.connect([this] { rebuildEffectPreview(); });
+        // Another active track may have another rate or channel count. Playback builds its
+        // preview for what it plays (also when it carries on on the newly selected track); the
+        // model's own stand-in follows the active track.
+        trackSwitchConnection = selectionChanged.connect([this] {
+            if (!previewHooks.install) rebuildEffectPreview();
+        });
     }
     effectChainChanged.emit();
 }

@@ -153,7 +153,7 @@ public:
     void rebuildEffectPreview();
 
     // Where playback connects the live preview: `install` receives a factory of preview
-    // processors for the output's format (an empty function takes the preview out), and
+    // processors for the played content's format (an empty function takes the preview out), and
     // `setBypassed` the chain-wide bypass. Without hooks the preview is built for the active
     // track's rate and channel count into effectPreviewInsert().
     using EffectFactory =

@@ -24,6 +24,12 @@ bool EffectInsert::hasProcessor() const {
     return has;
 }
 
+void EffectInsert::resetProcessor() {
+    lockSlot();
+    if (slot) slot->reset();
+    unlockSlot();
+}
+
 void EffectInsert::process(float* left, float* right, int64_t frameCount) noexcept {
     float* buffers[2] = {left, right};
     process(buffers, right ? 2 : 1, frameCount);
@@ -32,7 +38,7 @@ void EffectInsert::process(float* left, float* right, int64_t frameCount) noexce
 void EffectInsert::process(float* const* buffers, int bufferCount, int64_t frameCount) noexcept {
     if (isBypassed()) return;
     if (busy.test_and_set(std::memory_order_acquire)) return; // a swap: pass this block through
-    if (slot && slotChannels <= bufferCount) slot->process(buffers, frameCount);
+    if (slot && slotChannels == bufferCount) slot->process(buffers, frameCount);
     unlockSlot();
 }
 

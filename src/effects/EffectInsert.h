@@ -24,14 +24,17 @@ public:
     std::unique_ptr<EffectProcessor> setProcessor(std::unique_ptr<EffectProcessor> processor,
                                                   int channelCount);
     bool hasProcessor() const;
+    // Interface thread: the held processor starts again from silence, under the slot lock (a
+    // block arriving meanwhile passes through).
+    void resetProcessor();
 
     void setBypassed(bool flag) noexcept { bypassed.store(flag, std::memory_order_relaxed); }
     bool isBypassed() const noexcept { return bypassed.load(std::memory_order_relaxed); }
 
-    // Audio thread: processes one stereo block in place (a mono processor sees the left channel).
+    // Audio thread: processes one stereo block in place (a mono block when `right` is null).
     void process(float* left, float* right, int64_t frameCount) noexcept;
     // Audio thread: processes a list of `bufferCount` channel buffers in place. A processor built
-    // for more channels than the list holds lets the block through untouched.
+    // for another channel count than the list holds lets the block through untouched.
     void process(float* const* buffers, int bufferCount, int64_t frameCount) noexcept;
 
 private:

@@ -16,16 +16,15 @@ public:
     virtual int64_t frameCount() const noexcept = 0;
     virtual int channelCount() const noexcept = 0;
     // Writes frames [start, start + count) into buffers[c][offset ...] for each of the
-    // `bufferCount` output channels. The caller keeps the range inside the content.
+    // `bufferCount` buffers, one per channel of the content (the render source lays them out
+    // on the output). The caller keeps the range inside the content.
     virtual void read(int64_t start, int64_t count, float* const* buffers, int bufferCount,
                       int64_t offset) const noexcept = 0;
 };
 
 using PlaybackContentPtr = std::shared_ptr<const PlaybackContent>;
 
-// A track's audio as playback content. Output channel c plays the audio's channel
-// min(c, channels - 1): mono is heard on both sides, a file with more than two channels
-// plays its first two.
+// A track's audio as playback content. Buffer c gets the audio's channel min(c, channels - 1).
 class AudioDataContent final : public PlaybackContent {
 public:
     explicit AudioDataContent(AudioDataPtr audio) : audio(std::move(audio)) {}

@@ -59,6 +59,8 @@ RenderSourcePtr PlaybackEngine::prepare(PlaybackContentPtr content, std::shared_
 
     renderSource = std::make_shared<RenderSource>(std::move(content), std::move(gain), insert);
     current.store(renderSource.get());
+    // Like Apply, a play starts the effect from silence: no echo of the last play comes back.
+    insert->resetProcessor();
     installEffect();
     return renderSource;
 }
@@ -126,17 +128,18 @@ void PlaybackEngine::setEffectFactory(EffectFactory newFactory) {
 }
 
 void PlaybackEngine::installEffect() {
-    if (!factory) {
-        if (effectMadeFor || insert->hasProcessor()) {
-            auto old = insert->setProcessor(nullptr, 0); // freed here, on the main thread
-            effectMadeFor.reset();
-        }
+    if (!factory || !renderSource) {
+        // No processor without a factory, nor one made for content played before: the next
+        // prepare() builds it.
+        auto old = insert->setProcessor(nullptr, 0); // freed here, on the main thread
+        effectMadeFor.reset();
         return;
     }
-    if (!streamFormat || effectMadeFor == streamFormat) return;
-    auto processor = factory(streamFormat->sampleRate, streamFormat->channelCount);
-    auto old = insert->setProcessor(std::move(processor), streamFormat->channelCount);
-    effectMadeFor = streamFormat;
+    const Format format{renderSource->content->sampleRate(), renderSource->content->channelCount()};
+    if (effectMadeFor == format) return;
+    auto processor = factory(format.sampleRate, format.channelCount);
+    auto old = insert->setProcessor(std::move(processor), format.channelCount);
+    effectMadeFor = format;
 }
 
 void PlaybackEngine::handleConfigurationChange() {

@@ -35,7 +35,8 @@ public:
     // The speed `step` places from `current` in playbackRates, clamped to the ends; a speed that
     // is not one of the steps counts as 1.
     static float steppedRate(float current, int step);
-    // Output channels: mono content is heard on both sides.
+    // Output channels. The live effect runs on the content's own channels before they are laid
+    // out on these (mono on both sides), so that what is heard is what Apply writes.
     static constexpr int outputChannels = 2;
     // Largest block the render source is asked for while the stretcher runs.
     static constexpr int64_t maxStretchBlock = 8192;
@@ -50,7 +51,8 @@ public:
     PlaybackEngine& operator=(const PlaybackEngine&) = delete;
 
     // Makes the output ready for `content` (its rate, two channels) and returns the source
-    // that will play it. Stops whatever played before. Throws PlaybackError.
+    // that will play it, with the live effect made for the content's rate and channels and
+    // starting from silence. Stops whatever played before. Throws PlaybackError.
     RenderSourcePtr prepare(PlaybackContentPtr content, std::shared_ptr<GainBox> gain);
     // Stops and lets go of the source; the output stream stays open for the next play.
     void unload();
@@ -90,8 +92,9 @@ public:
     // Sets (or, with an empty function, removes) the factory of the live effect processor and
     // installs a processor made by it.
     void setEffectFactory(EffectFactory factory);
-    // Builds the processor for the current format when it was built for another (or not yet)
-    // and places it in the insert.
+    // Builds the processor for the prepared content's rate and channel count when it was built
+    // for another (or not yet) and swaps it into the insert, here on the main thread. Without
+    // content nothing is built until the next prepare().
     void installEffect();
     const std::optional<Format>& effectFormat() const { return effectMadeFor; }
 

@@ -10,7 +10,11 @@ RenderSource::RenderSource(PlaybackContentPtr content, std::shared_ptr<GainBox> 
     : content(std::move(content)),
       gain(gain ? std::move(gain) : std::make_shared<GainBox>(1.0f)),
       effect(effect ? std::move(effect) : std::make_shared<EffectInsert>()),
-      appliedGain(this->gain->load()) {}
+      appliedGain(this->gain->load()) {
+    const int channels = std::max(this->content->channelCount(), 1);
+    scratch.assign(size_t(channels * blockFrames), 0.0f);
+    for (int c = 0; c < channels; ++c) scratchChannels.push_back(scratch.data() + c * blockFrames);
+}
 
 void RenderSource::start(FrameRange range, int64_t at, bool loop) {
     playing.store(false);
@@ -41,28 +45,34 @@ bool RenderSource::render(int64_t frameCount, float* const* buffers, int bufferC
     blockStart = pos;
     if (hostTime != 0) rendered.store(pos, hostTime);
 
-    int64_t filled = 0;
+    const int channels = int(scratchChannels.size());
+    float* const* block = scratchChannels.data();
     bool ended = false;
-    while (filled < frameCount) {
-        if (pos >= end) {
-            if (loop && start < end) {
-                pos = std::max<int64_t>(start, 0);
-            } else {
-                ended = true;
-                break;
+    for (int64_t done = 0; done < frameCount;) {
+        const int64_t frames = std::min(frameCount - done, blockFrames);
+        int64_t filled = 0;
+        while (!ended && filled < frames) {
+            if (pos >= end) {
+                if (loop && start < end) {
+                    pos = std::max<int64_t>(start, 0);
+                } else {
+                    ended = true;
+                    break;
+                }
             }
+            int64_t n = std::min(end - pos, frames - filled);
+            content->read(pos, n, block, channels, filled);
+            pos += n;
+            filled += n;
         }
-        int64_t n = std::min(end - pos, frameCount - filled);
-        content->read(pos, n, buffers, bufferCount, filled);
-        pos += n;
-        filled += n;
-    }
-    if (ended) {
+        for (int c = 0; c < channels; ++c)
+            std::memset(block[c] + filled, 0, size_t(frames - filled) * sizeof(float));
+        effect->process(block, channels, frames);
         for (int c = 0; c < bufferCount; ++c)
-            std::memset(buffers[c] + filled, 0, size_t(frameCount - filled) * sizeof(float));
+            std::memcpy(buffers[c] + done, block[std::min(c, channels - 1)],
+                        size_t(frames) * sizeof(float));
+        done += frames;
     }
-
-    effect->process(buffers, bufferCount, frameCount);
 
     // One-buffer linear ramp from the gain reached last time to the current target; the last
     // sample gets the target exactly.

@@ -10,11 +10,17 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 namespace sonvale {
 
 // Pulls one piece of content into the output's buffers on the real-time thread: play range,
 // looping, seeks, the live effect insert and the live gain, ramped over one buffer.
+//
+// The effect runs on the content's own channels, as Apply runs it, in a scratch block made for
+// them; only then are they laid out on the output: output channel c plays the content's channel
+// min(c, channels - 1), so mono is heard on both sides and a file with more channels than the
+// output plays its first ones.
 //
 // The main thread starts a play with start() and moves the position only through seek(); the
 // real-time thread calls render(), which neither allocates, frees, locks (the insert is only
@@ -43,6 +49,8 @@ public:
     const PlaybackContentPtr content;
     const std::shared_ptr<GainBox> gain;
     const std::shared_ptr<EffectInsert> effect;
+    // Largest stretch rendered through the scratch block at a time.
+    static constexpr int64_t blockFrames = 2048;
 
     std::atomic<int64_t> position{0};
     std::atomic<int64_t> rangeStart{0};
@@ -57,6 +65,10 @@ public:
     float appliedGain;
     // Real-time thread only: the content frame the last render began at (after any seek).
     int64_t blockStart = 0;
+
+private:
+    std::vector<float> scratch;              // the content's channels x blockFrames
+    std::vector<float*> scratchChannels;
 };
 
 using RenderSourcePtr = std::shared_ptr<RenderSource>;

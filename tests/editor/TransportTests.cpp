@@ -1,15 +1,19 @@
 #include "base/ManualExecutor.h"
 #include "editor/EditorModel.h"
+#include "effects/EffectRenderer.h"
 #include "engine/PlaybackEngine.h"
 #include "persistence/Preferences.h"
+#include "support/AllocationCounter.h"
 #include "support/ModelTestAudio.h"
 #include "support/PlaybackTestAudio.h"
 
+#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 
 using namespace sonvale;
 using namespace sonvale::testing;
+using sonvale::test::AllocationCounter;
 using sonvale::test::ManualOutput;
 
 namespace {
@@ -345,4 +349,63 @@ TEST(Transport, TheChainBeingEditedIsHeardThroughTheEngineFromTheFirstPlayOn) {
     EXPECT_FALSE(insert->hasProcessor());
     t.model->addEffect(EffectKind::limiter); // opened again while playing
     EXPECT_TRUE(insert->hasProcessor());
+}
+
+// Ping-pong echoes and a reverb fed from every channel treat the channels differently: a mono
+// track is heard as its mono result on both sides and, once a stereo track is selected while
+// playing, the chain is rebuilt for two channels; either way what is heard is what Apply
+// writes, and the render callback allocates nothing across the switch.
+TEST(Transport, TheChainIsHeardAsApplyWritesItAcrossASwitchFromMonoToStereo) {
+    Transport t;
+    t.executor.drain();
+    auto mono = AudioTrack::create("/music/Mono.wav");
+    mono->finishLoading(makeNoise(48000, 1, 48000, 3));
+    auto stereo = AudioTrack::create("/music/Stereo.wav");
+    stereo->finishLoading(makeNoise(48000, 2, 48000, 4));
+    t.model->addTrack(mono);
+    t.model->addTrack(stereo);
+    t.model->setSelectedTrackIDs({mono->id()});
+    for (auto [kind, name] :
+         {std::pair{EffectKind::delay, "Ping-Pong"}, {EffectKind::reverb, "Hall"}}) {
+        t.model->addEffect(kind);
+        for (const auto& preset : presets(kind))
+            if (preset.name == name)
+                t.model->effectChain()->effects().back()->setValues(
+                    preset.valuesFor(parameters(kind)));
+    }
+
+    const int64_t frames = 20 * 512;
+    std::vector<std::vector<float>> heard(2, std::vector<float>(size_t(frames)));
+    int64_t allocations = 0;
+    // Plays `frames` frames into `heard` and returns the largest difference from Apply's
+    // render of `track` from `at`, laid out on the output as playback lays it out.
+    auto playAndCompare = [&](const AudioTrackPtr& track, int64_t at, double clock) {
+        for (int64_t done = 0; done < frames; done += 512) {
+            float* channels[2] = {heard[0].data() + done, heard[1].data() + done};
+            AllocationCounter::Scope scope;
+            t.output->pullInto(channels, 2, 512, hostTimeFromSeconds(clock + double(done) / 48000));
+            allocations += scope.allocations() + scope.frees();
+        }
+        const int count = track->audio()->channelCount();
+        auto render = t.model->effectChain()->renderProcessor(48000, count);
+        auto applied =
+            EffectRenderer::render(*track->audio(), {at, at + frames}, 0, *render.processor);
+        float largest = 0;
+        for (int c = 0; c < 2; ++c) {
+            const auto& written = applied.channels[size_t(std::min(c, count - 1))];
+            for (size_t i = 0; i < size_t(frames); ++i)
+                largest = std::max(largest, std::fabs(heard[size_t(c)][i] - written[i]));
+        }
+        return largest;
+    };
+    t.model->play();
+    EXPECT_LT(playAndCompare(mono, 0, 1.0), 1e-6f);
+
+    t.hearAt(1.0 + 0.02 + 0.1);
+    t.model->setSelectedTrackIDs({stereo->id()});
+    ASSERT_EQ(t.model->playingTrackID(), stereo->id());
+    EXPECT_EQ(t.model->player().effectFormat(), (PlaybackEngine::Format{48000, 2}));
+    const int64_t at = t.model->player().source()->rendered.load().frame;
+    EXPECT_LT(playAndCompare(stereo, at, 2.0), 1e-6f);
+    EXPECT_EQ(allocations, 0);
 }

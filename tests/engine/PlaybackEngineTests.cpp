@@ -175,23 +175,28 @@ TEST(PlaybackEngine, FailedRestartStopsTheSourceAsAtTheEnd) {
     EXPECT_EQ(m.engine->audibleFrame(hostTimeFromSeconds(1)), std::nullopt);
 }
 
-TEST(PlaybackEngine, EffectProcessorIsBuiltOncePerFormatAndRemovedWithTheFactory) {
+TEST(PlaybackEngine, EffectIsMadeForTheContentStartsEachPlayFromSilenceAndGoesWithTheFactory) {
+    struct CountingResets final : EffectProcessor {
+        explicit CountingResets(int& resets) : resets(resets) {}
+        void process(float* const*, int64_t) noexcept override {}
+        void reset() noexcept override { ++resets; }
+        int& resets;
+    };
     ManualEngine m;
-    int built = 0;
-    std::vector<double> rates;
+    int resets = 0;
+    std::vector<PlaybackEngine::Format> built;
     m.engine->setEffectFactory([&](double rate, int channels) -> std::unique_ptr<EffectProcessor> {
-        ++built;
-        rates.push_back(rate);
-        EXPECT_EQ(channels, 2);
-        return std::make_unique<ChainProcessor>();
+        built.push_back({rate, channels});
+        return std::make_unique<CountingResets>(resets);
     });
-    EXPECT_EQ(built, 0); // no format yet
+    EXPECT_TRUE(built.empty()); // no content yet
     m.engine->prepare(AudioDataContent::make(countingAudio(1000, 44100)), nullptr);
     m.engine->prepare(AudioDataContent::make(countingAudio(2000, 44100)), nullptr);
-    EXPECT_EQ(built, 1);
+    EXPECT_EQ(resets, 1); // the same format: kept, from silence
+    m.engine->prepare(AudioDataContent::make(makeSine(44100, 6, 1000, 440, 0.5f)), nullptr);
     m.engine->prepare(AudioDataContent::make(countingAudio(1000, 96000)), nullptr);
-    EXPECT_EQ(built, 2);
-    EXPECT_EQ(rates, (std::vector<double>{44100, 96000}));
+    EXPECT_EQ(built, (std::vector<PlaybackEngine::Format>{{44100, 1}, {44100, 6}, {96000, 1}}));
+    EXPECT_EQ(m.engine->nodeFormat(), (PlaybackEngine::Format{96000, 2}));
     EXPECT_TRUE(m.engine->effectInsert()->hasProcessor());
     m.engine->setEffectFactory({});
     EXPECT_FALSE(m.engine->effectInsert()->hasProcessor());
