@@ -69,7 +69,7 @@ void noiseGate(benchmark::State& state) {
 
 // Every other effect at its defaults.
 void effect(benchmark::State& state) {
-    auto kind = allEffectKinds[size_t(state.range(0))];
+    auto kind = allEffectKinds()[size_t(state.range(0))];
     state.SetLabel(std::string(rawValue(kind)));
     run(state, EffectSession::make(kind));
 }
@@ -77,7 +77,7 @@ void effect(benchmark::State& state) {
 // All thirteen effects in one chain at their defaults, as the preview plays them.
 void fullChain(benchmark::State& state) {
     EffectChain chain;
-    for (auto kind : allEffectKinds)
+    for (auto kind : allEffectKinds())
         chain.append(EffectSession::make(kind));
     auto source = music();
     auto audio = source;
@@ -100,7 +100,7 @@ void fullChain(benchmark::State& state) {
 // signal (0), with the same settings: the decaying feedback paths must not fall into
 // denormal arithmetic, so the silent row costs no more than the signal row beside it.
 void silentTail(benchmark::State& state) {
-    auto kind = allEffectKinds[size_t(state.range(0))];
+    auto kind = allEffectKinds()[size_t(state.range(0))];
     const bool silent = state.range(1) == 1;
     state.SetLabel(std::string(rawValue(kind)) + (silent ? " silence" : " signal"));
     auto session = EffectSession::make(kind);
@@ -137,7 +137,7 @@ void silentTail(benchmark::State& state) {
 // The render of an apply: ten minutes of stereo 48 kHz audio through a one-effect chain in
 // 4,096-frame blocks, into a new clip.
 void applyTenMinutes(benchmark::State& state) {
-    auto kind = allEffectKinds[size_t(state.range(0))];
+    auto kind = allEffectKinds()[size_t(state.range(0))];
     state.SetLabel(std::string(rawValue(kind)));
     constexpr int64_t length = 48000 * 600;
     std::vector<FloatBuffer> buffers;

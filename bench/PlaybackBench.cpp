@@ -42,7 +42,7 @@ AudioDataPtr benchTrack() {
 
 // Every processor that exists, on live banks, as the editor hears its chain.
 std::unique_ptr<EffectProcessor> fullChain(EffectChain& chain) {
-    for (EffectKind kind : allEffectKinds) chain.append(EffectSession::make(kind));
+    for (EffectKind kind : allEffectKinds()) chain.append(EffectSession::make(kind));
     return chain.previewProcessor(rate, 2);
 }
 

@@ -41,7 +41,7 @@ int main(int argc, char** argv) {
     auto audio = AudioLoader::makeAudioData(rate, std::move(buffers), frames);
 
     auto chain = std::make_shared<EffectChain>();
-    for (EffectKind kind : allEffectKinds) chain->append(EffectSession::make(kind));
+    for (EffectKind kind : allEffectKinds()) chain->append(EffectSession::make(kind));
 
     PlaybackEngine engine;
     engine.setEffectFactory([chain](double sampleRate, int channels) {

@@ -1,5 +1,7 @@
 #include "analysis/SpectrumAnalysis.h"
 
+#include "audio/Decibels.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -100,7 +102,7 @@ void SpectrumAnalysis::analyse(const SampleTap& tap, int64_t delay) {
     constexpr float scale = 4.0f / transformSize;
     for (int k = 0; k < binCount; ++k) {
         const float magnitude = std::sqrt(out[k][0] * out[k][0] + out[k][1] * out[k][1]) * scale;
-        magnitudes[size_t(k)] = 20 * std::log10(std::max(magnitude, 1e-12f));
+        magnitudes[size_t(k)] = decibelsFromGain(std::max(magnitude, 1e-12f));
     }
 
     const double binWidth = rate / transformSize;

@@ -1,5 +1,7 @@
 #include "audio/AudioData.h"
 
+#include "audio/Decibels.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -16,7 +18,7 @@ float blockPeak(const float* samples, int64_t count) {
 } // namespace
 
 std::optional<FrameRange> AudioData::audibleRange(double thresholdDB, double padding) const {
-    const float threshold = float(std::pow(10.0, thresholdDB / 20));
+    const float threshold = float(gainFromDecibels(thresholdDB));
     auto loudAt = [&](int64_t i) {
         for (const auto& channel : channels)
             if (std::fabs(channel->data()[i]) > threshold) return true;

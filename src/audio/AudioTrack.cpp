@@ -1,5 +1,7 @@
 #include "audio/AudioTrack.h"
 
+#include "audio/Decibels.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -203,7 +205,7 @@ void AudioTrack::clampToAudio() {
 void AudioTrack::setGainDB(float dB) {
     const bool changed = dB != gain;
     gain = dB;
-    box->store(float(std::pow(10.0, double(dB) / 20.0)));
+    box->store(float(gainFromDecibels(dB)));
     if (changed) gainChanged.emit();
 }
 

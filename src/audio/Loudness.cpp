@@ -1,5 +1,6 @@
 #include "audio/Loudness.h"
 
+#include "audio/Decibels.h"
 #include "base/ParallelFor.h"
 
 #include <algorithm>
@@ -98,7 +99,7 @@ void measureGroup(const AudioData& audio, int first, int count, int64_t n, int64
     }
 }
 
-double blockLoudness(double power) { return -0.691 + 10 * std::log10(power); }
+double blockLoudness(double power) { return -0.691 + decibelsFromPower(power); }
 
 } // namespace
 
@@ -166,7 +167,7 @@ std::string loudnessMenuTitle(const LoudnessTarget& target) {
 
 std::optional<float> peakNormalizationGain(float peak) {
     if (!(peak > 0)) return std::nullopt;
-    return std::clamp(float(-20 * std::log10(double(peak))), -30.0f, 30.0f);
+    return std::clamp(float(-decibelsFromGain(double(peak))), -30.0f, 30.0f);
 }
 
 float loudnessNormalizationGain(double targetLUFS, double measuredLUFS) {

@@ -53,15 +53,9 @@ AudioClip spliced(const AudioData& audio, FrameRange range, AudioClip rendered) 
     return result;
 }
 
-EffectChain makeChain(const std::vector<EffectSetup>& setups, double sampleRate, int channels) {
+EffectChain makeChain(const std::vector<EffectSetup>& setups) {
     EffectChain chain;
-    for (auto& setup : setups) {
-        if (!makeProcessor(setup.kind, sampleRate, channels,
-                           std::make_shared<ParameterBank>(parameters(setup.kind))))
-            throw UsageError{std::string(title(setup.kind)) +
-                             " can't be applied yet: its processor isn't built"};
-        chain.append(EffectSession::make(setup.kind, setup.values));
-    }
+    for (auto& setup : setups) chain.append(EffectSession::make(setup.kind, setup.values));
     return chain;
 }
 
@@ -76,7 +70,7 @@ void applyToWholeFile(const std::string& input, const std::string& output,
     // As when loading: a file that says exactly how long it is is read no further.
     const int64_t limit = decoder->lengthIsExact() ? decoder->info().frames : INT64_MAX;
     if (channels < 1 || limit < 1) throw AudioLoaderError::empty();
-    auto chain = makeChain(setups, rate, channels);
+    auto chain = makeChain(setups);
     auto render = chain.renderProcessor(rate, channels);
     const int64_t tail = EffectRenderer::tailFrames(render.tailSeconds, rate);
 
@@ -168,7 +162,7 @@ int apply(const Arguments& args) {
     FrameRange range = parseRange(*rangeText, *audio, *input);
     if (range.isEmpty()) throw UsageError{"\"" + *input + "\" has no audio to process"};
 
-    auto chain = makeChain(setups, audio->sampleRate, audio->channelCount());
+    auto chain = makeChain(setups);
     auto render = chain.renderProcessor(audio->sampleRate, audio->channelCount());
     auto tail = EffectRenderer::tailFrames(render.tailSeconds, audio->sampleRate);
     auto rendered = EffectRenderer::render(*audio, range, tail, *render.processor);

@@ -119,7 +119,7 @@ int effects(const Arguments& args) {
     }
     std::vector<EffectKind> kinds;
     if (only) kinds.push_back(*only);
-    else kinds.assign(allEffectKinds.begin(), allEffectKinds.end());
+    else kinds = allEffectKinds();
 
     if (json) {
         nlohmann::ordered_json out = nlohmann::ordered_json::array();

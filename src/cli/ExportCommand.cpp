@@ -5,6 +5,7 @@
 #include "audio/AudioExporter.h"
 #include "audio/AudioFileWriter.h"
 #include "audio/AudioLoader.h"
+#include "audio/Decibels.h"
 #include "cli/Commands.h"
 #include "cli/Options.h"
 #include "cli/Progress.h"
@@ -94,7 +95,7 @@ void exportStreamed(const Options& options) {
 
     ProgressLine progress("Writing " + options.output);
     const auto report = progress.callback();
-    const float gain = float(std::pow(10.0, options.gainDB / 20.0));
+    const float gain = float(gainFromDecibels(options.gainDB));
     std::unique_ptr<AudioFileWriter> writer;
     try {
         int64_t position = 0; // frames decoded so far

@@ -4,6 +4,7 @@
 #include "cli/Progress.h"
 
 #include "audio/AudioLoader.h"
+#include "audio/Decibels.h"
 
 #include <cmath>
 #include <cstdio>
@@ -25,7 +26,7 @@ struct FileSummary {
 std::string formatLine(const FileSummary& s) {
     char peak[32];
     if (s.peak > 0 && std::isfinite(s.peak))
-        std::snprintf(peak, sizeof peak, "%.2f", 20 * std::log10(double(s.peak)));
+        std::snprintf(peak, sizeof peak, "%.2f", decibelsFromGain(double(s.peak)));
     else
         std::snprintf(peak, sizeof peak, "-inf");
     char line[512];
@@ -51,7 +52,7 @@ nlohmann::ordered_json toJSON(const FileSummary& s) {
     object["duration"] = s.duration;
     // Silence has no level in dB: null rather than -inf, which JSON can't hold.
     if (s.peak > 0 && std::isfinite(s.peak))
-        object["peakDBFS"] = 20 * std::log10(double(s.peak));
+        object["peakDBFS"] = decibelsFromGain(double(s.peak));
     else
         object["peakDBFS"] = nullptr;
     return object;

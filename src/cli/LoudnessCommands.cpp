@@ -7,6 +7,7 @@
 
 #include "audio/AudioExporter.h"
 #include "audio/AudioLoader.h"
+#include "audio/Decibels.h"
 #include "audio/Loudness.h"
 
 #include <cmath>
@@ -34,13 +35,13 @@ std::string noLoudnessReason(const AudioData& audio) {
 
 std::optional<double> peakDBFS(float peak) {
     if (!(peak > 0)) return std::nullopt;
-    return 20 * std::log10(double(peak));
+    return decibelsFromGain(double(peak));
 }
 
 void exportWithGain(const AudioData& audio, FrameRange range, float gainDB, ExportFormat format,
                     const std::string& output) {
     ProgressLine progress("Writing " + output);
-    AudioExporter::exportAudio(audio, range, float(std::pow(10.0, gainDB / 20.0)), format, output,
+    AudioExporter::exportAudio(audio, range, float(gainFromDecibels(gainDB)), format, output,
                                progress.callback());
 }
 

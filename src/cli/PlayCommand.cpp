@@ -2,6 +2,7 @@
 // printing the heard position and the output's peak once a second. Ctrl-C stops cleanly.
 
 #include "audio/AudioLoader.h"
+#include "audio/Decibels.h"
 #include "cli/Commands.h"
 #include "cli/Options.h"
 #include "effects/EffectChain.h"
@@ -33,7 +34,7 @@ std::string decibels(float peak) {
     if (peak <= 0)
         std::snprintf(text, sizeof text, "  -inf");
     else
-        std::snprintf(text, sizeof text, "%6.1f", 20 * std::log10(peak));
+        std::snprintf(text, sizeof text, "%6.1f", decibelsFromGain(peak));
     return text;
 }
 

@@ -1,5 +1,6 @@
 #include "editor/EditorModel.h"
 
+#include "audio/Decibels.h"
 #include "base/Executor.h"
 
 #include <cmath>
@@ -9,7 +10,7 @@ namespace sonvale {
 namespace fs = std::filesystem;
 
 namespace {
-float linearGain(float dB) { return float(std::pow(10.0, double(dB) / 20.0)); }
+float linearGain(float dB) { return float(gainFromDecibels(dB)); }
 } // namespace
 
 void EditorModel::setExportProgress(std::optional<double> value) {

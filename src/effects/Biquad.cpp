@@ -1,5 +1,7 @@
 #include "effects/Biquad.h"
 
+#include "audio/Decibels.h"
+
 #include <algorithm>
 
 namespace sonvale {
@@ -10,7 +12,7 @@ double Biquad::decibels(double frequency, double sampleRate) const {
     double nr = b0 + b1 * c1 + b2 * c2, ni = b1 * s1 + b2 * s2;
     double dr = 1 + a1 * c1 + a2 * c2, di = a1 * s1 + a2 * s2;
     double n = nr * nr + ni * ni, d = dr * dr + di * di;
-    return 10 * std::log10(std::max(n / std::max(d, 1e-30), 1e-30));
+    return decibelsFromPower(std::max(n / std::max(d, 1e-30), 1e-30));
 }
 
 } // namespace sonvale

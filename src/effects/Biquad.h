@@ -1,5 +1,7 @@
 #pragma once
 
+#include "effects/Dsp.h"
+
 #include <cmath>
 #include <numbers>
 #include <vector>
@@ -31,8 +33,8 @@ struct BiquadState {
     // Zeroes state that has decayed below audibility, so a silent tail never reaches
     // denormal arithmetic. Call once per block.
     void flushTiny() noexcept {
-        if (std::abs(z1) < 1e-20) z1 = 0;
-        if (std::abs(z2) < 1e-20) z2 = 0;
+        z1 = flushDenormal(z1);
+        z2 = flushDenormal(z2);
     }
 };
 
@@ -43,7 +45,7 @@ struct Smoothed {
 
     // The per-sample coefficient of a `seconds` time constant at `sampleRate`.
     static double coefficientFor(double seconds, double sampleRate) {
-        return 1 - std::exp(-1 / (seconds * sampleRate));
+        return 1 - decayCoefficient(seconds, sampleRate);
     }
     double step(double target) noexcept {
         value += coefficient * (target - value);
@@ -69,10 +71,20 @@ struct DCBlocker {
     void reset() noexcept { x1 = y1 = 0; }
     // As BiquadState::flushTiny.
     void flushTiny() noexcept {
-        if (std::abs(x1) < 1e-20) x1 = 0;
-        if (std::abs(y1) < 1e-20) y1 = 0;
+        x1 = flushDenormal(x1);
+        y1 = flushDenormal(y1);
     }
 };
+
+// Clears the filter state of every channel and starts its DC blocker afresh with a 5 Hz pole.
+inline void resetFilters(std::vector<BiquadState>& filters, std::vector<DCBlocker>& blockers,
+                         double sampleRate) noexcept {
+    for (auto& filter : filters)
+        filter.reset();
+    const double pole = DCBlocker::fiveHertzPole(sampleRate);
+    for (auto& blocker : blockers)
+        blocker = {0, 0, pole};
+}
 
 // Flushes the filter and DC-blocker states of every channel; see BiquadState::flushTiny.
 inline void flushTiny(std::vector<BiquadState>& filters,

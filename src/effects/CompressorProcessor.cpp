@@ -1,5 +1,8 @@
 #include "effects/CompressorProcessor.h"
 
+#include "audio/Decibels.h"
+#include "effects/Dsp.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -33,13 +36,13 @@ void CompressorProcessor::process(float* const* channels, int64_t frameCount) no
     double releaseMs = std::max(bank->value(release), 1.0);
     double K = std::max(bank->value(knee), 0.0);
     double M = bank->value(makeup);
-    double a = std::exp(-1 / (attackMs / 1000 * sampleRate));
-    double r = std::exp(-1 / (releaseMs / 1000 * sampleRate));
+    double a = decayCoefficient(attackMs / 1000, sampleRate);
+    double r = decayCoefficient(releaseMs / 1000, sampleRate);
 
     // The largest peak that the curve leaves alone, a little low so rounding never skips work.
     float quietBelow = float(std::exp((T - K / 2) * nepersPerDB) * 0.999);
     double lowest = 0;
-    double lastDB = M, lastLinear = std::pow(10.0, M / 20); // the exponential, cached
+    double lastDB = M, lastLinear = gainFromDecibels(M); // the exponential, cached
     for (int64_t i = 0; i < frameCount; ++i) {
         float peak = 0;
         for (int c = 0; c < channelCount; ++c) peak = std::max(peak, std::fabs(channels[c][i]));
@@ -51,7 +54,7 @@ void CompressorProcessor::process(float* const* channels, int64_t frameCount) no
         }
         double coefficient = change < envelope ? a : r;
         envelope = envelope * coefficient + change * (1 - coefficient);
-        if (envelope > -1e-30) envelope = 0; // no denormals while it settles back to 0
+        envelope = flushDenormal(envelope, 1e-30); // none while it settles back to 0
         lowest = std::min(lowest, envelope);
         double dB = envelope + M;
         if (dB != lastDB) {

@@ -12,7 +12,9 @@ namespace sonvale {
 // Real-time safe after construction: process() neither allocates nor locks.
 class CompressorProcessor final : public EffectProcessor {
 public:
-    enum Parameter { threshold = 0, ratio = 1, attack = 2, release = 3, knee = 4, makeup = 5 };
+    enum Parameter {
+        threshold = 0, ratio = 1, attack = 2, release = 3, knee = 4, makeup = 5, parameterCount
+    };
 
     CompressorProcessor(double sampleRate, int channelCount, std::shared_ptr<ParameterBank> bank);
     void process(float* const* channels, int64_t frameCount) noexcept override;

@@ -1,11 +1,26 @@
 #pragma once
 
+#include "effects/Dsp.h"
+
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <vector>
 
 namespace sonvale {
+
+// The sample `delay` samples (at most capacity - 2) behind `write` in a circular buffer of
+// `capacity` samples, interpolated linearly between its two neighbours.
+inline float readCircular(const float* buffer, int64_t capacity, int64_t write,
+                          double delay) noexcept {
+    double position = double(write) - delay;
+    if (position < 0) position += double(capacity);
+    auto i = int64_t(position);
+    float fraction = float(position - double(i));
+    if (i >= capacity) i -= capacity;
+    int64_t next = i + 1 == capacity ? 0 : i + 1;
+    float a = buffer[i];
+    return a + (buffer[next] - a) * fraction;
+}
 
 // A circular buffer of float samples read at fractional delays with linear interpolation.
 // Allocated once by init(); push() and read() never allocate.
@@ -27,15 +42,7 @@ public:
 
     // The sample `delay` samples behind the next write position.
     float read(double delay) const noexcept {
-        delay = std::min(delay, maxDelay());
-        double position = double(write) - delay;
-        if (position < 0) position += double(capacity);
-        auto i = int64_t(position);
-        float fraction = float(position - double(i));
-        if (i >= capacity) i -= capacity;
-        int64_t next = i + 1 == capacity ? 0 : i + 1;
-        float a = buffer[size_t(i)];
-        return a + (buffer[size_t(next)] - a) * fraction;
+        return readCircular(buffer.data(), capacity, write, std::min(delay, maxDelay()));
     }
     void push(float sample) noexcept {
         buffer[size_t(write)] = sample;
@@ -47,13 +54,5 @@ private:
     int64_t capacity = 0;
     int64_t write = 0;
 };
-
-// Values this small only cost time in feedback loops; they are inaudible.
-inline float flushDenormal(float x) noexcept {
-    return std::fabs(x) < 1e-20f ? 0.0f : x;
-}
-inline double flushDenormal(double x) noexcept {
-    return std::fabs(x) < 1e-20 ? 0.0 : x;
-}
 
 } // namespace sonvale

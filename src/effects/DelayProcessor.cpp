@@ -22,14 +22,7 @@ DelayProcessor::DelayProcessor(double sampleRate, int channelCount,
 }
 
 float DelayProcessor::read(const std::vector<float>& line, double delay) const noexcept {
-    double position = double(write) - delay;
-    if (position < 0) position += double(capacity);
-    auto i = int64_t(position);
-    float fraction = float(position - double(i));
-    if (i >= capacity) i -= capacity;
-    int64_t next = i + 1 == capacity ? 0 : i + 1;
-    float a = line[size_t(i)];
-    return a + (line[size_t(next)] - a) * fraction;
+    return readCircular(line.data(), capacity, write, delay);
 }
 
 void DelayProcessor::process(float* const* channels, int64_t frameCount) noexcept {

@@ -16,7 +16,7 @@ namespace sonvale {
 // Real-time safe after construction: process() neither allocates nor locks.
 class DelayProcessor final : public EffectProcessor {
 public:
-    enum Parameter { time = 0, feedback = 1, tone = 2, level = 3, pingPong = 4 };
+    enum Parameter { time = 0, feedback = 1, tone = 2, level = 3, pingPong = 4, parameterCount };
 
     DelayProcessor(double sampleRate, int channelCount, std::shared_ptr<ParameterBank> bank);
     void process(float* const* channels, int64_t frameCount) noexcept override;

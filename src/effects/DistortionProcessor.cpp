@@ -1,5 +1,6 @@
 #include "effects/DistortionProcessor.h"
 
+#include "audio/Decibels.h"
 #include "effects/EQBand.h"
 
 #include <algorithm>
@@ -33,22 +34,18 @@ DistortionProcessor::DistortionProcessor(double sampleRate, int channelCount,
 
 void DistortionProcessor::process(float* const* channels, int64_t frameCount) noexcept {
     double toneHz = bank->value(tone);
-    if (toneHz != toneFrequency) {
-        toneFilter = EQBand{EQBandType::highCut, toneHz, 0, 1 / std::sqrt(2.0)}.biquad(sampleRate);
-        toneFrequency = toneHz;
-    }
+    toneFilter.follow(toneHz, sampleRate);
     Shape shape = shapeFor(bank->value(type));
     double driveTarget = bank->value(drive);
     double mixTarget = std::clamp(bank->value(mix), 0.0, 100.0);
     double outputTarget = bank->value(output);
 
-    double driveSeen = driveDB.value, g = std::pow(10.0, driveSeen / 20);
-    double outputSeen = outputDB.value, o = std::pow(10.0, outputSeen / 20);
+    double driveSeen = driveDB.value, g = gainFromDecibels(driveSeen);
+    double outputSeen = outputDB.value, o = gainFromDecibels(outputSeen);
     for (int64_t i = 0; i < frameCount; ++i) {
-        if (driveDB.step(driveTarget) != driveSeen)
-            g = std::pow(10.0, (driveSeen = driveDB.value) / 20);
+        if (driveDB.step(driveTarget) != driveSeen) g = gainFromDecibels(driveSeen = driveDB.value);
         if (outputDB.step(outputTarget) != outputSeen)
-            o = std::pow(10.0, (outputSeen = outputDB.value) / 20);
+            o = gainFromDecibels(outputSeen = outputDB.value);
         double m = mixPercent.step(mixTarget) / 100;
         for (int c = 0; c < channelCount; ++c) {
             double x = channels[c][i];
@@ -65,7 +62,7 @@ void DistortionProcessor::process(float* const* channels, int64_t frameCount) no
                 y = blockers[size_t(c)].process(y);
                 break;
             }
-            y = filters[size_t(c)].process(toneFilter, y);
+            y = filters[size_t(c)].process(toneFilter.section, y);
             channels[c][i] = float(o * (m * (y - x) + x));
         }
     }
@@ -74,11 +71,7 @@ void DistortionProcessor::process(float* const* channels, int64_t frameCount) no
 
 // The smoothers keep their values: a reset clears what the signal left, not the knobs.
 void DistortionProcessor::reset() noexcept {
-    for (auto& f : filters)
-        f.reset();
-    double pole = DCBlocker::fiveHertzPole(sampleRate);
-    for (auto& blocker : blockers)
-        blocker = {0, 0, pole};
+    resetFilters(filters, blockers, sampleRate);
 }
 
 } // namespace sonvale

@@ -37,4 +37,16 @@ struct EQBand {
     friend bool operator==(const EQBand&, const EQBand&) = default;
 };
 
+// A Tone control: a Butterworth high cut, designed again only when its frequency moves.
+struct ToneFilter {
+    Biquad section;
+    double frequency = 0; // what `section` was designed for; 0 = none yet
+
+    void follow(double hz, double sampleRate) {
+        if (hz == frequency) return;
+        section = EQBand{EQBandType::highCut, hz, 0, 1 / std::sqrt(2.0)}.biquad(sampleRate);
+        frequency = hz;
+    }
+};
+
 } // namespace sonvale

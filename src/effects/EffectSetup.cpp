@@ -46,10 +46,10 @@ std::string shown(double value) {
 
 EffectKind parseKind(const std::string& text) {
     auto key = foldedName(text);
-    for (auto kind : allEffectKinds)
+    for (auto kind : allEffectKinds())
         if (foldedName(rawValue(kind)) == key || foldedName(title(kind)) == key) return kind;
     std::vector<std::string> names;
-    for (auto kind : allEffectKinds) names.emplace_back(rawValue(kind));
+    for (auto kind : allEffectKinds()) names.emplace_back(rawValue(kind));
     throw UserError("unknown effect \"" + text + "\"; the effects are " + joined(names));
 }
 

@@ -1,5 +1,6 @@
 #include "effects/EqualizerProcessor.h"
 
+#include "audio/Decibels.h"
 #include "effects/EQBand.h"
 
 #include <algorithm>
@@ -55,7 +56,7 @@ void EqualizerProcessor::update() noexcept {
         if (std::fabs(target - next) < 1e-5) next = target;
         amountStep[b] = (next - amount[b]) / updateInterval;
     }
-    double target = std::pow(10.0, bank->value(outputSlot) / 20);
+    double target = gainFromDecibels(bank->value(outputSlot));
     double next = output + smoothing * (target - output);
     if (std::fabs(target - next) < 1e-6) next = target;
     outputStep = (next - output) / updateInterval;
@@ -92,8 +93,8 @@ void EqualizerProcessor::process(float* const* channels, int64_t frameCount) noe
             // them on the update grid so that the result does not depend on block splits.
             if (run == countdown)
                 for (auto& s : state) {
-                    if (std::fabs(s.z1) < 1e-25) s.z1 = 0;
-                    if (std::fabs(s.z2) < 1e-25) s.z2 = 0;
+                    s.z1 = flushDenormal(s.z1, 1e-25);
+                    s.z2 = flushDenormal(s.z2, 1e-25);
                 }
             for (int b = 0; b < bandCount; ++b) {
                 z1[size_t(b * channelCount + c)] = state[b].z1;

@@ -22,6 +22,8 @@ class EqualizerProcessor final : public EffectProcessor {
 public:
     static constexpr int bandCount = 4;
     static constexpr int updateInterval = 32; // samples between parameter updates
+    // Type, Frequency, Gain, Q and On of each band, then Output.
+    static constexpr int parameterCount = 5 * bandCount + 1;
 
     EqualizerProcessor(double sampleRate, int channelCount, std::shared_ptr<ParameterBank> bank);
     void process(float* const* channels, int64_t frameCount) noexcept override;

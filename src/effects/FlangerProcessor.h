@@ -15,7 +15,7 @@ namespace sonvale {
 // Real-time safe after construction: process() neither allocates nor locks.
 class FlangerProcessor final : public EffectProcessor {
 public:
-    enum Parameter { rate = 0, depth = 1, delay = 2, feedback = 3, mix = 4 };
+    enum Parameter { rate = 0, depth = 1, delay = 2, feedback = 3, mix = 4, parameterCount };
 
     FlangerProcessor(double sampleRate, int channelCount, std::shared_ptr<ParameterBank> bank);
     void process(float* const* channels, int64_t frameCount) noexcept override;

@@ -1,5 +1,8 @@
 #include "effects/LimiterProcessor.h"
 
+#include "audio/Decibels.h"
+#include "effects/Dsp.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -15,16 +18,15 @@ void LimiterProcessor::process(float* const* channels, int64_t frameCount) noexc
     double G = bank->value(gain);
     double C = std::min(bank->value(ceiling), 0.0);
     double releaseMs = std::max(bank->value(release), 0.1);
-    double r = std::exp(-1 / (releaseMs / 1000 * sampleRate));
+    double r = decayCoefficient(releaseMs / 1000, sampleRate);
 
     double lowest = 1;
     // The exponentials only change while a smoother moves; cache them.
-    double gainSeen = gainDB.value, g = std::pow(10.0, gainSeen / 20);
-    double ceilingSeen = ceilingDB.value, c = std::pow(10.0, ceilingSeen / 20);
+    double gainSeen = gainDB.value, g = gainFromDecibels(gainSeen);
+    double ceilingSeen = ceilingDB.value, c = gainFromDecibels(ceilingSeen);
     for (int64_t i = 0; i < frameCount; ++i) {
-        if (gainDB.step(G) != gainSeen) g = std::pow(10.0, (gainSeen = gainDB.value) / 20);
-        if (ceilingDB.step(C) != ceilingSeen)
-            c = std::pow(10.0, (ceilingSeen = ceilingDB.value) / 20);
+        if (gainDB.step(G) != gainSeen) g = gainFromDecibels(gainSeen = gainDB.value);
+        if (ceilingDB.step(C) != ceilingSeen) c = gainFromDecibels(ceilingSeen = ceilingDB.value);
         float largest = 0;
         for (int ch = 0; ch < channelCount; ++ch)
             largest = std::max(largest, std::fabs(channels[ch][i]));
@@ -37,7 +39,7 @@ void LimiterProcessor::process(float* const* channels, int64_t frameCount) noexc
         for (int ch = 0; ch < channelCount; ++ch)
             channels[ch][i] = std::clamp(float(factor * channels[ch][i]), -limit, limit);
     }
-    bank->report(frameCount > 0 ? float(20 * std::log10(std::max(lowest, 1e-6))) : 0.0f,
+    bank->report(frameCount > 0 ? float(decibelsFromGain(std::max(lowest, 1e-6))) : 0.0f,
                  frameCount);
 }
 

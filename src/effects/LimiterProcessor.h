@@ -15,7 +15,7 @@ namespace sonvale {
 // Real-time safe after construction: process() neither allocates nor locks.
 class LimiterProcessor final : public EffectProcessor {
 public:
-    enum Parameter { gain = 0, ceiling = 1, release = 2 };
+    enum Parameter { gain = 0, ceiling = 1, release = 2, parameterCount };
 
     LimiterProcessor(double sampleRate, int channelCount, std::shared_ptr<ParameterBank> bank);
     void process(float* const* channels, int64_t frameCount) noexcept override;

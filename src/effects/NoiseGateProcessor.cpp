@@ -1,5 +1,8 @@
 #include "effects/NoiseGateProcessor.h"
 
+#include "audio/Decibels.h"
+#include "effects/Dsp.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -8,16 +11,16 @@ namespace sonvale {
 NoiseGateProcessor::NoiseGateProcessor(double sampleRate, int channelCount,
                                        std::shared_ptr<ParameterBank> bank)
     : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      detectorDecay(std::exp(-1 / (0.01 * sampleRate))) {}
+      detectorDecay(decayCoefficient(0.01, sampleRate)) {}
 
 void NoiseGateProcessor::process(float* const* channels, int64_t frameCount) noexcept {
     double thresholdDB = bank->value(threshold);
-    double open = std::pow(10.0, thresholdDB / 20);
-    double close = std::pow(10.0, (thresholdDB - 6) / 20); // fixed 6 dB hysteresis
-    double floor = std::pow(10.0, std::min(bank->value(range), 0.0) / 20);
+    double open = gainFromDecibels(thresholdDB);
+    double close = gainFromDecibels(thresholdDB - 6); // fixed 6 dB hysteresis
+    double floor = gainFromDecibels(std::min(bank->value(range), 0.0));
     auto holdSamples = int64_t(std::max(bank->value(hold), 0.0) / 1000 * sampleRate);
-    double a = std::exp(-1 / (std::max(bank->value(attack), 0.01) / 1000 * sampleRate));
-    double r = std::exp(-1 / (std::max(bank->value(release), 1.0) / 1000 * sampleRate));
+    double a = decayCoefficient(std::max(bank->value(attack), 0.01) / 1000, sampleRate);
+    double r = decayCoefficient(std::max(bank->value(release), 1.0) / 1000, sampleRate);
 
     double lowest = frameCount > 0 ? 1.0 : 0.0;
     for (int64_t i = 0; i < frameCount; ++i) {
@@ -37,7 +40,7 @@ void NoiseGateProcessor::process(float* const* channels, int64_t frameCount) noe
         lowest = std::min(lowest, gain);
         for (int c = 0; c < channelCount; ++c) channels[c][i] = float(channels[c][i] * gain);
     }
-    bank->report(frameCount > 0 ? float(20 * std::log10(std::max(lowest, 1e-6))) : 0.0f,
+    bank->report(frameCount > 0 ? float(decibelsFromGain(std::max(lowest, 1e-6))) : 0.0f,
                  frameCount);
 }
 

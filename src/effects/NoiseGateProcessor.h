@@ -14,7 +14,7 @@ namespace sonvale {
 // Real-time safe after construction: process() neither allocates nor locks.
 class NoiseGateProcessor final : public EffectProcessor {
 public:
-    enum Parameter { threshold = 0, range = 1, attack = 2, hold = 3, release = 4 };
+    enum Parameter { threshold = 0, range = 1, attack = 2, hold = 3, release = 4, parameterCount };
 
     NoiseGateProcessor(double sampleRate, int channelCount, std::shared_ptr<ParameterBank> bank);
     void process(float* const* channels, int64_t frameCount) noexcept override;

@@ -17,7 +17,7 @@ namespace sonvale {
 // Real-time safe after construction: process() neither allocates nor locks.
 class PhaserProcessor final : public EffectProcessor {
 public:
-    enum Parameter { rate = 0, depth = 1, stages = 2, feedback = 3, mix = 4 };
+    enum Parameter { rate = 0, depth = 1, stages = 2, feedback = 3, mix = 4, parameterCount };
 
     PhaserProcessor(double sampleRate, int channelCount, std::shared_ptr<ParameterBank> bank);
     void process(float* const* channels, int64_t frameCount) noexcept override;

@@ -15,7 +15,7 @@ namespace sonvale {
 // Real-time safe after construction: process() neither allocates nor locks.
 class PitchShifterProcessor final : public EffectProcessor {
 public:
-    enum Parameter { pitch = 0, fine = 1, window = 2, mix = 3 };
+    enum Parameter { pitch = 0, fine = 1, window = 2, mix = 3, parameterCount };
 
     PitchShifterProcessor(double sampleRate, int channelCount, std::shared_ptr<ParameterBank> bank);
     void process(float* const* channels, int64_t frameCount) noexcept override;

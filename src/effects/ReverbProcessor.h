@@ -16,7 +16,7 @@ namespace sonvale {
 // Real-time safe after construction: process() neither allocates nor locks.
 class ReverbProcessor final : public EffectProcessor {
 public:
-    enum Parameter { size = 0, damping = 1, preDelay = 2, width = 3, mix = 4 };
+    enum Parameter { size = 0, damping = 1, preDelay = 2, width = 3, mix = 4, parameterCount };
 
     ReverbProcessor(double sampleRate, int channelCount, std::shared_ptr<ParameterBank> bank);
     void process(float* const* channels, int64_t frameCount) noexcept override;

@@ -1,5 +1,6 @@
 #include "effects/SaturationProcessor.h"
 
+#include "audio/Decibels.h"
 #include "base/CpuDispatch.h"
 #include "effects/EQBand.h"
 
@@ -95,19 +96,16 @@ SaturationProcessor::SaturationProcessor(double sampleRate, int channelCount,
 
 void SaturationProcessor::process(float* const* channels, int64_t frameCount) noexcept {
     double toneHz = bank->value(tone);
-    if (toneHz != toneFrequency) {
-        toneFilter = EQBand{EQBandType::highCut, toneHz, 0, 1 / std::sqrt(2.0)}.biquad(sampleRate);
-        toneFrequency = toneHz;
-    }
+    toneFilter.follow(toneHz, sampleRate);
     bool toneOn = toneHz < 0.45 * sampleRate;
     double driveTarget = bank->value(drive), warmthTarget = bank->value(warmth);
     double mixTarget = std::clamp(bank->value(mix), 0.0, 100.0);
     double outputTarget = bank->value(output);
 
     // The exponentials and tanh terms only change while a smoother moves; cache them.
-    double driveSeen = driveDB.value, g = std::pow(10.0, driveSeen / 20), tanhG = std::tanh(g);
+    double driveSeen = driveDB.value, g = gainFromDecibels(driveSeen), tanhG = std::tanh(g);
     double warmthSeen = warmthPercent.value, b = 0.4 * warmthSeen / 100;
-    double outputSeen = outputDB.value, o = std::pow(10.0, outputSeen / 20);
+    double outputSeen = outputDB.value, o = gainFromDecibels(outputSeen);
     // Settled knobs (the usual case) leave every smoother where it is.
     const bool settled = driveDB.value == driveTarget && warmthPercent.value == warmthTarget &&
                          outputDB.value == outputTarget && mixPercent.value == mixTarget;
@@ -126,7 +124,7 @@ void SaturationProcessor::process(float* const* channels, int64_t frameCount) no
             for (int i = 0; i < count; ++i) {
                 if (driveDB.step(driveTarget) != driveSeen) {
                     driveSeen = driveDB.value;
-                    g = std::pow(10.0, driveSeen / 20);
+                    g = gainFromDecibels(driveSeen);
                     tanhG = std::tanh(g);
                 }
                 if (warmthPercent.step(warmthTarget) != warmthSeen) {
@@ -134,7 +132,7 @@ void SaturationProcessor::process(float* const* channels, int64_t frameCount) no
                     b = 0.4 * warmthSeen / 100;
                 }
                 if (outputDB.step(outputTarget) != outputSeen)
-                    o = std::pow(10.0, (outputSeen = outputDB.value) / 20);
+                    o = gainFromDecibels(outputSeen = outputDB.value);
                 bias[i] = float(b);
                 gain[i] = float(g);
                 scale[i] = float(1 / tanhG);
@@ -147,8 +145,8 @@ void SaturationProcessor::process(float* const* channels, int64_t frameCount) no
             float shaped[2][run];
             for (int p = 0; p < pair; ++p)
                 shape(samples[p], bias, gain, scale, shaped[p], count);
-            finish(pair, samples, shaped, &blockers[size_t(c)], &filters[size_t(c)], toneFilter,
-                   toneOn, outputGain, mixFraction, count);
+            finish(pair, samples, shaped, &blockers[size_t(c)], &filters[size_t(c)],
+                   toneFilter.section, toneOn, outputGain, mixFraction, count);
         }
     }
     flushTiny(filters, blockers);
@@ -156,11 +154,7 @@ void SaturationProcessor::process(float* const* channels, int64_t frameCount) no
 
 // The smoothers keep their values: a reset clears what the signal left, not the knobs.
 void SaturationProcessor::reset() noexcept {
-    for (auto& f : filters)
-        f.reset();
-    double pole = DCBlocker::fiveHertzPole(sampleRate);
-    for (auto& blocker : blockers)
-        blocker = {0, 0, pole};
+    resetFilters(filters, blockers, sampleRate);
 }
 
 } // namespace sonvale

@@ -2,6 +2,7 @@
 
 #include "effects/Biquad.h"
 #include "effects/DelayLine.h"
+#include "effects/EQBand.h"
 #include "effects/EffectProcessor.h"
 #include "effects/ParameterBank.h"
 
@@ -15,7 +16,7 @@ namespace sonvale {
 // Real-time safe after construction: process() neither allocates nor locks.
 class SaturationProcessor final : public EffectProcessor {
 public:
-    enum Parameter { drive = 0, warmth = 1, tone = 2, mix = 3, output = 4 };
+    enum Parameter { drive = 0, warmth = 1, tone = 2, mix = 3, output = 4, parameterCount };
 
     SaturationProcessor(double sampleRate, int channelCount, std::shared_ptr<ParameterBank> bank);
     void process(float* const* channels, int64_t frameCount) noexcept override;
@@ -26,8 +27,7 @@ private:
     double sampleRate;
     int channelCount;
     Smoothed driveDB, warmthPercent, mixPercent, outputDB;
-    Biquad toneFilter;
-    double toneFrequency = 0; // what toneFilter was designed for; 0 = none yet
+    ToneFilter toneFilter;
     std::vector<BiquadState> filters;
     std::vector<DCBlocker> blockers;
 };

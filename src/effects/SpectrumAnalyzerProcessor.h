@@ -15,7 +15,9 @@ namespace sonvale {
 // Real-time safe after construction: process() neither allocates nor locks.
 class SpectrumAnalyzerProcessor final : public EffectProcessor {
 public:
-    enum Parameter { style = 0, bands = 1, release = 2, floor = 3, tilt = 4, peaks = 5 };
+    enum Parameter {
+        style = 0, bands = 1, release = 2, floor = 3, tilt = 4, peaks = 5, parameterCount
+    };
 
     SpectrumAnalyzerProcessor(double sampleRate, int channelCount,
                               std::shared_ptr<ParameterBank> bank);

@@ -1,5 +1,7 @@
 #include "engine/LevelMeter.h"
 
+#include "audio/Decibels.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -8,7 +10,7 @@ namespace sonvale {
 
 float levelDB(float magnitude, float floorDB) noexcept {
     if (!(magnitude > 0)) return floorDB;
-    return std::max(20.0f * std::log10(magnitude), floorDB);
+    return std::max(decibelsFromGain(magnitude), floorDB);
 }
 
 double MeterBallistics::advance(double now, size_t channels) {
@@ -70,7 +72,7 @@ void MeterBallistics::update(int64_t frame, const AudioData& audio, float gain, 
 
 void LampBallistics::step(float peak, double dt) {
     if (peak > 1.0f) clipped = true;
-    float dB = peak > 0 ? 20.0f * std::log10(peak) : -std::numeric_limits<float>::infinity();
+    float dB = peak > 0 ? decibelsFromGain(peak) : -std::numeric_limits<float>::infinity();
     level = std::max(std::max(dB, level - 90.0f * float(dt)), floorDB);
     float position = (level - floorDB) / -floorDB;
     float target = position * position;
@@ -84,7 +86,7 @@ InputLevel InputLevel::fromPeaks(std::span<const float> linearPeaks) {
     InputLevel result;
     result.peaksDB.reserve(linearPeaks.size());
     for (float peak : linearPeaks)
-        result.peaksDB.push_back(20.0f * std::log10(std::max(peak, 0.000001f)));
+        result.peaksDB.push_back(decibelsFromGain(std::max(peak, 0.000001f)));
     return result;
 }
 

@@ -92,14 +92,14 @@ private Q_SLOTS:
             QVERIFY(!action->icon().isNull());
             QCOMPARE(action->toolTip().toStdString(), std::string(summary(listed.back())));
         }
-        QCOMPARE(listed, std::vector<EffectKind>(allEffectKinds.begin(), allEffectKinds.end()));
+        QCOMPARE(listed, allEffectKinds());
         QCOMPARE(sections,
                  QStringList({"Tone", "Dynamics", "Modulation", "Space", "Pitch", "Visual"}));
     }
 
     void addingEachKindFromTheMenuAppendsItAndOpensItsPanel() {
         Fixture f;
-        for (EffectKind kind : allEffectKinds) {
+        for (EffectKind kind : allEffectKinds()) {
             QAction* action = f.menuAction(kind);
             QVERIFY(action);
             action->trigger();
@@ -116,8 +116,13 @@ private Q_SLOTS:
             QCOMPARE(f.panel.reductionMeter() != nullptr, kind == EffectKind::compressor ||
                                                               kind == EffectKind::limiter ||
                                                               kind == EffectKind::noiseGate);
+            // Nothing of the previous effect's editor stays on show.
+            int meters = 0;
+            for (auto* meter : f.panel.findChildren<ReductionMeter*>())
+                meters += meter->isVisibleTo(&f.panel) ? 1 : 0;
+            QCOMPARE(meters, f.panel.reductionMeter() ? 1 : 0);
         }
-        QCOMPARE(f.model.effectChain()->effects().size(), allEffectKinds.size());
+        QCOMPARE(f.model.effectChain()->effects().size(), allEffectKinds().size());
     }
 
     void movingAKnobWritesTheSessionValueAndTheBankSlot() {

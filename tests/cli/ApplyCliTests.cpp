@@ -185,7 +185,7 @@ TEST_F(ApplyCommand, UnreadableInputIsReportedByName) {
 TEST_F(ApplyCommand, EveryPresetOfEveryEffectRendersAFiniteFile) {
     auto source = read(in());
     ASSERT_EQ(source.channels, 2);
-    for (auto kind : sonvale::allEffectKinds)
+    for (auto kind : sonvale::allEffectKinds())
         for (auto& preset : sonvale::presets(kind)) {
             std::string effect = std::string(sonvale::rawValue(kind)) + "@" + preset.name;
             auto result = apply(in() + " -o " + out() + " --effect '" + effect + "'");

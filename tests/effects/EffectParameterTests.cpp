@@ -36,7 +36,7 @@ TEST(EffectParameter, LogarithmicValueTravelsGeometrically) {
 }
 
 TEST(EffectParameter, NormalizedInvertsValueForEveryContinuousParameter) {
-    for (auto kind : allEffectKinds)
+    for (auto kind : allEffectKinds())
         for (auto& p : parameters(kind)) {
             if (p.unit == EffectParameter::Unit::choice || p.step) continue;
             for (double t : {0.0, 0.1, 0.37, 0.5, 0.9, 1.0})

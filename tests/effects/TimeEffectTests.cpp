@@ -1,5 +1,5 @@
 // Delay, chorus, flanger, phaser, reverb and pitch shifter: echo timing and level, ping-pong
-// sides, tails, LFO offsets between channels and measured pitch.
+// sides, LFO offsets between channels and measured pitch.
 
 #include "effects/EffectKind.h"
 #include "effects/ParameterBank.h"
@@ -82,25 +82,6 @@ TEST(Delay, PingPongStartsLeftAndAlternatesSides) {
         EXPECT_GT(leftSide ? left : right, 0.05f) << "repeat " << repeat;
         EXPECT_LT(leftSide ? right : left, 1e-6f) << "repeat " << repeat;
     }
-}
-
-TEST(Tails, FollowFeedbackTimeSizeAndTheirCaps) {
-    auto delay = bankFor(EffectKind::delay, {{1, 90}});
-    EXPECT_NEAR(tailSeconds(EffectKind::delay, *delay), 23.15, 1e-6);
-    delay->set(0, 2000);
-    EXPECT_EQ(tailSeconds(EffectKind::delay, *delay), 30.0);
-    delay->set(3, 0);
-    EXPECT_EQ(tailSeconds(EffectKind::delay, *delay), 0.0);
-    auto reverb = bankFor(EffectKind::reverb, {{0, 100}, {2, 0}});
-    EXPECT_NEAR(tailSeconds(EffectKind::reverb, *reverb), 12.7, 0.05);
-    reverb->set(2, 50);
-    EXPECT_NEAR(tailSeconds(EffectKind::reverb, *reverb), 12.75, 0.05);
-    auto flanger = bankFor(EffectKind::flanger, {{2, 10}, {3, -90}});
-    EXPECT_NEAR(tailSeconds(EffectKind::flanger, *flanger), 1.01, 1e-9); // capped at 1 s
-    flanger->set(2, 2);
-    flanger->set(3, 50); // ten repeats of 2 x 2 ms
-    EXPECT_NEAR(tailSeconds(EffectKind::flanger, *flanger), 0.05, 1e-6);
-    EXPECT_EQ(tailSeconds(EffectKind::phaser, *bankFor(EffectKind::phaser, {})), 0.05);
 }
 
 // A channel whose LFO runs `offset` samples ahead, fed the input `offset` samples ahead,

@@ -2,11 +2,9 @@
 
 #include "effects/EQBand.h"
 
-#include <QGuiApplication>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
-#include <QPixmap>
 #include <algorithm>
 #include <cmath>
 
@@ -37,131 +35,6 @@ void drawBackground(QPainter& p, const QRect& r) {
 }
 
 } // namespace
-
-// ---- icons
-// ---------------------------------------------------------------------------------------
-
-QIcon effectIcon(EffectKind kind) {
-    // Drawn at twice the size so it stays sharp on HiDPI screens, in the theme's text colour
-    // so it shows on light and dark themes alike.
-    QPixmap pixmap(64, 64);
-    pixmap.setDevicePixelRatio(2);
-    pixmap.fill(Qt::transparent);
-    const QColor ink = QGuiApplication::palette().color(QPalette::WindowText);
-    QPainter p(&pixmap);
-    p.setRenderHint(QPainter::Antialiasing);
-    p.setPen(QPen(ink, 2.5, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
-    p.setBrush(Qt::NoBrush);
-    QPainterPath path;
-    switch (kind) {
-    case EffectKind::equalizer: // three sliders
-        for (int i = 0; i < 3; ++i) {
-            const double x = 8 + i * 8, knob = (i == 1) ? 10 : 20;
-            p.drawLine(QPointF(x, 5), QPointF(x, 27));
-            p.setBrush(ink);
-            p.drawEllipse(QPointF(x, knob), 3, 3);
-            p.setBrush(Qt::NoBrush);
-        }
-        break;
-    case EffectKind::saturation: // a flame
-        path.moveTo(16, 28);
-        path.cubicTo(6, 26, 6, 16, 12, 10);
-        path.cubicTo(12, 16, 15, 16, 16, 4);
-        path.cubicTo(24, 12, 27, 24, 16, 28);
-        p.drawPath(path);
-        break;
-    case EffectKind::distortion: // a bolt
-        path.moveTo(19, 3);
-        path.lineTo(9, 18);
-        path.lineTo(16, 18);
-        path.lineTo(13, 29);
-        path.lineTo(23, 13);
-        path.lineTo(16, 13);
-        path.closeSubpath();
-        p.drawPath(path);
-        break;
-    case EffectKind::compressor: // arrows pressing onto a line
-        p.drawLine(QPointF(5, 16), QPointF(27, 16));
-        p.drawLine(QPointF(16, 3), QPointF(16, 11));
-        p.drawLine(QPointF(12, 7), QPointF(16, 11));
-        p.drawLine(QPointF(20, 7), QPointF(16, 11));
-        p.drawLine(QPointF(16, 29), QPointF(16, 21));
-        p.drawLine(QPointF(12, 25), QPointF(16, 21));
-        p.drawLine(QPointF(20, 25), QPointF(16, 21));
-        break;
-    case EffectKind::limiter: // an arrow up to a ceiling
-        p.drawLine(QPointF(6, 5), QPointF(26, 5));
-        p.drawLine(QPointF(16, 28), QPointF(16, 11));
-        p.drawLine(QPointF(10, 17), QPointF(16, 11));
-        p.drawLine(QPointF(22, 17), QPointF(16, 11));
-        break;
-    case EffectKind::noiseGate: // a closed door
-        p.drawRect(QRectF(9, 4, 14, 24));
-        p.drawEllipse(QPointF(19, 17), 1.2, 1.2);
-        p.drawLine(QPointF(5, 28), QPointF(27, 28));
-        break;
-    case EffectKind::chorus: // three voices
-        for (int i = 0; i < 3; ++i)
-            p.drawEllipse(QPointF(7 + i * 9, 12 + (i == 1 ? -3 : 0)), 3.5, 3.5);
-        path.moveTo(3, 26);
-        path.quadTo(16, 14, 29, 26);
-        p.drawPath(path);
-        break;
-    case EffectKind::flanger: // wind
-        for (int i = 0; i < 3; ++i) {
-            QPainterPath line;
-            const double y = 9 + i * 7;
-            line.moveTo(4, y);
-            line.lineTo(22 - i * 4, y);
-            line.quadTo(28 - i * 4, y, 26 - i * 4, y - 4);
-            p.drawPath(line);
-        }
-        break;
-    case EffectKind::phaser: // a swirl
-        for (int i = 0; i < 3; ++i) {
-            const double r = 4 + i * 4.5;
-            p.drawArc(QRectF(16 - r, 16 - r, 2 * r, 2 * r), (i * 120) * 16, 220 * 16);
-        }
-        break;
-    case EffectKind::delay: // a dot and its echoes
-        p.setBrush(ink);
-        p.drawEllipse(QPointF(7, 16), 3, 3);
-        p.setBrush(Qt::NoBrush);
-        for (int i = 0; i < 3; ++i) {
-            const double r = 7 + i * 6;
-            p.drawArc(QRectF(7 - r, 16 - r, 2 * r, 2 * r), -45 * 16, 90 * 16);
-        }
-        break;
-    case EffectKind::reverb: // a hall of columns
-        path.moveTo(4, 11);
-        path.lineTo(16, 4);
-        path.lineTo(28, 11);
-        path.closeSubpath();
-        p.drawPath(path);
-        for (int i = 0; i < 4; ++i)
-            p.drawLine(QPointF(7 + i * 6, 14), QPointF(7 + i * 6, 24));
-        p.drawLine(QPointF(4, 28), QPointF(28, 28));
-        break;
-    case EffectKind::pitchShifter: // a tuning fork
-        path.moveTo(10, 4);
-        path.lineTo(10, 16);
-        path.quadTo(10, 21, 16, 21);
-        path.quadTo(22, 21, 22, 16);
-        path.lineTo(22, 4);
-        p.drawPath(path);
-        p.drawLine(QPointF(16, 21), QPointF(16, 29));
-        break;
-    case EffectKind::spectrumAnalyzer: // bars over an axis
-        p.drawLine(QPointF(4, 28), QPointF(28, 28));
-        for (int i = 0; i < 4; ++i) {
-            const double h = (i == 1 ? 18 : i == 2 ? 12 : i == 0 ? 9 : 6);
-            p.drawLine(QPointF(8 + i * 6, 24), QPointF(8 + i * 6, 24 - h));
-        }
-        break;
-    }
-    p.end();
-    return QIcon(pixmap);
-}
 
 // ---- equalizer graph -------------------------------------------------------------------------
 

@@ -2,18 +2,13 @@
 
 #include "analysis/SpectrumAnalysis.h"
 #include "effects/Biquad.h"
-#include "effects/EffectKind.h"
 #include "effects/EffectSession.h"
 
-#include <QIcon>
 #include <QWidget>
 #include <optional>
 #include <vector>
 
 namespace sonvale {
-
-// Our own drawn icon for an effect kind (stands in for its system image name).
-QIcon effectIcon(EffectKind kind);
 
 // The equalizer's summed response over 20 Hz to 20 kHz with a draggable point per band:
 // sideways sets the band's frequency, up and down its gain (for the types that have one).

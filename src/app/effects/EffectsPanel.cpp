@@ -1,9 +1,9 @@
 #include "app/effects/EffectsPanel.h"
 
 #include "app/effects/EffectDisplays.h"
+#include "app/effects/EffectEditors.h"
 #include "app/effects/Knob.h"
 #include "editor/EditorModel.h"
-#include "effects/EQBand.h"
 #include "engine/PlaybackEngine.h"
 
 #include <QAbstractItemModel>
@@ -24,10 +24,22 @@ namespace sonvale {
 
 namespace {
 constexpr int displayIntervalMs = 16; // about 60 display frames a second
-constexpr int equalizerBands = 4;
 
 QString qs(std::string_view text) {
     return QString::fromUtf8(text.data(), qsizetype(text.size()));
+}
+
+// Empties `layout` and the layouts nested in it. Their widgets are hidden now and deleted once
+// the current event is done with them.
+void clear(QLayout* layout) {
+    while (QLayoutItem* item = layout->takeAt(0)) {
+        if (QWidget* widget = item->widget()) {
+            widget->hide();
+            widget->deleteLater();
+        }
+        if (QLayout* inner = item->layout()) clear(inner);
+        delete item;
+    }
 }
 } // namespace
 
@@ -236,28 +248,9 @@ void EffectsPanel::rebuildEditor() {
         c.disconnect();
     sessionConnections.clear();
     knobWidgets.clear();
-    eqGraph = nullptr;
-    compressorCurve = nullptr;
-    meter = nullptr;
-    spectrum = nullptr;
+    parts = {};
     presets = nullptr;
-    while (QLayoutItem* item = editorLayout->takeAt(0)) {
-        // Hidden now, deleted once the current event is done with them.
-        if (item->widget()) {
-            item->widget()->hide();
-            item->widget()->deleteLater();
-        }
-        if (item->layout()) {
-            while (QLayoutItem* inner = item->layout()->takeAt(0)) {
-                if (inner->widget()) {
-                    inner->widget()->hide();
-                    inner->widget()->deleteLater();
-                }
-                delete inner;
-            }
-        }
-        delete item;
-    }
+    clear(editorLayout);
     shown = observed ? observed->selected() : nullptr;
     if (!shown) {
         auto* hint = new QLabel(observed ? "Select an effect in the chain."
@@ -304,42 +297,12 @@ void EffectsPanel::rebuildEditor() {
 
     const auto track = model.activeTrack();
     const double rate = track && track->audio() ? track->audio()->sampleRate : 48000;
-    if (kind == EffectKind::equalizer) {
-        eqGraph = new EqualizerGraph(shown, rate, editorArea);
-        editorLayout->addWidget(eqGraph, 1);
-    } else if (kind == EffectKind::compressor) {
-        auto* row = new QHBoxLayout;
-        compressorCurve = new CompressorCurve(shown, editorArea);
-        compressorCurve->setFixedSize(200, 200);
-        row->addWidget(compressorCurve);
-        auto* readout = new QVBoxLayout;
-        readout->addWidget(new QLabel("Gain reduction", editorArea));
-        meter = new ReductionMeter(editorArea);
-        readout->addWidget(meter);
-        readout->addStretch();
-        row->addLayout(readout, 1);
-        editorLayout->addLayout(row);
-    } else if (kind == EffectKind::limiter || kind == EffectKind::noiseGate) {
-        editorLayout->addWidget(new QLabel("Gain reduction", editorArea));
-        meter = new ReductionMeter(editorArea, kind == EffectKind::noiseGate ? 80 : 24);
-        editorLayout->addWidget(meter);
-    } else if (kind == EffectKind::spectrumAnalyzer) {
-        spectrum = new SpectrumDisplay(shown, editorArea);
-        editorLayout->addWidget(spectrum, 1);
-    }
+    parts = buildEffectEditor(shown, rate, editorArea, editorLayout);
 
     auto* grid = new QGridLayout;
     grid->setHorizontalSpacing(4);
-    // Two equalizer bands to a row keep the response graph tall.
-    const int columns = kind == EffectKind::equalizer ? 10 : 8;
     for (const auto& param : params) {
         auto* knob = new Knob(param, editorArea);
-        if (kind == EffectKind::equalizer && param.index < 5 * equalizerBands) {
-            // "Band 2 Frequency" would not fit: the band's number and a short name.
-            static const char* shortNames[] = {"Type", "Freq", "Gain", "Q", "On"};
-            knob->setLabel(
-                QString("%1 %2").arg(param.index / 5 + 1).arg(shortNames[param.index % 5]));
-        }
         knob->setValue(shown->values()[size_t(param.index)]);
         QSizePolicy policy = knob->sizePolicy();
         policy.setRetainSizeWhenHidden(true);
@@ -348,15 +311,17 @@ void EffectsPanel::rebuildEditor() {
             if (shown) shown->setValue(index, value);
         });
         const int position = int(knobWidgets.size());
-        grid->addWidget(knob, position / columns, position % columns);
+        grid->addWidget(knob, position / parts.knobColumns, position % parts.knobColumns);
         knobWidgets.push_back(knob);
     }
+    if (parts.labelKnobs) parts.labelKnobs(knobWidgets);
     editorLayout->addLayout(grid);
-    if (!eqGraph && !spectrum) editorLayout->addStretch(); // the knobs stay at the top
+    // The knobs stay at the top unless a display takes the spare height.
+    if (!parts.equalizerGraph && !parts.spectrumDisplay) editorLayout->addStretch();
 
     sessionConnections.push_back(shown->valuesChanged.connect([this] { syncEditor(); }));
     syncEditor();
-    if (meter || spectrum)
+    if (parts.reductionMeter || parts.spectrumDisplay)
         displayTimer->start();
     else
         displayTimer->stop();
@@ -368,17 +333,11 @@ void EffectsPanel::syncEditor() {
     const auto& values = shown->values();
     for (Knob* knob : knobWidgets)
         knob->setValue(values[size_t(knob->parameter().index)]);
-    if (shown->kind() == EffectKind::equalizer && knobWidgets.size() >= 5 * equalizerBands) {
-        // Each band shows only the controls its type uses.
-        for (int b = 0; b < equalizerBands; ++b) {
-            const EQBandType type = eqBandType(values[size_t(5 * b)]);
-            knobWidgets[size_t(5 * b + 2)]->setVisible(usesGain(type));
-            knobWidgets[size_t(5 * b + 3)]->setVisible(usesQ(type));
-        }
-    }
-    if (eqGraph) eqGraph->update();
-    if (compressorCurve) compressorCurve->update();
-    if (spectrum) spectrum->update(); // a new style or scale, even while the bands rest
+    if (parts.syncKnobs) parts.syncKnobs(knobWidgets, values);
+    if (parts.equalizerGraph) parts.equalizerGraph->update();
+    if (parts.compressorCurve) parts.compressorCurve->update();
+    // A new style or scale, even while the bands rest.
+    if (parts.spectrumDisplay) parts.spectrumDisplay->update();
     syncPresetName();
 }
 
@@ -413,6 +372,8 @@ void EffectsPanel::syncButtons() {
     if (editorArea) editorArea->setEnabled(!applying);
 }
 
+QWidget* EffectsPanel::compressorDisplay() const { return parts.compressorCurve; }
+
 int64_t EffectsPanel::heardBehind() const {
     // The output latency: what is heard now was processed this many frames ago.
     return model.isPlaying() ? model.player().latencyFrames() : 0;
@@ -421,8 +382,11 @@ int64_t EffectsPanel::heardBehind() const {
 void EffectsPanel::refreshDisplays() {
     if (!shown) return;
     // Nothing heard, no gain change: the needle rests once playback stops.
-    if (meter) meter->setValue(model.isPlaying() ? shown->bank()->readout(heardBehind()) : 0);
-    if (spectrum) spectrum->refresh(heardBehind(), SpectrumAnalysis::Clock::now());
+    if (parts.reductionMeter)
+        parts.reductionMeter->setValue(
+            model.isPlaying() ? shown->bank()->readout(heardBehind()) : 0);
+    if (parts.spectrumDisplay)
+        parts.spectrumDisplay->refresh(heardBehind(), SpectrumAnalysis::Clock::now());
 }
 
 } // namespace sonvale

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/effects/EffectEditors.h"
 #include "effects/EffectChain.h"
 
 #include <QWidget>
@@ -19,10 +20,6 @@ class QVBoxLayout;
 namespace sonvale {
 
 class EditorModel;
-class EqualizerGraph;
-class Knob;
-class ReductionMeter;
-class SpectrumDisplay;
 
 // The effects of the waveform editor: an add menu by category, the chain in order (drag to
 // reorder, bypass each or all, remove), the selected effect's knobs, presets and displays,
@@ -44,10 +41,11 @@ public:
     QPushButton* playButton() const { return play; }
     // The selected effect's knobs, in parameter order.
     const std::vector<Knob*>& knobs() const { return knobWidgets; }
-    EqualizerGraph* equalizerGraph() const { return eqGraph; }
-    SpectrumDisplay* spectrumDisplay() const { return spectrum; }
-    ReductionMeter* reductionMeter() const { return meter; }
-    QWidget* compressorDisplay() const { return compressorCurve; }
+    // The selected effect's displays; null where its editor has none of the kind.
+    EqualizerGraph* equalizerGraph() const { return parts.equalizerGraph; }
+    SpectrumDisplay* spectrumDisplay() const { return parts.spectrumDisplay; }
+    ReductionMeter* reductionMeter() const { return parts.reductionMeter; }
+    QWidget* compressorDisplay() const;
 
     // One display frame: readouts and the spectrum follow the audio being heard.
     void refreshDisplays();
@@ -87,10 +85,7 @@ private:
     QProgressBar* progress = nullptr;
     QTimer* displayTimer = nullptr;
     std::vector<Knob*> knobWidgets;
-    EqualizerGraph* eqGraph = nullptr;
-    QWidget* compressorCurve = nullptr;
-    ReductionMeter* meter = nullptr;
-    SpectrumDisplay* spectrum = nullptr;
+    EffectEditorParts parts;
     bool updatingList = false;
 };
 
