@@ -15,7 +15,8 @@ namespace {
 FloatBuffer noiseBuffer(int64_t n, unsigned seed) {
     FloatBuffer buffer(n);
     std::minstd_rand engine(seed);
-    for (int64_t i = 0; i < n; ++i) buffer[i] = float(int32_t(engine()) % 20000) / 20000.0f;
+    for (int64_t i = 0; i < n; ++i)
+        buffer[i] = float(int32_t(engine()) % 20000) / 20000.0f;
     return buffer;
 }
 
@@ -80,7 +81,8 @@ void BM_LevelZeroIntoMadeBuffers(benchmark::State& state) {
     FloatBuffer samples = noiseBuffer(pyramidSamples, 1);
     FloatBuffer minMax(pyramidSamples / 8), energy(pyramidSamples / 16);
     for (auto _ : state) {
-        AudioLoader::summariseLevelZero(samples.data(), samples.size(), minMax.data(), energy.data());
+        AudioLoader::summariseLevelZero(samples.data(), samples.size(), minMax.data(),
+                                        energy.data());
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(state.iterations() * pyramidSamples * int64_t(sizeof(float)));

@@ -59,13 +59,9 @@ void compressor(benchmark::State& state) {
     run(state, EffectSession::make(EffectKind::compressor));
 }
 
-void limiter(benchmark::State& state) {
-    run(state, EffectSession::make(EffectKind::limiter));
-}
+void limiter(benchmark::State& state) { run(state, EffectSession::make(EffectKind::limiter)); }
 
-void noiseGate(benchmark::State& state) {
-    run(state, EffectSession::make(EffectKind::noiseGate));
-}
+void noiseGate(benchmark::State& state) { run(state, EffectSession::make(EffectKind::noiseGate)); }
 
 // Every other effect at its defaults.
 void effect(benchmark::State& state) {

@@ -35,9 +35,11 @@ const AudioData& hourOfAudio() {
 void BM_LoudnessSonvale(benchmark::State& state) {
     const AudioData& audio = hourOfAudio();
     double result = 0;
-    for (auto _ : state) result = Loudness::integrated(audio).value_or(0);
+    for (auto _ : state)
+        result = Loudness::integrated(audio).value_or(0);
     state.counters["LUFS"] = result;
-    state.counters["xRealTime"] = benchmark::Counter(3600.0 * double(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["xRealTime"] =
+        benchmark::Counter(3600.0 * double(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_LoudnessSonvale)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 
@@ -63,7 +65,8 @@ void BM_LoudnessLibebur128(benchmark::State& state) {
         ebur128_destroy(&meter);
     }
     state.counters["LUFS"] = result;
-    state.counters["xRealTime"] = benchmark::Counter(3600.0 * double(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["xRealTime"] =
+        benchmark::Counter(3600.0 * double(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_LoudnessLibebur128)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 

@@ -39,7 +39,8 @@ fs::path makeFolder() {
     for (int i = 0; i < 200; ++i) {
         const ExportFormat format = i % 2 ? ExportFormat::aac : ExportFormat::wav16;
         char name[32];
-        std::snprintf(name, sizeof name, "clip %03d.%s", i, std::string(fileExtension(format)).c_str());
+        std::snprintf(name, sizeof name, "clip %03d.%s", i,
+                      std::string(fileExtension(format)).c_str());
         AudioExporter::exportAudio(*audio, {0, frames}, 1.0f, format, folder / name);
     }
     std::ofstream(folder / "done") << "";
@@ -48,7 +49,8 @@ fs::path makeFolder() {
 
 const fs::path& benchFolder() {
     static const fs::path folder = [] {
-        if (const char* given = std::getenv("SONVALE_BENCH_FOLDER"); given && *given) return fs::path(given);
+        if (const char* given = std::getenv("SONVALE_BENCH_FOLDER"); given && *given)
+            return fs::path(given);
         return makeFolder();
     }();
     return folder;
@@ -75,13 +77,20 @@ void BM_OpenFolderThroughEditor(benchmark::State& state) {
         });
         files = tracks.size();
         failed = 0;
-        for (const auto& t : tracks) failed += !t->isReady();
+        for (const auto& t : tracks)
+            failed += !t->isReady();
     }
     state.counters["files"] = double(files);
     state.counters["failed"] = double(failed);
-    state.counters["filesPerSecond"] = benchmark::Counter(double(files), benchmark::Counter::kIsIterationInvariantRate);
+    state.counters["filesPerSecond"] =
+        benchmark::Counter(double(files), benchmark::Counter::kIsIterationInvariantRate);
 }
-BENCHMARK(BM_OpenFolderThroughEditor)->Arg(1)->Arg(2)->Arg(4)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_OpenFolderThroughEditor)
+    ->Arg(1)
+    ->Arg(2)
+    ->Arg(4)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 void BM_DecodeFolderOneAfterAnother(benchmark::State& state) {
     fs::path folder;

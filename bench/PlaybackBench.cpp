@@ -42,13 +42,15 @@ AudioDataPtr benchTrack() {
 
 // Every processor that exists, on live banks, as the editor hears its chain.
 std::unique_ptr<EffectProcessor> fullChain(EffectChain& chain) {
-    for (EffectKind kind : allEffectKinds()) chain.append(EffectSession::make(kind));
+    for (EffectKind kind : allEffectKinds())
+        chain.append(EffectSession::make(kind));
     return chain.previewProcessor(rate, 2);
 }
 
 void report(benchmark::State& state) {
-    state.counters["realtime_fraction"] = benchmark::Counter(
-        double(state.iterations()) * bufferSeconds, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["realtime_fraction"] =
+        benchmark::Counter(double(state.iterations()) * bufferSeconds,
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
 void renderLoop(benchmark::State& state, RenderSource& source) {
@@ -75,7 +77,8 @@ void BM_RenderSourceFullEffectChain(benchmark::State& state) {
     EffectChain chain;
     auto insert = std::make_shared<EffectInsert>();
     insert->setProcessor(fullChain(chain), 2);
-    RenderSource source(AudioDataContent::make(benchTrack()), std::make_shared<GainBox>(1.0f), insert);
+    RenderSource source(AudioDataContent::make(benchTrack()), std::make_shared<GainBox>(1.0f),
+                        insert);
     renderLoop(state, source);
 }
 BENCHMARK(BM_RenderSourceFullEffectChain);
@@ -83,7 +86,9 @@ BENCHMARK(BM_RenderSourceFullEffectChain);
 // An output that never opens a device: the benchmark calls the engine's render callback itself.
 class DrivenOutput final : public AudioOutput {
 public:
-    void open(Format format, Client* newClient) override { client = newClient, streamFormat = format; }
+    void open(Format format, Client* newClient) override {
+        client = newClient, streamFormat = format;
+    }
     void start() override { running = true; }
     void stop() override { running = false; }
     void close() override { client = nullptr; }
@@ -107,14 +112,16 @@ void BM_EngineRenderAtSpeed(benchmark::State& state) {
     DrivenOutput* driven = output.get();
     PlaybackEngine engine(std::move(output));
     engine.setRate(float(state.range(0)) / 100);
-    auto source = engine.prepare(AudioDataContent::make(benchTrack()), std::make_shared<GainBox>(1.0f));
+    auto source =
+        engine.prepare(AudioDataContent::make(benchTrack()), std::make_shared<GainBox>(1.0f));
     source->start({0, benchTrack()->frameCount}, 0, true);
     engine.start();
     std::vector<float> left(bufferFrames), right(bufferFrames);
     float* buffers[2] = {left.data(), right.data()};
     int i = 0;
     for (auto _ : state) {
-        static_cast<AudioOutput::Client*>(driven->client)->render(buffers, 2, bufferFrames, HostTime(++i));
+        static_cast<AudioOutput::Client*>(driven->client)
+            ->render(buffers, 2, bufferFrames, HostTime(++i));
         benchmark::DoNotOptimize(left.data());
     }
     report(state);

@@ -107,8 +107,9 @@ struct Media {
         const SessionState live = model.sessionState();
         for (size_t i = 0; i < live.tracks.size(); ++i) {
             const AudioTrack& track = *model.tracks()[i];
-            tracks.push_back({live.tracks[i], track.url(), track.audioEditDepth() > 0 ? track.audio() : nullptr,
-                              track.name(), false});
+            tracks.push_back({live.tracks[i], track.url(),
+                              track.audioEditDepth() > 0 ? track.audio() : nullptr, track.name(),
+                              false});
         }
     }
 
@@ -153,7 +154,8 @@ void syncTree(const fs::path& root) {
 
 bool run(std::vector<std::string> arguments) {
     std::vector<char*> argv;
-    for (auto& argument : arguments) argv.push_back(argument.data());
+    for (auto& argument : arguments)
+        argv.push_back(argument.data());
     argv.push_back(nullptr);
     pid_t pid = 0;
     if (posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) return false;
@@ -173,8 +175,9 @@ std::map<std::string, ino_t> audioInodes(const fs::path& bundle) {
 }
 
 SessionBundle::WriteResult save(const Media& m, const std::vector<SessionBundle::Track>& tracks) {
-    return SessionBundle::write(tracks, {}, false, std::nullopt, {}, SessionBundle::history(m.bundle),
-                                SessionBundle::NewSnapshot{SessionBundle::Clock::now(), std::nullopt}, m.bundle);
+    return SessionBundle::write(
+        tracks, {}, false, std::nullopt, {}, SessionBundle::history(m.bundle),
+        SessionBundle::NewSnapshot{SessionBundle::Clock::now(), std::nullopt}, m.bundle);
 }
 
 void copyEditedAudio(benchmark::State& state, bool synced) {
@@ -250,10 +253,12 @@ void storeSave(benchmark::State& state, bool background) {
         m->model.saveSession();
         const auto returned = Clock::now();
         m->store->flush();
-        state.SetIterationTime(background ? secondsSince(returned)
-                                          : std::chrono::duration<double>(returned - start).count());
+        state.SetIterationTime(background
+                                   ? secondsSince(returned)
+                                   : std::chrono::duration<double>(returned - start).count());
         const auto stored = m->store->load();
-        const auto written = std::distance(fs::directory_iterator(m->store->audioFolder()), fs::directory_iterator());
+        const auto written = std::distance(fs::directory_iterator(m->store->audioFolder()),
+                                           fs::directory_iterator());
         if (!stored || stored->tracks.size() != m->tracks.size() || written != editedCount) {
             state.SkipWithError("the store did not save the session");
             break;
@@ -268,12 +273,15 @@ void storeSave(benchmark::State& state, bool background) {
         b->Iterations(1)
             ->Repetitions(3)
             ->ReportAggregatesOnly(true)
-            ->ComputeStatistics("min", [](const std::vector<double>& v) { return *std::min_element(v.begin(), v.end()); })
+            ->ComputeStatistics(
+                "min",
+                [](const std::vector<double>& v) { return *std::min_element(v.begin(), v.end()); })
             ->UseManualTime()
             ->Unit(benchmark::kMillisecond);
     };
     configure(benchmark::RegisterBenchmark("BM_SessionCopyEditedAudio", copyEditedAudio, false));
-    configure(benchmark::RegisterBenchmark("BM_SessionCopyEditedAudioSynced", copyEditedAudio, true));
+    configure(
+        benchmark::RegisterBenchmark("BM_SessionCopyEditedAudioSynced", copyEditedAudio, true));
     configure(benchmark::RegisterBenchmark("BM_SessionFirstSave", firstSave));
     configure(benchmark::RegisterBenchmark("BM_SessionSaveUnchanged", saveUnchanged));
     configure(benchmark::RegisterBenchmark("BM_SessionStoreSave", storeSave, false));

@@ -40,7 +40,8 @@ AudioDataPtr noiseTrack(int64_t frames, int channels) {
     std::minstd_rand engine(7);
     for (int c = 0; c < channels; ++c) {
         FloatBuffer buffer(frames);
-        for (int64_t i = 0; i < frames; ++i) buffer[i] = float(int32_t(engine() % 20001) - 10000) / 20000.0f;
+        for (int64_t i = 0; i < frames; ++i)
+            buffer[i] = float(int32_t(engine() % 20001) - 10000) / 20000.0f;
         buffers.push_back(std::move(buffer));
     }
     return AudioLoader::makeAudioData(48000, std::move(buffers), frames);

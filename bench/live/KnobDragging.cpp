@@ -34,21 +34,24 @@ int main(int argc, char** argv) {
         for (int64_t i = 0; i < frames; ++i) {
             const double t = double(i) / rate;
             buffer[i] = float(0.3 * std::sin(2 * M_PI * (220 + 110 * c) * t) *
-                              (0.6 + 0.4 * std::sin(2 * M_PI * 0.5 * t))) + noise(random);
+                              (0.6 + 0.4 * std::sin(2 * M_PI * 0.5 * t))) +
+                        noise(random);
         }
         buffers.push_back(std::move(buffer));
     }
     auto audio = AudioLoader::makeAudioData(rate, std::move(buffers), frames);
 
     auto chain = std::make_shared<EffectChain>();
-    for (EffectKind kind : allEffectKinds()) chain->append(EffectSession::make(kind));
+    for (EffectKind kind : allEffectKinds())
+        chain->append(EffectSession::make(kind));
 
     PlaybackEngine engine;
     engine.setEffectFactory([chain](double sampleRate, int channels) {
         return chain->previewProcessor(sampleRate, channels);
     });
     try {
-        auto source = engine.prepare(AudioDataContent::make(audio), std::make_shared<GainBox>(0.5f));
+        auto source =
+            engine.prepare(AudioDataContent::make(audio), std::make_shared<GainBox>(0.5f));
         source->start({0, frames}, 0, false);
         engine.start();
     } catch (const std::exception& error) {

@@ -67,12 +67,14 @@ int main(int argc, char** argv) {
     std::vector<float> speeds{1.0f, 0.5f, 0.75f, 1.25f, 1.5f, 2.0f};
     if (argc > 1) {
         speeds.clear();
-        for (int i = 1; i < argc; ++i) speeds.push_back(std::strtof(argv[i], nullptr));
+        for (int i = 1; i < argc; ++i)
+            speeds.push_back(std::strtof(argv[i], nullptr));
     }
     std::vector<FloatBuffer> buffers;
     for (int c = 0; c < 2; ++c) {
         FloatBuffer buffer(frames);
-        for (int64_t i = 0; i < frames; ++i) buffer[i] = c == 0 ? rampValue(i) : 0.5f;
+        for (int64_t i = 0; i < frames; ++i)
+            buffer[i] = c == 0 ? rampValue(i) : 0.5f;
         buffers.push_back(std::move(buffer));
     }
     auto audio = AudioLoader::makeAudioData(rate, std::move(buffers), frames);
@@ -94,7 +96,8 @@ int main(int argc, char** argv) {
         in.sampleFormat = paFloat32 | paNonInterleaved;
         in.suggestedLatency = Pa_GetDeviceInfo(in.device)->defaultLowInputLatency;
         PaStream* stream = nullptr;
-        if (Pa_OpenStream(&stream, &in, nullptr, rate, 256, paNoFlag, captureCallback, &capture) != paNoError ||
+        if (Pa_OpenStream(&stream, &in, nullptr, rate, 256, paNoFlag, captureCallback, &capture) !=
+                paNoError ||
             Pa_StartStream(stream) != paNoError) {
             std::fprintf(stderr, "the monitor could not be captured\n");
             return 1;
@@ -117,7 +120,8 @@ int main(int argc, char** argv) {
                 sought = true;
             }
             HostTime now = engine.hostTimeNow();
-            if (auto frame = engine.audibleFrame(now)) answers.emplace_back(secondsFromHostTime(now), *frame);
+            if (auto frame = engine.audibleFrame(now))
+                answers.emplace_back(secondsFromHostTime(now), *frame);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
         engine.stop();
@@ -131,14 +135,19 @@ int main(int argc, char** argv) {
         double first = answers.empty() ? 0 : answers.front().first;
         for (auto [when, predicted] : answers) {
             double sinceStart = when - first;
-            if (sinceStart < 0.5 || (sinceStart > seekAt - 0.1 && sinceStart < seekAt + 0.6)) continue;
+            if (sinceStart < 0.5 || (sinceStart > seekAt - 0.1 && sinceStart < seekAt + 0.6))
+                continue;
             int64_t index = 0;
-            if (timeOfSample(capture, when, index) < 0 || index < 0 || index >= capture.count.load()) continue;
+            if (timeOfSample(capture, when, index) < 0 || index < 0 ||
+                index >= capture.count.load())
+                continue;
             float r = capture.right[size_t(index)];
             if (std::fabs(r) < 0.25f) continue;
             double actual = rampFrame(capture.left[size_t(index)] / r * 0.5f);
             errors.push_back((double(predicted) - actual) / (rate * double(speed)) * 1000);
-            if (std::getenv("PLAYHEAD_TRACE")) std::fprintf(stderr, "TRACE %.3f %ld %.1f %+.2f\n", sinceStart, long(predicted), actual, errors.back());
+            if (std::getenv("PLAYHEAD_TRACE"))
+                std::fprintf(stderr, "TRACE %.3f %ld %.1f %+.2f\n", sinceStart, long(predicted),
+                             actual, errors.back());
         }
         if (errors.empty()) {
             std::printf("speed %.2f: no comparable points\n", speed);
@@ -147,7 +156,8 @@ int main(int argc, char** argv) {
         std::vector<double> sorted = errors;
         std::sort(sorted.begin(), sorted.end());
         double mean = 0, absMax = 0;
-        for (double e : errors) mean += e, absMax = std::max(absMax, std::fabs(e));
+        for (double e : errors)
+            mean += e, absMax = std::max(absMax, std::fabs(e));
         mean /= double(errors.size());
         std::printf("speed %.2f: %zu points, playhead minus heard: mean %+.2f ms, median %+.2f ms, "
                     "5%%..95%% %+.2f..%+.2f ms, largest |error| %.2f ms "

@@ -6,9 +6,7 @@
 
 // The shell is a static library: its resources are linked in only when something refers to
 // them, and Q_INIT_RESOURCE must be called outside any namespace.
-static void initialiseResources() {
-    Q_INIT_RESOURCE(sonvale);
-}
+static void initialiseResources() { Q_INIT_RESOURCE(sonvale); }
 
 namespace sonvale {
 

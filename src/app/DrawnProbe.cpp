@@ -25,13 +25,16 @@ double residentMegabytes() {
 
 DrawnProbe::DrawnProbe(EditorModel& model, QWidget* canvas,
                        std::chrono::steady_clock::time_point started)
-    : QObject(canvas), model(model), started(started) {
+    : QObject(canvas)
+    , model(model)
+    , started(started) {
     canvas->installEventFilter(this);
 }
 
 bool DrawnProbe::eventFilter(QObject* watched, QEvent* event) {
     if (event->type() != QEvent::Paint || done) return QObject::eventFilter(watched, event);
-    const double now = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    const double now =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     if (firstPaint < 0) firstPaint = now;
     for (const auto& track : model.tracks())
         if (std::holds_alternative<AudioTrack::Loading>(track->state())) {

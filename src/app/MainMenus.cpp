@@ -16,9 +16,7 @@ namespace sonvale {
 
 namespace {
 
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
+QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 } // namespace
 

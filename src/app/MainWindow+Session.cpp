@@ -6,8 +6,8 @@
 
 #include <QBuffer>
 #include <QDir>
-#include <QFileDialog>
 #include <QFile>
+#include <QFileDialog>
 #include <QFileInfo>
 #include <QMessageBox>
 #include <QPointer>
@@ -22,13 +22,9 @@ namespace sonvale {
 
 namespace {
 
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
+QString qs(const std::string& text) { return QString::fromStdString(text); }
 
-bool isBundle(const QString& path) {
-    return EditorModel::isSessionDocument(path.toStdString());
-}
+bool isBundle(const QString& path) { return EditorModel::isSessionDocument(path.toStdString()); }
 
 // Where session dialogs start without an open document: Documents, else home.
 QString defaultSessionFolder() {
@@ -159,8 +155,8 @@ void MainWindow::askToLeaveSession(bool quitting, std::function<void()> proceed)
 // the session it goes back to: ask whether to keep them where they are or move them to the
 // Trash. A file that can't be moved stops there, so nothing goes without the person knowing.
 void MainWindow::confirmKeepingNewFiles(std::function<void()> proceed) {
-    const auto files = model.document() ? model.newFilesNotInSavedSession()
-                                        : std::vector<std::filesystem::path>{};
+    const auto files =
+        model.document() ? model.newFilesNotInSavedSession() : std::vector<std::filesystem::path>{};
     if (files.empty()) {
         proceed();
         return;
@@ -171,8 +167,8 @@ void MainWindow::confirmKeepingNewFiles(std::function<void()> proceed) {
     box->setObjectName("keepNewFilesQuestion");
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setInformativeText(qs(question.message));
-    QPushButton* keep = box->addButton(files.size() == 1 ? "Keep File" : "Keep Files",
-                                       QMessageBox::AcceptRole);
+    QPushButton* keep =
+        box->addButton(files.size() == 1 ? "Keep File" : "Keep Files", QMessageBox::AcceptRole);
     QPushButton* trash = box->addButton("Move to Trash", QMessageBox::DestructiveRole);
     box->addButton(QMessageBox::Cancel);
     box->setDefaultButton(keep);
@@ -186,8 +182,8 @@ void MainWindow::confirmKeepingNewFiles(std::function<void()> proceed) {
                 QFile moving(qs(file.string()));
                 if (moving.exists() && !moving.moveToTrash()) {
                     model.showAlert({"Couldn't move to the Trash",
-                                     "\u201C" + file.filename().string() + "\u201D: " +
-                                         moving.errorString().toStdString()});
+                                     "\u201C" + file.filename().string() +
+                                         "\u201D: " + moving.errorString().toStdString()});
                     return;
                 }
             }

@@ -39,9 +39,7 @@ namespace sonvale {
 
 namespace {
 
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
+QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 // The format and range choices beside the export dialogs, bound to an ExportOptions.
 QWidget* makeExportAccessory(ExportOptions& options, bool offerRange, QWidget* parent) {
@@ -135,9 +133,7 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     refreshTitle();
 }
 
-MainWindow::~MainWindow() {
-    model.windowPicture = nullptr;
-}
+MainWindow::~MainWindow() { model.windowPicture = nullptr; }
 
 // The waveform canvas, with the inspector above the marker list beside it.
 QWidget* MainWindow::buildSingleTrackEditor() {
@@ -238,21 +234,13 @@ void MainWindow::observeModel() {
     }));
 }
 
-QAction* MainWindow::action(ActionID id) const {
-    return menus->action(id);
-}
+QAction* MainWindow::action(ActionID id) const { return menus->action(id); }
 
-QListWidget* MainWindow::trackList() const {
-    return tracks;
-}
+QListWidget* MainWindow::trackList() const { return tracks; }
 
-QTreeWidget* MainWindow::markerList() const {
-    return markers->list();
-}
+QTreeWidget* MainWindow::markerList() const { return markers->list(); }
 
-LevelMeterWidget* MainWindow::outputMeter() const {
-    return transport->meter();
-}
+LevelMeterWidget* MainWindow::outputMeter() const { return transport->meter(); }
 
 void MainWindow::showLocateButton() {
     const bool missing = action(ActionID::locateMissing)->isVisible();

@@ -14,9 +14,7 @@ namespace sonvale {
 
 namespace {
 
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
+QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 std::optional<Uuid> markerID(const QTreeWidgetItem* item) {
     return Uuid::parse(item->data(0, Qt::UserRole).toString().toStdString());

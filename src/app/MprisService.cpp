@@ -224,9 +224,7 @@ qlonglong MprisService::position() const {
     return framesToMicroseconds(model.playheadPosition(), track->sampleRate());
 }
 
-bool MprisService::canPlay() const {
-    return model.canPlay();
-}
+bool MprisService::canPlay() const { return model.canPlay(); }
 
 bool MprisService::canSeek() const {
     const auto track = model.activeTrack();

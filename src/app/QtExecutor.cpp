@@ -4,14 +4,16 @@
 
 namespace sonvale {
 
-QtExecutor::QtExecutor(QObject* parent) : QObject(parent) {
+QtExecutor::QtExecutor(QObject* parent)
+    : QObject(parent) {
     pool.setMaxThreadCount(std::max(2, QThread::idealThreadCount()));
 }
 
 QtExecutor::~QtExecutor() { pool.waitForDone(); }
 
 void QtExecutor::post(Work work) {
-    QMetaObject::invokeMethod(this, [work = std::move(work)] { work(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [work = std::move(work)] { work(); }, Qt::QueuedConnection);
 }
 
 DelayedTask QtExecutor::postAfter(std::chrono::milliseconds delay, Work work) {

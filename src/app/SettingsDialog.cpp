@@ -25,32 +25,19 @@ namespace {
 
 QString themeTitle(CanvasThemeID theme) {
     switch (theme) {
-    case CanvasThemeID::nativeDark:
-        return "System Dark";
-    case CanvasThemeID::nativeLight:
-        return "System Light";
-    case CanvasThemeID::classic:
-        return "Classic";
-    case CanvasThemeID::graphite:
-        return "Graphite";
-    case CanvasThemeID::midnight:
-        return "Midnight";
-    case CanvasThemeID::paper:
-        return "Paper";
-    case CanvasThemeID::ocean:
-        return "Ocean";
-    case CanvasThemeID::forest:
-        return "Forest";
-    case CanvasThemeID::ember:
-        return "Ember";
-    case CanvasThemeID::amber:
-        return "Amber";
-    case CanvasThemeID::rose:
-        return "Rose";
-    case CanvasThemeID::slate:
-        return "Slate";
-    case CanvasThemeID::highContrast:
-        return "High Contrast";
+    case CanvasThemeID::nativeDark: return "System Dark";
+    case CanvasThemeID::nativeLight: return "System Light";
+    case CanvasThemeID::classic: return "Classic";
+    case CanvasThemeID::graphite: return "Graphite";
+    case CanvasThemeID::midnight: return "Midnight";
+    case CanvasThemeID::paper: return "Paper";
+    case CanvasThemeID::ocean: return "Ocean";
+    case CanvasThemeID::forest: return "Forest";
+    case CanvasThemeID::ember: return "Ember";
+    case CanvasThemeID::amber: return "Amber";
+    case CanvasThemeID::rose: return "Rose";
+    case CanvasThemeID::slate: return "Slate";
+    case CanvasThemeID::highContrast: return "High Contrast";
     }
     return "Classic";
 }
@@ -140,9 +127,7 @@ SettingsDialog::SettingsDialog(Preferences& preferences, QWidget* parent)
         preferences.changed.connect([this](Preferences::Setting) { refresh(); });
 }
 
-SettingsDialog::~SettingsDialog() {
-    preferencesConnection.disconnect();
-}
+SettingsDialog::~SettingsDialog() { preferencesConnection.disconnect(); }
 
 QWidget* SettingsDialog::makeGeneralPage() {
     auto* page = new QWidget;

@@ -20,9 +20,7 @@ namespace {
 
 const QSize thumbnailSize(176, 110);
 
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
+QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 QString counted(int64_t count, const char* singular, const char* plural) {
     return QString("%1 %2").arg(count).arg(count == 1 ? singular : plural);

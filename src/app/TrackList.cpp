@@ -13,9 +13,7 @@ namespace sonvale {
 
 namespace {
 
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
+QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 std::optional<Uuid> trackID(const QListWidgetItem* item) {
     return Uuid::parse(item->data(Qt::UserRole).toString().toStdString());

@@ -30,7 +30,9 @@ namespace {
 class AACWriter final : public AudioFileWriter {
 public:
     AACWriter(int fd, const EncoderSettings& settings, std::filesystem::path path)
-        : file(fd), path(std::move(path)), io(fd, true) {
+        : file(fd)
+        , path(std::move(path))
+        , io(fd, true) {
         silenceFFmpegLog();
         const int rate = int(std::lround(settings.sampleRate));
         const AVCodec* encoder = avcodec_find_encoder_by_name("aac");
@@ -56,7 +58,8 @@ public:
         av_channel_layout_default(&codec->ch_layout, settings.channels);
         codec->bit_rate = settings.bitRate.value_or(256000);
         codec->time_base = AVRational{1, rate};
-        if (format->oformat->flags & AVFMT_GLOBALHEADER) codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+        if (format->oformat->flags & AVFMT_GLOBALHEADER)
+            codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
         if ((error = avcodec_open2(codec, encoder, nullptr)) < 0) fail(error);
         if ((error = avcodec_parameters_from_context(stream->codecpar, codec)) < 0) fail(error);
         stream->time_base = codec->time_base;
@@ -139,7 +142,8 @@ private:
     }
 
     [[noreturn]] void fail(int error) const {
-        if (io.systemError()) throw fileErrorFromErrno("Couldn't write", path.string(), io.systemError());
+        if (io.systemError())
+            throw fileErrorFromErrno("Couldn't write", path.string(), io.systemError());
         fail(ffmpegErrorText(error));
     }
     [[noreturn]] void fail(const std::string& reason) const {

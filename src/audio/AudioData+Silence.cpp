@@ -12,7 +12,8 @@ constexpr int64_t searchBlock = 4096;
 
 float blockPeak(const float* samples, int64_t count) {
     float peak = 0;
-    for (int64_t i = 0; i < count; ++i) peak = std::max(peak, std::fabs(samples[i]));
+    for (int64_t i = 0; i < count; ++i)
+        peak = std::max(peak, std::fabs(samples[i]));
     return peak;
 }
 } // namespace

@@ -25,12 +25,8 @@ namespace {
 #pragma GCC diagnostic ignored "-Wpsabi"
 typedef float v8f __attribute__((vector_size(32)));
 
-template <typename V> SONVALE_ALWAYS_INLINE V vmin(V a, V b) {
-    return a < b ? a : b;
-}
-template <typename V> SONVALE_ALWAYS_INLINE V vmax(V a, V b) {
-    return a > b ? a : b;
-}
+template <typename V> SONVALE_ALWAYS_INLINE V vmin(V a, V b) { return a < b ? a : b; }
+template <typename V> SONVALE_ALWAYS_INLINE V vmax(V a, V b) { return a > b ? a : b; }
 
 // Reduces eight vectors to one whose lane k holds the reduction of vector k, using only
 // in-lane shuffles and one cross-lane step (the classic 8x8 transpose-and-reduce).
@@ -202,9 +198,7 @@ std::vector<PeakLevel> buildLevelsOn(const float* samples, int64_t count, unsign
     return finishLevels(samples, count, std::move(first), std::move(second));
 }
 
-unsigned hardwareThreads() {
-    return unsigned(parallelWidth());
-}
+unsigned hardwareThreads() { return unsigned(parallelWidth()); }
 
 // Samples filled and summarised together, small enough to be summarised from the cache.
 constexpr int64_t fillChunk = 32768;

@@ -51,9 +51,8 @@ std::unique_ptr<AudioDecoder> openAudioDecoder(const std::filesystem::path& path
 // the handle over. libsndfile's returns nullptr for a file it can't read or leaves to
 // FFmpeg, with its reason in `failure` when it recognised the format but found it broken.
 // FFmpeg's throws FileError naming the file, with FFmpeg's reason.
-std::unique_ptr<AudioDecoder> openSndfileDecoder(FileHandle& file,
-                                                 const std::filesystem::path& path,
-                                                 std::string& failure);
+std::unique_ptr<AudioDecoder>
+openSndfileDecoder(FileHandle& file, const std::filesystem::path& path, std::string& failure);
 std::unique_ptr<AudioDecoder> openFFmpegDecoder(FileHandle& file,
                                                 const std::filesystem::path& path);
 

@@ -4,7 +4,9 @@
 
 namespace sonvale {
 
-AudioLoaderError::AudioLoaderError(Code code) : UserError(description(code)), errorCode(code) {}
+AudioLoaderError::AudioLoaderError(Code code)
+    : UserError(description(code))
+    , errorCode(code) {}
 
 const char* AudioLoaderError::description(Code code) {
     switch (code) {

@@ -27,7 +27,9 @@ public:
     Code code() const { return errorCode; }
 
 private:
-    EditError(Code code, const std::string& message) : UserError(message), errorCode(code) {}
+    EditError(Code code, const std::string& message)
+        : UserError(message)
+        , errorCode(code) {}
     Code errorCode;
 };
 

@@ -5,8 +5,8 @@
 #include "base/Errors.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -49,13 +49,14 @@ public:
         : destination(std::move(destination)) {
         std::filesystem::path folder = this->destination.parent_path();
         if (folder.empty()) folder = ".";
-        std::string pattern = (folder / ("." + this->destination.filename().string() + ".XXXXXX")).string();
+        std::string pattern =
+            (folder / ("." + this->destination.filename().string() + ".XXXXXX")).string();
         const int fd = ::mkostemp(pattern.data(), O_CLOEXEC);
         if (fd < 0) throw fileErrorFromErrno("Couldn't write", this->destination.string(), errno);
         temporary = pattern;
         struct stat existing {};
         ::fchmod(fd, ::stat(this->destination.c_str(), &existing) == 0 ? existing.st_mode & 07777
-                                                                        : newFileMode());
+                                                                       : newFileMode());
         try {
             inner = settings.codec == EncoderSettings::Codec::aac
                         ? openAACWriter(fd, settings, this->destination)
@@ -70,7 +71,9 @@ public:
         if (!temporary.empty()) ::unlink(temporary.c_str());
     }
 
-    void write(const float* const* channels, int64_t frames) override { inner->write(channels, frames); }
+    void write(const float* const* channels, int64_t frames) override {
+        inner->write(channels, frames);
+    }
 
     void finish() override {
         inner->finish();
@@ -105,7 +108,8 @@ std::unique_ptr<AudioFileWriter> openAudioFileWriter(const EncoderSettings& sett
     struct stat status {};
     // A device or pipe at the path (/dev/stdout, a FIFO) is written to as it is; anything
     // else is replaced whole once the new file is complete.
-    if (::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+    if (::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) &&
+        !S_ISDIR(status.st_mode)) {
         const int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
         if (fd < 0) throw fileErrorFromErrno("Couldn't write", path.string(), errno);
         if (settings.codec == EncoderSettings::Codec::aac) return openAACWriter(fd, settings, path);
@@ -201,7 +205,8 @@ void AudioExporter::writeLossless(const AudioData& audio, const std::filesystem:
     std::vector<const float*> planes(static_cast<size_t>(channels));
     for (int64_t at = 0; at < audio.frameCount;) {
         const int64_t n = std::min(audio.frameCount - at, chunkFrames);
-        for (int c = 0; c < channels; ++c) planes[size_t(c)] = audio.samples(c) + at;
+        for (int c = 0; c < channels; ++c)
+            planes[size_t(c)] = audio.samples(c) + at;
         writer->write(planes.data(), n);
         at += n;
         if (progress) progress(double(at) / double(audio.frameCount));

@@ -38,7 +38,10 @@ class BackgroundSummariser {
 public:
     BackgroundSummariser(std::vector<FloatBuffer>& samples, std::vector<FloatBuffer>& minMax,
                          std::vector<FloatBuffer>& energy)
-        : samples(samples), minMax(minMax), energy(energy), worker([this] { run(); }) {}
+        : samples(samples)
+        , minMax(minMax)
+        , energy(energy)
+        , worker([this] { run(); }) {}
     ~BackgroundSummariser() { stop(); }
     BackgroundSummariser(const BackgroundSummariser&) = delete;
     BackgroundSummariser& operator=(const BackgroundSummariser&) = delete;
@@ -106,8 +109,10 @@ private:
         for (auto& buffer : samples) {
             const int64_t end = std::min(to, buffer.size());
             if (end <= from) return;
-            const auto first = (reinterpret_cast<uintptr_t>(buffer.data() + from) + pageSize - 1) / pageSize * pageSize;
-            const auto last = reinterpret_cast<uintptr_t>(buffer.data() + end) / pageSize * pageSize;
+            const auto first = (reinterpret_cast<uintptr_t>(buffer.data() + from) + pageSize - 1) /
+                               pageSize * pageSize;
+            const auto last =
+                reinterpret_cast<uintptr_t>(buffer.data() + end) / pageSize * pageSize;
             // Unsupported before Linux 5.14: then the decoder faults pages in itself.
             if (last > first &&
                 ::madvise(reinterpret_cast<void*>(first), last - first, MADV_POPULATE_WRITE) != 0 &&
@@ -126,7 +131,7 @@ private:
     std::condition_variable idle; // pause() waits here for the worker to finish a batch
     int64_t published = 0;
     int64_t summarised = 0;
-    int64_t prefaulted = 0; // worker only
+    int64_t prefaulted = 0;  // worker only
     bool prefaulting = true; // worker only
     bool busy = false;
     bool paused = false;
@@ -165,7 +170,8 @@ bool startsLikeSndfileFormat(int fd) {
     char head[4] = {};
     if (::pread(fd, head, sizeof head, 0) != ssize_t(sizeof head)) return false;
     const std::string_view magic(head, sizeof head);
-    for (std::string_view known : {"RIFF", "RIFX", "RF64", "BW64", "FORM", "fLaC", "caff", "riff", ".snd"})
+    for (std::string_view known :
+         {"RIFF", "RIFX", "RF64", "BW64", "FORM", "fLaC", "caff", "riff", ".snd"})
         if (magic == known) return true;
     return false;
 }
@@ -178,7 +184,7 @@ std::unique_ptr<AudioDecoder> openAudioDecoder(const std::filesystem::path& path
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) throw fileErrorFromErrno("Couldn't open", path.string(), errno);
     FileHandle file(fd);
-    struct stat status{};
+    struct stat status {};
     if (::fstat(fd, &status) != 0) throw fileErrorFromErrno("Couldn't open", path.string(), errno);
     if (S_ISDIR(status.st_mode)) throw fileErrorFromErrno("Couldn't open", path.string(), EISDIR);
     if (!S_ISREG(status.st_mode))
@@ -218,8 +224,10 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
         capacity >= backgroundSummaryThreshold && std::thread::hardware_concurrency() > 1;
     std::vector<FloatBuffer> buffers, minMax, energy;
     for (size_t c = 0; c < channels; ++c) {
-        if (summarised) buffers.emplace_back(capacity, FloatBuffer::FaultOnWrite{});
-        else buffers.emplace_back(capacity);
+        if (summarised)
+            buffers.emplace_back(capacity, FloatBuffer::FaultOnWrite{});
+        else
+            buffers.emplace_back(capacity);
     }
 
     std::optional<BackgroundSummariser> summariser;
@@ -245,14 +253,19 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
             if (exact) break;
             const int64_t grown = capacity + std::max(capacity / 2, 16 * chunkFrames);
             if (summariser) summariser->pause();
-            for (auto& buffer : buffers) buffer.resize(grown);
-            for (auto& buffer : minMax) buffer.resize(2 * ((grown + 15) / 16));
-            for (auto& buffer : energy) buffer.resize((grown + 15) / 16);
+            for (auto& buffer : buffers)
+                buffer.resize(grown);
+            for (auto& buffer : minMax)
+                buffer.resize(2 * ((grown + 15) / 16));
+            for (auto& buffer : energy)
+                buffer.resize((grown + 15) / 16);
             if (summariser) summariser->resume();
             capacity = grown;
         }
-        for (size_t c = 0; c < channels; ++c) destinations[c] = buffers[c].data() + filled;
-        const int64_t got = decoder->read(destinations.data(), std::min(capacity - filled, chunkFrames));
+        for (size_t c = 0; c < channels; ++c)
+            destinations[c] = buffers[c].data() + filled;
+        const int64_t got =
+            decoder->read(destinations.data(), std::min(capacity - filled, chunkFrames));
         if (got <= 0) break; // the file ends before its header said it would
         filled += got;
         if (summariser) summariser->publish(filled);
@@ -286,9 +299,9 @@ const std::vector<std::string>& AudioLoader::audioExtensions() {
     // Audio types only: video containers still open, but a folder of films dropped on the
     // window doesn't turn into tracks.
     static const std::vector<std::string> extensions{
-        "wav", "wave", "bwf",  "aif",  "aiff", "aifc", "flac", "mp3", "mp2", "m4a", "m4b",
-        "aac", "adts", "ogg",  "oga",  "opus", "caf",  "w64",  "rf64", "au", "snd", "wma",
-        "mka", "ac3",  "eac3", "dts",  "wv",   "ape",  "tta",  "amr",  "mpc", "spx"};
+        "wav", "wave", "bwf",  "aif", "aiff", "aifc", "flac", "mp3",  "mp2", "m4a", "m4b",
+        "aac", "adts", "ogg",  "oga", "opus", "caf",  "w64",  "rf64", "au",  "snd", "wma",
+        "mka", "ac3",  "eac3", "dts", "wv",   "ape",  "tta",  "amr",  "mpc", "spx"};
     return extensions;
 }
 

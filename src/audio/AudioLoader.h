@@ -28,7 +28,8 @@ struct AudioLoader {
     static std::vector<PeakLevel> buildLevels(PeakLevel levelZero);
     // Level 0 of `count` samples: per 16-sample block (the last may be shorter) the minimum
     // and maximum into `minMax` (pairs) and the sum of squares into `energy`.
-    static void summariseLevelZero(const float* samples, int64_t count, float* minMax, float* energy);
+    static void summariseLevelZero(const float* samples, int64_t count, float* minMax,
+                                   float* energy);
 
     // Decodes a file to planar float at its own rate and channel count. Progress goes from
     // 0 to 1 in steps of at least 0.02. Throws AudioLoaderError or FileError.

@@ -114,9 +114,9 @@ void AudioTrack::addRegions(const std::vector<Marker>& regions) {
         if (!region.end || region.start < 0) continue;
         if (currentAudio) region.end = std::min(*region.end, frames);
         if (region.start >= *region.end) continue;
-        const bool idTaken = region.id.isNil() ||
-                             std::any_of(markers.begin(), markers.end(),
-                                         [&](const Marker& m) { return m.id == region.id; });
+        const bool idTaken =
+            region.id.isNil() || std::any_of(markers.begin(), markers.end(),
+                                             [&](const Marker& m) { return m.id == region.id; });
         if (idTaken) region.id = Uuid::random();
         markers.push_back(std::move(region));
         ++added;

@@ -21,9 +21,7 @@ void AudioTrack::setURL(std::filesystem::path url) {
     urlChanged.emit();
 }
 
-std::string AudioTrack::name() const {
-    return fileURL.stem().string();
-}
+std::string AudioTrack::name() const { return fileURL.stem().string(); }
 
 void AudioTrack::setState(LoadState state) {
     if (state == loadState) return;

@@ -233,7 +233,8 @@ public:
     sigc::signal<void()> markersChanged;  // markers, markerRevision
     sigc::signal<void()> renamingMarkerChanged;
     sigc::signal<void()> gainChanged;
-    sigc::signal<void()> revisionsChanged; // editRevision, exportedRevision, audioEditDepth, fileRevision
+    sigc::signal<void()>
+        revisionsChanged; // editRevision, exportedRevision, audioEditDepth, fileRevision
     sigc::signal<void()> transcriptChanged; // transcript, transcriptWork
     sigc::signal<void()> cachesChanged;     // spectrogram, integratedLoudness
 

@@ -13,7 +13,9 @@ namespace sonvale {
 class ExportOptions {
 public:
     ExportOptions(ExportFormat format, bool hasSelection, float gainDB)
-        : currentFormat(format), selection(hasSelection), gain(gainDB) {}
+        : currentFormat(format)
+        , selection(hasSelection)
+        , gain(gainDB) {}
 
     ExportFormat format() const { return currentFormat; }
     // Changing the format tells onFormatChange, so the dialog can switch the file's extension.

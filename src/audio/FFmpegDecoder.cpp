@@ -1,6 +1,6 @@
 // Decoding through FFmpeg: MP3, AAC, ALAC, Vorbis, Opus, WMA, the audio of video
-// containers, and whatever else libavformat recognises. Samples are only converted to planar float; the
-// rate and channel layout stay as the file has them.
+// containers, and whatever else libavformat recognises. Samples are only converted to planar float;
+// the rate and channel layout stay as the file has them.
 
 #include "audio/AudioDecoder.h"
 
@@ -29,7 +29,9 @@ constexpr int maxConsecutiveErrors = 100;
 class FFmpegDecoder final : public AudioDecoder {
 public:
     FFmpegDecoder(FileHandle handle, const std::filesystem::path& path)
-        : file(std::move(handle)), path(path), io(file.get(), false) {
+        : file(std::move(handle))
+        , path(path)
+        , io(file.get(), false) {
         open();
     }
 
@@ -75,8 +77,8 @@ private:
         if (index == AVERROR_STREAM_NOT_FOUND) throw AudioLoaderError::empty();
         if (index < 0 || !decoder) {
             if (index >= 0 || index == AVERROR_DECODER_NOT_FOUND) {
-                const AVCodecID id = index >= 0 ? format->streams[index]->codecpar->codec_id
-                                                : AV_CODEC_ID_NONE;
+                const AVCodecID id =
+                    index >= 0 ? format->streams[index]->codecpar->codec_id : AV_CODEC_ID_NONE;
                 throw FileError(describeFileError("Couldn't open", name,
                                                   std::string("No decoder for ") +
                                                       avcodec_get_name(id) + " audio"));
@@ -205,10 +207,12 @@ private:
             return;
         }
         if (sampleFormat == AV_SAMPLE_FMT_FLT) {
-            const float* from = reinterpret_cast<const float*>(frame->data[0]) + int64_t(frameOffset) * n;
+            const float* from =
+                reinterpret_cast<const float*>(frame->data[0]) + int64_t(frameOffset) * n;
             for (int c = 0; c < n; ++c) {
                 float* out = channels[c] + at;
-                for (int64_t i = 0; i < count; ++i) out[i] = from[i * n + c];
+                for (int64_t i = 0; i < count; ++i)
+                    out[i] = from[i * n + c];
                 silenceNonFinite(out, count);
             }
             return;
@@ -227,18 +231,20 @@ private:
         inputs.resize(size_t(n));
         outputs.resize(size_t(n));
         for (int c = 0; c < n; ++c) {
-            inputs[size_t(c)] = planar ? frame->extended_data[c] + int64_t(frameOffset) * bytesPerSample
-                                       : frame->extended_data[0] +
-                                             int64_t(frameOffset) * bytesPerSample * n;
+            inputs[size_t(c)] =
+                planar ? frame->extended_data[c] + int64_t(frameOffset) * bytesPerSample
+                       : frame->extended_data[0] + int64_t(frameOffset) * bytesPerSample * n;
             outputs[size_t(c)] = reinterpret_cast<uint8_t*>(channels[c] + at);
         }
-        const int converted = swr_convert(converter, outputs.data(), int(count), inputs.data(), int(count));
+        const int converted =
+            swr_convert(converter, outputs.data(), int(count), inputs.data(), int(count));
         if (converted < 0) fail("Couldn't read", converted);
         if (converted < count)
             for (int c = 0; c < n; ++c)
                 std::fill(channels[c] + at + converted, channels[c] + at + count, 0.0f);
         if (sampleFormat == AV_SAMPLE_FMT_DBL || sampleFormat == AV_SAMPLE_FMT_DBLP)
-            for (int c = 0; c < n; ++c) silenceNonFinite(channels[c] + at, count);
+            for (int c = 0; c < n; ++c)
+                silenceNonFinite(channels[c] + at, count);
     }
 
     FileHandle file;
@@ -280,7 +286,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<AudioDecoder> openFFmpegDecoder(FileHandle& file, const std::filesystem::path& path) {
+std::unique_ptr<AudioDecoder> openFFmpegDecoder(FileHandle& file,
+                                                const std::filesystem::path& path) {
     if (::lseek(file.get(), 0, SEEK_SET) != 0)
         throw fileErrorFromErrno("Couldn't open", path.string(), errno);
     return std::make_unique<FFmpegDecoder>(std::move(file), path);

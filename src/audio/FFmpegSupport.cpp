@@ -30,7 +30,8 @@ namespace {
 constexpr int ioBufferSize = 256 * 1024;
 }
 
-FFmpegFileIO::FFmpegFileIO(int fd, bool writable) : fd(fd) {
+FFmpegFileIO::FFmpegFileIO(int fd, bool writable)
+    : fd(fd) {
     auto* buffer = static_cast<unsigned char*>(av_malloc(ioBufferSize));
     if (!buffer) throw AudioLoaderError::outOfMemory();
     io = avio_alloc_context(buffer, ioBufferSize, writable ? 1 : 0, this,
@@ -79,7 +80,7 @@ int FFmpegFileIO::writePacket(void* opaque, uint8_t* buffer, int size) {
 int64_t FFmpegFileIO::seek(void* opaque, int64_t offset, int whence) {
     auto* self = static_cast<FFmpegFileIO*>(opaque);
     if (whence & AVSEEK_SIZE) {
-        struct stat status{};
+        struct stat status {};
         if (::fstat(self->fd, &status) != 0) return AVERROR(errno);
         return S_ISREG(status.st_mode) ? int64_t(status.st_size) : AVERROR(ENOSYS);
     }

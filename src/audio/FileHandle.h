@@ -10,9 +10,11 @@ namespace sonvale {
 class FileHandle {
 public:
     FileHandle() = default;
-    explicit FileHandle(int fd) : descriptor(fd) {}
+    explicit FileHandle(int fd)
+        : descriptor(fd) {}
     ~FileHandle() { reset(); }
-    FileHandle(FileHandle&& other) noexcept : descriptor(std::exchange(other.descriptor, -1)) {}
+    FileHandle(FileHandle&& other) noexcept
+        : descriptor(std::exchange(other.descriptor, -1)) {}
     FileHandle& operator=(FileHandle&& other) noexcept {
         if (this != &other) {
             reset();

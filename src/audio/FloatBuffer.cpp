@@ -15,9 +15,7 @@ namespace {
 constexpr size_t mapThreshold = 256 * 1024;
 constexpr size_t pageSize = 4096;
 
-size_t roundUpToPages(size_t bytes) {
-    return (bytes + pageSize - 1) / pageSize * pageSize;
-}
+size_t roundUpToPages(size_t bytes) { return (bytes + pageSize - 1) / pageSize * pageSize; }
 
 bool bytesFor(int64_t count, size_t& bytes) {
     if (count < 0 || uint64_t(count) > (SIZE_MAX / sizeof(float)) / 2) return false;
@@ -68,9 +66,7 @@ FloatBuffer::FloatBuffer(int64_t n, bool populate) {
     count = n;
 }
 
-FloatBuffer::~FloatBuffer() {
-    release();
-}
+FloatBuffer::~FloatBuffer() { release(); }
 
 FloatBuffer::FloatBuffer(FloatBuffer&& other) noexcept
     : pointer(std::exchange(other.pointer, nullptr))

@@ -76,7 +76,8 @@ void accumulateSubBlocks(Cascade& cascade, const float* const* samples, int64_t 
             cascade.z[c][1][1] = bz2[c];
         }
         double total = 0;
-        for (int c = 0; c < Channels; ++c) total += sum[c] / double(n);
+        for (int c = 0; c < Channels; ++c)
+            total += sum[c] / double(n);
         power[firstBlock + blk] += total;
     }
 }
@@ -88,7 +89,8 @@ void measureGroup(const AudioData& audio, int first, int count, int64_t n, int64
     const auto sections = Loudness::kWeighting(audio.sampleRate);
     cascade.s[0] = sections[0];
     cascade.s[1] = sections[1];
-    const float* channels[2] = {audio.samples(first), count > 1 ? audio.samples(first + 1) : nullptr};
+    const float* channels[2] = {audio.samples(first),
+                                count > 1 ? audio.samples(first + 1) : nullptr};
     constexpr int64_t chunkBlocks = 64;
     for (int64_t b = 0; b < subBlocks; b += chunkBlocks) {
         const int64_t blocks = std::min(chunkBlocks, subBlocks - b);
@@ -111,20 +113,25 @@ std::optional<double> Loudness::integrated(const AudioData& audio) {
 
     // Channels in pairs; pairs on threads of their own when there are several.
     const int groups = (audio.channelCount() + 1) / 2;
-    std::vector<std::vector<double>> powers(size_t(groups), std::vector<double>(size_t(subBlocks), 0.0));
+    std::vector<std::vector<double>> powers(size_t(groups),
+                                            std::vector<double>(size_t(subBlocks), 0.0));
     auto runGroup = [&](int g) {
         const int first = 2 * g;
-        measureGroup(audio, first, std::min(2, audio.channelCount() - first), n, subBlocks, powers[size_t(g)]);
+        measureGroup(audio, first, std::min(2, audio.channelCount() - first), n, subBlocks,
+                     powers[size_t(g)]);
     };
     parallelFor(size_t(groups), [&](size_t g) { runGroup(int(g)); });
     std::vector<double>& power = powers[0];
     for (int g = 1; g < groups; ++g)
-        for (int64_t b = 0; b < subBlocks; ++b) power[size_t(b)] += powers[size_t(g)][size_t(b)];
+        for (int64_t b = 0; b < subBlocks; ++b)
+            power[size_t(b)] += powers[size_t(g)][size_t(b)];
 
     // 400 ms gating blocks with 75 % overlap: the mean of four consecutive sub-blocks.
     const int64_t blockCount = subBlocks - 3;
     auto gatingPower = [&](int64_t i) {
-        return (power[size_t(i)] + power[size_t(i + 1)] + power[size_t(i + 2)] + power[size_t(i + 3)]) / 4;
+        return (power[size_t(i)] + power[size_t(i + 1)] + power[size_t(i + 2)] +
+                power[size_t(i + 3)]) /
+               4;
     };
     double absoluteSum = 0;
     int64_t absoluteCount = 0;
@@ -151,7 +158,8 @@ std::optional<double> Loudness::integrated(const AudioData& audio) {
 }
 
 std::vector<LoudnessTarget> loudnessTargets(std::optional<double> customTarget) {
-    std::vector<LoudnessTarget> targets{{-14, "streaming"}, {-16, "podcasts"}, {-23, "EBU R128 broadcast"}};
+    std::vector<LoudnessTarget> targets{
+        {-14, "streaming"}, {-16, "podcasts"}, {-23, "EBU R128 broadcast"}};
     if (customTarget && *customTarget != -14 && *customTarget != -16 && *customTarget != -23)
         targets.push_back({*customTarget, "custom"});
     std::stable_sort(targets.begin(), targets.end(),
@@ -161,7 +169,8 @@ std::vector<LoudnessTarget> loudnessTargets(std::optional<double> customTarget) 
 
 std::string loudnessMenuTitle(const LoudnessTarget& target) {
     char text[160];
-    std::snprintf(text, sizeof text, "Loudness to %.0f LUFS (%s)", target.value, target.name.c_str());
+    std::snprintf(text, sizeof text, "Loudness to %.0f LUFS (%s)", target.value,
+                  target.name.c_str());
     return text;
 }
 

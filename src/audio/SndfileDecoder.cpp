@@ -47,8 +47,9 @@ std::string containerName(int format) {
 std::string codecName(int format) {
     const int type = format & SF_FORMAT_TYPEMASK;
     const int endian = format & SF_FORMAT_ENDMASK;
-    const bool bigEndian = endian == SF_ENDIAN_BIG ||
-                           (endian == SF_ENDIAN_FILE && (type == SF_FORMAT_AIFF || type == SF_FORMAT_AU));
+    const bool bigEndian =
+        endian == SF_ENDIAN_BIG ||
+        (endian == SF_ENDIAN_FILE && (type == SF_FORMAT_AIFF || type == SF_FORMAT_AU));
     const std::string e = bigEndian ? "be" : "le";
     if (type == SF_FORMAT_FLAC) return "flac";
     switch (format & SF_FORMAT_SUBMASK) {
@@ -90,7 +91,8 @@ std::string codecName(int format) {
 class SndfileDecoder final : public AudioDecoder {
 public:
     SndfileDecoder(SNDFILE* sndfile, const SF_INFO& sfInfo, std::filesystem::path path)
-        : sndfile(sndfile), path(std::move(path)) {
+        : sndfile(sndfile)
+        , path(std::move(path)) {
         fileInfo.container = containerName(sfInfo.format);
         fileInfo.codec = codecName(sfInfo.format);
         fileInfo.sampleRate = sfInfo.samplerate;
@@ -108,7 +110,8 @@ public:
     int64_t read(float* const* channels, int64_t maxFrames) override {
         const int64_t got = readSamples(channels, maxFrames);
         if (floatingPoint)
-            for (int c = 0; c < fileInfo.channels; ++c) silenceNonFinite(channels[c], got);
+            for (int c = 0; c < fileInfo.channels; ++c)
+                silenceNonFinite(channels[c], got);
         return got;
     }
 
@@ -130,7 +133,8 @@ private:
     // A short read is the end of the audio, unless the system failed to read the file.
     int64_t checked(sf_count_t got, int64_t wanted) {
         if (got < wanted && sf_error(sndfile) == SF_ERR_SYSTEM)
-            throw FileError(describeFileError("Couldn't read", path.string(), sf_strerror(sndfile)));
+            throw FileError(
+                describeFileError("Couldn't read", path.string(), sf_strerror(sndfile)));
         return std::max<int64_t>(got, 0);
     }
 
@@ -147,7 +151,8 @@ private:
         }
         for (int c = 0; c < n; ++c) {
             float* __restrict out = to[c] + offset;
-            for (int64_t i = 0; i < frames; ++i) out[i] = from[i * n + c];
+            for (int64_t i = 0; i < frames; ++i)
+                out[i] = from[i * n + c];
         }
     }
 
@@ -164,9 +169,8 @@ std::mutex& sndfileOpenMutex() {
     return mutex;
 }
 
-std::unique_ptr<AudioDecoder> openSndfileDecoder(FileHandle& file,
-                                                 const std::filesystem::path& path,
-                                                 std::string& failure) {
+std::unique_ptr<AudioDecoder>
+openSndfileDecoder(FileHandle& file, const std::filesystem::path& path, std::string& failure) {
     failure.clear();
     if (::lseek(file.get(), 0, SEEK_SET) != 0) return nullptr;
     // libsndfile gets a descriptor of its own: it closes the one it was given when it

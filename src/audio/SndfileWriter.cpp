@@ -41,7 +41,9 @@ int sndfileFormat(const EncoderSettings& s) {
     if (s.isFloat.value_or(false))
         format |= depth == 64 ? SF_FORMAT_DOUBLE : SF_FORMAT_FLOAT;
     else
-        format |= depth == 24 ? SF_FORMAT_PCM_24 : depth == 32 ? SF_FORMAT_PCM_32 : SF_FORMAT_PCM_16;
+        format |= depth == 24   ? SF_FORMAT_PCM_24
+                  : depth == 32 ? SF_FORMAT_PCM_32
+                                : SF_FORMAT_PCM_16;
     // AIFF is big-endian and WAV little-endian by nature; naming the order explicitly would
     // make libsndfile write AIFF-C, which fewer programs read. Only the unusual order is named.
     const bool nativelyBig = s.container == EncoderSettings::Container::aiff;
@@ -53,7 +55,8 @@ int sndfileFormat(const EncoderSettings& s) {
 class SndfileWriter final : public AudioFileWriter {
 public:
     SndfileWriter(int fd, const EncoderSettings& settings, std::filesystem::path path)
-        : file(fd), path(std::move(path)) {
+        : file(fd)
+        , path(std::move(path)) {
         SF_INFO info{};
         info.samplerate = int(std::lround(settings.sampleRate));
         info.channels = settings.channels;
@@ -112,7 +115,8 @@ public:
                 float* out = floats.data();
                 for (int c = 0; c < channels; ++c) {
                     const float* in = input[c] + done;
-                    for (int64_t i = 0; i < n; ++i) out[i * channels + c] = in[i];
+                    for (int64_t i = 0; i < n; ++i)
+                        out[i * channels + c] = in[i];
                 }
                 if (sf_writef_float(sndfile, out, n) != n) fail(sf_strerror(sndfile));
             }
@@ -160,7 +164,7 @@ private:
     static sf_count_t fileLength(void* self) {
         auto* writer = static_cast<SndfileWriter*>(self);
         writer->flushGathered();
-        struct stat status{};
+        struct stat status {};
         if (::fstat(writer->file.get(), &status) != 0) return -1;
         return status.st_size;
     }
@@ -179,7 +183,8 @@ private:
     }
     static sf_count_t write(const void* from, sf_count_t count, void* self) {
         auto* writer = static_cast<SndfileWriter*>(self);
-        if (writer->gathered.size() + size_t(count) > gatherBytes && !writer->flushGathered()) return 0;
+        if (writer->gathered.size() + size_t(count) > gatherBytes && !writer->flushGathered())
+            return 0;
         const auto* bytes = static_cast<const char*>(from);
         writer->gathered.insert(writer->gathered.end(), bytes, bytes + count);
         if (writer->gathered.size() >= gatherBytes && !writer->flushGathered()) return 0;
@@ -195,12 +200,11 @@ private:
     std::filesystem::path path;
     SNDFILE* sndfile = nullptr;
     int channels = 0;
-    int failure = 0; // errno of the first failed system call
-    int integerBits = 0; // 0 for float files
-    std::vector<char> gathered; // written bytes not yet handed to the system
-    FloatBuffer floats;  // one interleaved chunk, for float files
+    int failure = 0;                     // errno of the first failed system call
+    int integerBits = 0;                 // 0 for float files
+    std::vector<char> gathered;          // written bytes not yet handed to the system
+    FloatBuffer floats;                  // one interleaved chunk, for float files
     std::unique_ptr<int32_t[]> integers; // one interleaved chunk of left-aligned codes
-
 };
 
 } // namespace

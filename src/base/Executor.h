@@ -11,7 +11,8 @@ namespace sonvale {
 class DelayedTask {
 public:
     DelayedTask() = default;
-    explicit DelayedTask(std::shared_ptr<bool> cancelled) : cancelled(std::move(cancelled)) {}
+    explicit DelayedTask(std::shared_ptr<bool> cancelled)
+        : cancelled(std::move(cancelled)) {}
     void cancel() {
         if (cancelled) *cancelled = true;
     }

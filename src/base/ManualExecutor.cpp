@@ -23,8 +23,7 @@ void ManualExecutor::runInBackground(Work work) {
 }
 
 namespace {
-template <typename Queue>
-int runQueue(std::mutex& mutex, Queue& queue) {
+template <typename Queue> int runQueue(std::mutex& mutex, Queue& queue) {
     int ran = 0;
     for (;;) {
         Executor::Work work;

@@ -35,7 +35,8 @@ private:
         const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
         // A worker the system refuses to start leaves its share to the others.
         try {
-            for (unsigned i = 1; i < cores; ++i) workers.emplace_back([this] { run(); });
+            for (unsigned i = 1; i < cores; ++i)
+                workers.emplace_back([this] { run(); });
         } catch (const std::system_error&) {
         }
     }
@@ -45,7 +46,8 @@ private:
             stopping = true;
         }
         available.notify_all();
-        for (auto& worker : workers) worker.join();
+        for (auto& worker : workers)
+            worker.join();
     }
     void run() {
         for (;;) {
@@ -71,7 +73,9 @@ private:
 // One call's indices, shared by the caller and the helpers it asked for. A helper that
 // starts after every index was taken finds nothing to do.
 struct Loop {
-    Loop(size_t count, const std::function<void(size_t)>& body) : count(count), body(&body) {}
+    Loop(size_t count, const std::function<void(size_t)>& body)
+        : count(count)
+        , body(&body) {}
     const size_t count;
     const std::function<void(size_t)>* body;
     std::atomic<size_t> next{0};
@@ -105,7 +109,8 @@ size_t parallelWidth() { return Pool::shared().size() + 1; }
 void parallelFor(size_t count, const std::function<void(size_t)>& body) {
     Pool& pool = Pool::shared();
     if (count <= 1 || pool.size() == 0) {
-        for (size_t i = 0; i < count; ++i) body(i);
+        for (size_t i = 0; i < count; ++i)
+            body(i);
         return;
     }
     auto loop = std::make_shared<Loop>(count, body);

@@ -6,7 +6,8 @@ namespace sonvale {
 
 ThreadPoolExecutor::ThreadPoolExecutor(unsigned threadCount) {
     threadCount = std::max(1u, threadCount);
-    for (unsigned i = 0; i < threadCount; ++i) workers.emplace_back([this] { workerLoop(); });
+    for (unsigned i = 0; i < threadCount; ++i)
+        workers.emplace_back([this] { workerLoop(); });
 }
 
 ThreadPoolExecutor::~ThreadPoolExecutor() {
@@ -15,7 +16,8 @@ ThreadPoolExecutor::~ThreadPoolExecutor() {
         stopping = true;
     }
     workAvailable.notify_all();
-    for (auto& worker : workers) worker.join();
+    for (auto& worker : workers)
+        worker.join();
 }
 
 void ThreadPoolExecutor::post(Work work) {

@@ -55,7 +55,8 @@ void UndoStack::cancelGroup() {
         ~Restore() { mode = Mode::idle; }
     } restore{mode};
     mode = Mode::cancelling;
-    for (auto it = reverting.rbegin(); it != reverting.rend(); ++it) (*it)();
+    for (auto it = reverting.rbegin(); it != reverting.rend(); ++it)
+        (*it)();
     mode = Mode::idle;
 
     if (depth == 0) {
@@ -139,12 +140,14 @@ void UndoStack::removeAll() {
     redoSteps.clear();
     if (depth > 0 && mode == Mode::idle) {
         building.actions.clear();
-        for (auto& start : groupStarts) start = 0;
+        for (auto& start : groupStarts)
+            start = 0;
     }
     changed.emit();
 }
 
-UndoGroup::UndoGroup(UndoStack& stack, std::string actionName) : stack(stack) {
+UndoGroup::UndoGroup(UndoStack& stack, std::string actionName)
+    : stack(stack) {
     stack.beginGroup(std::move(actionName));
 }
 

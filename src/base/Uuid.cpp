@@ -17,7 +17,8 @@ Uuid Uuid::random() {
         std::lock_guard lock(mutex);
         for (int half = 0; half < 2; ++half) {
             uint64_t bits = engine();
-            for (int i = 0; i < 8; ++i) id.octets[half * 8 + i] = uint8_t(bits >> (i * 8));
+            for (int i = 0; i < 8; ++i)
+                id.octets[half * 8 + i] = uint8_t(bits >> (i * 8));
         }
     }
     id.octets[6] = (id.octets[6] & 0x0F) | 0x40; // version 4
@@ -36,10 +37,14 @@ std::optional<Uuid> Uuid::parse(std::string_view text) {
             continue;
         }
         int value;
-        if (c >= '0' && c <= '9') value = c - '0';
-        else if (c >= 'a' && c <= 'f') value = c - 'a' + 10;
-        else if (c >= 'A' && c <= 'F') value = c - 'A' + 10;
-        else return std::nullopt;
+        if (c >= '0' && c <= '9')
+            value = c - '0';
+        else if (c >= 'a' && c <= 'f')
+            value = c - 'a' + 10;
+        else if (c >= 'A' && c <= 'F')
+            value = c - 'A' + 10;
+        else
+            return std::nullopt;
         id.octets[nibble / 2] |= uint8_t(nibble % 2 == 0 ? value << 4 : value);
         ++nibble;
     }

@@ -34,8 +34,10 @@ private:
 template <> struct std::hash<sonvale::Uuid> {
     size_t operator()(const sonvale::Uuid& id) const noexcept {
         uint64_t a = 0, b = 0;
-        for (int i = 0; i < 8; ++i) a = (a << 8) | id.bytes()[i];
-        for (int i = 8; i < 16; ++i) b = (b << 8) | id.bytes()[i];
+        for (int i = 0; i < 8; ++i)
+            a = (a << 8) | id.bytes()[i];
+        for (int i = 8; i < 16; ++i)
+            b = (b << 8) | id.bytes()[i];
         return std::hash<uint64_t>()(a ^ (b * 0x9E3779B97F4A7C15ull));
     }
 };

@@ -55,7 +55,8 @@ AudioClip spliced(const AudioData& audio, FrameRange range, AudioClip rendered) 
 
 EffectChain makeChain(const std::vector<EffectSetup>& setups) {
     EffectChain chain;
-    for (auto& setup : setups) chain.append(EffectSession::make(setup.kind, setup.values));
+    for (auto& setup : setups)
+        chain.append(EffectSession::make(setup.kind, setup.values));
     return chain;
 }
 

@@ -42,12 +42,12 @@ nlohmann::ordered_json describe(EffectKind kind) {
     nlohmann::ordered_json parametersJSON = nlohmann::ordered_json::array();
     for (auto& p : parameters(kind)) {
         nlohmann::ordered_json entry{{"index", p.index},
-                             {"name", p.name},
-                             {"minimum", p.lower()},
-                             {"maximum", p.upper()},
-                             {"default", p.defaultValue},
-                             {"unit", unitName(p.unit)},
-                             {"logarithmic", p.logarithmic}};
+                                     {"name", p.name},
+                                     {"minimum", p.lower()},
+                                     {"maximum", p.upper()},
+                                     {"default", p.defaultValue},
+                                     {"unit", unitName(p.unit)},
+                                     {"logarithmic", p.logarithmic}};
         if (!p.choices.empty()) entry["choices"] = p.choices;
         if (p.step) entry["step"] = *p.step;
         parametersJSON.push_back(entry);
@@ -118,12 +118,15 @@ int effects(const Arguments& args) {
         }
     }
     std::vector<EffectKind> kinds;
-    if (only) kinds.push_back(*only);
-    else kinds = allEffectKinds();
+    if (only)
+        kinds.push_back(*only);
+    else
+        kinds = allEffectKinds();
 
     if (json) {
         nlohmann::ordered_json out = nlohmann::ordered_json::array();
-        for (auto kind : kinds) out.push_back(describe(kind));
+        for (auto kind : kinds)
+            out.push_back(describe(kind));
         std::printf("%s\n", (only ? out[0] : out).dump(2).c_str());
     } else {
         for (size_t i = 0; i < kinds.size(); ++i) {

@@ -122,7 +122,9 @@ void exportStreamed(const Options& options) {
         }
         if (position == 0) throw AudioLoaderError::empty();
         if (rangeHasEnd) checkRangeWithin(*range, position, options.input);
-        if (range && position <= lower) throw UsageError{"the range " + options.range->text + " starts after the end of " + curlyQuoted(options.input)};
+        if (range && position <= lower)
+            throw UsageError{"the range " + options.range->text + " starts after the end of " +
+                             curlyQuoted(options.input)};
         if (!writer) // a range that starts where the file ends: nothing to write
             writer = openAudioFileWriter(settings(*options.format, rate, channels), options.output);
         writer->finish();

@@ -30,10 +30,10 @@ std::string formatLine(const FileSummary& s) {
     else
         std::snprintf(peak, sizeof peak, "-inf");
     char line[512];
-    std::snprintf(line, sizeof line, "%s, %s, %g Hz, %d channel%s, %lld frames, %.3f s, peak %s dBFS",
-                  s.info.container.c_str(), s.info.codec.c_str(), s.info.sampleRate,
-                  s.info.channels, s.info.channels == 1 ? "" : "s", (long long)s.frames,
-                  s.duration, peak);
+    std::snprintf(
+        line, sizeof line, "%s, %s, %g Hz, %d channel%s, %lld frames, %.3f s, peak %s dBFS",
+        s.info.container.c_str(), s.info.codec.c_str(), s.info.sampleRate, s.info.channels,
+        s.info.channels == 1 ? "" : "s", (long long)s.frames, s.duration, peak);
     return s.file + ": " + line;
 }
 

@@ -24,7 +24,9 @@ AudioDataPtr loadWithProgress(const std::string& file) {
     return AudioLoader::load(file, progress.callback());
 }
 
-std::string fileName(const std::string& path) { return std::filesystem::path(path).filename().string(); }
+std::string fileName(const std::string& path) {
+    return std::filesystem::path(path).filename().string();
+}
 
 // Why a file has no integrated loudness.
 std::string noLoudnessReason(const AudioData& audio) {
@@ -53,9 +55,12 @@ int loudness(const Arguments& args) {
     std::vector<std::string> files;
     ArgumentCursor cursor(args, usage);
     while (cursor.next()) {
-        if (cursor.current() == "--json") json = true;
-        else if (cursor.isOption()) cursor.unknownOption();
-        else files.push_back(cursor.current());
+        if (cursor.current() == "--json")
+            json = true;
+        else if (cursor.isOption())
+            cursor.unknownOption();
+        else
+            files.push_back(cursor.current());
     }
     if (files.empty()) throw UsageError{std::string("no file given (") + usage + ")"};
 
@@ -67,21 +72,28 @@ int loudness(const Arguments& args) {
             const auto lufs = Loudness::integrated(*audio);
             const auto peak = peakDBFS(audio->peak);
             if (json) {
-                nlohmann::json entry{{"file", file},
-                                     {"integratedLUFS", lufs ? nlohmann::json(*lufs) : nlohmann::json()},
-                                     {"peakDBFS", peak ? nlohmann::json(*peak) : nlohmann::json()}};
+                nlohmann::json entry{
+                    {"file", file},
+                    {"integratedLUFS", lufs ? nlohmann::json(*lufs) : nlohmann::json()},
+                    {"peakDBFS", peak ? nlohmann::json(*peak) : nlohmann::json()}};
                 if (!lufs) entry["reason"] = noLoudnessReason(*audio);
                 array.push_back(std::move(entry));
                 continue;
             }
             char loudnessText[96], peakText[32];
-            if (lufs) std::snprintf(loudnessText, sizeof loudnessText, "%.2f LUFS", *lufs);
-            else std::snprintf(loudnessText, sizeof loudnessText, "none (%s)", noLoudnessReason(*audio).c_str());
-            if (peak) std::snprintf(peakText, sizeof peakText, "%.2f dBFS", *peak);
-            else std::snprintf(peakText, sizeof peakText, "-inf dBFS");
+            if (lufs)
+                std::snprintf(loudnessText, sizeof loudnessText, "%.2f LUFS", *lufs);
+            else
+                std::snprintf(loudnessText, sizeof loudnessText, "none (%s)",
+                              noLoudnessReason(*audio).c_str());
+            if (peak)
+                std::snprintf(peakText, sizeof peakText, "%.2f dBFS", *peak);
+            else
+                std::snprintf(peakText, sizeof peakText, "-inf dBFS");
             std::printf("%s: integrated %s, peak %s\n", file.c_str(), loudnessText, peakText);
         } catch (const std::exception& error) {
-            std::fprintf(stderr, "sonvale-cli loudness: %s: %s\n", fileName(file).c_str(), error.what());
+            std::fprintf(stderr, "sonvale-cli loudness: %s: %s\n", fileName(file).c_str(),
+                         error.what());
             status = 1;
         }
     }
@@ -90,7 +102,8 @@ int loudness(const Arguments& args) {
 }
 
 int normalize(const Arguments& args) {
-    constexpr const char* usage = "usage: normalize IN -o OUT (--peak | --loudness LUFS) [--format F]";
+    constexpr const char* usage =
+        "usage: normalize IN -o OUT (--peak | --loudness LUFS) [--format F]";
     std::string input, output;
     bool toPeak = false;
     std::optional<double> target;
@@ -98,16 +111,25 @@ int normalize(const Arguments& args) {
     ArgumentCursor cursor(args, usage);
     while (cursor.next()) {
         const std::string& arg = cursor.current();
-        if (arg == "-o" || arg == "--output") output = cursor.value();
-        else if (arg == "--peak") toPeak = true;
-        else if (arg == "--loudness") target = parseNumber(cursor.value(), arg, "a loudness in LUFS");
-        else if (arg == "--format") format = parseExportFormat(cursor.value());
-        else if (cursor.isOption()) cursor.unknownOption();
-        else if (input.empty()) input = arg;
-        else throw UsageError{std::string("only one input file at a time (") + usage + ")"};
+        if (arg == "-o" || arg == "--output")
+            output = cursor.value();
+        else if (arg == "--peak")
+            toPeak = true;
+        else if (arg == "--loudness")
+            target = parseNumber(cursor.value(), arg, "a loudness in LUFS");
+        else if (arg == "--format")
+            format = parseExportFormat(cursor.value());
+        else if (cursor.isOption())
+            cursor.unknownOption();
+        else if (input.empty())
+            input = arg;
+        else
+            throw UsageError{std::string("only one input file at a time (") + usage + ")"};
     }
-    if (input.empty() || output.empty()) throw UsageError{std::string("an input and -o OUT are needed (") + usage + ")"};
-    if (toPeak == target.has_value()) throw UsageError{std::string("give either --peak or --loudness LUFS (") + usage + ")"};
+    if (input.empty() || output.empty())
+        throw UsageError{std::string("an input and -o OUT are needed (") + usage + ")"};
+    if (toPeak == target.has_value())
+        throw UsageError{std::string("give either --peak or --loudness LUFS (") + usage + ")"};
     const ExportFormat outputFormat = resolveExportFormat(format, output);
 
     auto audio = loadWithProgress(input);
@@ -118,7 +140,9 @@ int normalize(const Arguments& args) {
         gainDB = *gain;
     } else {
         auto measured = Loudness::integrated(*audio);
-        if (!measured) throw UsageError{fileName(input) + ": has no integrated loudness (" + noLoudnessReason(*audio) + ")"};
+        if (!measured)
+            throw UsageError{fileName(input) + ": has no integrated loudness (" +
+                             noLoudnessReason(*audio) + ")"};
         gainDB = loudnessNormalizationGain(*target, *measured);
     }
     exportWithGain(*audio, {0, audio->frameCount}, gainDB, outputFormat, output);
@@ -133,13 +157,19 @@ int trimSilence(const Arguments& args) {
     ArgumentCursor cursor(args, usage);
     while (cursor.next()) {
         const std::string& arg = cursor.current();
-        if (arg == "-o" || arg == "--output") output = cursor.value();
-        else if (arg == "--format") format = parseExportFormat(cursor.value());
-        else if (cursor.isOption()) cursor.unknownOption();
-        else if (input.empty()) input = arg;
-        else throw UsageError{std::string("only one input file at a time (") + usage + ")"};
+        if (arg == "-o" || arg == "--output")
+            output = cursor.value();
+        else if (arg == "--format")
+            format = parseExportFormat(cursor.value());
+        else if (cursor.isOption())
+            cursor.unknownOption();
+        else if (input.empty())
+            input = arg;
+        else
+            throw UsageError{std::string("only one input file at a time (") + usage + ")"};
     }
-    if (input.empty() || output.empty()) throw UsageError{std::string("an input and -o OUT are needed (") + usage + ")"};
+    if (input.empty() || output.empty())
+        throw UsageError{std::string("an input and -o OUT are needed (") + usage + ")"};
     const ExportFormat outputFormat = resolveExportFormat(format, output);
 
     auto audio = loadWithProgress(input);
@@ -147,7 +177,8 @@ int trimSilence(const Arguments& args) {
     if (!range) throw UsageError{fileName(input) + ": The whole track is silent."};
     if (*range == FrameRange{0, audio->frameCount}) {
         char message[128];
-        std::snprintf(message, sizeof message, "There's no silence (below %.0f dBFS) at the start or end.", -60.0);
+        std::snprintf(message, sizeof message,
+                      "There's no silence (below %.0f dBFS) at the start or end.", -60.0);
         throw UsageError{fileName(input) + ": " + message};
     }
     exportWithGain(*audio, *range, 0, outputFormat, output);

@@ -7,9 +7,7 @@
 
 namespace sonvale::cli {
 
-std::string curlyQuoted(const std::string& text) {
-    return "\u201C" + text + "\u201D";
-}
+std::string curlyQuoted(const std::string& text) { return "\u201C" + text + "\u201D"; }
 
 std::string exportFormatList() {
     std::string list;
@@ -41,9 +39,10 @@ std::optional<RangeOption::End> parseEnd(const std::string& text) {
     const std::string digits = seconds ? text.substr(0, text.size() - 1) : text;
     double value = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-    if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() || value < 0 ||
-        !std::isfinite(value) || (!seconds && value != std::floor(value)))
-        throw UsageError{curlyQuoted(text) + " in --range is neither a frame number nor seconds such as 1.5s"};
+    if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() ||
+        value < 0 || !std::isfinite(value) || (!seconds && value != std::floor(value)))
+        throw UsageError{curlyQuoted(text) +
+                         " in --range is neither a frame number nor seconds such as 1.5s"};
     return RangeOption::End{value, seconds};
 }
 } // namespace
@@ -51,7 +50,8 @@ std::optional<RangeOption::End> parseEnd(const std::string& text) {
 RangeOption parseRange(const std::string& raw) {
     const size_t colon = raw.find(':');
     if (colon == std::string::npos)
-        throw UsageError{"--range needs START:END in frames or seconds (1.5s:3s), not " + curlyQuoted(raw)};
+        throw UsageError{"--range needs START:END in frames or seconds (1.5s:3s), not " +
+                         curlyQuoted(raw)};
     return {raw, parseEnd(raw.substr(0, colon)), parseEnd(raw.substr(colon + 1))};
 }
 
@@ -60,7 +60,8 @@ FrameRange RangeOption::resolve(double sampleRate, int64_t frameCount) const {
         return e.seconds ? int64_t(std::llround(e.value * sampleRate)) : int64_t(e.value);
     };
     const FrameRange range{start ? frames(*start) : 0, end ? frames(*end) : frameCount};
-    if (range.isEmpty()) throw UsageError{"the range " + text + " is empty: END must be after START"};
+    if (range.isEmpty())
+        throw UsageError{"the range " + text + " is empty: END must be after START"};
     return range;
 }
 
@@ -86,9 +87,7 @@ double parseNumber(const std::string& raw, const std::string& option, const std:
     return value;
 }
 
-bool ArgumentCursor::next() {
-    return ++index < args.size();
-}
+bool ArgumentCursor::next() { return ++index < args.size(); }
 
 const std::string& ArgumentCursor::value() {
     if (index + 1 >= args.size()) throw UsageError{current() + " needs a value (" + usage + ")"};

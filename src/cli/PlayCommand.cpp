@@ -25,9 +25,7 @@ namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
 
-void onInterrupt(int) {
-    interrupted = 1;
-}
+void onInterrupt(int) { interrupted = 1; }
 
 std::string decibels(float peak) {
     char text[32];
@@ -148,8 +146,9 @@ int play(const Arguments& args) {
             nextReport += std::chrono::seconds(1);
         }
         // (An output that gives no time stamps is stopped by the clock, a second late.)
-        if (seconds > 0 && (heardSince ? std::chrono::duration<double>(now - *heardSince).count() >= seconds
-                                       : std::chrono::duration<double>(now - began).count() >= seconds + 1))
+        if (seconds > 0 &&
+            (heardSince ? std::chrono::duration<double>(now - *heardSince).count() >= seconds
+                        : std::chrono::duration<double>(now - began).count() >= seconds + 1))
             break;
         if (!engine.isSounding()) {
             // Let the output play out what it holds.

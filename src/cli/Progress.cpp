@@ -6,7 +6,8 @@
 namespace sonvale::cli {
 
 ProgressLine::ProgressLine(std::string label)
-    : label(std::move(label)), shown(::isatty(STDERR_FILENO) == 1) {}
+    : label(std::move(label))
+    , shown(::isatty(STDERR_FILENO) == 1) {}
 
 ProgressLine::~ProgressLine() { clear(); }
 

@@ -48,8 +48,10 @@ TrackSummary summarise(const TrackState& track) {
     try {
         // The header's length: the file is opened, not decoded.
         const auto info = AudioLoader::probe(track.path);
-        if (info.sampleRate > 0) summary.duration = double(info.frames) / info.sampleRate;
-        else summary.unreadable = "no sample rate";
+        if (info.sampleRate > 0)
+            summary.duration = double(info.frames) / info.sampleRate;
+        else
+            summary.unreadable = "no sample rate";
     } catch (const std::exception& failure) {
         summary.unreadable = failure.what();
     }
@@ -61,7 +63,8 @@ int64_t sessionFormat(const fs::path& bundle) {
     std::ifstream in(bundle / "Session.json", std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     const auto contents = nlohmann::json::parse(text, nullptr, false);
-    if (contents.is_object() && contents.contains("format") && contents["format"].is_number_integer())
+    if (contents.is_object() && contents.contains("format") &&
+        contents["format"].is_number_integer())
         return contents["format"].get<int64_t>();
     throw SessionDataError("Session.json has no format number.");
 }
@@ -70,7 +73,8 @@ int64_t sessionFormat(const fs::path& bundle) {
 std::string isoDate(SessionBundle::Clock::time_point date) {
     const auto since = date.time_since_epoch();
     const auto seconds = std::chrono::floor<std::chrono::seconds>(since);
-    const int millis = int(std::chrono::duration_cast<std::chrono::milliseconds>(since - seconds).count());
+    const int millis =
+        int(std::chrono::duration_cast<std::chrono::milliseconds>(since - seconds).count());
     const std::time_t t = std::time_t(seconds.count());
     std::tm utc{};
     gmtime_r(&t, &utc);
@@ -84,14 +88,13 @@ std::string counted(int64_t count, const char* noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
-int64_t clipCount(const TimelineState::Lane& lane) {
-    return int64_t(lane.clips.size());
-}
+int64_t clipCount(const TimelineState::Lane& lane) { return int64_t(lane.clips.size()); }
 
 std::vector<std::string> busNames(const SessionState& state) {
     std::vector<std::string> names;
     if (state.timeline && state.timeline->mixer)
-        for (const auto& bus : state.timeline->mixer->buses) names.push_back(bus.name);
+        for (const auto& bus : state.timeline->mixer->buses)
+            names.push_back(bus.name);
     return names;
 }
 
@@ -106,7 +109,8 @@ void printText(const std::string& bundle, int64_t format, const SessionState& st
         else if (track.duration)
             std::printf("  %s: found, %.3f s\n", track.path.c_str(), *track.duration);
         else
-            std::printf("  %s: found, unreadable (%s)\n", track.path.c_str(), track.unreadable.c_str());
+            std::printf("  %s: found, unreadable (%s)\n", track.path.c_str(),
+                        track.unreadable.c_str());
     }
     if (state.timeline) {
         std::printf("lanes: %zu\n", state.timeline->lanes.size());
@@ -114,7 +118,8 @@ void printText(const std::string& bundle, int64_t format, const SessionState& st
             std::printf("  %s: %s\n", lane.name.c_str(), counted(clipCount(lane), "clip").c_str());
         const auto buses = busNames(state);
         std::printf("buses: %zu\n", buses.size());
-        for (const auto& name : buses) std::printf("  %s\n", name.c_str());
+        for (const auto& name : buses)
+            std::printf("  %s\n", name.c_str());
     }
     std::printf("snapshots: %zu\n", snapshots.size());
     for (const auto& s : snapshots)
@@ -140,10 +145,12 @@ nlohmann::ordered_json toJSON(int64_t format, const SessionState& state,
     auto lanes = nlohmann::ordered_json::array();
     if (state.timeline)
         for (const auto& lane : state.timeline->lanes)
-            lanes.push_back(nlohmann::ordered_json{{"name", lane.name}, {"clips", clipCount(lane)}});
+            lanes.push_back(
+                nlohmann::ordered_json{{"name", lane.name}, {"clips", clipCount(lane)}});
     object["lanes"] = std::move(lanes);
     auto buses = nlohmann::ordered_json::array();
-    for (const auto& name : busNames(state)) buses.push_back(nlohmann::ordered_json{{"name", name}});
+    for (const auto& name : busNames(state))
+        buses.push_back(nlohmann::ordered_json{{"name", name}});
     object["buses"] = std::move(buses);
     auto snapshotArray = nlohmann::ordered_json::array();
     for (const auto& s : snapshots) {
@@ -166,11 +173,14 @@ int sessionInfo(const Arguments& args) {
     std::vector<std::string> bundles;
     for (size_t i = 1; i < args.size(); ++i) {
         const std::string& arg = args[i];
-        if (!optionsEnded && arg == "--") optionsEnded = true;
-        else if (!optionsEnded && arg == "--json") json = true;
+        if (!optionsEnded && arg == "--")
+            optionsEnded = true;
+        else if (!optionsEnded && arg == "--json")
+            json = true;
         else if (!optionsEnded && arg.size() > 1 && arg[0] == '-')
             return usageFailure(prefix, "unknown option " + curlyQuoted(arg));
-        else bundles.push_back(arg);
+        else
+            bundles.push_back(arg);
     }
     if (bundles.empty()) return usageFailure(prefix, "no session given");
     if (bundles.size() > 1) return usageFailure(prefix, "one session at a time");
@@ -180,7 +190,8 @@ int sessionInfo(const Arguments& args) {
         const SessionState state = SessionBundle::read(bundle);
         const int64_t format = sessionFormat(bundle);
         std::vector<TrackSummary> tracks;
-        for (const auto& track : state.tracks) tracks.push_back(summarise(track));
+        for (const auto& track : state.tracks)
+            tracks.push_back(summarise(track));
         const auto snapshots = SessionBundle::snapshots(bundle);
         if (json)
             std::printf("%s\n", toJSON(format, state, tracks, snapshots).dump(2).c_str());

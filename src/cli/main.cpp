@@ -21,36 +21,43 @@ struct Command {
 
 const std::map<std::string, Command>& commands() {
     static const std::map<std::string, Command> table{
-        {"info", {"info [--json] FILE...            container, codec, rate, channels, frames, "
-                  "duration, peak",
-                  info}},
-        {"export", {"export IN -o OUT [--format wav16|wav24|aiff16|aac] [--gain DB] "
-                    "[--range START:END]",
-                    exportCommand}},
-        {"effects", {"effects [--json] [KIND]          the effect catalogue: parameters, ranges, "
-                     "defaults, units, presets",
-                     effects}},
-        {"apply", {"apply IN -o OUT [--range START:END] --effect KIND[@PRESET][,NAME=VALUE...] "
-                   "[--effect ...]",
-                   apply}},
-        {"loudness", {"loudness [--json] FILE...        integrated loudness (LUFS) and sample peak",
-                      loudness}},
+        {"info",
+         {"info [--json] FILE...            container, codec, rate, channels, frames, "
+          "duration, peak",
+          info}},
+        {"export",
+         {"export IN -o OUT [--format wav16|wav24|aiff16|aac] [--gain DB] "
+          "[--range START:END]",
+          exportCommand}},
+        {"effects",
+         {"effects [--json] [KIND]          the effect catalogue: parameters, ranges, "
+          "defaults, units, presets",
+          effects}},
+        {"apply",
+         {"apply IN -o OUT [--range START:END] --effect KIND[@PRESET][,NAME=VALUE...] "
+          "[--effect ...]",
+          apply}},
+        {"loudness",
+         {"loudness [--json] FILE...        integrated loudness (LUFS) and sample peak", loudness}},
         {"normalize", {"normalize IN -o OUT (--peak | --loudness LUFS) [--format F]", normalize}},
-        {"trim-silence", {"trim-silence IN -o OUT [--format F]   cut the silence at both ends",
-                          trimSilence}},
-        {"play", {"play FILE [--speed X] [--loop] [--from SECONDS] [--seconds N] "
-                  "[--effect KIND[@PRESET][,NAME=VALUE...] ...]",
-                  play}},
-        {"session", {"session info [--json] BUNDLE.sonvale   a saved session's format, tracks (found "
-                     "or missing), lanes, buses and snapshots",
-                     session}},
+        {"trim-silence",
+         {"trim-silence IN -o OUT [--format F]   cut the silence at both ends", trimSilence}},
+        {"play",
+         {"play FILE [--speed X] [--loop] [--from SECONDS] [--seconds N] "
+          "[--effect KIND[@PRESET][,NAME=VALUE...] ...]",
+          play}},
+        {"session",
+         {"session info [--json] BUNDLE.sonvale   a saved session's format, tracks (found "
+          "or missing), lanes, buses and snapshots",
+          session}},
     };
     return table;
 }
 
 void printUsage(FILE* to) {
     std::fprintf(to, "usage: sonvale-cli COMMAND [ARGS...]\n\ncommands:\n");
-    for (auto& [name, command] : commands()) std::fprintf(to, "  %s\n", command.synopsis);
+    for (auto& [name, command] : commands())
+        std::fprintf(to, "  %s\n", command.synopsis);
 }
 
 } // namespace

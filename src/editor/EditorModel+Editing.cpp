@@ -48,7 +48,8 @@ void EditorModel::cutSelection() {
     copySelection();
     const auto track = activeTrack();
     if (track->isRecording()) return;
-    attemptEdit("Cut", [&] { track->replace(*track->selection(), AudioClip{}, std::nullopt, "Cut"); });
+    attemptEdit("Cut",
+                [&] { track->replace(*track->selection(), AudioClip{}, std::nullopt, "Cut"); });
 }
 
 void EditorModel::deleteSelection() {
@@ -64,8 +65,10 @@ void EditorModel::paste() {
     attemptEdit("Paste", [&] {
         if (clip->sampleRate != track->sampleRate())
             throw EditError::sampleRateMismatch(clip->sampleRate, track->sampleRate());
-        const FrameRange target = track->selection().value_or(FrameRange{track->cursor(), track->cursor()});
-        track->replace(target, *clip, FrameRange{target.lower, target.lower + clip->length()}, "Paste");
+        const FrameRange target =
+            track->selection().value_or(FrameRange{track->cursor(), track->cursor()});
+        track->replace(target, *clip, FrameRange{target.lower, target.lower + clip->length()},
+                       "Paste");
     });
 }
 
@@ -85,11 +88,13 @@ void EditorModel::trim(FrameRange range, const std::string& actionName, bool sel
         // The tail goes first so that the head's positions stay valid.
         if (upper < frames)
             track->replace({upper, frames}, AudioClip{},
-                           selectKept ? std::optional<FrameRange>(FrameRange{lower, upper}) : std::nullopt,
+                           selectKept ? std::optional<FrameRange>(FrameRange{lower, upper})
+                                      : std::nullopt,
                            actionName);
         if (lower >= 1)
             track->replace({0, lower}, AudioClip{},
-                           selectKept ? std::optional<FrameRange>(FrameRange{0, upper - lower}) : std::nullopt,
+                           selectKept ? std::optional<FrameRange>(FrameRange{0, upper - lower})
+                                      : std::nullopt,
                            actionName);
     });
     // A second cut that fails takes the first one back with it.
@@ -128,7 +133,8 @@ void EditorModel::newTrackFromSelection() {
         carried.push_back(std::move(marker));
     }
     const float gainDB = source->gainDB();
-    const fs::path url = reserveNewTrackFile(prefs.recordingsFolder(), source->name() + " (selection)");
+    const fs::path url =
+        reserveNewTrackFile(prefs.recordingsFolder(), source->name() + " (selection)");
 
     Executor& executor = exec;
     exec.runInBackground([this, &executor, weak = std::weak_ptr<EditorModel*>(self), url,

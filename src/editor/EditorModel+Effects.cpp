@@ -33,8 +33,8 @@ void EditorModel::setEffectChain(EffectChainPtr chain) {
     if (effects) {
         // Membership and order changes need a new preview; knob and bypass changes reach the
         // running one through the banks and flags.
-        chainEffectsConnection = effects->effectsChanged.connect(
-            [weak = std::weak_ptr<EditorModel*>(self)] {
+        chainEffectsConnection =
+            effects->effectsChanged.connect([weak = std::weak_ptr<EditorModel*>(self)] {
                 if (auto model = weak.lock()) (*model)->rebuildEffectPreview();
             });
         // Another active track may have another rate or channel count. Playback builds its
@@ -97,12 +97,12 @@ void EditorModel::setEffectPreviewHooks(EffectPreviewHooks hooks) {
 
 void EditorModel::rebuildEffectPreview() {
     if (!effects) return installEffectPreview({});
-    installEffectPreview([weak = std::weak_ptr<EffectChain>(effects)](double sampleRate,
-                                                                     int channelCount)
-                             -> std::unique_ptr<EffectProcessor> {
-        if (auto chain = weak.lock()) return chain->previewProcessor(sampleRate, channelCount);
-        return nullptr;
-    });
+    installEffectPreview(
+        [weak = std::weak_ptr<EffectChain>(effects)](
+            double sampleRate, int channelCount) -> std::unique_ptr<EffectProcessor> {
+            if (auto chain = weak.lock()) return chain->previewProcessor(sampleRate, channelCount);
+            return nullptr;
+        });
 }
 
 void EditorModel::installEffectPreview(EffectFactory factory) {
@@ -139,7 +139,8 @@ void EditorModel::applyEffects() {
     job->hadSelection = track->selection().has_value();
     job->range = track->selection().value_or(FrameRange{0, track->frameCount()});
     job->actionName = active.size() == 1 ? std::string(title(active.front()->kind())) : "Effects";
-    for (const auto& session : active) job->applied.push_back({session->kind(), session->values()});
+    for (const auto& session : active)
+        job->applied.push_back({session->kind(), session->values()});
 
     auto render = effects->renderProcessor(job->source->sampleRate, job->source->channelCount());
     const int64_t tail = EffectRenderer::tailFrames(render.tailSeconds, job->source->sampleRate);
@@ -148,28 +149,31 @@ void EditorModel::applyEffects() {
     effects->setApplying(true);
     setEffectsApplyProgress(0.0);
     Executor& executor = exec;
-    exec.runInBackground([&executor, weak = std::weak_ptr<EditorModel*>(self), job, processor, tail] {
-        auto toMain = [&executor, weak](std::function<void(EditorModel&)> work) {
-            executor.post([weak, work = std::move(work)] {
-                if (auto model = weak.lock()) work(**model);
-            });
-        };
-        try {
-            auto clip = std::make_shared<AudioClip>(
-                EffectRenderer::render(*job->source, job->range, tail, *processor, [&](double fraction) {
-                    toMain([fraction](EditorModel& m) {
-                        if (m.applyProgress) m.setEffectsApplyProgress(fraction);
-                    });
-                }));
-            toMain([job, clip](EditorModel& m) { m.finishApplyingEffects(*job, std::move(*clip)); });
-        } catch (const std::exception& error) {
-            toMain([job, message = userMessage(error)](EditorModel& m) {
-                job->chain->setApplying(false);
-                m.setEffectsApplyProgress(std::nullopt);
-                m.showAlert({job->actionName + " failed", message});
-            });
-        }
-    });
+    exec.runInBackground(
+        [&executor, weak = std::weak_ptr<EditorModel*>(self), job, processor, tail] {
+            auto toMain = [&executor, weak](std::function<void(EditorModel&)> work) {
+                executor.post([weak, work = std::move(work)] {
+                    if (auto model = weak.lock()) work(**model);
+                });
+            };
+            try {
+                auto clip = std::make_shared<AudioClip>(EffectRenderer::render(
+                    *job->source, job->range, tail, *processor, [&](double fraction) {
+                        toMain([fraction](EditorModel& m) {
+                            if (m.applyProgress) m.setEffectsApplyProgress(fraction);
+                        });
+                    }));
+                toMain([job, clip](EditorModel& m) {
+                    m.finishApplyingEffects(*job, std::move(*clip));
+                });
+            } catch (const std::exception& error) {
+                toMain([job, message = userMessage(error)](EditorModel& m) {
+                    job->chain->setApplying(false);
+                    m.setEffectsApplyProgress(std::nullopt);
+                    m.showAlert({job->actionName + " failed", message});
+                });
+            }
+        });
 }
 
 void EditorModel::finishApplyingEffects(const EffectApply& job, AudioClip rendered) {

@@ -56,7 +56,8 @@ void EditorModel::exportActiveTrack(const fs::path& url, ExportFormat format, bo
             if (auto t = weak.lock()) t->setExportedRevision(revision);
         };
     }
-    exportJobs(track->audio(), {{range, url}}, linearGain(track->gainDB()), format, std::move(onSuccess));
+    exportJobs(track->audio(), {{range, url}}, linearGain(track->gainDB()), format,
+               std::move(onSuccess));
 }
 
 std::string EditorModel::exportRegionsMessage() const {
@@ -77,8 +78,9 @@ void EditorModel::exportJobs(AudioDataPtr audio, std::vector<ExportJob> jobs, fl
     if (progress || !audio || jobs.empty()) return;
     setExportProgress(0.0);
     Executor& executor = exec;
-    exec.runInBackground([&executor, weak = std::weak_ptr<EditorModel*>(self), audio = std::move(audio),
-                          jobs = std::move(jobs), gain, format, onSuccess = std::move(onSuccess)] {
+    exec.runInBackground([&executor, weak = std::weak_ptr<EditorModel*>(self),
+                          audio = std::move(audio), jobs = std::move(jobs), gain, format,
+                          onSuccess = std::move(onSuccess)] {
         auto toMain = [&executor, weak](std::function<void(EditorModel&)> work) {
             executor.post([weak, work = std::move(work)] {
                 if (auto model = weak.lock()) work(**model);
@@ -88,15 +90,15 @@ void EditorModel::exportJobs(AudioDataPtr audio, std::vector<ExportJob> jobs, fl
             double reported = 0;
             const double count = double(jobs.size());
             for (size_t i = 0; i < jobs.size(); ++i) {
-                AudioExporter::exportAudio(*audio, jobs[i].range, gain, format, jobs[i].url,
-                                           [&](double fraction) {
-                                               const double overall = (double(i) + fraction) / count;
-                                               if (overall - reported < 0.01) return; // 1 % steps
-                                               reported = overall;
-                                               toMain([overall](EditorModel& m) {
-                                                   if (m.progress) m.setExportProgress(overall);
-                                               });
-                                           });
+                AudioExporter::exportAudio(
+                    *audio, jobs[i].range, gain, format, jobs[i].url, [&](double fraction) {
+                        const double overall = (double(i) + fraction) / count;
+                        if (overall - reported < 0.01) return; // 1 % steps
+                        reported = overall;
+                        toMain([overall](EditorModel& m) {
+                            if (m.progress) m.setExportProgress(overall);
+                        });
+                    });
             }
             toMain([onSuccess](EditorModel& m) {
                 m.setExportProgress(std::nullopt);

@@ -81,7 +81,8 @@ void EditorModel::trimSilence() {
     }
     if (*range == FrameRange{0, audio.frameCount}) {
         char message[128];
-        std::snprintf(message, sizeof message, "There's no silence (below %.0f dBFS) at the start or end.", -60.0);
+        std::snprintf(message, sizeof message,
+                      "There's no silence (below %.0f dBFS) at the start or end.", -60.0);
         showAlert({"Nothing to trim", message});
         return;
     }

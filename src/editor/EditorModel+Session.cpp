@@ -81,9 +81,11 @@ void EditorModel::saveSession() {
     // Names taken in the store's audio folder, so that a new file never lands on a kept one.
     std::set<std::string> used;
     std::error_code error;
-    for (fs::directory_iterator it(store->audioFolder(), error), end; !error && it != end; it.increment(error))
+    for (fs::directory_iterator it(store->audioFolder(), error), end; !error && it != end;
+         it.increment(error))
         used.insert(lowercased(it->path().filename().string()));
-    for (const auto& [id, stored] : storedAudio) used.insert(lowercased(stored.file.filename().string()));
+    for (const auto& [id, stored] : storedAudio)
+        used.insert(lowercased(stored.file.filename().string()));
 
     for (const auto& track : trackList) {
         TrackState t = trackState(*track);
@@ -92,7 +94,8 @@ void EditorModel::saveSession() {
             StoredAudio& stored = storedAudio[track->id()];
             if (stored.audio.lock() != edited || stored.file.empty()) {
                 stored.audio = edited;
-                stored.file = store->audioFolder() / SessionBundle::uniqueName(track->name(), "wav", used);
+                stored.file =
+                    store->audioFolder() / SessionBundle::uniqueName(track->name(), "wav", used);
             }
             source = stored.file;
             audio.push_back({edited, stored.file});
@@ -136,7 +139,8 @@ TrackState EditorModel::trackState(const AudioTrack& track) const {
 std::pair<fs::path, AudioDataPtr> EditorModel::trackSource(const AudioTrack& track) const {
     if (!track.audio() || track.audioEditDepth() == 0) return {track.url(), nullptr};
     if (openDocument_ && track.fileRevision() == track.editRevision())
-        if (auto it = openDocument_->bundlePaths.find(track.id()); it != openDocument_->bundlePaths.end())
+        if (auto it = openDocument_->bundlePaths.find(track.id());
+            it != openDocument_->bundlePaths.end())
             return {openDocument_->url / it->second, nullptr};
     return {track.url(), track.audio()};
 }
@@ -167,7 +171,8 @@ void EditorModel::restoreSession(const SessionState& state) {
     restoring = true;
     restoredStates.clear();
     std::set<Uuid> all;
-    for (const auto& t : trackList) all.insert(t->id());
+    for (const auto& t : trackList)
+        all.insert(t->id());
     removeTracks(all);
 
     std::vector<AudioTrackPtr> made;
@@ -185,7 +190,8 @@ void EditorModel::restoreSession(const SessionState& state) {
         trackList.push_back(track);
     }
     tracksChanged.emit();
-    for (const auto& track : made) load(track);
+    for (const auto& track : made)
+        load(track);
     std::set<Uuid> selected;
     for (int64_t index : state.selectedIndices)
         if (index >= 0 && size_t(index) < made.size()) selected.insert(made[size_t(index)]->id());
@@ -225,7 +231,8 @@ void EditorModel::restoreLastSession(bool incognito) {
         try {
             const SessionState saved = SessionBundle::read(url);
             // The store holds what was live at the end, the document only what was saved.
-            const bool storeIsNewer = stored && encodeSessionState(*stored) != encodeSessionState(saved);
+            const bool storeIsNewer =
+                stored && encodeSessionState(*stored) != encodeSessionState(saved);
             restoreSession(storeIsNewer ? *stored : saved);
             openDocument_ = recordDocument(url, saved);
             documentChanged.emit();
@@ -241,7 +248,8 @@ void EditorModel::restoreLastSession(bool incognito) {
 // ---- documents ------------------------------------------------------------------------------
 
 std::string EditorModel::documentName() const {
-    return SessionBundle::displayName(openDocument_ ? std::optional(openDocument_->url) : std::nullopt);
+    return SessionBundle::displayName(openDocument_ ? std::optional(openDocument_->url)
+                                                    : std::nullopt);
 }
 
 bool EditorModel::isDocumentEdited() const {
@@ -252,7 +260,8 @@ bool EditorModel::isDocumentEdited() const {
         const AudioTrack& t = *trackList[i];
         const auto& s = saved[i];
         if (s.id != t.id() || s.path != t.url().string() || s.gainDB != t.gainDB() ||
-            s.markers != t.markers() || s.transcript != t.transcript() || s.revision != t.editRevision())
+            s.markers != t.markers() || s.transcript != t.transcript() ||
+            s.revision != t.editRevision())
             return true;
     }
     return false;
@@ -260,11 +269,13 @@ bool EditorModel::isDocumentEdited() const {
 
 bool EditorModel::hasUnsavedChanges() const {
     return std::any_of(trackList.begin(), trackList.end(), [&](const auto& t) {
-        return t->hasUnexportedEdits() && !(openDocument_ && t->fileRevision() == t->editRevision());
+        return t->hasUnexportedEdits() &&
+               !(openDocument_ && t->fileRevision() == t->editRevision());
     });
 }
 
-EditorModel::SessionDocument EditorModel::recordDocument(const fs::path& url, const SessionState& saved) const {
+EditorModel::SessionDocument EditorModel::recordDocument(const fs::path& url,
+                                                         const SessionState& saved) const {
     // What the bundle holds, matched to the live tracks by position.
     SessionDocument document;
     document.url = url;
@@ -288,7 +299,8 @@ void EditorModel::saveDocument(std::function<void()> then) {
 }
 
 void EditorModel::saveDocumentAs(fs::path url, std::function<void()> then) {
-    if (std::any_of(trackList.begin(), trackList.end(), [](const auto& t) { return t->isRecording(); })) {
+    if (std::any_of(trackList.begin(), trackList.end(),
+                    [](const auto& t) { return t->isRecording(); })) {
         showAlert({saveFailedTitle, "Stop recording before saving the session."});
         return;
     }
@@ -310,7 +322,8 @@ void EditorModel::saveDocumentAs(fs::path url, std::function<void()> then) {
         const AudioTrack& t = *trackList[i];
         auto [source, edited] = trackSource(t);
         job->tracks.push_back({trackState(t), source, edited, t.name(), false});
-        job->contents.push_back({t.id(), t.url().string(), t.gainDB(), t.markers(), t.transcript(), t.editRevision()});
+        job->contents.push_back(
+            {t.id(), t.url().string(), t.gainDB(), t.markers(), t.transcript(), t.editRevision()});
     }
     job->selected = selectedIndices();
     job->loop = looping;
@@ -334,8 +347,8 @@ void EditorModel::saveDocumentAs(fs::path url, std::function<void()> then) {
         };
         try {
             const auto history = SessionBundle::history(job->historyFrom);
-            auto result = SessionBundle::write(job->tracks, job->selected, job->loop, job->timeline, {},
-                                               history, job->snapshot, url, report);
+            auto result = SessionBundle::write(job->tracks, job->selected, job->loop, job->timeline,
+                                               {}, history, job->snapshot, url, report);
             executor.post([token, job, url, state = std::move(result.state), then] {
                 auto alive = token.lock();
                 if (!alive) return;
@@ -345,7 +358,8 @@ void EditorModel::saveDocumentAs(fs::path url, std::function<void()> then) {
                 document.saved = job->contents;
                 for (size_t i = 0; i < job->contents.size(); ++i) {
                     const std::string& path = state.tracks[i].path;
-                    if (!path.empty() && path[0] != '/') document.bundlePaths[job->contents[i].id] = path;
+                    if (!path.empty() && path[0] != '/')
+                        document.bundlePaths[job->contents[i].id] = path;
                     if (auto track = model.track(job->contents[i].id))
                         track->setFileRevision(job->contents[i].revision);
                 }
@@ -433,7 +447,8 @@ void EditorModel::restoreSnapshot(const std::string& id) {
 
 bool EditorModel::isMissing(const AudioTrack& track) {
     std::error_code error;
-    return std::holds_alternative<AudioTrack::Failed>(track.state()) && !fs::exists(track.url(), error);
+    return std::holds_alternative<AudioTrack::Failed>(track.state()) &&
+           !fs::exists(track.url(), error);
 }
 
 std::string EditorModel::missingFileMessage(const fs::path& path) {
@@ -464,7 +479,8 @@ int EditorModel::relinkMissing(const Uuid& trackID, const fs::path& file) {
 std::vector<fs::path> EditorModel::newFilesNotInSavedSession() const {
     std::set<std::string> saved;
     if (openDocument_)
-        for (const auto& content : openDocument_->saved) saved.insert(content.path);
+        for (const auto& content : openDocument_->saved)
+            saved.insert(content.path);
     std::vector<fs::path> files;
     for (const auto& t : trackList)
         if (t->isNewFile() && !saved.count(t->url().string())) files.push_back(t->url());
@@ -480,11 +496,15 @@ AppAlert EditorModel::keepNewFilesQuestion(const std::vector<fs::path>& files) {
     const std::string folder = files.empty() ? std::string() : files.front().parent_path().string();
     if (files.size() == 1)
         return {"Keep the new audio file?",
-                names + ": It was made after the session was saved, so the session doesn't have it. "
-                        "Kept, it stays in " + folder + "."};
+                names +
+                    ": It was made after the session was saved, so the session doesn't have it. "
+                    "Kept, it stays in " +
+                    folder + "."};
     return {"Keep the " + std::to_string(files.size()) + " new audio files?",
-            names + " were made after the session was saved, so the session doesn't have them. "
-                    "Kept, they stay in " + folder + "."};
+            names +
+                " were made after the session was saved, so the session doesn't have them. "
+                "Kept, they stay in " +
+                folder + "."};
 }
 
 } // namespace sonvale

@@ -26,8 +26,10 @@ EditorModel::EditorModel(Executor& executor, Preferences& preferences)
 
 EditorModel::EditorModel(Executor& executor, Preferences& preferences,
                          std::unique_ptr<PlaybackEngine> player)
-    : exec(executor), prefs(preferences), self(std::make_shared<EditorModel*>(this)),
-      engine(std::move(player)) {
+    : exec(executor)
+    , prefs(preferences)
+    , self(std::make_shared<EditorModel*>(this))
+    , engine(std::move(player)) {
     connectTransport();
     for (auto* signal : {&tracksChanged, &selectionChanged, &transportChanged})
         signal->connect([this] { sessionContentChanged(); });
@@ -71,10 +73,12 @@ void EditorModel::reorderTracks(const std::vector<Uuid>& order) {
     reordered.reserve(trackList.size());
     for (const auto& id : order)
         for (const auto& t : trackList)
-            if (t->id() == id && std::find(reordered.begin(), reordered.end(), t) == reordered.end())
+            if (t->id() == id &&
+                std::find(reordered.begin(), reordered.end(), t) == reordered.end())
                 reordered.push_back(t);
     for (const auto& t : trackList)
-        if (std::find(reordered.begin(), reordered.end(), t) == reordered.end()) reordered.push_back(t);
+        if (std::find(reordered.begin(), reordered.end(), t) == reordered.end())
+            reordered.push_back(t);
     if (reordered == trackList) return;
     trackList = std::move(reordered);
     tracksChanged.emit();
@@ -101,7 +105,8 @@ void EditorModel::selectAdjacentTrack(int offset) {
     if (!active) {
         index = offset > 0 ? 0 : last;
     } else {
-        const long current = long(std::find(trackList.begin(), trackList.end(), active) - trackList.begin());
+        const long current =
+            long(std::find(trackList.begin(), trackList.end(), active) - trackList.begin());
         index = std::clamp(current + long(offset), 0L, last);
     }
     setSelectedTrackIDs({trackList[size_t(index)]->id()});
@@ -127,7 +132,8 @@ bool isHidden(const fs::path& path) {
     return !name.empty() && name[0] == '.';
 }
 
-// Case-insensitive order first, so "b.wav" sorts between "A.wav" and "C.wav"; exact order breaks ties.
+// Case-insensitive order first, so "b.wav" sorts between "A.wav" and "C.wav"; exact order breaks
+// ties.
 bool pathOrder(const fs::path& a, const fs::path& b) {
     const std::string la = lowercased(a.string()), lb = lowercased(b.string());
     return la != lb ? la < lb : a < b;
@@ -179,7 +185,8 @@ std::vector<AudioTrackPtr> EditorModel::open(const std::vector<fs::path>& urls) 
     }
     if (document) openDocument(*document);
     std::vector<AudioTrackPtr> opened;
-    for (const auto& file : audioFiles(others)) opened.push_back(AudioTrack::create(file));
+    for (const auto& file : audioFiles(others))
+        opened.push_back(AudioTrack::create(file));
     if (opened.empty()) return opened;
 
     std::set<Uuid> ids;
@@ -189,7 +196,8 @@ std::vector<AudioTrackPtr> EditorModel::open(const std::vector<fs::path>& urls) 
         ids.insert(t->id());
     }
     tracksChanged.emit();
-    for (const auto& t : opened) load(t);
+    for (const auto& t : opened)
+        load(t);
     setSelectedTrackIDs(std::move(ids));
     return opened;
 }
@@ -198,30 +206,31 @@ void EditorModel::load(const AudioTrackPtr& track) {
     track->setState(AudioTrack::Loading{0});
     Executor& executor = exec;
     std::weak_ptr<EditorModel*> token = self;
-    exec.runInBackground([&executor, token, weak = std::weak_ptr<AudioTrack>(track), url = track->url()] {
-        auto report = [&executor, weak](auto update) {
-            executor.post([weak, update = std::move(update)] {
-                if (auto t = weak.lock()) update(*t);
-            });
-        };
-        try {
-            AudioDataPtr audio = AudioLoader::load(url, [&](double fraction) {
-                report([fraction](AudioTrack& t) {
-                    if (std::holds_alternative<AudioTrack::Loading>(t.state()))
-                        t.setState(AudioTrack::Loading{fraction});
+    exec.runInBackground(
+        [&executor, token, weak = std::weak_ptr<AudioTrack>(track), url = track->url()] {
+            auto report = [&executor, weak](auto update) {
+                executor.post([weak, update = std::move(update)] {
+                    if (auto t = weak.lock()) update(*t);
                 });
-            });
-            report([token, audio = std::move(audio)](AudioTrack& t) {
-                t.finishLoading(audio);
-                if (auto alive = token.lock()) (*alive)->trackFinishedLoading(t);
-            });
-        } catch (const std::exception& error) {
-            std::error_code missing;
-            const std::string message =
-                fs::exists(url, missing) ? userMessage(error) : missingFileMessage(url);
-            report([message](AudioTrack& t) { t.setState(AudioTrack::Failed{message}); });
-        }
-    });
+            };
+            try {
+                AudioDataPtr audio = AudioLoader::load(url, [&](double fraction) {
+                    report([fraction](AudioTrack& t) {
+                        if (std::holds_alternative<AudioTrack::Loading>(t.state()))
+                            t.setState(AudioTrack::Loading{fraction});
+                    });
+                });
+                report([token, audio = std::move(audio)](AudioTrack& t) {
+                    t.finishLoading(audio);
+                    if (auto alive = token.lock()) (*alive)->trackFinishedLoading(t);
+                });
+            } catch (const std::exception& error) {
+                std::error_code missing;
+                const std::string message =
+                    fs::exists(url, missing) ? userMessage(error) : missingFileMessage(url);
+                report([message](AudioTrack& t) { t.setState(AudioTrack::Failed{message}); });
+            }
+        });
 }
 
 // ---- alerts --------------------------------------------------------------------------------

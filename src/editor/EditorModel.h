@@ -2,8 +2,8 @@
 
 #include "audio/AudioExporter.h"
 #include "audio/AudioTrack.h"
-#include "audio/Loudness.h"
 #include "audio/ExportOptions.h"
+#include "audio/Loudness.h"
 #include "base/Executor.h"
 #include "base/Uuid.h"
 #include "effects/EffectChain.h"
@@ -16,9 +16,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -84,9 +84,9 @@ public:
     const std::optional<AudioClip>& clipboard() const { return clip; }
     void setClipboard(std::optional<AudioClip> clip);
 
-    bool canCopy() const;   // a non-empty selection on an active track with audio
-    bool canEdit() const;   // the same, and the track is not recording (cut, delete, trim, new track)
-    bool canPaste() const;  // a clipboard, and an active track with audio that is not recording
+    bool canCopy() const; // a non-empty selection on an active track with audio
+    bool canEdit() const; // the same, and the track is not recording (cut, delete, trim, new track)
+    bool canPaste() const; // a clipboard, and an active track with audio that is not recording
     void copySelection();
     void cutSelection();    // "Cut"
     void deleteSelection(); // "Delete"
@@ -117,7 +117,8 @@ public:
     // The audio files among `urls`: folders are searched recursively, passing over hidden
     // entries, session documents and whatever can't be read; a file is kept when its
     // extension is one the decoders read. Sorted by path, case-insensitively; no duplicates.
-    static std::vector<std::filesystem::path> audioFiles(const std::vector<std::filesystem::path>& urls);
+    static std::vector<std::filesystem::path>
+    audioFiles(const std::vector<std::filesystem::path>& urls);
     static bool isSessionDocument(const std::filesystem::path& url);
     // Decodes the track's file in the background: state loading(p) while it runs, then ready
     // with the audio, or failed(message).
@@ -199,7 +200,8 @@ public:
     std::unique_ptr<ExportOptions> makeExportOptions(ExportFormat format) const;
     // The confirmed export dialog: the selection when `selectionOnly` and there is one, else
     // the whole track. A whole-track export marks the revision it started from as exported.
-    void exportActiveTrack(const std::filesystem::path& url, ExportFormat format, bool selectionOnly);
+    void exportActiveTrack(const std::filesystem::path& url, ExportFormat format,
+                           bool selectionOnly);
     // "Choose a folder for N region files."
     std::string exportRegionsMessage() const;
     // The confirmed folder chooser: one file per region of the active track.
@@ -272,7 +274,7 @@ public:
     bool isLooping() const { return looping; }
     void loopPlayback(); // toggles looping, also for the play under way
     float playbackRate() const { return rate; }
-    void changePlaybackRate(int step); // one step through PlaybackEngine::playbackRates
+    void changePlaybackRate(int step);    // one step through PlaybackEngine::playbackRates
     std::string playbackRateText() const; // "0.5×" ... "2×"
     void startPlaybackTimer();
     void continuePlaybackOnSelectedTrack();
@@ -391,7 +393,8 @@ private:
     bool attemptEdit(const std::string& actionName, const std::function<void()>& edit);
     // Starts following a track that joined the list (loudness measurement on new audio).
     void watchTrack(const AudioTrackPtr& track);
-    std::filesystem::path reserveNewTrackFile(const std::filesystem::path& folder, const std::string& name);
+    std::filesystem::path reserveNewTrackFile(const std::filesystem::path& folder,
+                                              const std::string& name);
 
     Executor& exec;
     Preferences& prefs;
@@ -408,7 +411,6 @@ private:
     // The audio each track's loudness is being measured for.
     std::map<Uuid, std::weak_ptr<const AudioData>> loudnessInFlight;
 
-
     // ==== session state (EditorModel+Session.cpp) ====
     void sessionContentChanged();
     std::vector<int64_t> selectedIndices() const; // of the selected tracks, in list order
@@ -417,7 +419,8 @@ private:
     TrackState trackState(const AudioTrack& track) const;
     // The file that holds the track's audio now, and its audio when no file does.
     std::pair<std::filesystem::path, AudioDataPtr> trackSource(const AudioTrack& track) const;
-    SessionDocument recordDocument(const std::filesystem::path& url, const SessionState& saved) const;
+    SessionDocument recordDocument(const std::filesystem::path& url,
+                                   const SessionState& saved) const;
     void noteDocument(const std::filesystem::path& url);
     bool readDocument(const std::filesystem::path& url, const std::string& failureTitle);
     std::shared_ptr<SessionStore> store;

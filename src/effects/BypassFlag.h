@@ -7,7 +7,8 @@ namespace sonvale {
 // One bypass bit shared by the interface thread (writer) and an audio thread (reader).
 class BypassFlag {
 public:
-    explicit BypassFlag(bool value = false) : flag(value) {}
+    explicit BypassFlag(bool value = false)
+        : flag(value) {}
     BypassFlag(const BypassFlag&) = delete;
     BypassFlag& operator=(const BypassFlag&) = delete;
 

@@ -19,7 +19,8 @@ public:
     };
 
     ChainProcessor() = default;
-    explicit ChainProcessor(std::vector<Stage> stages) : stages(std::move(stages)) {}
+    explicit ChainProcessor(std::vector<Stage> stages)
+        : stages(std::move(stages)) {}
 
     void process(float* const* channels, int64_t frameCount) noexcept override;
     void reset() noexcept override;

@@ -10,16 +10,17 @@ namespace sonvale {
 
 namespace {
 // dB conversions through the natural exponential and logarithm, cheaper than pow and log10.
-constexpr double dBPerNeper = 8.685889638065035;   // 20 / ln 10
+constexpr double dBPerNeper = 8.685889638065035;    // 20 / ln 10
 constexpr double nepersPerDB = 0.11512925464970229; // ln 10 / 20
 } // namespace
 
 CompressorProcessor::CompressorProcessor(double sampleRate, int channelCount,
                                          std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)) {}
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0)) {}
 
-double CompressorProcessor::staticCurve(double level, double threshold, double ratio,
-                                        double knee) {
+double CompressorProcessor::staticCurve(double level, double threshold, double ratio, double knee) {
     double over = level - threshold;
     if (knee > 0 && std::fabs(over) <= knee / 2) {
         double into = over + knee / 2;
@@ -45,7 +46,8 @@ void CompressorProcessor::process(float* const* channels, int64_t frameCount) no
     double lastDB = M, lastLinear = gainFromDecibels(M); // the exponential, cached
     for (int64_t i = 0; i < frameCount; ++i) {
         float peak = 0;
-        for (int c = 0; c < channelCount; ++c) peak = std::max(peak, std::fabs(channels[c][i]));
+        for (int c = 0; c < channelCount; ++c)
+            peak = std::max(peak, std::fabs(channels[c][i]));
         // Below the knee the curve is the identity: no logarithm needed.
         double change = 0;
         if (peak > quietBelow) {
@@ -61,7 +63,8 @@ void CompressorProcessor::process(float* const* channels, int64_t frameCount) no
             lastDB = dB;
             lastLinear = std::exp(dB * nepersPerDB);
         }
-        for (int c = 0; c < channelCount; ++c) channels[c][i] = float(channels[c][i] * lastLinear);
+        for (int c = 0; c < channelCount; ++c)
+            channels[c][i] = float(channels[c][i] * lastLinear);
     }
     bank->report(float(frameCount > 0 ? lowest : 0.0), frameCount);
 }

@@ -13,7 +13,13 @@ namespace sonvale {
 class CompressorProcessor final : public EffectProcessor {
 public:
     enum Parameter {
-        threshold = 0, ratio = 1, attack = 2, release = 3, knee = 4, makeup = 5, parameterCount
+        threshold = 0,
+        ratio = 1,
+        attack = 2,
+        release = 3,
+        knee = 4,
+        makeup = 5,
+        parameterCount
     };
 
     CompressorProcessor(double sampleRate, int channelCount, std::shared_ptr<ParameterBank> bank);

@@ -51,12 +51,8 @@ void DistortionProcessor::process(float* const* channels, int64_t frameCount) no
             double x = channels[c][i];
             double u = g * x, y;
             switch (shape) {
-            case Shape::soft:
-                y = 2 * std::atan(u) / std::numbers::pi;
-                break;
-            case Shape::hard:
-                y = std::clamp(u, -1.0, 1.0);
-                break;
+            case Shape::soft: y = 2 * std::atan(u) / std::numbers::pi; break;
+            case Shape::hard: y = std::clamp(u, -1.0, 1.0); break;
             case Shape::fuzz:
                 y = u >= 0 ? 1 - std::exp(-u) : -0.7 * (1 - std::exp(1.5 * u));
                 y = blockers[size_t(c)].process(y);
@@ -70,8 +66,6 @@ void DistortionProcessor::process(float* const* channels, int64_t frameCount) no
 }
 
 // The smoothers keep their values: a reset clears what the signal left, not the knobs.
-void DistortionProcessor::reset() noexcept {
-    resetFilters(filters, blockers, sampleRate);
-}
+void DistortionProcessor::reset() noexcept { resetFilters(filters, blockers, sampleRate); }
 
 } // namespace sonvale

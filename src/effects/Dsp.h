@@ -11,9 +11,7 @@ inline double decayCoefficient(double seconds, double sampleRate) {
 }
 
 // Values this small only cost time in feedback loops and filter memories; they are inaudible.
-inline float flushDenormal(float x) noexcept {
-    return std::fabs(x) < 1e-20f ? 0.0f : x;
-}
+inline float flushDenormal(float x) noexcept { return std::fabs(x) < 1e-20f ? 0.0f : x; }
 inline double flushDenormal(double x, double below = 1e-20) noexcept {
     return std::fabs(x) < below ? 0.0 : x;
 }

@@ -11,7 +11,7 @@ namespace sonvale {
 enum class EQBandType { lowCut = 0, lowShelf = 1, bell = 2, notch = 3, highShelf = 4, highCut = 5 };
 
 inline constexpr std::array<EQBandType, 6> allEQBandTypes{
-    EQBandType::lowCut, EQBandType::lowShelf, EQBandType::bell,
+    EQBandType::lowCut, EQBandType::lowShelf,  EQBandType::bell,
     EQBandType::notch,  EQBandType::highShelf, EQBandType::highCut};
 
 std::string_view title(EQBandType type); // "Low Cut", "Low Shelf", ...

@@ -4,9 +4,7 @@
 
 namespace sonvale {
 
-EffectSessionPtr EffectChain::selected() const {
-    return selection ? session(*selection) : nullptr;
-}
+EffectSessionPtr EffectChain::selected() const { return selection ? session(*selection) : nullptr; }
 
 EffectSessionPtr EffectChain::session(const Uuid& id) const {
     for (auto& s : sessions)
@@ -28,8 +26,8 @@ void EffectChain::append(EffectSessionPtr session) {
 }
 
 void EffectChain::remove(const Uuid& id) {
-    auto found = std::find_if(sessions.begin(), sessions.end(),
-                              [&](auto& s) { return s->id() == id; });
+    auto found =
+        std::find_if(sessions.begin(), sessions.end(), [&](auto& s) { return s->id() == id; });
     if (found == sessions.end()) return;
     sessions.erase(found);
     effectsChanged.emit();
@@ -37,8 +35,8 @@ void EffectChain::remove(const Uuid& id) {
 }
 
 void EffectChain::move(const Uuid& id, int index) {
-    auto found = std::find_if(sessions.begin(), sessions.end(),
-                              [&](auto& s) { return s->id() == id; });
+    auto found =
+        std::find_if(sessions.begin(), sessions.end(), [&](auto& s) { return s->id() == id; });
     if (found == sessions.end()) return;
     auto from = int(found - sessions.begin());
     int to = std::clamp(index, 0, int(sessions.size()) - 1);

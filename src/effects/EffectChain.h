@@ -50,7 +50,7 @@ public:
     // and the sum of their tails.
     Render renderProcessor(double sampleRate, int channelCount) const;
 
-    sigc::signal<void()> effectsChanged;   // membership or order
+    sigc::signal<void()> effectsChanged; // membership or order
     sigc::signal<void()> selectionChanged;
     sigc::signal<void()> bypassChanged;
     sigc::signal<void()> applyingChanged;

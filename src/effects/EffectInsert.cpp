@@ -5,11 +5,12 @@
 namespace sonvale {
 
 void EffectInsert::lockSlot() const noexcept {
-    while (busy.test_and_set(std::memory_order_acquire)) std::this_thread::yield();
+    while (busy.test_and_set(std::memory_order_acquire))
+        std::this_thread::yield();
 }
 
-std::unique_ptr<EffectProcessor> EffectInsert::setProcessor(
-    std::unique_ptr<EffectProcessor> processor, int channelCount) {
+std::unique_ptr<EffectProcessor>
+EffectInsert::setProcessor(std::unique_ptr<EffectProcessor> processor, int channelCount) {
     lockSlot();
     std::swap(slot, processor);
     slotChannels = slot ? channelCount : 0;

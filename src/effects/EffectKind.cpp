@@ -9,7 +9,8 @@ namespace sonvale {
 const std::vector<EffectKind>& allEffectKinds() {
     static const auto kinds = [] {
         std::vector<EffectKind> list;
-        for (auto& entry : effectRegistry()) list.push_back(entry.kind);
+        for (auto& entry : effectRegistry())
+            list.push_back(entry.kind);
         return list;
     }();
     return kinds;
@@ -73,8 +74,7 @@ double tailSeconds(EffectKind kind, const ParameterBank& bank) {
     return registration(kind).tailSeconds(bank);
 }
 
-std::unique_ptr<EffectProcessor> makeProcessor(EffectKind kind, double sampleRate,
-                                               int channelCount,
+std::unique_ptr<EffectProcessor> makeProcessor(EffectKind kind, double sampleRate, int channelCount,
                                                std::shared_ptr<ParameterBank> bank) {
     return registration(kind).makeProcessor(sampleRate, channelCount, std::move(bank));
 }

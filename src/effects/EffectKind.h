@@ -15,8 +15,19 @@ namespace sonvale {
 // The built-in effects. Their order, names and everything else about them come from the
 // registry (effects/EffectRegistry.h); a new effect adds its case here and its entry there.
 enum class EffectKind {
-    equalizer, saturation, distortion, compressor, limiter, noiseGate, chorus, flanger, phaser,
-    delay, reverb, pitchShifter, spectrumAnalyzer
+    equalizer,
+    saturation,
+    distortion,
+    compressor,
+    limiter,
+    noiseGate,
+    chorus,
+    flanger,
+    phaser,
+    delay,
+    reverb,
+    pitchShifter,
+    spectrumAnalyzer
 };
 
 // Every registered kind, in the order of the add-effect menu.
@@ -32,7 +43,7 @@ inline constexpr std::array<EffectCategory, 6> allEffectCategories{
 // The registry key: stored in sessions and preference keys, named on the command line.
 std::string_view rawValue(EffectKind kind);
 std::optional<EffectKind> effectKindFromRawValue(std::string_view raw);
-std::string_view title(EffectKind kind);       // "Parametric EQ"
+std::string_view title(EffectKind kind); // "Parametric EQ"
 EffectCategory category(EffectKind kind);
 std::string_view summary(EffectKind kind);
 bool isVisual(EffectKind kind); // the visual category: its bank carries a SampleTap
@@ -53,8 +64,7 @@ const EffectPreset* presetMatching(EffectKind kind, const std::vector<double>& v
 double tailSeconds(EffectKind kind, const ParameterBank& bank);
 
 // A new processor of the kind reading from `bank`.
-std::unique_ptr<EffectProcessor> makeProcessor(EffectKind kind, double sampleRate,
-                                               int channelCount,
+std::unique_ptr<EffectProcessor> makeProcessor(EffectKind kind, double sampleRate, int channelCount,
                                                std::shared_ptr<ParameterBank> bank);
 
 } // namespace sonvale

@@ -41,20 +41,16 @@ std::string EffectParameter::format(double value) const {
     case Unit::milliseconds:
         // Short times (attacks) need their tenths; longer ones read as whole milliseconds.
         return std::fabs(value) < 9.95 ? printed("%.1f ms", value) : printed("%.0f ms", value);
-    case Unit::percent:
-        return printed("%.0f%%", value);
+    case Unit::percent: return printed("%.0f%%", value);
     case Unit::hertz:
         return value < 1000 ? printed("%.0f Hz", value) : printed("%.1f kHz", value / 1000);
     case Unit::decibels: {
         double shown = std::round(value * 10) / 10;
         return printed("%+.1f dB", shown == 0 ? 0.0 : shown);
     }
-    case Unit::ratio:
-        return printed("%.1f:1", value);
-    case Unit::toggle:
-        return value >= 0.5 ? "On" : "Off";
-    case Unit::factor:
-        return printed("%.2f", value);
+    case Unit::ratio: return printed("%.1f:1", value);
+    case Unit::toggle: return value >= 0.5 ? "On" : "Off";
+    case Unit::factor: return printed("%.2f", value);
     case Unit::choice: {
         if (choices.empty()) return printed("%.0f", value);
         double rounded = std::round(value);

@@ -10,8 +10,18 @@ namespace sonvale {
 
 // One knob of an effect: where its value lives, its range, default and how it is shown.
 struct EffectParameter {
-    enum class Unit { milliseconds, percent, hertz, decibels, ratio, toggle, factor, choice,
-                      semitones, cents };
+    enum class Unit {
+        milliseconds,
+        percent,
+        hertz,
+        decibels,
+        ratio,
+        toggle,
+        factor,
+        choice,
+        semitones,
+        cents
+    };
 
     int index = 0; // position in the session's values and slot number in the ParameterBank
     std::string name;
@@ -42,7 +52,8 @@ struct EffectPreset {
     std::string name;
     std::map<int, double> values; // parameter index -> value in the parameter's unit
 
-    // The full value array for `parameters`: the preset's value where it sets one, else the default.
+    // The full value array for `parameters`: the preset's value where it sets one, else the
+    // default.
     std::vector<double> valuesFor(const std::vector<EffectParameter>& parameters) const;
 
     friend bool operator==(const EffectPreset&, const EffectPreset&) = default;

@@ -36,14 +36,26 @@ class Parameters {
 public:
     Parameters& add(std::string name, double lower, double upper, double defaultValue, Unit unit,
                     bool logarithmic = false, std::optional<double> step = {}) {
-        list.push_back({int(list.size()), std::move(name), {lower, upper}, defaultValue, unit,
-                        logarithmic, {}, step});
+        list.push_back({int(list.size()),
+                        std::move(name),
+                        {lower, upper},
+                        defaultValue,
+                        unit,
+                        logarithmic,
+                        {},
+                        step});
         return *this;
     }
     Parameters& choice(std::string name, std::vector<std::string> choices, double defaultValue) {
         double upper = double(choices.size() - 1);
-        list.push_back({int(list.size()), std::move(name), {0, upper}, defaultValue, Unit::choice,
-                        false, std::move(choices), {}});
+        list.push_back({int(list.size()),
+                        std::move(name),
+                        {0, upper},
+                        defaultValue,
+                        Unit::choice,
+                        false,
+                        std::move(choices),
+                        {}});
         return *this;
     }
     Parameters& toggle(std::string name, double defaultValue) {
@@ -77,7 +89,8 @@ PresetSpec ordered(std::string name, std::initializer_list<double> values) {
     return [name = std::move(name), values = std::vector(values)](const auto&) {
         EffectPreset preset{name, {}};
         int index = 0;
-        for (double value : values) preset.values[index++] = value;
+        for (double value : values)
+            preset.values[index++] = value;
         return preset;
     };
 }
@@ -85,8 +98,8 @@ PresetSpec ordered(std::string name, std::initializer_list<double> values) {
 // One registry entry, built field by field: the parameters before the presets that name them.
 class Entry {
 public:
-    Entry(EffectKind kind, std::string_view key, std::string_view title,
-          EffectCategory category, std::string_view icon, std::string_view summary) {
+    Entry(EffectKind kind, std::string_view key, std::string_view title, EffectCategory category,
+          std::string_view icon, std::string_view summary) {
         entry.kind = kind;
         entry.key = key;
         entry.title = title;
@@ -100,13 +113,14 @@ public:
         return std::move(*this);
     }
     Entry&& presets(std::initializer_list<PresetSpec> specs) && {
-        for (auto& spec : specs) entry.presets.push_back(spec(entry.parameters));
+        for (auto& spec : specs)
+            entry.presets.push_back(spec(entry.parameters));
         return std::move(*this);
     }
     template <class Processor> Entry&& processor() && {
-        entry.makeProcessor = [](double sampleRate, int channelCount,
-                                 std::shared_ptr<ParameterBank> bank)
-            -> std::unique_ptr<EffectProcessor> {
+        entry.makeProcessor =
+            [](double sampleRate, int channelCount,
+               std::shared_ptr<ParameterBank> bank) -> std::unique_ptr<EffectProcessor> {
             return std::make_unique<Processor>(sampleRate, channelCount, std::move(bank));
         };
         entry.processorParameterCount = Processor::parameterCount;
@@ -125,13 +139,17 @@ private:
 // ---- the equalizer: four bands of Type, Frequency, Gain, Q and On, then Output
 
 Parameters equalizerParameters() {
-    struct Band { EQBandType type; double frequency, q; };
+    struct Band {
+        EQBandType type;
+        double frequency, q;
+    };
     const Band bands[4] = {{EQBandType::lowShelf, 100, 0.71},
                            {EQBandType::bell, 300, 1.0},
                            {EQBandType::bell, 2000, 1.0},
                            {EQBandType::highShelf, 8000, 0.71}};
     std::vector<std::string> types;
-    for (auto type : allEQBandTypes) types.emplace_back(title(type));
+    for (auto type : allEQBandTypes)
+        types.emplace_back(title(type));
     Parameters list;
     for (int n = 0; n < 4; ++n) {
         std::string prefix = "Band " + std::to_string(n + 1);
@@ -251,8 +269,7 @@ std::vector<EffectRegistration> builtIn() {
             })
             .processor<DistortionProcessor>(),
 
-        Entry(K::compressor, "compressor", "Compressor", C::dynamics,
-              "rectangle.compress.vertical",
+        Entry(K::compressor, "compressor", "Compressor", C::dynamics, "rectangle.compress.vertical",
               "Evens out loud and quiet parts by turning the loud ones down.")
             .parameters(Parameters()
                             .add("Threshold", -60, 0, -18, Unit::decibels)
@@ -396,8 +413,9 @@ std::vector<EffectRegistration> builtIn() {
                             .add("Width", 0, 100, 100, Unit::percent)
                             .add("Mix", 0, 100, 25, Unit::percent))
             .presets({
-                named("Small Room", {{"Size", 25}, {"Damping", 50}, {"Pre-delay", 5},
-                                     {"Width", 70}, {"Mix", 20}}),
+                named(
+                    "Small Room",
+                    {{"Size", 25}, {"Damping", 50}, {"Pre-delay", 5}, {"Width", 70}, {"Mix", 20}}),
                 named("Vocal Plate",
                       {{"Size", 55}, {"Damping", 30}, {"Pre-delay", 25}, {"Mix", 22}}),
                 named("Hall", {{"Size", 85}, {"Damping", 40}, {"Pre-delay", 30}, {"Mix", 30}}),
@@ -448,12 +466,16 @@ std::vector<EffectRegistration> builtIn() {
                             .add("Tilt", 0, 6, 3, Unit::decibels)
                             .toggle("Peaks", 1))
             .presets({
-                named("Oldschool",
-                      {{"Style", 1}, {"Bands", 2}, {"Release", 600}, {"Floor", -60}}),
-                named("Analogue", {{"Style", 2}, {"Bands", 5}, {"Release", 900}, {"Floor", -72},
-                                   {"Tilt", 4.5}}),
-                named("Studio", {{"Style", 3}, {"Bands", 5}, {"Release", 250}, {"Floor", -90},
-                                 {"Tilt", 4.5}, {"Peaks", 0}}),
+                named("Oldschool", {{"Style", 1}, {"Bands", 2}, {"Release", 600}, {"Floor", -60}}),
+                named(
+                    "Analogue",
+                    {{"Style", 2}, {"Bands", 5}, {"Release", 900}, {"Floor", -72}, {"Tilt", 4.5}}),
+                named("Studio", {{"Style", 3},
+                                 {"Bands", 5},
+                                 {"Release", 250},
+                                 {"Floor", -90},
+                                 {"Tilt", 4.5},
+                                 {"Peaks", 0}}),
                 named("Club", {{"Bands", 1}, {"Release", 150}, {"Floor", -50}}),
             })
             .processor<SpectrumAnalyzerProcessor>(),
@@ -477,8 +499,7 @@ const EffectRegistration& registration(EffectKind kind) {
         return index;
     }();
     if (size_t(kind) >= byKind.size() || !byKind[size_t(kind)])
-        throw std::out_of_range("effect kind " + std::to_string(int(kind)) +
-                                " is not registered");
+        throw std::out_of_range("effect kind " + std::to_string(int(kind)) + " is not registered");
     return *byKind[size_t(kind)];
 }
 

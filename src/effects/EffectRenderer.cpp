@@ -23,11 +23,13 @@ AudioClip EffectRenderer::render(const AudioData& audio, FrameRange range, int64
     AudioClip clip;
     clip.sampleRate = audio.sampleRate;
     clip.channels.resize(size_t(channelCount));
-    for (auto& channel : clip.channels) channel.reserve(size_t(total)); // filled as it renders
+    for (auto& channel : clip.channels)
+        channel.reserve(size_t(total)); // filled as it renders
     auto scratch = std::vector<std::vector<float>>(size_t(channelCount),
                                                    std::vector<float>(size_t(blockFrames)));
     std::vector<float*> pointers;
-    for (auto& buffer : scratch) pointers.push_back(buffer.data());
+    for (auto& buffer : scratch)
+        pointers.push_back(buffer.data());
 
     double reported = 0;
     for (int64_t done = 0; done < total; done += blockFrames) {

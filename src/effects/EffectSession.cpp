@@ -5,7 +5,8 @@ namespace sonvale {
 namespace {
 std::vector<double> defaults(EffectKind kind) {
     std::vector<double> values;
-    for (auto& parameter : parameters(kind)) values.push_back(parameter.defaultValue);
+    for (auto& parameter : parameters(kind))
+        values.push_back(parameter.defaultValue);
     return values;
 }
 } // namespace
@@ -16,16 +17,19 @@ std::shared_ptr<EffectSession> EffectSession::make(EffectKind kind,
 }
 
 EffectSession::EffectSession(EffectKind kind, std::optional<std::vector<double>> values)
-    : effectKind(kind), liveBank(std::make_shared<ParameterBank>(parameters(kind), isVisual(kind))),
-      currentValues(defaults(kind)) {
+    : effectKind(kind)
+    , liveBank(std::make_shared<ParameterBank>(parameters(kind), isVisual(kind)))
+    , currentValues(defaults(kind)) {
     if (values && values->size() == currentValues.size()) currentValues = std::move(*values);
-    for (size_t i = 0; i < currentValues.size(); ++i) liveBank->set(int(i), currentValues[i]);
+    for (size_t i = 0; i < currentValues.size(); ++i)
+        liveBank->set(int(i), currentValues[i]);
 }
 
 void EffectSession::setValues(std::vector<double> values) {
     if (values == currentValues) return;
     currentValues = std::move(values);
-    for (size_t i = 0; i < currentValues.size(); ++i) liveBank->set(int(i), currentValues[i]);
+    for (size_t i = 0; i < currentValues.size(); ++i)
+        liveBank->set(int(i), currentValues[i]);
     valuesChanged.emit();
 }
 
@@ -46,7 +50,8 @@ void EffectSession::setBypassed(bool flag) {
 
 std::shared_ptr<ParameterBank> EffectSession::snapshot() const {
     auto bank = std::make_shared<ParameterBank>(parameters(effectKind), isVisual(effectKind));
-    for (size_t i = 0; i < currentValues.size(); ++i) bank->set(int(i), currentValues[i]);
+    for (size_t i = 0; i < currentValues.size(); ++i)
+        bank->set(int(i), currentValues[i]);
     return bank;
 }
 

@@ -14,8 +14,10 @@ namespace {
 
 std::string trimmed(std::string_view text) {
     auto isSpace = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
-    while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
-    while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
+    while (!text.empty() && isSpace(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isSpace(text.back()))
+        text.remove_suffix(1);
     if (text.size() >= 2 && (text.front() == '"' || text.front() == '\'') &&
         text.back() == text.front())
         text = text.substr(1, text.size() - 2);
@@ -24,7 +26,8 @@ std::string trimmed(std::string_view text) {
 
 std::string joined(const std::vector<std::string>& items) {
     std::string out;
-    for (size_t i = 0; i < items.size(); ++i) out += (i ? ", " : "") + items[i];
+    for (size_t i = 0; i < items.size(); ++i)
+        out += (i ? ", " : "") + items[i];
     return out;
 }
 
@@ -49,7 +52,8 @@ EffectKind parseKind(const std::string& text) {
     for (auto kind : allEffectKinds())
         if (foldedName(rawValue(kind)) == key || foldedName(title(kind)) == key) return kind;
     std::vector<std::string> names;
-    for (auto kind : allEffectKinds()) names.emplace_back(rawValue(kind));
+    for (auto kind : allEffectKinds())
+        names.emplace_back(rawValue(kind));
     throw UserError("unknown effect \"" + text + "\"; the effects are " + joined(names));
 }
 
@@ -58,7 +62,8 @@ const EffectPreset& parsePreset(EffectKind kind, const std::string& text) {
     for (auto& preset : presets(kind))
         if (foldedName(preset.name) == key) return preset;
     std::vector<std::string> names;
-    for (auto& preset : presets(kind)) names.push_back("\"" + preset.name + "\"");
+    for (auto& preset : presets(kind))
+        names.push_back("\"" + preset.name + "\"");
     throw UserError("unknown preset \"" + text + "\" for " + std::string(rawValue(kind)) +
                     "; its presets are " + joined(names));
 }
@@ -68,7 +73,8 @@ const EffectParameter& parseParameter(EffectKind kind, const std::string& text) 
     for (auto& parameter : parameters(kind))
         if (foldedName(parameter.name) == key) return parameter;
     std::vector<std::string> names;
-    for (auto& parameter : parameters(kind)) names.push_back("\"" + parameter.name + "\"");
+    for (auto& parameter : parameters(kind))
+        names.push_back("\"" + parameter.name + "\"");
     throw UserError("unknown parameter \"" + text + "\" for " + std::string(rawValue(kind)) +
                     "; its parameters are " + joined(names));
 }
@@ -87,8 +93,8 @@ double parseValue(EffectKind kind, const EffectParameter& parameter, const std::
     bool inRange = value && *value >= parameter.lower() && *value <= parameter.upper();
     if (inRange) return *value;
 
-    std::string valid = "a number from " + shown(parameter.lower()) + " to " +
-                        shown(parameter.upper());
+    std::string valid =
+        "a number from " + shown(parameter.lower()) + " to " + shown(parameter.upper());
     if (parameter.unit == Unit::choice) {
         std::vector<std::string> labels;
         for (size_t i = 0; i < parameter.choices.size(); ++i)
@@ -142,7 +148,7 @@ EffectSetup EffectSetup::parse(std::string_view text) {
     setup.kind = parseKind(trimmed(head));
     auto& list = parameters(setup.kind);
     setup.values = presetName ? parsePreset(setup.kind, *presetName).valuesFor(list)
-                             : EffectPreset{}.valuesFor(list);
+                              : EffectPreset{}.valuesFor(list);
     for (size_t i = 1; i < parts.size(); ++i) {
         auto setting = trimmed(parts[i]);
         if (setting.empty()) continue;

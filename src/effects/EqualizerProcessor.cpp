@@ -15,11 +15,14 @@ int slot(int band, int field) { return 5 * band + field; } // 0 type, 1 Hz, 2 dB
 
 EqualizerProcessor::EqualizerProcessor(double sampleRate, int channelCount,
                                        std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      z1(size_t(bandCount * this->channelCount), 0.0),
-      z2(size_t(bandCount * this->channelCount), 0.0),
-      // a 30 ms time constant, stepped once per 32 samples
-      smoothing(1 - std::exp(-double(updateInterval) / (0.03 * sampleRate))) {
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0))
+    , z1(size_t(bandCount * this->channelCount), 0.0)
+    , z2(size_t(bandCount * this->channelCount), 0.0)
+    ,
+    // a 30 ms time constant, stepped once per 32 samples
+    smoothing(1 - std::exp(-double(updateInterval) / (0.03 * sampleRate))) {
     start();
 }
 
@@ -48,8 +51,9 @@ void EqualizerProcessor::update() noexcept {
         logFrequency[b] += smoothing * (std::log(std::max(frequency, 1.0)) - logFrequency[b]);
         gain[b] += smoothing * (targetGain - gain[b]);
         logQ[b] += smoothing * (std::log(std::max(q, 0.01)) - logQ[b]);
-        coefficients[b] = EQBand{type, std::exp(logFrequency[b]), gain[b], std::exp(logQ[b]), true}
-                              .biquad(sampleRate);
+        coefficients[b] =
+            EQBand{type, std::exp(logFrequency[b]), gain[b], std::exp(logQ[b]), true}.biquad(
+                sampleRate);
 
         double target = on ? 1 : 0;
         double next = amount[b] + smoothing * (target - amount[b]);
@@ -102,7 +106,8 @@ void EqualizerProcessor::process(float* const* channels, int64_t frameCount) noe
             }
         }
         for (int64_t i = 0; i < run; ++i) {
-            for (int b = 0; b < bandCount; ++b) amount[b] += amountStep[b];
+            for (int b = 0; b < bandCount; ++b)
+                amount[b] += amountStep[b];
             output += outputStep;
         }
         countdown -= int(run);

@@ -10,7 +10,9 @@ namespace sonvale {
 
 LimiterProcessor::LimiterProcessor(double sampleRate, int channelCount,
                                    std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)) {
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0)) {
     reset();
 }
 

@@ -10,8 +10,10 @@ namespace sonvale {
 
 NoiseGateProcessor::NoiseGateProcessor(double sampleRate, int channelCount,
                                        std::shared_ptr<ParameterBank> bank)
-    : bank(std::move(bank)), sampleRate(sampleRate), channelCount(std::max(channelCount, 0)),
-      detectorDecay(decayCoefficient(0.01, sampleRate)) {}
+    : bank(std::move(bank))
+    , sampleRate(sampleRate)
+    , channelCount(std::max(channelCount, 0))
+    , detectorDecay(decayCoefficient(0.01, sampleRate)) {}
 
 void NoiseGateProcessor::process(float* const* channels, int64_t frameCount) noexcept {
     double thresholdDB = bank->value(threshold);
@@ -25,7 +27,8 @@ void NoiseGateProcessor::process(float* const* channels, int64_t frameCount) noe
     double lowest = frameCount > 0 ? 1.0 : 0.0;
     for (int64_t i = 0; i < frameCount; ++i) {
         float peak = 0;
-        for (int c = 0; c < channelCount; ++c) peak = std::max(peak, std::fabs(channels[c][i]));
+        for (int c = 0; c < channelCount; ++c)
+            peak = std::max(peak, std::fabs(channels[c][i]));
         level = std::max(double(peak), level * detectorDecay);
         if (level >= open) {
             isOpen = true;
@@ -38,7 +41,8 @@ void NoiseGateProcessor::process(float* const* channels, int64_t frameCount) noe
         double target = isOpen ? 1 : floor;
         gain = target + (gain - target) * (gain < target ? a : r);
         lowest = std::min(lowest, gain);
-        for (int c = 0; c < channelCount; ++c) channels[c][i] = float(channels[c][i] * gain);
+        for (int c = 0; c < channelCount; ++c)
+            channels[c][i] = float(channels[c][i] * gain);
     }
     bank->report(frameCount > 0 ? float(decibelsFromGain(std::max(lowest, 1e-6))) : 0.0f,
                  frameCount);

@@ -6,7 +6,8 @@ namespace sonvale {
 
 ParameterBank::ParameterBank(const std::vector<EffectParameter>& parameters, bool tap)
     : readouts(std::make_unique<std::array<Readout, readoutCapacity>>()) {
-    for (auto& parameter : parameters) set(parameter.index, parameter.defaultValue);
+    for (auto& parameter : parameters)
+        set(parameter.index, parameter.defaultValue);
     if (tap) sampleTap = std::make_unique<SampleTap>();
 }
 

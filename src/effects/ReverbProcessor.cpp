@@ -18,12 +18,8 @@ size_t lengthFor(int tuning, int channel, double sampleRate) {
 double roomFeedback(double size) {
     return size <= 0 ? 0.7 : 0.7 + 0.28 * std::min(size / 100, 1.0);
 }
-double dampingFor(double damping) {
-    return damping <= 0 ? 0 : 0.4 * std::min(damping / 100, 1.0);
-}
-double clampedShare(double percent) {
-    return std::clamp(percent / 100, 0.0, 1.0);
-}
+double dampingFor(double damping) { return damping <= 0 ? 0 : 0.4 * std::min(damping / 100, 1.0); }
+double clampedShare(double percent) { return std::clamp(percent / 100, 0.0, 1.0); }
 } // namespace
 
 ReverbProcessor::ReverbProcessor(double sampleRate, int channelCount,

@@ -153,8 +153,6 @@ void SaturationProcessor::process(float* const* channels, int64_t frameCount) no
 }
 
 // The smoothers keep their values: a reset clears what the signal left, not the knobs.
-void SaturationProcessor::reset() noexcept {
-    resetFilters(filters, blockers, sampleRate);
-}
+void SaturationProcessor::reset() noexcept { resetFilters(filters, blockers, sampleRate); }
 
 } // namespace sonvale

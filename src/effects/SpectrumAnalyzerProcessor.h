@@ -16,7 +16,13 @@ namespace sonvale {
 class SpectrumAnalyzerProcessor final : public EffectProcessor {
 public:
     enum Parameter {
-        style = 0, bands = 1, release = 2, floor = 3, tilt = 4, peaks = 5, parameterCount
+        style = 0,
+        bands = 1,
+        release = 2,
+        floor = 3,
+        tilt = 4,
+        peaks = 5,
+        parameterCount
     };
 
     SpectrumAnalyzerProcessor(double sampleRate, int channelCount,

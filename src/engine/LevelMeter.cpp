@@ -90,9 +90,8 @@ InputLevel InputLevel::fromPeaks(std::span<const float> linearPeaks) {
     return result;
 }
 
-std::optional<LevelMeters::Peaks> heardOutputPeaks(OutputPeakReader& reader,
-                                                   const LevelMeters& meters,
-                                                   int64_t latencyFrames) {
+std::optional<LevelMeters::Peaks>
+heardOutputPeaks(OutputPeakReader& reader, const LevelMeters& meters, int64_t latencyFrames) {
     const int64_t heardBy = meters.mixedFrames() - latencyFrames;
     const int64_t before = reader.meters.next;
     const int64_t clearsBefore = reader.meters.clears;

@@ -79,8 +79,7 @@ struct OutputPeakReader {
 
 // The master peaks that became audible since the reader's last call: entries heard by
 // mixed - `latencyFrames`. None when nothing new was heard.
-std::optional<LevelMeters::Peaks> heardOutputPeaks(OutputPeakReader& reader,
-                                                   const LevelMeters& meters,
-                                                   int64_t latencyFrames);
+std::optional<LevelMeters::Peaks>
+heardOutputPeaks(OutputPeakReader& reader, const LevelMeters& meters, int64_t latencyFrames);
 
 } // namespace sonvale

@@ -18,21 +18,22 @@ std::optional<int> LevelMeters::Slot::index() const noexcept {
     return std::nullopt;
 }
 
-LevelMeters::LevelMeters() : ring(new Entry[size_t(slotCount * ringSize)]) {}
+LevelMeters::LevelMeters()
+    : ring(new Entry[size_t(slotCount * ringSize)]) {}
 
 namespace {
 
 float largestMagnitude(const float* samples, int64_t count) noexcept {
     if (!samples) return 0;
     float largest = 0;
-    for (int64_t i = 0; i < count; ++i) largest = std::max(largest, std::fabs(samples[i]));
+    for (int64_t i = 0; i < count; ++i)
+        largest = std::max(largest, std::fabs(samples[i]));
     return largest;
 }
 
 } // namespace
 
-void LevelMeters::record(Slot slot, const float* left, const float* right,
-                         int64_t count) noexcept {
+void LevelMeters::record(Slot slot, const float* left, const float* right, int64_t count) noexcept {
     auto index = slot.index();
     if (!index || count < 1) return;
     float leftPeak = largestMagnitude(left, count);

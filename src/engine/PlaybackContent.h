@@ -27,7 +27,8 @@ using PlaybackContentPtr = std::shared_ptr<const PlaybackContent>;
 // A track's audio as playback content. Buffer c gets the audio's channel min(c, channels - 1).
 class AudioDataContent final : public PlaybackContent {
 public:
-    explicit AudioDataContent(AudioDataPtr audio) : audio(std::move(audio)) {}
+    explicit AudioDataContent(AudioDataPtr audio)
+        : audio(std::move(audio)) {}
     static PlaybackContentPtr make(AudioDataPtr audio) {
         return std::make_shared<AudioDataContent>(std::move(audio));
     }

@@ -265,7 +265,8 @@ void PlaybackEngine::renderStretched(float* const* buffers, int channelCount, in
     if (hostTime != 0 && fedCount > 0) {
         const StretchedFrame heard = stretchedFrameAt(stretchTaken);
         source->rendered.store(
-            heard.frame, hostTime + HostTime(std::llround(heard.wait / streamFormat->sampleRate * 1e9)));
+            heard.frame,
+            hostTime + HostTime(std::llround(heard.wait / streamFormat->sampleRate * 1e9)));
         // How long the newest fed frame takes to come out, in output frames.
         const double newest = double(stretchFed) * perInput + offset;
         stretchDelayFrames.store(std::max<int64_t>(std::llround(newest) - stretchTaken, 0),

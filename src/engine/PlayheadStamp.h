@@ -33,7 +33,8 @@ public:
             const Value value{frameSlot.load(std::memory_order_relaxed),
                               timeSlot.load(std::memory_order_relaxed)};
             std::atomic_thread_fence(std::memory_order_acquire);
-            if ((before & 1) == 0 && sequence.load(std::memory_order_relaxed) == before) return value;
+            if ((before & 1) == 0 && sequence.load(std::memory_order_relaxed) == before)
+                return value;
         }
     }
 

@@ -20,8 +20,8 @@ std::string describe(const char* what, PaError error) {
     text += ": ";
     if (error == paUnanticipatedHostError) {
         const PaHostErrorInfo* info = Pa_GetLastHostErrorInfo();
-        text += info && info->errorText && *info->errorText ? info->errorText
-                                                            : Pa_GetErrorText(error);
+        text +=
+            info && info->errorText && *info->errorText ? info->errorText : Pa_GetErrorText(error);
     } else {
         text += Pa_GetErrorText(error);
     }
@@ -32,7 +32,8 @@ std::string describe(const char* what, PaError error) {
 // the library initialised for its own lifetime.
 class PortAudioOutput final : public AudioOutput {
 public:
-    PortAudioOutput() : initialised((silenceDeviceProbing(), Pa_Initialize())) {}
+    PortAudioOutput()
+        : initialised((silenceDeviceProbing(), Pa_Initialize())) {}
     ~PortAudioOutput() override {
         close();
         if (initialised == paNoError) Pa_Terminate();

@@ -7,13 +7,14 @@ namespace sonvale {
 
 RenderSource::RenderSource(PlaybackContentPtr content, std::shared_ptr<GainBox> gain,
                            std::shared_ptr<EffectInsert> effect)
-    : content(std::move(content)),
-      gain(gain ? std::move(gain) : std::make_shared<GainBox>(1.0f)),
-      effect(effect ? std::move(effect) : std::make_shared<EffectInsert>()),
-      appliedGain(this->gain->load()) {
+    : content(std::move(content))
+    , gain(gain ? std::move(gain) : std::make_shared<GainBox>(1.0f))
+    , effect(effect ? std::move(effect) : std::make_shared<EffectInsert>())
+    , appliedGain(this->gain->load()) {
     const int channels = std::max(this->content->channelCount(), 1);
     scratch.assign(size_t(channels * blockFrames), 0.0f);
-    for (int c = 0; c < channels; ++c) scratchChannels.push_back(scratch.data() + c * blockFrames);
+    for (int c = 0; c < channels; ++c)
+        scratchChannels.push_back(scratch.data() + c * blockFrames);
 }
 
 void RenderSource::start(FrameRange range, int64_t at, bool loop) {
@@ -81,12 +82,14 @@ bool RenderSource::render(int64_t frameCount, float* const* buffers, int bufferC
     if (from == target) {
         if (target != 1.0f)
             for (int c = 0; c < bufferCount; ++c)
-                for (int64_t k = 0; k < frameCount; ++k) buffers[c][k] *= target;
+                for (int64_t k = 0; k < frameCount; ++k)
+                    buffers[c][k] *= target;
     } else {
         const float step = (target - from) / float(frameCount);
         for (int c = 0; c < bufferCount; ++c) {
             float* samples = buffers[c];
-            for (int64_t k = 0; k + 1 < frameCount; ++k) samples[k] *= from + float(k + 1) * step;
+            for (int64_t k = 0; k + 1 < frameCount; ++k)
+                samples[k] *= from + float(k + 1) * step;
             samples[frameCount - 1] *= target;
         }
     }

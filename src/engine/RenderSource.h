@@ -67,7 +67,7 @@ public:
     int64_t blockStart = 0;
 
 private:
-    std::vector<float> scratch;              // the content's channels x blockFrames
+    std::vector<float> scratch; // the content's channels x blockFrames
     std::vector<float*> scratchChannels;
 };
 

@@ -4,11 +4,11 @@
 #include "base/Errors.h"
 
 #include <cmath>
-#include <utility>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <sstream>
+#include <utility>
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -130,7 +130,8 @@ std::optional<std::string> readUserDirsFile() {
         const std::string prefix = "XDG_MUSIC_DIR=";
         if (line.compare(first, prefix.size(), prefix) != 0) continue;
         std::string value = line.substr(first + prefix.size());
-        while (!value.empty() && (value.back() == ' ' || value.back() == '\t' || value.back() == '\r'))
+        while (!value.empty() &&
+               (value.back() == ' ' || value.back() == '\t' || value.back() == '\r'))
             value.pop_back();
         if (value.size() < 2 || value.front() != '"' || value.back() != '"') continue;
         value = value.substr(1, value.size() - 2);
@@ -139,8 +140,7 @@ std::optional<std::string> readUserDirsFile() {
             if (value[i] == '\\' && i + 1 < value.size()) ++i;
             unescaped += value[i];
         }
-        if (unescaped.rfind("$HOME", 0) == 0 &&
-            (unescaped.size() == 5 || unescaped[5] == '/'))
+        if (unescaped.rfind("$HOME", 0) == 0 && (unescaped.size() == 5 || unescaped[5] == '/'))
             unescaped = homeFolder() + unescaped.substr(5);
         if (!unescaped.empty() && unescaped.front() == '/') found = unescaped; // the last one wins
     }
@@ -150,8 +150,9 @@ std::optional<std::string> readUserDirsFile() {
 std::filesystem::path musicFolder() {
     const std::string home = homeFolder();
     // xdg-user-dir answers $HOME itself when no music folder is configured.
-    if (auto answer = askXdgUserDir(); answer && !answer->empty() && answer->front() == '/' &&
-                                        std::filesystem::path(*answer) != std::filesystem::path(home))
+    if (auto answer = askXdgUserDir();
+        answer && !answer->empty() && answer->front() == '/' &&
+        std::filesystem::path(*answer) != std::filesystem::path(home))
         return *answer;
     if (auto configured = readUserDirsFile(); configured && *configured != home) return *configured;
     return std::filesystem::path(home) / "Music";
@@ -165,7 +166,10 @@ std::string_view rawValue(Preferences::LaunchSession value) {
 
 Preferences::Preferences() = default;
 
-Preferences::Preferences(std::filesystem::path file) : storeFile(std::move(file)) { read(); }
+Preferences::Preferences(std::filesystem::path file)
+    : storeFile(std::move(file)) {
+    read();
+}
 
 Preferences::~Preferences() { flush(); }
 
@@ -221,7 +225,8 @@ void Preferences::read() {
     if (auto text = readString(values, "lastSessionDocument")) bookmark = base64Decode(*text);
     if (auto it = values.find("recentSessions"); it != values.end() && it->is_array())
         for (const json& entry : *it)
-            if (entry.is_string() && recents.size() < recentSessionLimit) recents.push_back(entry.get<std::string>());
+            if (entry.is_string() && recents.size() < recentSessionLimit)
+                recents.push_back(entry.get<std::string>());
 }
 
 void Preferences::write() {
@@ -341,7 +346,8 @@ void Preferences::setCustomLoudnessTarget(std::optional<double> value) {
 void Preferences::setRecordingsFolderPath(std::optional<std::string> value) {
     if (value == chosenRecordingsFolder) return;
     chosenRecordingsFolder = std::move(value);
-    commit(Setting::recordingsFolderPath, "recordingsFolder", optionalString(chosenRecordingsFolder));
+    commit(Setting::recordingsFolderPath, "recordingsFolder",
+           optionalString(chosenRecordingsFolder));
 }
 
 std::filesystem::path Preferences::defaultRecordingsFolder() { return musicFolder() / "Sonvale"; }
@@ -453,8 +459,8 @@ std::optional<std::vector<uint8_t>> base64Decode(std::string_view text) {
             v[k] = valueOf(c);
             if (v[k] < 0) return std::nullopt;
         }
-        const uint32_t group = uint32_t(v[0]) << 18 | uint32_t(v[1]) << 12 | uint32_t(v[2]) << 6 |
-                               uint32_t(v[3]);
+        const uint32_t group =
+            uint32_t(v[0]) << 18 | uint32_t(v[1]) << 12 | uint32_t(v[2]) << 6 | uint32_t(v[3]);
         data.push_back(uint8_t(group >> 16));
         if (padding < 2) data.push_back(uint8_t(group >> 8));
         if (padding < 1) data.push_back(uint8_t(group));

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "analysis/SpectrogramSettings.h"
+#include "base/Executor.h"
 #include "engine/RecordingFormat.h"
 #include "persistence/CanvasThemeID.h"
-#include "base/Executor.h"
 
 #include <nlohmann/json.hpp>
 #include <sigc++/signal.h>
@@ -102,7 +102,9 @@ public:
     std::optional<double> customLoudnessTarget() const { return loudnessTarget; }
     void setCustomLoudnessTarget(std::optional<double> value);
 
-    const std::optional<std::string>& recordingsFolderPath() const { return chosenRecordingsFolder; }
+    const std::optional<std::string>& recordingsFolderPath() const {
+        return chosenRecordingsFolder;
+    }
     void setRecordingsFolderPath(std::optional<std::string> value);
     // The XDG music folder (as xdg-user-dir or user-dirs.dirs name it, else ~/Music) with the
     // subfolder "Sonvale".

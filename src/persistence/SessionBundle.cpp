@@ -2,8 +2,8 @@
 
 #include "audio/AudioExporter.h"
 #include "base/AtomicFile.h"
-#include "base/ParallelFor.h"
 #include "base/Errors.h"
+#include "base/ParallelFor.h"
 
 #include <algorithm>
 #include <atomic>
@@ -58,7 +58,9 @@ void syncPath(const fs::path& path, bool folder) {
 void createFolder(const fs::path& path) {
     std::error_code error;
     fs::create_directories(path, error);
-    if (error) throw FileError(describeFileError("Couldn't create the folder", path.string(), error.message()));
+    if (error)
+        throw FileError(
+            describeFileError("Couldn't create the folder", path.string(), error.message()));
 }
 
 // The path of `file` below `folder`, when it lies inside it.
@@ -78,7 +80,8 @@ fs::path resolved(const std::string& path, const fs::path& bundle) {
 }
 
 SessionState resolveTrackPaths(SessionState state, const fs::path& bundle) {
-    for (auto& track : state.tracks) track.path = resolved(track.path, bundle).string();
+    for (auto& track : state.tracks)
+        track.path = resolved(track.path, bundle).string();
     return state;
 }
 
@@ -90,7 +93,8 @@ public:
         if (parent.empty()) parent = ".";
         removeLeftovers(parent, url.filename().string());
         std::string pattern = (parent / ("." + url.filename().string() + ".XXXXXX")).string();
-        if (!::mkdtemp(pattern.data())) throw fileErrorFromErrno("Couldn't save", url.string(), errno);
+        if (!::mkdtemp(pattern.data()))
+            throw fileErrorFromErrno("Couldn't save", url.string(), errno);
         folder = pattern;
     }
     ~BuildFolder() {
@@ -108,9 +112,11 @@ private:
     static void removeLeftovers(const fs::path& parent, const std::string& name) {
         const std::string prefix = "." + name + ".";
         std::error_code error;
-        for (fs::directory_iterator it(parent, error), end; !error && it != end; it.increment(error)) {
+        for (fs::directory_iterator it(parent, error), end; !error && it != end;
+             it.increment(error)) {
             const std::string entry = it->path().filename().string();
-            if (entry.size() < prefix.size() + 6 || entry.compare(0, prefix.size(), prefix) != 0) continue;
+            if (entry.size() < prefix.size() + 6 || entry.compare(0, prefix.size(), prefix) != 0)
+                continue;
             const std::string rest = entry.substr(prefix.size());
             if (rest.size() == 6 || (rest.size() == 10 && rest.substr(6) == ".old")) {
                 std::error_code ignored;
@@ -153,7 +159,8 @@ void swapIn(BuildFolder& built, const fs::path& url) {
 }
 
 // Writes the files side by side: making a float WAV is copying, and while one file is synced
-// (each is, before it takes its name) the others are being made. The first failure is thrown once all have stopped.
+// (each is, before it takes its name) the others are being made. The first failure is thrown once
+// all have stopped.
 void writeAll(const std::vector<std::pair<const AudioData*, fs::path>>& files, int64_t totalFrames,
               const std::function<void(double)>& progress) {
     std::atomic<int64_t> framesDone{0};
@@ -206,7 +213,8 @@ std::set<std::string> audioPaths(const SessionState& state) {
     auto add = [&](const std::string& path) {
         if (!path.empty() && path[0] != '/') paths.insert(path);
     };
-    for (const auto& track : state.tracks) add(track.path);
+    for (const auto& track : state.tracks)
+        add(track.path);
     if (state.timeline)
         for (const auto& lane : state.timeline->lanes)
             for (const auto& clip : lane.clips)
@@ -218,13 +226,15 @@ std::set<std::string> audioPaths(const SessionState& state) {
 std::string snapshotID(Clock::time_point date) {
     const auto since = date.time_since_epoch();
     const auto seconds = std::chrono::floor<std::chrono::seconds>(since);
-    const int millis = int(std::chrono::duration_cast<std::chrono::milliseconds>(since - seconds).count());
+    const int millis =
+        int(std::chrono::duration_cast<std::chrono::milliseconds>(since - seconds).count());
     const std::time_t t = std::time_t(seconds.count());
     std::tm local{};
     localtime_r(&t, &local);
     char text[40];
     std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d.%02d.%02d.%03d", local.tm_year + 1900,
-                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, millis);
+                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+                  millis);
     return text;
 }
 
@@ -285,7 +295,8 @@ WriteResult write(const std::vector<Track>& tracks, const std::vector<int64_t>& 
     for (const auto& file : clipFiles)
         if (!file.audio && file.isInBundle) reserve(file.path);
     for (const auto& kept : history.snapshots)
-        for (const auto& path : kept.paths) reserve(path);
+        for (const auto& path : kept.paths)
+            reserve(path);
 
     int64_t totalFrames = 0;
     for (const auto& track : tracks)
@@ -294,7 +305,9 @@ WriteResult write(const std::vector<Track>& tracks, const std::vector<int64_t>& 
         if (file.audio) totalFrames += file.audio->frameCount;
     // Audio to write, written after the names are chosen, two files at a time.
     std::vector<std::pair<const AudioData*, fs::path>> toWrite;
-    auto written = [&](const AudioData& audio, const fs::path& path) { toWrite.emplace_back(&audio, path); };
+    auto written = [&](const AudioData& audio, const fs::path& path) {
+        toWrite.emplace_back(&audio, path);
+    };
 
     WriteResult result;
     SessionState& state = result.state;
@@ -305,11 +318,13 @@ WriteResult write(const std::vector<Track>& tracks, const std::vector<int64_t>& 
         TrackState saved = track.state;
         saved.bookmark.reset();
         if (track.edited) {
-            saved.path = "Audio/" + uniqueName(track.name.empty() ? "Track" : track.name, "wav", usedAudio);
+            saved.path =
+                "Audio/" + uniqueName(track.name.empty() ? "Track" : track.name, "wav", usedAudio);
             written(*track.edited, root / saved.path);
         } else if (auto inside = insideOld(track.source)) {
             saved.path = inside->second;
-            if (!fs::exists(root / saved.path)) link(inside->first / inside->second, root / saved.path);
+            if (!fs::exists(root / saved.path))
+                link(inside->first / inside->second, root / saved.path);
         } else {
             saved.path = fs::absolute(track.source).lexically_normal().string();
         }
@@ -321,9 +336,11 @@ WriteResult write(const std::vector<Track>& tracks, const std::vector<int64_t>& 
     for (const auto& file : clipFiles) {
         std::string relative;
         if (file.audio) {
-            relative = "Audio/Clips/" + uniqueName(fs::path(file.path).stem().string(), "wav", usedClips);
+            relative =
+                "Audio/Clips/" + uniqueName(fs::path(file.path).stem().string(), "wav", usedClips);
             written(*file.audio, root / relative);
-        } else if (auto inside = insideOld(file.path[0] == '/' ? fs::path(file.path) : url / file.path)) {
+        } else if (auto inside =
+                       insideOld(file.path[0] == '/' ? fs::path(file.path) : url / file.path)) {
             relative = inside->second;
             if (!fs::exists(root / relative)) link(inside->first / relative, root / relative);
         } else {
@@ -336,15 +353,19 @@ WriteResult write(const std::vector<Track>& tracks, const std::vector<int64_t>& 
         for (auto& lane : state.timeline->lanes)
             for (auto& clip : lane.clips)
                 if (auto* source = std::get_if<TimelineState::Clip::FileSource>(&clip.source))
-                    if (auto it = clipPaths.find(source->path); it != clipPaths.end()) source->path = it->second;
+                    if (auto it = clipPaths.find(source->path); it != clipPaths.end())
+                        source->path = it->second;
 
     result.json = encodeSessionFile(state);
     writeFileAtomically(root / sessionFile, result.json);
 
     // Snapshots: one per save that changed the session, at most snapshotLimit kept.
-    const bool adds = snapshot && (history.snapshots.empty() || history.snapshots.back().json != result.json);
-    const size_t keep = std::min(history.snapshots.size(), size_t(adds ? snapshotLimit - 1 : snapshotLimit));
-    const std::vector<History::Kept> kept(history.snapshots.end() - std::ptrdiff_t(keep), history.snapshots.end());
+    const bool adds =
+        snapshot && (history.snapshots.empty() || history.snapshots.back().json != result.json);
+    const size_t keep =
+        std::min(history.snapshots.size(), size_t(adds ? snapshotLimit - 1 : snapshotLimit));
+    const std::vector<History::Kept> kept(history.snapshots.end() - std::ptrdiff_t(keep),
+                                          history.snapshots.end());
     createFolder(root / "Snapshots");
     const fs::path oldRoot = history.bundle.value_or(url);
     std::set<std::string> ids;
@@ -374,8 +395,9 @@ WriteResult write(const std::vector<Track>& tracks, const std::vector<int64_t>& 
         writeFileAtomically(folder / sessionFile, result.json);
         if (snapshot->image) {
             const auto& image = *snapshot->image;
-            writeFileAtomically(folder / windowPicture,
-                                std::string_view(reinterpret_cast<const char*>(image.data()), image.size()));
+            writeFileAtomically(
+                folder / windowPicture,
+                std::string_view(reinterpret_cast<const char*>(image.data()), image.size()));
         }
         result.snapshot = id;
     }
@@ -404,8 +426,10 @@ namespace {
 std::vector<std::string> snapshotIDs(const fs::path& url) {
     std::vector<std::string> ids;
     std::error_code error;
-    for (fs::directory_iterator it(url / "Snapshots", error), end; !error && it != end; it.increment(error))
-        if (parseID(it->path().filename().string()) && fs::is_regular_file(it->path() / sessionFile, error))
+    for (fs::directory_iterator it(url / "Snapshots", error), end; !error && it != end;
+         it.increment(error))
+        if (parseID(it->path().filename().string()) &&
+            fs::is_regular_file(it->path() / sessionFile, error))
             ids.push_back(it->path().filename().string());
     std::sort(ids.begin(), ids.end());
     return ids;
@@ -443,7 +467,8 @@ std::vector<Snapshot> snapshots(const fs::path& url) {
         s.trackCount = int64_t(state.tracks.size());
         if (state.timeline) {
             s.laneCount = int64_t(state.timeline->lanes.size());
-            for (const auto& lane : state.timeline->lanes) s.clipCount += int64_t(lane.clips.size());
+            for (const auto& lane : state.timeline->lanes)
+                s.clipCount += int64_t(lane.clips.size());
         }
         list.push_back(std::move(s));
     }

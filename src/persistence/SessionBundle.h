@@ -30,7 +30,7 @@ constexpr int snapshotLimit = 20;
 
 // A track as the writer needs it.
 struct Track {
-    TrackState state;            // its path is filled in by write()
+    TrackState state;             // its path is filled in by write()
     std::filesystem::path source; // the track's current file
     AudioDataPtr edited;          // set when the audio differs from `source` and must be written
     std::string name;             // names the written audio file
@@ -48,7 +48,7 @@ struct ClipAudioFile {
 struct History {
     struct Kept {
         std::string id;
-        std::string json;           // the snapshot's "Session.json"
+        std::string json;            // the snapshot's "Session.json"
         std::set<std::string> paths; // the bundle-relative audio it refers to
     };
     std::optional<std::filesystem::path> bundle; // the bundle the snapshots live in

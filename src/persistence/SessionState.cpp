@@ -55,7 +55,8 @@ json chainJSON(const ChainState& chain) {
     json effects = json::array();
     for (const auto& e : chain.effects) {
         json values = json::array();
-        for (double v : e.values) values.push_back(number(v, "values"));
+        for (double v : e.values)
+            values.push_back(number(v, "values"));
         json o = {{"kind", e.kind}, {"values", std::move(values)}};
         if (e.isBypassed) o["isBypassed"] = true;
         effects.push_back(std::move(o));
@@ -71,8 +72,10 @@ json clipJSON(const TimelineState::Clip& clip) {
         source = {{"track", {{"_0", t->index}}}};
     else
         source = {{"file", {{"_0", std::get<TimelineState::Clip::FileSource>(clip.source).path}}}};
-    json o = {{"name", clip.name},         {"source", std::move(source)},
-              {"sourceStart", clip.sourceStart}, {"length", clip.length},
+    json o = {{"name", clip.name},
+              {"source", std::move(source)},
+              {"sourceStart", clip.sourceStart},
+              {"length", clip.length},
               {"start", clip.start}};
     if (clip.fadeIn) o["fadeIn"] = *clip.fadeIn;
     if (clip.fadeOut) o["fadeOut"] = *clip.fadeOut;
@@ -84,9 +87,12 @@ json timelineJSON(const TimelineState& t) {
     json lanes = json::array();
     for (const auto& lane : t.lanes) {
         json clips = json::array();
-        for (const auto& clip : lane.clips) clips.push_back(clipJSON(clip));
-        json o = {{"name", lane.name},       {"gainDB", number(lane.gainDB, "gainDB")},
-                  {"pan", number(lane.pan, "pan")}, {"isMuted", lane.isMuted},
+        for (const auto& clip : lane.clips)
+            clips.push_back(clipJSON(clip));
+        json o = {{"name", lane.name},
+                  {"gainDB", number(lane.gainDB, "gainDB")},
+                  {"pan", number(lane.pan, "pan")},
+                  {"isMuted", lane.isMuted},
                   {"clips", std::move(clips)}};
         if (lane.output) o["output"] = *lane.output;
         if (lane.color) o["color"] = *lane.color;
@@ -144,7 +150,9 @@ json stateJSON(const SessionState& state) {
 // Reads the members of one JSON object, naming the key that is missing or wrong.
 class Reader {
 public:
-    Reader(const json& object, std::string where) : object(object), where(std::move(where)) {
+    Reader(const json& object, std::string where)
+        : object(object)
+        , where(std::move(where)) {
         if (!object.is_object()) fail("isn't an object");
     }
 
@@ -378,7 +386,8 @@ SessionState readState(const Reader& r) {
     }
     const json& selected = r.array("selectedIndices");
     for (const json& index : selected) {
-        if (!index.is_number_integer()) r.fail("“selectedIndices” holds something that isn't a whole number");
+        if (!index.is_number_integer())
+            r.fail("“selectedIndices” holds something that isn't a whole number");
         state.selectedIndices.push_back(index.get<int64_t>());
     }
     state.loopPlayback = r.boolean("loopPlayback");

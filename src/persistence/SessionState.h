@@ -92,7 +92,7 @@ struct TimelineState {
 
 // One track of the list.
 struct TrackState {
-    std::string path; // absolute ("/...") or relative to the bundle
+    std::string path;                             // absolute ("/...") or relative to the bundle
     std::optional<std::vector<uint8_t>> bookmark; // never written on this platform
     float gainDB = 0;
     float verticalZoom = 1;
@@ -132,7 +132,9 @@ public:
 
 private:
     SessionBundleFailure(Kind kind, int64_t format, const char* message)
-        : UserError(message), failureKind(kind), fileFormat(format) {}
+        : UserError(message)
+        , failureKind(kind)
+        , fileFormat(format) {}
     Kind failureKind;
     int64_t fileFormat;
 };

@@ -27,7 +27,9 @@ struct SessionStore::Queue {
     bool running = false;
 };
 
-SessionStore::SessionStore(fs::path folder) : root(fs::absolute(folder).lexically_normal()), queue(std::make_shared<Queue>()) {}
+SessionStore::SessionStore(fs::path folder)
+    : root(fs::absolute(folder).lexically_normal())
+    , queue(std::make_shared<Queue>()) {}
 
 SessionStore::~SessionStore() = default;
 
@@ -62,8 +64,10 @@ bool SessionStore::saveTo(const fs::path& root, const SessionState& state,
         writeFileAtomically(root / "Session.json", encodeSessionState(state));
 
         std::set<fs::path> referred;
-        for (const auto& track : state.tracks) referred.insert(fs::path(track.path).lexically_normal());
-        for (fs::directory_iterator it(audioFolder, error), end; !error && it != end; it.increment(error))
+        for (const auto& track : state.tracks)
+            referred.insert(fs::path(track.path).lexically_normal());
+        for (fs::directory_iterator it(audioFolder, error), end; !error && it != end;
+             it.increment(error))
             if (!referred.count(it->path().lexically_normal())) fs::remove(it->path(), error);
         return true;
     } catch (const std::exception& failure) {
@@ -72,7 +76,8 @@ bool SessionStore::saveTo(const fs::path& root, const SessionState& state,
     }
 }
 
-void SessionStore::saveInBackground(Executor& executor, SessionState state, std::vector<PendingAudio> audio) {
+void SessionStore::saveInBackground(Executor& executor, SessionState state,
+                                    std::vector<PendingAudio> audio) {
     {
         std::lock_guard lock(queue->mutex);
         queue->waiting = Queue::Job{std::move(state), std::move(audio)};

@@ -182,8 +182,8 @@ private Q_SLOTS:
         const QPointF fingers(600, editor.laneY());
         const double frameUnder = editor.canvas->frameAt(fingers.x());
         const double before = editor.track->viewport().samplesPerPoint;
-        QNativeGestureEvent pinch(Qt::ZoomNativeGesture, QPointingDevice::primaryPointingDevice(), 2,
-                                  fingers, fingers, editor.canvas->mapToGlobal(fingers), 1.0,
+        QNativeGestureEvent pinch(Qt::ZoomNativeGesture, QPointingDevice::primaryPointingDevice(),
+                                  2, fingers, fingers, editor.canvas->mapToGlobal(fingers), 1.0,
                                   QPointF());
         QApplication::sendEvent(editor.canvas.get(), &pinch);
         QCOMPARE(editor.track->viewport().samplesPerPoint, before / 2); // magnified twice

@@ -21,9 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-QString qs(const fs::path& path) {
-    return QString::fromStdString(path.string());
-}
+QString qs(const fs::path& path) { return QString::fromStdString(path.string()); }
 
 // A window over a model with preferences that live only in memory.
 struct Harness {

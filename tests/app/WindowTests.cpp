@@ -33,9 +33,7 @@ using ID = ActionID;
 
 namespace {
 
-QString fixturePath(const char* name) {
-    return QString(SONVALE_FIXTURE_DIR) + "/" + name;
-}
+QString fixturePath(const char* name) { return QString(SONVALE_FIXTURE_DIR) + "/" + name; }
 
 // A window over a model with preferences that live only in memory.
 struct Harness {

@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <fstream>
 #include <sndfile.h>
 #include <sys/stat.h>
@@ -23,11 +23,13 @@ constexpr double pi = 3.14159265358979323846;
 // 150,000 frames (more than two 65,536-frame chunks): a 440 Hz sine at 0.8 on the left,
 // a slow ramp from -1 to +1 on the right.
 AudioDataPtr testAudio(int64_t frames = 150000, int channels = 2) {
-    std::vector<std::vector<float>> samples(static_cast<size_t>(channels), std::vector<float>(static_cast<size_t>(frames)));
+    std::vector<std::vector<float>> samples(static_cast<size_t>(channels),
+                                            std::vector<float>(static_cast<size_t>(frames)));
     for (int64_t i = 0; i < frames; ++i) {
         samples[0][size_t(i)] = float(0.8 * std::sin(2 * pi * 440 * double(i) / rate));
         for (int c = 1; c < channels; ++c)
-            samples[size_t(c)][size_t(i)] = float(-1.0 + 2.0 * double(i) / double(frames - 1)) / float(c);
+            samples[size_t(c)][size_t(i)] =
+                float(-1.0 + 2.0 * double(i) / double(frames - 1)) / float(c);
     }
     return test::makeAudio(rate, samples);
 }
@@ -58,7 +60,8 @@ int expectedCode(float sample, int bits) {
     return int(int64_t(code) * (int64_t(1) << (32 - bits)));
 }
 
-std::string exportError(const AudioData& audio, ExportFormat format, const std::filesystem::path& url) {
+std::string exportError(const AudioData& audio, ExportFormat format,
+                        const std::filesystem::path& url) {
     try {
         AudioExporter::exportAudio(audio, {0, audio.frameCount}, 1.0f, format, url);
     } catch (const UserError& error) {
@@ -92,17 +95,21 @@ TEST_P(PCMExport, WritesEverySampleAsTheNearestCodeWithTheHeaderLibsndfileExpect
     int mismatches = 0;
     for (int64_t i = 0; i < audio->frameCount; ++i)
         for (int ch = 0; ch < 2; ++ch)
-            mismatches += file.ints[size_t(2 * i + ch)] != expectedCode(audio->samples(ch)[i], c.bits);
+            mismatches +=
+                file.ints[size_t(2 * i + ch)] != expectedCode(audio->samples(ch)[i], c.bits);
     EXPECT_EQ(mismatches, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     EveryPCMFormat, PCMExport,
-    ::testing::Values(PCMCase{ExportFormat::wav16, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 16},
-                    PCMCase{ExportFormat::wav24, SF_FORMAT_WAV | SF_FORMAT_PCM_24, 24},
-                    // Plain AIFF (not AIFF-C), big-endian by nature: see AIFFStoresSamplesBigEndian.
-                    PCMCase{ExportFormat::aiff16, SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 16}),
-    [](const ::testing::TestParamInfo<PCMCase>& info) { return std::string(rawValue(info.param.format)); });
+    ::testing::Values(
+        PCMCase{ExportFormat::wav16, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 16},
+        PCMCase{ExportFormat::wav24, SF_FORMAT_WAV | SF_FORMAT_PCM_24, 24},
+        // Plain AIFF (not AIFF-C), big-endian by nature: see AIFFStoresSamplesBigEndian.
+        PCMCase{ExportFormat::aiff16, SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 16}),
+    [](const ::testing::TestParamInfo<PCMCase>& info) {
+        return std::string(rawValue(info.param.format));
+    });
 
 TEST(AudioExporter, AIFFStoresSamplesBigEndian) {
     // First frame 0.25 and -0.5: codes 0x2000 and 0xC000, high byte first.
@@ -125,7 +132,8 @@ TEST(AudioExporter, GainOfSixDecibelsClipsEverySampleAboveHalfScaleToFullScale) 
     const auto audio = testAudio();
     const float gain = float(std::pow(10.0, 6.0 / 20.0));
     test::TemporaryFolder folder;
-    AudioExporter::exportAudio(*audio, {0, audio->frameCount}, gain, ExportFormat::wav24, folder / "loud.wav");
+    AudioExporter::exportAudio(*audio, {0, audio->frameCount}, gain, ExportFormat::wav24,
+                               folder / "loud.wav");
 
     const Opened file = readInts(folder / "loud.wav");
     ASSERT_EQ(file.info.frames, audio->frameCount);
@@ -153,7 +161,8 @@ TEST(AudioExporter, GainOfSixDecibelsClipsEverySampleAboveHalfScaleToFullScale) 
 TEST(AudioExporter, RangeWritesOnlyItsFrames) {
     const auto audio = testAudio();
     test::TemporaryFolder folder;
-    AudioExporter::exportAudio(*audio, {70000, 140001}, 1.0f, ExportFormat::wav24, folder / "part.wav");
+    AudioExporter::exportAudio(*audio, {70000, 140001}, 1.0f, ExportFormat::wav24,
+                               folder / "part.wav");
     const Opened file = readInts(folder / "part.wav");
     ASSERT_EQ(file.info.frames, 70001);
     EXPECT_EQ(file.ints[0], expectedCode(audio->samples(0)[70000], 24));
@@ -168,7 +177,8 @@ TEST(AudioExporter, ProgressRisesAndEndsAtOne) {
     AudioExporter::exportAudio(*audio, {0, audio->frameCount}, 1.0f, ExportFormat::wav16,
                                folder / "p.wav", [&](double v) { values.push_back(v); });
     ASSERT_GE(values.size(), 3u);
-    for (size_t i = 0; i + 1 < values.size(); ++i) EXPECT_LT(values[i], values[i + 1]);
+    for (size_t i = 0; i + 1 < values.size(); ++i)
+        EXPECT_LT(values[i], values[i + 1]);
     EXPECT_GT(values.front(), 0.0);
     EXPECT_EQ(values.back(), 1.0);
 }
@@ -200,7 +210,8 @@ TEST(AudioExporter, AACIsTwoHundredFiftySixKilobitsInAnM4A) {
     test::TemporaryFolder folder;
     AudioExporter::exportAudio(*audio, {0, frames}, 1.0f, ExportFormat::aac, folder / "n.m4a");
 
-    const std::string info = probe(folder / "n.m4a", "stream=codec_name,sample_rate,channels,bit_rate");
+    const std::string info =
+        probe(folder / "n.m4a", "stream=codec_name,sample_rate,channels,bit_rate");
     EXPECT_NE(info.find("codec_name=aac"), std::string::npos) << info;
     EXPECT_EQ(probeNumber(info, "sample_rate"), 48000);
     EXPECT_EQ(probeNumber(info, "channels"), 2);
@@ -231,7 +242,8 @@ TEST(AudioExporter, AACKeepsChannelsInOrderAndTheSignalInPlace) {
     std::vector<std::vector<float>> channels(6, std::vector<float>(static_cast<size_t>(frames)));
     for (int c = 0; c < 6; ++c)
         for (int64_t i = 0; i < frames; ++i)
-            channels[size_t(c)][size_t(i)] = float(0.5 * std::sin(2 * pi * tones[c] * double(i) / rate));
+            channels[size_t(c)][size_t(i)] =
+                float(0.5 * std::sin(2 * pi * tones[c] * double(i) / rate));
     const auto audio = test::makeAudio(rate, channels);
     test::TemporaryFolder folder;
     AudioExporter::exportAudio(*audio, {0, frames}, 0.5f, ExportFormat::aac, folder / "six.m4a");
@@ -295,14 +307,15 @@ TEST(AudioExporter, UnwritableDestinationFailsWithTheSystemsReason) {
 }
 
 TEST(AudioExporter, FullDiskFailsWithNoSpaceLeftAndLeavesTheDeviceAlone) {
-    struct stat before{};
-    if (::stat("/dev/full", &before) != 0 || !S_ISCHR(before.st_mode)) GTEST_SKIP() << "no /dev/full";
+    struct stat before {};
+    if (::stat("/dev/full", &before) != 0 || !S_ISCHR(before.st_mode))
+        GTEST_SKIP() << "no /dev/full";
     const auto audio = testAudio();
     for (ExportFormat format : allExportFormats) {
         EXPECT_EQ(exportError(*audio, format, "/dev/full"),
                   "Couldn't write \u201Cfull\u201D: No space left on device")
             << rawValue(format);
-        struct stat after{};
+        struct stat after {};
         ASSERT_EQ(::stat("/dev/full", &after), 0);
         EXPECT_TRUE(S_ISCHR(after.st_mode));
         EXPECT_EQ(after.st_rdev, before.st_rdev);
@@ -319,10 +332,12 @@ TEST(AudioExporter, AFailedExportLeavesTheFileItWouldReplaceAsItWasAndNothingEls
     const auto audio = testAudio(30 * 48000); // 5.8 MB as 16-bit WAV, more as AAC than fits
     for (ExportFormat format : allExportFormats) {
         if (format == ExportFormat::aac) continue; // 30 s of AAC fits in 2 MB
-        EXPECT_NE(exportError(*audio, format, keep).find("No space left on device"), std::string::npos);
+        EXPECT_NE(exportError(*audio, format, keep).find("No space left on device"),
+                  std::string::npos);
         EXPECT_EQ(sonvale::testing::readText(keep), before) << rawValue(format);
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder / "small"),
-                                std::filesystem::directory_iterator()), 1);
+                                std::filesystem::directory_iterator()),
+                  1);
     }
 }
 

@@ -140,10 +140,12 @@ void expectLevelsBuiltFromTheSamples(const AudioData& audio) {
             ASSERT_EQ(levels[l].count, expected[l].count) << "level " << l;
             EXPECT_EQ(levels[l].blockSize, expected[l].blockSize);
             EXPECT_EQ(std::memcmp(levels[l].buffer.data(), expected[l].buffer.data(),
-                                  size_t(2 * levels[l].count) * sizeof(float)), 0)
+                                  size_t(2 * levels[l].count) * sizeof(float)),
+                      0)
                 << "channel " << ch << " level " << l << " min/max";
             EXPECT_EQ(std::memcmp(levels[l].energy.data(), expected[l].energy.data(),
-                                  size_t(levels[l].count) * sizeof(float)), 0)
+                                  size_t(levels[l].count) * sizeof(float)),
+                      0)
                 << "channel " << ch << " level " << l << " energy";
         }
     }
@@ -199,15 +201,16 @@ TEST(AudioLoader, ProbeReportsContainerCodecAndHeaderLength) {
         int channels;
         int64_t frames;
     };
-    for (const Expected& e : {Expected{"stereo-s16.wav", "wav", "pcm_s16le", 48000, 2, 144000},
-                              Expected{"stereo-s24.aiff", "aiff", "pcm_s24be", 48000, 2, 144000},
-                              Expected{"stereo.flac", "flac", "flac", 48000, 2, 144000},
-                              // An MP3's header counts whole packets, priming and padding included.
-                              Expected{"stereo.mp3", "mp3", "mp3", 48000, 2, 145152},
-                              Expected{"stereo.ogg", "ogg", "vorbis", 48000, 2, 144000},
-                              Expected{"stereo.m4a", "mov,mp4,m4a,3gp,3g2,mj2", "aac", 48000, 2, 144000},
-                              Expected{"stereo-alac.m4a", "mov,mp4,m4a,3gp,3g2,mj2", "alac", 48000, 2, 144000},
-                              Expected{"six.wav", "wav", "pcm_s16le", 48000, 6, 72000}}) {
+    for (const Expected& e :
+         {Expected{"stereo-s16.wav", "wav", "pcm_s16le", 48000, 2, 144000},
+          Expected{"stereo-s24.aiff", "aiff", "pcm_s24be", 48000, 2, 144000},
+          Expected{"stereo.flac", "flac", "flac", 48000, 2, 144000},
+          // An MP3's header counts whole packets, priming and padding included.
+          Expected{"stereo.mp3", "mp3", "mp3", 48000, 2, 145152},
+          Expected{"stereo.ogg", "ogg", "vorbis", 48000, 2, 144000},
+          Expected{"stereo.m4a", "mov,mp4,m4a,3gp,3g2,mj2", "aac", 48000, 2, 144000},
+          Expected{"stereo-alac.m4a", "mov,mp4,m4a,3gp,3g2,mj2", "alac", 48000, 2, 144000},
+          Expected{"six.wav", "wav", "pcm_s16le", 48000, 6, 72000}}) {
         const auto info = AudioLoader::probe(fixture(e.file));
         EXPECT_EQ(info.container, e.container) << e.file;
         EXPECT_EQ(info.codec, e.codec) << e.file;
@@ -224,9 +227,13 @@ TEST(AudioLoader, OpusDecodesAtFortyEightKilohertzWhateverRateWasEncoded) {
     // The fixture was encoded from 48 kHz, so check a file made from 8 kHz input here.
     test::TemporaryFolder folder;
     const auto path = folder / "low.opus";
-    ASSERT_EQ(std::system(("ffmpeg -nostdin -v error -f lavfi -i sine=frequency=300:sample_rate=8000:duration=1 "
-                           "-c:a libopus '" + path.string() + "'").c_str()),
-              0);
+    ASSERT_EQ(
+        std::system(
+            ("ffmpeg -nostdin -v error -f lavfi -i sine=frequency=300:sample_rate=8000:duration=1 "
+             "-c:a libopus '" +
+             path.string() + "'")
+                .c_str()),
+        0);
     const auto audio = AudioLoader::load(path);
     EXPECT_EQ(audio->sampleRate, 48000);
     EXPECT_EQ(audio->frameCount, 48000);
@@ -358,14 +365,17 @@ TEST(AudioLoader, NoiseNamedWAVFailsWithAMessageNamingTheFile) {
 
 TEST(AudioLoader, MissingFileFolderPipeAndDeviceAreRefusedWithoutWaiting) {
     test::TemporaryFolder folder;
-    EXPECT_EQ(loadError(folder / "gone.wav"), "Couldn't open \u201Cgone.wav\u201D: No such file or directory");
+    EXPECT_EQ(loadError(folder / "gone.wav"),
+              "Couldn't open \u201Cgone.wav\u201D: No such file or directory");
     std::filesystem::create_directory(folder / "album.wav");
-    EXPECT_EQ(loadError(folder / "album.wav"), "Couldn't open \u201Calbum.wav\u201D: Is a directory");
+    EXPECT_EQ(loadError(folder / "album.wav"),
+              "Couldn't open \u201Calbum.wav\u201D: Is a directory");
     // A pipe nobody writes to would block a plain open for ever.
     ASSERT_EQ(::mkfifo((folder / "x.wav").c_str(), 0600), 0);
     EXPECT_EQ(loadError(folder / "x.wav"),
               "Couldn't open \u201Cx.wav\u201D: It isn't a file but a pipe or a device.");
-    EXPECT_EQ(loadError("/dev/zero"), "Couldn't open \u201Czero\u201D: It isn't a file but a pipe or a device.");
+    EXPECT_EQ(loadError("/dev/zero"),
+              "Couldn't open \u201Czero\u201D: It isn't a file but a pipe or a device.");
 }
 
 TEST(AudioLoader, EmptyFileIsNotAudio) {
@@ -388,7 +398,7 @@ TEST(AudioLoader, RecognisesAudioExtensionsWhateverTheirCase) {
     EXPECT_TRUE(AudioLoader::isAudioFile("voice.Opus"));
     EXPECT_FALSE(AudioLoader::isAudioFile("notes.txt"));
     EXPECT_FALSE(AudioLoader::isAudioFile("wav"));
-    EXPECT_FALSE(AudioLoader::isAudioFile(".wav")); // a hidden file with no extension
+    EXPECT_FALSE(AudioLoader::isAudioFile(".wav"));        // a hidden file with no extension
     EXPECT_FALSE(AudioLoader::isAudioFile("holiday.mp4")); // films open, but aren't audio files
     for (const char* file : {"a.aiff", "a.flac", "a.mp3", "a.aac", "a.ogg", "a.wma", "a.mka"})
         EXPECT_TRUE(AudioLoader::isAudioFile(file)) << file;

@@ -19,7 +19,9 @@ AudioTrackPtr readyTrack(AudioDataPtr audio, double width = 0) {
     return track;
 }
 
-Marker point(const std::string& name, int64_t at) { return {Uuid::random(), name, at, std::nullopt}; }
+Marker point(const std::string& name, int64_t at) {
+    return {Uuid::random(), name, at, std::nullopt};
+}
 Marker region(const std::string& name, int64_t start, int64_t end) {
     return {Uuid::random(), name, start, end};
 }
@@ -36,7 +38,8 @@ std::vector<int64_t> positions(const std::vector<Marker>& markers) {
 // A mono signal at +0.5 that turns to -0.5 at frame `edge`: its only zero crossing.
 AudioDataPtr stepDown(double rate, int64_t frames, int64_t edge) {
     std::vector<float> samples(size_t(frames), 0.5f);
-    for (int64_t i = edge; i < frames; ++i) samples[size_t(i)] = -0.5f;
+    for (int64_t i = edge; i < frames; ++i)
+        samples[size_t(i)] = -0.5f;
     return makeAudio(rate, {samples});
 }
 
@@ -131,7 +134,8 @@ TEST(AudioTrack, DeletingARangeMovesAndRemovesMarkers) {
                        point("at100", 100), region("across", 50, 150)});
     track->replace({100, 200}, AudioClip{}, std::nullopt, "Delete");
     std::vector<std::string> names;
-    for (const auto& m : track->markers()) names.push_back(m.name);
+    for (const auto& m : track->markers())
+        names.push_back(m.name);
     EXPECT_EQ(names, (std::vector<std::string>{"across", "at100", "at150", "at250"}));
     EXPECT_EQ(positions(track->markers()), (std::vector<int64_t>{50, 100, 100, 100, 150}));
     EXPECT_EQ(track->frameCount(), 900);
@@ -239,7 +243,8 @@ TEST(AudioTrack, ReplaceReportsTheNewAudioAndEndsMarkerRenaming) {
 }
 
 TEST(AudioTrack, MonoClipIntoStereoTrackFillsBothChannels) {
-    auto track = readyTrack(makeAudio(48000, {std::vector<float>(10, 0.f), std::vector<float>(10, 0.f)}));
+    auto track =
+        readyTrack(makeAudio(48000, {std::vector<float>(10, 0.f), std::vector<float>(10, 0.f)}));
     track->replace({2, 4}, makeClip(48000, {{0.5f, -0.5f}}), std::nullopt, "Paste");
     const auto samples = samplesOf(*track->audio());
     EXPECT_EQ(samples[0][2], 0.5f);
@@ -313,7 +318,8 @@ TEST(AudioTrack, CachedLoudnessCountsOnlyForTheAudioItWasMeasuredOn) {
 
 TEST(AudioTrack, ZoomingInStopsAtTheDeepestZoom) {
     auto track = readyTrack(makeNoise(48000, 1, 10000), 100);
-    for (int i = 0; i < 40; ++i) track->zoom(0.25, 50);
+    for (int i = 0; i < 40; ++i)
+        track->zoom(0.25, 50);
     EXPECT_DOUBLE_EQ(track->viewport().samplesPerPoint, AudioTrack::minSamplesPerPoint);
 }
 
@@ -390,7 +396,7 @@ TEST(AudioTrack, ViewportSignalsOnlyOnChange) {
     auto track = readyTrack(makeNoise(48000, 1, 10000), 100);
     int signals = 0;
     track->viewportChanged.connect([&] { ++signals; });
-    track->pan(-10); // already at the start
+    track->pan(-10);    // already at the start
     track->zoom(10, 0); // already whole
     track->updateWidth(100);
     EXPECT_EQ(signals, 0);
@@ -419,9 +425,9 @@ TEST(AudioTrack, MovingARegionToNothingOrNowhereChangesNothing) {
     const Marker r = region("r", 200, 400);
     track->setMarkers({r});
     const int64_t revision = track->markerRevision();
-    track->moveMarker(r.id, 500, 500);            // would be empty
-    track->moveMarker(r.id, 200, 400);            // unchanged
-    track->moveMarker(Uuid::random(), 10, 20);    // unknown
+    track->moveMarker(r.id, 500, 500);         // would be empty
+    track->moveMarker(r.id, 200, 400);         // unchanged
+    track->moveMarker(Uuid::random(), 10, 20); // unknown
     EXPECT_EQ(track->markerRevision(), revision);
     EXPECT_FALSE(track->undoStack().canUndo());
 }

@@ -11,7 +11,8 @@ namespace fs = std::filesystem;
 
 TEST(ExportFormat, OffersTheFourFormatsInMenuOrderWithTheirTitles) {
     std::vector<std::string> titles;
-    for (auto format : allExportFormats) titles.emplace_back(title(format));
+    for (auto format : allExportFormats)
+        titles.emplace_back(title(format));
     EXPECT_EQ(titles, (std::vector<std::string>{"WAV 16-bit", "WAV 24-bit", "AIFF 16-bit",
                                                 "AAC (M4A, 256 kbps)"}));
     for (auto format : allExportFormats)
@@ -94,7 +95,8 @@ TEST(RegionExportJobs, NamesAreUniqueWithinTheBatchIgnoringCase) {
 
 TEST(RegionExportJobs, SlashesAndColonsBecomeDashesAndPointsAreSkipped) {
     Folder folder;
-    std::vector<Marker> markers{Marker{Uuid::random(), "Point", 5, std::nullopt}, region("a/b:c", 1, 2)};
+    std::vector<Marker> markers{Marker{Uuid::random(), "Point", 5, std::nullopt},
+                                region("a/b:c", 1, 2)};
     auto jobs = regionExportJobs("Track", markers, ExportFormat::aac, folder.path);
     ASSERT_EQ(jobs.size(), 1u);
     EXPECT_EQ(jobs[0].url, folder.path / "Track - a-b-c.m4a");

@@ -28,11 +28,13 @@ AudioDataPtr makeAudio(const Channels& channels, double rate) {
     return AudioLoader::makeAudioData(rate, std::move(buffers), int64_t(channels[0].size()));
 }
 
-std::vector<float> sine(double rate, double seconds, double frequency, double dBFS, double phase = 0) {
+std::vector<float> sine(double rate, double seconds, double frequency, double dBFS,
+                        double phase = 0) {
     const double amplitude = std::pow(10.0, dBFS / 20);
     std::vector<float> out(size_t(std::llround(rate * seconds)));
     for (size_t i = 0; i < out.size(); ++i)
-        out[i] = float(amplitude * std::sin(2 * std::numbers::pi * frequency * double(i) / rate + phase));
+        out[i] = float(amplitude *
+                       std::sin(2 * std::numbers::pi * frequency * double(i) / rate + phase));
     return out;
 }
 
@@ -40,26 +42,31 @@ std::vector<float> noise(double rate, double seconds, double dBFS, unsigned seed
     std::mt19937 engine(seed);
     std::normal_distribution<float> dist(0.0f, float(std::pow(10.0, dBFS / 20)));
     std::vector<float> out(size_t(std::llround(rate * seconds)));
-    for (auto& s : out) s = std::clamp(dist(engine), -1.0f, 1.0f);
+    for (auto& s : out)
+        s = std::clamp(dist(engine), -1.0f, 1.0f);
     return out;
 }
 
 std::vector<float> concat(std::initializer_list<std::vector<float>> parts) {
     std::vector<float> out;
-    for (const auto& part : parts) out.insert(out.end(), part.begin(), part.end());
+    for (const auto& part : parts)
+        out.insert(out.end(), part.begin(), part.end());
     return out;
 }
 
 // libebur128's integrated loudness; every channel weighted 1 unless `defaultWeights`.
-std::optional<double> reference(const Channels& channels, double rate, bool defaultWeights = false) {
+std::optional<double> reference(const Channels& channels, double rate,
+                                bool defaultWeights = false) {
     const unsigned n = unsigned(channels.size());
     ebur128_state* state = ebur128_init(n, unsigned(rate), EBUR128_MODE_I);
     if (!defaultWeights)
-        for (unsigned c = 0; c < n; ++c) ebur128_set_channel(state, c, EBUR128_LEFT);
+        for (unsigned c = 0; c < n; ++c)
+            ebur128_set_channel(state, c, EBUR128_LEFT);
     const size_t frames = channels[0].size();
     std::vector<float> interleaved(frames * n);
     for (size_t i = 0; i < frames; ++i)
-        for (unsigned c = 0; c < n; ++c) interleaved[i * n + c] = channels[c][i];
+        for (unsigned c = 0; c < n; ++c)
+            interleaved[i * n + c] = channels[c][i];
     ebur128_add_frames_float(state, interleaved.data(), frames);
     double loudness = 0;
     int status = ebur128_loudness_global(state, &loudness);
@@ -75,7 +82,8 @@ struct Case {
 };
 
 Channels speech() {
-    const auto path = std::filesystem::temp_directory_path() / ("sonvale-speech-" + std::to_string(::getpid()) + ".wav");
+    const auto path = std::filesystem::temp_directory_path() /
+                      ("sonvale-speech-" + std::to_string(::getpid()) + ".wav");
     const std::string command = "espeak-ng -w '" + path.string() +
                                 "' 'Loudness is measured over the whole programme, with quiet "
                                 "pauses between the words gated away.' 2>/dev/null";
@@ -97,27 +105,36 @@ TEST(Loudness, AgreesWithLibebur128OnVariedSignals) {
     std::vector<Case> cases;
     for (double rate : {8000.0, 22050.0, 44100.0, 48000.0, 96000.0, 192000.0})
         cases.push_back({"1 kHz -20 dBFS stereo at " + std::to_string(int(rate)),
-                         {sine(rate, 3, 1000, -20), sine(rate, 3, 1000, -20)}, rate});
+                         {sine(rate, 3, 1000, -20), sine(rate, 3, 1000, -20)},
+                         rate});
     for (double frequency : {50.0, 100.0, 440.0, 3000.0, 10000.0})
         cases.push_back({"mono " + std::to_string(int(frequency)) + " Hz -12 dBFS",
-                         {sine(48000, 2, frequency, -12)}, 48000});
+                         {sine(48000, 2, frequency, -12)},
+                         48000});
     for (double level : {-6.0, -30.0, -50.0})
         cases.push_back({"noise " + std::to_string(int(level)) + " dBFS",
-                         {noise(44100, 4, level, 1), noise(44100, 4, level, 2)}, 44100});
+                         {noise(44100, 4, level, 1), noise(44100, 4, level, 2)},
+                         44100});
     cases.push_back({"tone with long silence",
-                     {concat({sine(48000, 3, 440, -14), std::vector<float>(48000 * 10, 0.0f), sine(48000, 2, 440, -20)})},
+                     {concat({sine(48000, 3, 440, -14), std::vector<float>(48000 * 10, 0.0f),
+                              sine(48000, 2, 440, -20)})},
                      48000});
-    cases.push_back({"loud and quiet passages (relative gate)",
-                     {concat({noise(48000, 5, -10, 3), noise(48000, 5, -45, 4), noise(48000, 5, -12, 5)}),
-                      concat({noise(48000, 5, -10, 6), noise(48000, 5, -45, 7), noise(48000, 5, -12, 8)})},
-                     48000});
+    cases.push_back(
+        {"loud and quiet passages (relative gate)",
+         {concat({noise(48000, 5, -10, 3), noise(48000, 5, -45, 4), noise(48000, 5, -12, 5)}),
+          concat({noise(48000, 5, -10, 6), noise(48000, 5, -45, 7), noise(48000, 5, -12, 8)})},
+         48000});
     cases.push_back({"near the absolute gate", {noise(48000, 5, -68, 9)}, 48000});
     Channels surround;
-    for (int c = 0; c < 6; ++c) surround.push_back(sine(48000, 3, 200 + 150 * c, -25 - c));
+    for (int c = 0; c < 6; ++c)
+        surround.push_back(sine(48000, 3, 200 + 150 * c, -25 - c));
     cases.push_back({"5.1 weighted 1 per channel", surround, 48000});
-    cases.push_back({"odd length", {sine(44100, 1.2345, 700, -9), noise(44100, 1.2345, -18, 10)}, 44100});
-    if (auto voice = speech(); !voice.empty()) cases.push_back({"espeak-ng speech", voice, 22050});
-    else ADD_FAILURE() << "espeak-ng could not make the speech sample";
+    cases.push_back(
+        {"odd length", {sine(44100, 1.2345, 700, -9), noise(44100, 1.2345, -18, 10)}, 44100});
+    if (auto voice = speech(); !voice.empty())
+        cases.push_back({"espeak-ng speech", voice, 22050});
+    else
+        ADD_FAILURE() << "espeak-ng could not make the speech sample";
 
     ASSERT_GE(cases.size(), 20u);
     for (const auto& c : cases) {
@@ -141,17 +158,23 @@ TEST(Loudness, SurroundDiffersFromBroadcastWeightingByDesign) {
 TEST(Loudness, Tech3341ToneCases) {
     const double rate = 48000;
     auto stereo = [&](std::vector<float> mono) { return Channels{mono, mono}; };
-    struct Tone { double frequency, dBFS, expected; };
-    for (Tone t : {Tone{1000, -23, -23}, Tone{1000, -33, -33}, Tone{997, -23, -23}, Tone{997, -33, -33}}) {
-        auto measured = Loudness::integrated(*makeAudio(stereo(sine(rate, 20, t.frequency, t.dBFS)), rate));
+    struct Tone {
+        double frequency, dBFS, expected;
+    };
+    for (Tone t :
+         {Tone{1000, -23, -23}, Tone{1000, -33, -33}, Tone{997, -23, -23}, Tone{997, -33, -33}}) {
+        auto measured =
+            Loudness::integrated(*makeAudio(stereo(sine(rate, 20, t.frequency, t.dBFS)), rate));
         ASSERT_TRUE(measured);
         EXPECT_NEAR(*measured, t.expected, 0.1) << t.frequency << " Hz at " << t.dBFS;
     }
     // Level changes: the quiet parts fall below the relative gate.
-    auto gated = concat({sine(rate, 10, 1000, -36), sine(rate, 60, 1000, -23), sine(rate, 10, 1000, -36)});
+    auto gated =
+        concat({sine(rate, 10, 1000, -36), sine(rate, 60, 1000, -23), sine(rate, 10, 1000, -36)});
     EXPECT_NEAR(*Loudness::integrated(*makeAudio(stereo(gated), rate)), -23, 0.1);
-    auto deep = concat({sine(rate, 10, 1000, -72), sine(rate, 10, 1000, -36), sine(rate, 60, 1000, -23),
-                        sine(rate, 10, 1000, -36), sine(rate, 10, 1000, -72)});
+    auto deep =
+        concat({sine(rate, 10, 1000, -72), sine(rate, 10, 1000, -36), sine(rate, 60, 1000, -23),
+                sine(rate, 10, 1000, -36), sine(rate, 10, 1000, -72)});
     EXPECT_NEAR(*Loudness::integrated(*makeAudio(stereo(deep), rate)), -23, 0.1);
 }
 
@@ -189,11 +212,13 @@ TEST(Loudness, KWeightingHasTheBroadcastResponse) {
 TEST(LoudnessTargets, ListsTheThreeStandardsAndACustomTargetSortedByValue) {
     auto titles = [](const std::vector<LoudnessTarget>& targets) {
         std::vector<std::string> out;
-        for (const auto& t : targets) out.push_back(loudnessMenuTitle(t));
+        for (const auto& t : targets)
+            out.push_back(loudnessMenuTitle(t));
         return out;
     };
     EXPECT_EQ(titles(loudnessTargets(std::nullopt)),
-              (std::vector<std::string>{"Loudness to -14 LUFS (streaming)", "Loudness to -16 LUFS (podcasts)",
+              (std::vector<std::string>{"Loudness to -14 LUFS (streaming)",
+                                        "Loudness to -16 LUFS (podcasts)",
                                         "Loudness to -23 LUFS (EBU R128 broadcast)"}));
     EXPECT_EQ(loudnessTargets(-16.0).size(), 3u);
     auto withCustom = loudnessTargets(-19.0);
@@ -229,7 +254,8 @@ TEST(AudibleRange, PadsTheLoudPartAndFindsNothingInSilence) {
 TEST(AudibleRange, FiveMillisecondsOfSilenceAtEachEndIsCoveredByThePadding) {
     const double rate = 48000;
     auto body = sine(rate, 1, 440, -6);
-    auto audio = makeAudio({concat({std::vector<float>(240, 0.0f), body, std::vector<float>(240, 0.0f)})}, rate);
+    auto audio = makeAudio(
+        {concat({std::vector<float>(240, 0.0f), body, std::vector<float>(240, 0.0f)})}, rate);
     auto range = audio->audibleRange(-60, 0.01);
     ASSERT_TRUE(range);
     EXPECT_EQ(*range, (FrameRange{0, audio->frameCount}));

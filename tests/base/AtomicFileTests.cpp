@@ -20,8 +20,9 @@ std::string readAll(const fs::path& path) {
 struct TempDir {
     fs::path path;
     TempDir() {
-        path = fs::temp_directory_path() / ("sonvale-atomic-" + std::to_string(::getpid()) + "-" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        path = fs::temp_directory_path() /
+               ("sonvale-atomic-" + std::to_string(::getpid()) + "-" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(path);
         fs::create_directories(path);
     }
@@ -56,12 +57,14 @@ TEST(AtomicFile, FailureNamesTheFileAndKeepsTheOldContents) {
         writeFileAtomically(blocked, "x");
         FAIL() << "expected a FileError";
     } catch (const FileError& error) {
-        EXPECT_NE(std::string(error.what()).find("\u201Cblocked\u201D"), std::string::npos) << error.what();
+        EXPECT_NE(std::string(error.what()).find("\u201Cblocked\u201D"), std::string::npos)
+            << error.what();
     }
     EXPECT_EQ(readAll(file), "precious");
     // No temporary file was left behind.
     int entries = 0;
-    for (auto& entry : fs::directory_iterator(dir.path)) entries += entry.path().filename().string()[0] == '.';
+    for (auto& entry : fs::directory_iterator(dir.path))
+        entries += entry.path().filename().string()[0] == '.';
     EXPECT_EQ(entries, 0);
 }
 

@@ -15,7 +15,8 @@ TEST(ParallelFor, RunsEveryIndexOnceAlsoWhenNestedInsideItself) {
             // Three inner loops per outer index: a call from a pool thread must finish too.
             parallelFor(3, [&](size_t j) { ++runs[i * 3 + j]; });
         });
-        for (const auto& r : runs) ASSERT_EQ(r.load(), 1) << count;
+        for (const auto& r : runs)
+            ASSERT_EQ(r.load(), 1) << count;
     }
 }
 

@@ -7,8 +7,10 @@
 using namespace sonvale;
 
 TEST(Uuid, RandomTextIsCanonicalUpperCaseVersion4) {
-    const std::regex canonical("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
-    for (int i = 0; i < 100; ++i) EXPECT_TRUE(std::regex_match(Uuid::random().text(), canonical));
+    const std::regex canonical(
+        "[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+    for (int i = 0; i < 100; ++i)
+        EXPECT_TRUE(std::regex_match(Uuid::random().text(), canonical));
 }
 
 TEST(Uuid, ParsesEitherCaseAndPrintsUpperCase) {
@@ -28,7 +30,8 @@ TEST(Uuid, RejectsMalformedText) {
 
 TEST(Uuid, RandomIdsDoNotRepeatAndHashApart) {
     std::unordered_set<Uuid> ids;
-    for (int i = 0; i < 10000; ++i) ids.insert(Uuid::random());
+    for (int i = 0; i < 10000; ++i)
+        ids.insert(Uuid::random());
     EXPECT_EQ(ids.size(), 10000u);
     EXPECT_TRUE(Uuid().isNil());
     EXPECT_FALSE(Uuid::random().isNil());

@@ -7,10 +7,10 @@
 
 #include "effects/EffectKind.h"
 
-#include "effects/EffectRenderer.h"
-#include "effects/EffectChain.h"
-#include "effects/EffectSetup.h"
 #include "audio/AudioLoader.h"
+#include "effects/EffectChain.h"
+#include "effects/EffectRenderer.h"
+#include "effects/EffectSetup.h"
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
@@ -66,7 +66,8 @@ protected:
 
 float peak(const std::vector<float>& samples) {
     float largest = 0;
-    for (float s : samples) largest = std::max(largest, std::fabs(s));
+    for (float s : samples)
+        largest = std::max(largest, std::fabs(s));
     return largest;
 }
 
@@ -102,8 +103,8 @@ TEST_F(ApplyCommand, TheWholeFileStreamedIsTheRenderOfTheLoadedFile) {
     auto render = chain.renderProcessor(audio->sampleRate, audio->channelCount());
     const auto tail = sonvale::EffectRenderer::tailFrames(render.tailSeconds, audio->sampleRate);
     ASSERT_GT(tail, 48000);
-    auto expected = sonvale::EffectRenderer::render(*audio, {0, audio->frameCount}, tail,
-                                                     *render.processor);
+    auto expected =
+        sonvale::EffectRenderer::render(*audio, {0, audio->frameCount}, tail, *render.processor);
     auto result = read(out());
     ASSERT_EQ(result.channels, 2);
     for (int c = 0; c < 2; ++c) {
@@ -142,8 +143,10 @@ TEST_F(ApplyCommand, RangeIsProcessedAndTheTailLengthensTheFile) {
     for (int c = 0; c < 2; ++c) {
         auto& before = source.samples[size_t(c)];
         auto& after = result.samples[size_t(c)];
-        for (size_t i = 0; i < 24000; i += 101) ASSERT_EQ(after[i], before[i]);
-        for (size_t i = 72000; i < before.size(); i += 101) ASSERT_EQ(after[i + size_t(tail)], before[i]);
+        for (size_t i = 0; i < 24000; i += 101)
+            ASSERT_EQ(after[i], before[i]);
+        for (size_t i = 72000; i < before.size(); i += 101)
+            ASSERT_EQ(after[i + size_t(tail)], before[i]);
     }
     // The compressor turned the -6 dB left channel down by about 9 dB inside the range.
     EXPECT_LT(peak({result.samples[0].begin() + 60000, result.samples[0].begin() + 72000}), 0.25f);
@@ -165,7 +168,8 @@ TEST_F(ApplyCommand, RefusesUnknownPresetsAndBadArgumentsWithoutWriting) {
 }
 
 TEST_F(ApplyCommand, RangeInSecondsAndOpenEndsCoverTheRestOfTheFile) {
-    auto run = apply(in() + " -o " + out() + " --range 2.5s: --effect 'limiter,Gain=0,Ceiling=-12'");
+    auto run =
+        apply(in() + " -o " + out() + " --range 2.5s: --effect 'limiter,Gain=0,Ceiling=-12'");
     ASSERT_EQ(run.status, 0) << run.output;
     auto source = read(in());
     auto result = read(out());

@@ -5,6 +5,7 @@
 #include "support/AudioFiles.h"
 
 #include <cmath>
+#include <csignal>
 #include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -14,7 +15,6 @@
 #include <spawn.h>
 #include <sstream>
 #include <sys/wait.h>
-#include <csignal>
 #include <unistd.h>
 
 extern char** environ;
@@ -77,9 +77,7 @@ CliRun cli(const std::vector<std::string>& args) {
     return run;
 }
 
-std::string path(const char* name) {
-    return fixture(name).string();
-}
+std::string path(const char* name) { return fixture(name).string(); }
 
 // ---- info -----------------------------------------------------------------------------
 
@@ -281,7 +279,11 @@ TEST(CliExport, RangesInSecondsOrOpenEndedNameTheSameFramesAsApplysAndGainsStayS
     const struct {
         const char* range;
         int64_t frames;
-    } cases[] = {{"0:1s", 44100}, {"0.5s:1s", 22050}, {"44100:", 44100}, {":22050", 22050}, {"1s:2s", 44100}};
+    } cases[] = {{"0:1s", 44100},
+                 {"0.5s:1s", 22050},
+                 {"44100:", 44100},
+                 {":22050", 22050},
+                 {"1s:2s", 44100}};
     for (const auto& c : cases) {
         const CliRun run = cli({"export", path("mono.wav"), "-o", out, "--range", c.range});
         ASSERT_EQ(run.status, 0) << c.range << ": " << run.err;
@@ -290,8 +292,10 @@ TEST(CliExport, RangesInSecondsOrOpenEndedNameTheSameFramesAsApplysAndGainsStayS
     for (const char* gain : {"1e308", "-200", "48.5"}) {
         const CliRun run = cli({"export", path("mono.wav"), "-o", out, "--gain", gain});
         EXPECT_EQ(run.status, 1);
-        EXPECT_EQ(run.err, std::string("sonvale-cli export: --gain must be between -96 and +48 dB, not \u201C") +
-                               gain + "\u201D\n");
+        EXPECT_EQ(
+            run.err,
+            std::string("sonvale-cli export: --gain must be between -96 and +48 dB, not \u201C") +
+                gain + "\u201D\n");
     }
     EXPECT_EQ(cli({"export", path("mono.wav"), "-o", out, "--gain", "48"}).status, 0);
 }
@@ -343,7 +347,8 @@ TEST(CliExport, AnExportKilledHalfWayLeavesTheFileItWouldReplace) {
     test::TemporaryFolder folder;
     const auto input = folder / "long.wav";
     std::vector<float> noise(size_t(120 * 48000));
-    for (size_t i = 0; i < noise.size(); ++i) noise[i] = float((i * 7919) % 2000) / 4000.0f - 0.25f;
+    for (size_t i = 0; i < noise.size(); ++i)
+        noise[i] = float((i * 7919) % 2000) / 4000.0f - 0.25f;
     AudioExporter::writeLossless(AudioClip{48000, {noise, noise}}, input);
     const auto keep = folder / "keep.m4a";
     ASSERT_EQ(cli({"export", path("stereo-s16.wav"), "-o", keep.string()}).status, 0);
@@ -352,13 +357,15 @@ TEST(CliExport, AnExportKilledHalfWayLeavesTheFileItWouldReplace) {
     std::string self = SONVALE_CLI_PATH;
     std::vector<std::string> args{self, "export", input.string(), "-o", keep.string()};
     std::vector<char*> argv;
-    for (auto& arg : args) argv.push_back(arg.data());
+    for (auto& arg : args)
+        argv.push_back(arg.data());
     argv.push_back(nullptr);
     pid_t pid = 0;
     ASSERT_EQ(posix_spawn(&pid, SONVALE_CLI_PATH, nullptr, nullptr, argv.data(), environ), 0);
     // Until the half-written temporary file has appeared, then a little longer.
     for (int i = 0; i < 500 && std::distance(std::filesystem::directory_iterator(folder.path()),
-                                             std::filesystem::directory_iterator()) < 3; ++i)
+                                             std::filesystem::directory_iterator()) < 3;
+         ++i)
         ::usleep(2000);
     ::usleep(50000);
     ::kill(pid, SIGKILL);

@@ -8,9 +8,7 @@
 #include <string>
 #include <sys/wait.h>
 
-namespace {
-
-} // namespace
+namespace {} // namespace
 
 TEST(EffectsCommand, ListsEveryKindWithItsParametersAndPresets) {
     auto run = sonvale::test::runCli("effects");

@@ -10,8 +10,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -33,8 +33,8 @@ namespace {
 // A two-second 440 Hz tone made by sox, in the temporary directory.
 std::string toneFile() {
     auto path = std::filesystem::temp_directory_path() / "sonvale-play-tone.wav";
-    std::string command = "sox -n -r 48000 -c 2 -b 16 " + path.string() +
-                          " synth 2 sine 440 vol 0.5 2>/dev/null";
+    std::string command =
+        "sox -n -r 48000 -c 2 -b 16 " + path.string() + " synth 2 sine 440 vol 0.5 2>/dev/null";
     if (std::system(command.c_str()) != 0) return {};
     return path.string();
 }
@@ -82,10 +82,12 @@ TEST(PlayCommand, RejectsBadArgumentsWithAClearMessage) {
 
     run = runCli("play x.wav --speed 3");
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.output.find("--speed must lie between 0.5 and 2"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("--speed must lie between 0.5 and 2"), std::string::npos)
+        << run.output;
 
     run = runCli("play x.wav --speed fast");
-    EXPECT_NE(run.output.find("--speed needs a number, not “fast”"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("--speed needs a number, not “fast”"), std::string::npos)
+        << run.output;
 }
 
 // The effect syntax is the one `apply` takes; its messages are tested with EffectSetup.
@@ -145,7 +147,8 @@ TEST(HeardPlayCommand, InterruptStopsCleanly) {
     posix_spawn_file_actions_addclose(&actions, fds[0]);
     const char* argv[] = {SONVALE_CLI_PATH, "play", file.c_str(), "--loop", nullptr};
     pid_t pid = -1;
-    int error = posix_spawn(&pid, SONVALE_CLI_PATH, &actions, nullptr, const_cast<char**>(argv), environ);
+    int error =
+        posix_spawn(&pid, SONVALE_CLI_PATH, &actions, nullptr, const_cast<char**>(argv), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(fds[1]);
     ASSERT_EQ(error, 0);
@@ -153,7 +156,8 @@ TEST(HeardPlayCommand, InterruptStopsCleanly) {
     kill(pid, SIGINT);
     std::string output;
     std::array<char, 4096> buffer;
-    for (ssize_t n; (n = read(fds[0], buffer.data(), buffer.size())) > 0;) output.append(buffer.data(), size_t(n));
+    for (ssize_t n; (n = read(fds[0], buffer.data(), buffer.size())) > 0;)
+        output.append(buffer.data(), size_t(n));
     close(fds[0]);
     int status = 0;
     waitpid(pid, &status, 0);
@@ -195,7 +199,8 @@ TEST(HeardPlayCommand, WhatIsHeardIsWhatApplyWritesOnEveryChannelCount) {
         const int64_t frames = dry->frameCount - 4800;
         auto onset = [](const float* samples, int64_t count) {
             return std::find_if(samples, samples + count,
-                                [](float x) { return std::fabs(x) > 0.02f; }) - samples;
+                                [](float x) { return std::fabs(x) > 0.02f; }) -
+                   samples;
         };
         const int64_t heardOnset = onset(recorder.left.data(), int64_t(recorder.left.size()));
         ASSERT_LT(heardOnset, int64_t(recorder.left.size())) << "nothing was heard";

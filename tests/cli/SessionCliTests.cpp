@@ -16,9 +16,7 @@ using namespace std::chrono;
 
 namespace {
 
-std::string quoted(const fs::path& path) {
-    return "'" + path.string() + "'";
-}
+std::string quoted(const fs::path& path) { return "'" + path.string() + "'"; }
 
 TimelineState::Lane lane(const std::string& name, int clips) {
     TimelineState::Lane lane;
@@ -33,11 +31,13 @@ TimelineState::Bus bus(const std::string& name) {
     return bus;
 }
 
-SessionBundle::Track trackFrom(const fs::path& source, AudioDataPtr edited = nullptr, std::string name = "") {
+SessionBundle::Track trackFrom(const fs::path& source, AudioDataPtr edited = nullptr,
+                               std::string name = "") {
     return {TrackState{}, source, std::move(edited), std::move(name), false};
 }
 
-const SessionBundle::Clock::time_point firstSave = sys_days(2024y / March / 5) + 12h + 34min + 56s + 789ms;
+const SessionBundle::Clock::time_point firstSave =
+    sys_days(2024y / March / 5) + 12h + 34min + 56s + 789ms;
 const SessionBundle::Clock::time_point secondSave = sys_days(2024y / March / 5) + 12h + 40min;
 
 // Two saves of one bundle. The second: a fixture file, a file that isn't there and an edit
@@ -47,14 +47,15 @@ protected:
     void SetUp() override {
         TimelineState before;
         before.lanes = {lane("Dialogue", 1)};
-        SessionBundle::write({trackFrom(test::fixture("stereo-s16.wav"))}, {}, false, before, {}, {},
-                             SessionBundle::NewSnapshot{firstSave, {}}, bundle);
+        SessionBundle::write({trackFrom(test::fixture("stereo-s16.wav"))}, {}, false, before, {},
+                             {}, SessionBundle::NewSnapshot{firstSave, {}}, bundle);
 
         TimelineState after;
         after.lanes = {lane("Dialogue", 2), lane("Music", 1)};
         after.mixer.emplace().buses = {bus("Reverb"), bus("Echo")};
         const auto edit = test::makeAudio(48000, {std::vector<float>(24000, 0.25f)});
-        SessionBundle::write({trackFrom(test::fixture("stereo-s16.wav")), trackFrom(folder / "gone.wav"),
+        SessionBundle::write({trackFrom(test::fixture("stereo-s16.wav")),
+                              trackFrom(folder / "gone.wav"),
                               trackFrom(folder / "take.wav", edit, "Edit")},
                              {}, false, after, {}, SessionBundle::history(bundle),
                              SessionBundle::NewSnapshot{secondSave, {}}, bundle);
@@ -67,23 +68,24 @@ protected:
 TEST_F(SessionCliInfo, PrintsTheFormatTracksLanesBusesAndSnapshotsOldestFirst) {
     const auto run = test::runCli("session info " + quoted(bundle));
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.output,
-              bundle.string() + ": session format 2\n" +
-                  "tracks: 3\n"
-                  "  " + test::fixture("stereo-s16.wav").string() + ": found, 3.000 s\n" +
-                  "  " + (folder / "gone.wav").string() + ": missing\n" +
-                  "  " + (bundle / "Audio/Edit.wav").string() + ": found, 0.500 s\n" +
-                  "lanes: 2\n"
-                  "  Dialogue: 2 clips\n"
-                  "  Music: 1 clip\n"
-                  "buses: 2\n"
-                  "  Reverb\n"
-                  "  Echo\n"
-                  "snapshots: 2\n"
-                  "  " + SessionBundle::snapshotID(firstSave) +
-                  ": saved 2024-03-05T12:34:56.789Z, 1 track, 1 lane, 1 clip\n" +
-                  "  " + SessionBundle::snapshotID(secondSave) +
-                  ": saved 2024-03-05T12:40:00.000Z, 3 tracks, 2 lanes, 3 clips\n");
+    EXPECT_EQ(run.output, bundle.string() + ": session format 2\n" +
+                              "tracks: 3\n"
+                              "  " +
+                              test::fixture("stereo-s16.wav").string() + ": found, 3.000 s\n" +
+                              "  " + (folder / "gone.wav").string() + ": missing\n" + "  " +
+                              (bundle / "Audio/Edit.wav").string() + ": found, 0.500 s\n" +
+                              "lanes: 2\n"
+                              "  Dialogue: 2 clips\n"
+                              "  Music: 1 clip\n"
+                              "buses: 2\n"
+                              "  Reverb\n"
+                              "  Echo\n"
+                              "snapshots: 2\n"
+                              "  " +
+                              SessionBundle::snapshotID(firstSave) +
+                              ": saved 2024-03-05T12:34:56.789Z, 1 track, 1 lane, 1 clip\n" + "  " +
+                              SessionBundle::snapshotID(secondSave) +
+                              ": saved 2024-03-05T12:40:00.000Z, 3 tracks, 2 lanes, 3 clips\n");
 }
 
 TEST_F(SessionCliInfo, JSONCarriesTheSameAsTheText) {
@@ -110,12 +112,14 @@ TEST_F(SessionCliInfo, JSONCarriesTheSameAsTheText) {
 TEST(SessionCli, ASessionWithoutATimelineIsFormatOneWithNoLanesOrBuses) {
     test::TemporaryFolder folder;
     const fs::path bundle = folder / "Plain.sonvale";
-    SessionBundle::write({trackFrom(test::fixture("mono.wav"))}, {}, false, std::nullopt, {}, {}, std::nullopt,
-                         bundle);
+    SessionBundle::write({trackFrom(test::fixture("mono.wav"))}, {}, false, std::nullopt, {}, {},
+                         std::nullopt, bundle);
     const auto text = test::runCli("session info " + quoted(bundle));
     EXPECT_EQ(text.output, bundle.string() + ": session format 1\ntracks: 1\n  " +
-                               test::fixture("mono.wav").string() + ": found, 2.000 s\nsnapshots: 0\n");
-    const auto json = nlohmann::json::parse(test::runCli("session info --json " + quoted(bundle)).output);
+                               test::fixture("mono.wav").string() +
+                               ": found, 2.000 s\nsnapshots: 0\n");
+    const auto json =
+        nlohmann::json::parse(test::runCli("session info --json " + quoted(bundle)).output);
     EXPECT_EQ(json["format"], 1);
     EXPECT_EQ(json["lanes"], nlohmann::json::array());
     EXPECT_EQ(json["buses"], nlohmann::json::array());
@@ -125,7 +129,8 @@ TEST(SessionCli, ASessionWithoutATimelineIsFormatOneWithNoLanesOrBuses) {
 TEST(SessionCli, ABundleThatCantBeOpenedFailsWithTheReasonAndStatusOne) {
     test::TemporaryFolder folder;
     fs::create_directories(folder / "Empty.sonvale");
-    SessionBundle::write({}, {}, false, TimelineState{}, {}, {}, std::nullopt, folder / "Future.sonvale");
+    SessionBundle::write({}, {}, false, TimelineState{}, {}, {}, std::nullopt,
+                         folder / "Future.sonvale");
     std::ifstream in(folder / "Future.sonvale/Session.json");
     std::string future{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     future.replace(future.find("\"format\": 2"), 11, "\"format\": 3");
@@ -137,13 +142,16 @@ TEST(SessionCli, ABundleThatCantBeOpenedFailsWithTheReasonAndStatusOne) {
     } cases[] = {
         {"Empty.sonvale", "The file isn't a Sonvale session."},
         {"Nowhere.sonvale", "The file isn't a Sonvale session."},
-        {"Future.sonvale", "The session was saved by a newer version of Sonvale. Update the app to open it."},
+        {"Future.sonvale",
+         "The session was saved by a newer version of Sonvale. Update the app to open it."},
     };
     for (const auto& c : cases)
         for (const char* json : {"", "--json "}) {
-            const auto run = test::runCli(std::string("session info ") + json + quoted(folder / c.bundle));
+            const auto run =
+                test::runCli(std::string("session info ") + json + quoted(folder / c.bundle));
             EXPECT_EQ(run.status, 1) << c.bundle;
-            EXPECT_EQ(run.output, "sonvale-cli session info: " + (folder / c.bundle).string() + ": " + c.reason + "\n");
+            EXPECT_EQ(run.output, "sonvale-cli session info: " + (folder / c.bundle).string() +
+                                      ": " + c.reason + "\n");
         }
 }
 
@@ -154,10 +162,13 @@ TEST(SessionCli, WrongArgumentsAreAUsageErrorWithStatusTwo) {
         std::string message;
     } cases[] = {
         {"session", "sonvale-cli session: no subcommand given" + usage},
-        {"session list x.sonvale", "sonvale-cli session: unknown subcommand \u201Clist\u201D" + usage},
+        {"session list x.sonvale",
+         "sonvale-cli session: unknown subcommand \u201Clist\u201D" + usage},
         {"session info", "sonvale-cli session info: no session given" + usage},
-        {"session info --deep x.sonvale", "sonvale-cli session info: unknown option \u201C--deep\u201D" + usage},
-        {"session info a.sonvale b.sonvale", "sonvale-cli session info: one session at a time" + usage},
+        {"session info --deep x.sonvale",
+         "sonvale-cli session info: unknown option \u201C--deep\u201D" + usage},
+        {"session info a.sonvale b.sonvale",
+         "sonvale-cli session info: one session at a time" + usage},
     };
     for (const auto& c : cases) {
         const auto run = test::runCli(c.arguments);
@@ -168,7 +179,8 @@ TEST(SessionCli, WrongArgumentsAreAUsageErrorWithStatusTwo) {
 
 TEST(SessionCli, HelpListsTheCommand) {
     const auto run = test::runCli("--help");
-    EXPECT_NE(run.output.find("\n  session info [--json] BUNDLE.sonvale "), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("\n  session info [--json] BUNDLE.sonvale "), std::string::npos)
+        << run.output;
 }
 
 } // namespace

@@ -20,8 +20,9 @@ constexpr double rate = 48000;
 
 struct Editor {
     explicit Editor(std::optional<std::filesystem::path> store = std::nullopt)
-        : preferences(store ? std::make_unique<Preferences>(*store) : std::make_unique<Preferences>()),
-          model(std::make_unique<EditorModel>(executor, *preferences)) {}
+        : preferences(store ? std::make_unique<Preferences>(*store)
+                            : std::make_unique<Preferences>())
+        , model(std::make_unique<EditorModel>(executor, *preferences)) {}
 
     ManualExecutor executor;
     std::unique_ptr<Preferences> preferences;
@@ -46,7 +47,8 @@ const std::vector<double>& defaults(EffectKind kind) {
     static std::map<EffectKind, std::vector<double>> cache;
     auto& values = cache[kind];
     if (values.empty())
-        for (const auto& p : parameters(kind)) values.push_back(p.defaultValue);
+        for (const auto& p : parameters(kind))
+            values.push_back(p.defaultValue);
     return values;
 }
 
@@ -247,7 +249,8 @@ TEST(EditorEffects, ApplyingToASelectionLeavesTheRestAndSelectsTheResult) {
     ASSERT_EQ(track->frameCount(), 30000);
     for (size_t c = 0; c < 2; ++c) {
         EXPECT_TRUE(std::equal(after[c].begin(), after[c].begin() + 10000, original[c].begin()));
-        EXPECT_TRUE(std::equal(after[c].begin() + 20000, after[c].end(), original[c].begin() + 20000));
+        EXPECT_TRUE(
+            std::equal(after[c].begin() + 20000, after[c].end(), original[c].begin() + 20000));
         EXPECT_FALSE(std::equal(after[c].begin() + 10000, after[c].begin() + 20000,
                                 original[c].begin() + 10000));
     }
@@ -259,7 +262,8 @@ TEST(EditorEffects, TheTailLengthensTheWholeTrackWhenNothingIsSelected) {
     auto track = e.add(makeNoise(rate, 2, 12000));
     const auto original = samplesOf(*track->audio());
     auto delay = e.add(EffectKind::delay);
-    const int64_t tail = EffectRenderer::tailFrames(tailSeconds(EffectKind::delay, *delay->snapshot()), rate);
+    const int64_t tail =
+        EffectRenderer::tailFrames(tailSeconds(EffectKind::delay, *delay->snapshot()), rate);
     ASSERT_GT(tail, 0);
 
     e.model->applyEffects();
@@ -277,7 +281,8 @@ TEST(EditorEffects, TheTailOfASelectionIsInsertedBeforeTheRest) {
     auto track = e.add(makeNoise(rate, 1, 40000));
     track->setSelection(FrameRange{1000, 2000});
     auto reverb = e.add(EffectKind::reverb);
-    const int64_t tail = EffectRenderer::tailFrames(tailSeconds(EffectKind::reverb, *reverb->snapshot()), rate);
+    const int64_t tail =
+        EffectRenderer::tailFrames(tailSeconds(EffectKind::reverb, *reverb->snapshot()), rate);
     ASSERT_GT(tail, 0);
     e.model->applyEffects();
     e.executor.drain();
@@ -290,9 +295,8 @@ TEST(EditorEffects, ProgressIsReportedWhileTheRenderRuns) {
     e.add(makeNoise(rate, 1, 100000));
     e.add(EffectKind::compressor);
     std::vector<double> seen;
-    e.model->effectsApplyProgressChanged.connect([&] {
-        seen.push_back(e.model->effectsApplyProgress().value_or(-1));
-    });
+    e.model->effectsApplyProgressChanged.connect(
+        [&] { seen.push_back(e.model->effectsApplyProgress().value_or(-1)); });
     e.model->applyEffects();
     e.executor.runBackground();
     e.executor.runMain();

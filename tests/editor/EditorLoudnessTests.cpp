@@ -122,7 +122,8 @@ TEST(EditorTrimSilence, SilentTracksAndTracksWithoutSilenceGetTheirAlerts) {
     auto tight = editor.add(test::makeAudio(48000, {tone(48000, 0.5f, 240)}));
     editor.model.trimSilence();
     ASSERT_TRUE(editor.model.alert());
-    EXPECT_EQ(*editor.model.alert(),
-              (AppAlert{"Nothing to trim", "There's no silence (below -60 dBFS) at the start or end."}));
+    EXPECT_EQ(
+        *editor.model.alert(),
+        (AppAlert{"Nothing to trim", "There's no silence (below -60 dBFS) at the start or end."}));
     EXPECT_FALSE(tight->undoStack().canUndo());
 }

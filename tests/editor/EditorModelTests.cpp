@@ -1,10 +1,10 @@
 #include "editor/EditorModel.h"
 
+#include "audio/AudioLoader.h"
 #include "base/ManualExecutor.h"
 #include "persistence/Preferences.h"
 #include "support/ModelTestAudio.h"
 #include "support/ModelTestFiles.h"
-#include "audio/AudioLoader.h"
 
 #include <gtest/gtest.h>
 
@@ -184,7 +184,8 @@ TEST(EditorModel, DeletingTheWholeTrackFailsWithAnAlertAndChangesNothing) {
     e.model.deleteSelection();
     ASSERT_TRUE(e.model.alert());
     EXPECT_EQ(*e.model.alert(),
-              (AppAlert{"Delete failed", "A track can't be left empty. Remove it from the list instead."}));
+              (AppAlert{"Delete failed",
+                        "A track can't be left empty. Remove it from the list instead."}));
     EXPECT_EQ(track->audio(), audio);
     EXPECT_EQ(track->selection(), (FrameRange{0, 1000}));
     EXPECT_FALSE(track->undoStack().canUndo());
@@ -283,7 +284,8 @@ TEST(EditorModel, PasteMatchesTheClipToTheTracksChannels) {
     EXPECT_EQ(channel(*mono, 0), (std::vector<float>{0.375f, 0, 0}));
 
     // three channels into stereo: the third is dropped
-    auto stereo2 = e.add(makeAudio(48000, {std::vector<float>(1, 0.f), std::vector<float>(1, 0.f)}));
+    auto stereo2 =
+        e.add(makeAudio(48000, {std::vector<float>(1, 0.f), std::vector<float>(1, 0.f)}));
     e.model.setClipboard(makeClip(48000, {{0.1f}, {0.2f}, {0.3f}}));
     e.model.paste();
     EXPECT_EQ(channel(*stereo2, 0)[0], 0.1f);
@@ -375,8 +377,9 @@ TEST(EditorModel, TrimToNothingFailsWithAnAlert) {
     auto track = e.add(audio);
     e.model.trim({500, 500}, "Trim", true);
     ASSERT_TRUE(e.model.alert());
-    EXPECT_EQ(*e.model.alert(),
-              (AppAlert{"Trim failed", "A track can't be left empty. Remove it from the list instead."}));
+    EXPECT_EQ(
+        *e.model.alert(),
+        (AppAlert{"Trim failed", "A track can't be left empty. Remove it from the list instead."}));
     EXPECT_EQ(track->audio(), audio);
     EXPECT_FALSE(track->undoStack().canUndo());
 }
@@ -389,13 +392,16 @@ struct TrackSnapshot {
     std::vector<Marker> markers;
     friend bool operator==(const TrackSnapshot&, const TrackSnapshot&) = default;
 };
-TrackSnapshot capture(const AudioTrack& track) { return {samplesOf(*track.audio()), track.markers()}; }
+TrackSnapshot capture(const AudioTrack& track) {
+    return {samplesOf(*track.audio()), track.markers()};
+}
 } // namespace
 
 TEST(EditorModel, RandomEditsUndoneRestoreTheOriginalAndRedoneRestoreTheEdit) {
     Editor e;
     auto track = e.add(makeNoise(48000, 2, 3000, 5));
-    track->setMarkers({{Uuid::random(), "Intro", 100, 900}, {Uuid::random(), "Marker 1", 1500, std::nullopt}});
+    track->setMarkers(
+        {{Uuid::random(), "Intro", 100, 900}, {Uuid::random(), "Marker 1", 1500, std::nullopt}});
     std::mt19937 random(20240611);
     std::vector<TrackSnapshot> states{capture(*track)};
     std::vector<std::string> names;
@@ -510,7 +516,8 @@ TEST(EditorModel, WorkFinishingAfterTheModelIsGoneIsDropped) {
         model.setSelectedTrackIDs({track->id()});
         track->select(0, 10, false);
         model.newTrackFromSelection();
-        model.exportJobs(track->audio(), {{{0, 10}, folder / "blocker/out.wav"}}, 1, ExportFormat::wav16);
+        model.exportJobs(track->audio(), {{{0, 10}, folder / "blocker/out.wav"}}, 1,
+                         ExportFormat::wav16);
     }
     EXPECT_GT(executor.drain(), 0);
 }
@@ -525,10 +532,12 @@ TEST(EditorModel, TrackThatCannotBeDecodedShowsWhyInItsState) {
     e.model.load(track);
     EXPECT_EQ(track->state(), AudioTrack::LoadState(AudioTrack::Loading{0}));
     e.executor.runBackground();
-    EXPECT_EQ(track->state(), AudioTrack::LoadState(AudioTrack::Loading{0})); // not before main runs
+    EXPECT_EQ(track->state(),
+              AudioTrack::LoadState(AudioTrack::Loading{0})); // not before main runs
     e.executor.runMain();
     ASSERT_TRUE(std::holds_alternative<AudioTrack::Failed>(track->state()));
-    EXPECT_NE(std::get<AudioTrack::Failed>(track->state()).message.find("missing.wav"), std::string::npos);
+    EXPECT_NE(std::get<AudioTrack::Failed>(track->state()).message.find("missing.wav"),
+              std::string::npos);
     EXPECT_FALSE(track->audio());
 }
 
@@ -615,7 +624,8 @@ namespace {
 std::vector<std::string> relativeNames(const std::vector<AudioTrackPtr>& tracks,
                                        const std::filesystem::path& root) {
     std::vector<std::string> names;
-    for (const auto& t : tracks) names.push_back(t->url().lexically_relative(root).string());
+    for (const auto& t : tracks)
+        names.push_back(t->url().lexically_relative(root).string());
     return names;
 }
 
@@ -634,7 +644,8 @@ TEST(EditorModel, OpeningAFolderTreeFindsVisibleAudioFilesInPathOrder) {
     std::filesystem::copy_file(sonvale::test::fixture("noise.wav"), tree / "d-noise.wav");
     std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), tree / ".hidden.wav");
     std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), tree / ".cache/inner.wav");
-    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), tree / "Old.sonvale/Audio/take.wav");
+    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"),
+                               tree / "Old.sonvale/Audio/take.wav");
     writeText(tree / "notes.txt", "not audio");
     writeText(tree / "cover.jpg", "not audio either");
     std::filesystem::create_symlink(tree / "gone.wav", tree / "dangling.wav");
@@ -650,7 +661,8 @@ TEST(EditorModel, OpeningAFolderTreeFindsVisibleAudioFilesInPathOrder) {
     EXPECT_EQ(tracksSignals, 1);
     EXPECT_EQ(e.model.selectedTrackIDs().size(), 4u);
     EXPECT_EQ(e.model.activeTrack(), opened[0]);
-    for (const auto& t : opened) EXPECT_EQ(t->state(), AudioTrack::LoadState(AudioTrack::Loading{0}));
+    for (const auto& t : opened)
+        EXPECT_EQ(t->state(), AudioTrack::LoadState(AudioTrack::Loading{0}));
 
     e.executor.drain();
     EXPECT_TRUE(opened[0]->isReady());
@@ -750,9 +762,11 @@ TEST(EditorModel, NewTrackFromSelectionCarriesSamplesMarkersAndGain) {
     EXPECT_EQ(made->sampleRate(), 44100);
     EXPECT_EQ(made->gainDB(), -4.5f);
     std::vector<std::tuple<std::string, int64_t, std::optional<int64_t>>> markers;
-    for (const auto& m : made->markers()) markers.emplace_back(m.name, m.start, m.end);
-    EXPECT_EQ(markers, (std::vector<std::tuple<std::string, int64_t, std::optional<int64_t>>>{
-                           {"at start", 0, 100}, {"inside", 500, std::nullopt}, {"long", 600, 2000}}));
+    for (const auto& m : made->markers())
+        markers.emplace_back(m.name, m.start, m.end);
+    EXPECT_EQ(markers,
+              (std::vector<std::tuple<std::string, int64_t, std::optional<int64_t>>>{
+                  {"at start", 0, 100}, {"inside", 500, std::nullopt}, {"long", 600, 2000}}));
     EXPECT_NE(made->markers()[0].id, source->markers()[1].id);
     EXPECT_FALSE(made->undoStack().canUndo());
 }
@@ -794,7 +808,8 @@ TEST(EditorModel, WholeTrackExportMarksTheRevisionItStartedFrom) {
     ASSERT_GE(progress.size(), 3u);
     EXPECT_EQ(progress.front(), 0.0);
     EXPECT_EQ(progress.back(), std::nullopt);
-    for (size_t i = 1; i + 1 < progress.size(); ++i) EXPECT_GT(*progress[i], *progress[i - 1]);
+    for (size_t i = 1; i + 1 < progress.size(); ++i)
+        EXPECT_GT(*progress[i], *progress[i - 1]);
     const auto written = AudioLoader::load(folder / "out.wav");
     EXPECT_EQ(written->frameCount, 199990);
     EXPECT_EQ(written->channelCount(), 2);
@@ -809,7 +824,8 @@ TEST(EditorModel, SelectionExportWritesTheSelectionWithGainAndLeavesTheRevision)
     Editor e;
     TempFolder folder;
     std::vector<float> ramp(1000);
-    for (size_t i = 0; i < ramp.size(); ++i) ramp[i] = float(i) / 1000.0f;
+    for (size_t i = 0; i < ramp.size(); ++i)
+        ramp[i] = float(i) / 1000.0f;
     auto track = e.add(makeAudio(48000, {ramp}));
     track->setGainDB(6.0206f); // x2: everything from 0.5 up clips
     track->select(400, 700, false);

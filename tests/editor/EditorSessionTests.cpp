@@ -18,7 +18,8 @@ namespace {
 
 // A model with an automatic store and preferences in a private folder, and real files.
 struct Session {
-    explicit Session(const fs::path& root) : root(root) {}
+    explicit Session(const fs::path& root)
+        : root(root) {}
     fs::path root;
     ManualExecutor executor;
     Preferences preferences{root / "preferences.json"};
@@ -103,7 +104,8 @@ TEST(EditorSession, TheNextLaunchGetsTheTracksTheirEditsAndTheirViewBack) {
     // The vanished file stays in the session as missing, with how to find it.
     const auto& gone = next.model.tracks()[1];
     EXPECT_TRUE(EditorModel::isMissing(*gone));
-    EXPECT_EQ(std::get<AudioTrack::Failed>(gone->state()).message, EditorModel::missingFileMessage(missing));
+    EXPECT_EQ(std::get<AudioTrack::Failed>(gone->state()).message,
+              EditorModel::missingFileMessage(missing));
     EXPECT_EQ(next.stored()->tracks[1].path, missing.string());
     writeRamp(folder / "Found/Gone.wav");
     writeRamp(folder / "Found/Take.wav");
@@ -199,7 +201,8 @@ TEST(EditorSession, SavingIsRefusedWhileRecordingAndFailuresSayWhy) {
     auto track = s.open(writeRamp(folder / "Take.wav"));
     track->setIsRecording(true);
     s.model.saveDocumentAs(folder / "Show.sonvale");
-    EXPECT_EQ(s.model.alert(), (AppAlert{EditorModel::saveFailedTitle, "Stop recording before saving the session."}));
+    EXPECT_EQ(s.model.alert(), (AppAlert{EditorModel::saveFailedTitle,
+                                         "Stop recording before saving the session."}));
     EXPECT_FALSE(s.model.isSavingDocument());
     track->setIsRecording(false);
 
@@ -211,6 +214,7 @@ TEST(EditorSession, SavingIsRefusedWhileRecordingAndFailuresSayWhy) {
 
     fs::create_directories(folder / "Empty.sonvale");
     EXPECT_FALSE(s.model.openDocumentNow(folder / "Empty.sonvale"));
-    EXPECT_NE(s.model.alert()->message.find("The file isn't a Sonvale session."), std::string::npos);
+    EXPECT_NE(s.model.alert()->message.find("The file isn't a Sonvale session."),
+              std::string::npos);
     EXPECT_EQ(s.model.tracks().size(), 1u); // the live session is untouched
 }

@@ -24,14 +24,17 @@ struct Editor {
     }
 };
 
-Marker point(const std::string& name, int64_t at) { return {Uuid::random(), name, at, std::nullopt}; }
+Marker point(const std::string& name, int64_t at) {
+    return {Uuid::random(), name, at, std::nullopt};
+}
 Marker region(const std::string& name, int64_t start, int64_t end) {
     return {Uuid::random(), name, start, end};
 }
 
 std::vector<std::string> names(const AudioTrack& track) {
     std::vector<std::string> result;
-    for (const auto& m : track.markers()) result.push_back(m.name);
+    for (const auto& m : track.markers())
+        result.push_back(m.name);
     return result;
 }
 
@@ -106,7 +109,8 @@ TEST(Markers, ListStaysSortedByStart) {
     e.track->addMarker(100, std::nullopt);
     e.track->addMarker(0, FrameRange{100, 300});
     e.track->addMarker(300, std::nullopt);
-    EXPECT_EQ(names(*e.track), (std::vector<std::string>{"Marker 2", "Region 1", "Marker 3", "Marker 1"}));
+    EXPECT_EQ(names(*e.track),
+              (std::vector<std::string>{"Marker 2", "Region 1", "Marker 3", "Marker 1"}));
 }
 
 TEST(Markers, RemovingAMarkerIsOneStepNamedForItsKind) {

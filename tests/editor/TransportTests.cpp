@@ -46,9 +46,7 @@ struct Transport {
     void tick() { executor.advance(EditorModel::playbackTimerInterval); }
 };
 
-int64_t frameOf(float sample, float scale = step) {
-    return std::llround(sample / scale);
-}
+int64_t frameOf(float sample, float scale = step) { return std::llround(sample / scale); }
 
 } // namespace
 

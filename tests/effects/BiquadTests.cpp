@@ -8,7 +8,7 @@
 using namespace sonvale;
 
 namespace {
-constexpr double exactDB = 1e-9;     // closed-form values the designs hit exactly
+constexpr double exactDB = 1e-9; // closed-form values the designs hit exactly
 constexpr double butterworth3dB = -3.010299956639812;
 } // namespace
 
@@ -109,7 +109,8 @@ TEST(Biquad, DecibelsAgreesWithAMeasuredSineThroughTheSection) {
 TEST(DCBlocker, RemovesAConstantOffsetAndPassesAudio) {
     DCBlocker blocker{0, 0, DCBlocker::fiveHertzPole(48000)};
     double y = 0;
-    for (int i = 0; i < 48000; ++i) y = blocker.process(0.5);
+    for (int i = 0; i < 48000; ++i)
+        y = blocker.process(0.5);
     EXPECT_LT(std::fabs(y), 1e-6);
     blocker.reset();
     double sum = 0;
@@ -123,6 +124,7 @@ TEST(DCBlocker, RemovesAConstantOffsetAndPassesAudio) {
 
 TEST(Smoothed, ReachesTwoThirdsOfAStepInOneTimeConstant) {
     Smoothed s{0, Smoothed::coefficientFor(0.03, 1000)}; // 30 samples
-    for (int i = 0; i < 30; ++i) s.step(1);
+    for (int i = 0; i < 30; ++i)
+        s.step(1);
     EXPECT_NEAR(s.value, 1 - std::exp(-1.0), 0.01);
 }

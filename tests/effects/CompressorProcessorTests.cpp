@@ -18,8 +18,8 @@ constexpr double settledDB = 0.01;
 std::shared_ptr<EffectSession> compressor(double threshold, double ratio, double knee,
                                           double makeup = 0, double attack = 1,
                                           double release = 50) {
-    return EffectSession::make(EffectKind::compressor,
-                               std::vector<double>{threshold, ratio, attack, release, knee, makeup});
+    return EffectSession::make(EffectKind::compressor, std::vector<double>{threshold, ratio, attack,
+                                                                           release, knee, makeup});
 }
 
 float fromDB(double dB) { return float(std::pow(10.0, dB / 20)); }
@@ -82,7 +82,7 @@ TEST(Compressor, AttackIsFasterThanRelease) {
     Channels loud{constant(480, fromDB(-10))}; // 10 ms = two attack time constants
     runInBlocks(processor, loud, 480);
     double attacked = toDB(loud[0].back()) + 10;
-    EXPECT_LT(attacked, -7.5 * 0.8); // 1 - e^-2 of the way
+    EXPECT_LT(attacked, -7.5 * 0.8);            // 1 - e^-2 of the way
     Channels quiet{constant(480, fromDB(-40))}; // 10 ms of a 500 ms release
     runInBlocks(processor, quiet, 480);
     EXPECT_LT(toDB(quiet[0].back()) + 40, attacked * 0.95);

@@ -24,9 +24,11 @@ struct Counter {
 // A processor that multiplies by a constant and counts resets.
 class Scale final : public EffectProcessor {
 public:
-    explicit Scale(float factor) : factor(factor) {}
+    explicit Scale(float factor)
+        : factor(factor) {}
     void process(float* const* channels, int64_t frames) noexcept override {
-        for (int64_t i = 0; i < frames; ++i) channels[0][i] *= factor;
+        for (int64_t i = 0; i < frames; ++i)
+            channels[0][i] *= factor;
     }
     void reset() noexcept override { ++resets; }
     float factor;
@@ -142,7 +144,7 @@ TEST(EffectChain, PreviewFollowsKnobsAndBypassWithoutRebuilding) {
 TEST(EffectChain, RenderProcessorUsesActiveEffectsOnSnapshotsAndSumsTheirTails) {
     EffectChain chain;
     auto eq = EffectSession::make(EffectKind::equalizer);
-    eq->setValue(0, 0);   // band 1 Low Cut
+    eq->setValue(0, 0); // band 1 Low Cut
     eq->setValue(1, 80);
     auto delay = EffectSession::make(EffectKind::delay);
     auto bypassed = EffectSession::make(EffectKind::reverb);
@@ -215,8 +217,10 @@ class Holding final : public EffectProcessor {
 public:
     void process(float* const* channels, int64_t frames) noexcept override {
         entered = true;
-        while (!released) std::this_thread::yield();
-        for (int64_t i = 0; i < frames; ++i) channels[0][i] = 0;
+        while (!released)
+            std::this_thread::yield();
+        for (int64_t i = 0; i < frames; ++i)
+            channels[0][i] = 0;
     }
     void reset() noexcept override {}
     std::atomic<bool> entered{false}, released{false};
@@ -231,7 +235,8 @@ TEST(EffectInsert, BlockArrivingWhileTheSlotIsBusyPassesThroughUnprocessed) {
     insert.setProcessor(std::move(holding), 1);
     auto first = constant(4, 1.0f);
     std::thread other([&] { insert.process(first.data(), nullptr, 4); });
-    while (!hold.entered) std::this_thread::yield();
+    while (!hold.entered)
+        std::this_thread::yield();
     auto second = constant(4, 1.0f);
     insert.process(second.data(), nullptr, 4);
     EXPECT_EQ(second[0], 1.0f);

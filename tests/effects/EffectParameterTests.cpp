@@ -53,8 +53,8 @@ TEST(EffectParameter, ChoiceHalfwayRoundsAwayFromZero) {
 
 TEST(EffectParameter, SteppedValueSnapsToTheStepWithinTheRange) {
     auto& pitch = parameterNamed(EffectKind::pitchShifter, "Pitch"); // -12 ... 12, step 1
-    EXPECT_EQ(pitch.value(0.52), 0);  // -0.48 snaps to 0
-    EXPECT_EQ(pitch.value(0.73), 6);  // 5.52 snaps to 6
+    EXPECT_EQ(pitch.value(0.52), 0);                                 // -0.48 snaps to 0
+    EXPECT_EQ(pitch.value(0.73), 6);                                 // 5.52 snaps to 6
     EXPECT_EQ(pitch.value(1), 12);
 }
 

@@ -25,7 +25,8 @@ std::shared_ptr<ParameterBank> bankWith(EffectKind kind,
 
 TEST(EffectRegistry, KeysStayAsStoredInSessionsAndPreferences) {
     std::string keys;
-    for (auto kind : allEffectKinds()) keys += std::string(rawValue(kind)) + " ";
+    for (auto kind : allEffectKinds())
+        keys += std::string(rawValue(kind)) + " ";
     EXPECT_EQ(keys, "equalizer saturation distortion compressor limiter noiseGate chorus flanger "
                     "phaser delay reverb pitchShifter spectrumAnalyzer ");
     EXPECT_FALSE(effectKindFromRawValue("Equalizer"));
@@ -35,7 +36,8 @@ TEST(EffectRegistry, EveryEntryIsCompleteAndConsistent) {
     // The add menu lists the categories in order, each with its effects in registry order.
     std::vector<EffectKind> byCategory;
     for (auto c : allEffectCategories)
-        for (auto kind : kinds(c)) byCategory.push_back(kind);
+        for (auto kind : kinds(c))
+            byCategory.push_back(kind);
     EXPECT_EQ(byCategory, allEffectKinds());
 
     std::set<EffectKind> seen;
@@ -101,9 +103,9 @@ TEST(EffectRegistry, PresetMatchingFindsStreamingMasterAndLosesItWhenAKnobMoves)
 }
 
 TEST(EffectRegistry, DefaultEqualizerAndDynamicsHaveNoTail) {
-    for (auto kind : {EffectKind::equalizer, EffectKind::compressor, EffectKind::limiter,
-                      EffectKind::noiseGate, EffectKind::saturation, EffectKind::distortion,
-                      EffectKind::spectrumAnalyzer})
+    for (auto kind :
+         {EffectKind::equalizer, EffectKind::compressor, EffectKind::limiter, EffectKind::noiseGate,
+          EffectKind::saturation, EffectKind::distortion, EffectKind::spectrumAnalyzer})
         EXPECT_EQ(tailSeconds(kind, *EffectSession::make(kind)->bank()), 0) << rawValue(kind);
 }
 
@@ -111,7 +113,8 @@ TEST(EffectRegistry, EqualizerTailFollowsTheRingingOfItsSlowestBand) {
     auto lowCut = bankWith(EffectKind::equalizer, {{"Band 1 Type", 0}, {"Band 1 Frequency", 80}});
     EXPECT_NEAR(tailSeconds(EffectKind::equalizer, *lowCut), 4.88452060054544 / (80 * M_PI), 1e-6);
     auto bell = bankWith(EffectKind::equalizer, {{"Band 2 Gain", 6}, {"Band 2 Q", 4}});
-    EXPECT_NEAR(tailSeconds(EffectKind::equalizer, *bell), 4 * std::log(1000.0) / (300 * M_PI), 1e-5);
+    EXPECT_NEAR(tailSeconds(EffectKind::equalizer, *bell), 4 * std::log(1000.0) / (300 * M_PI),
+                1e-5);
     auto off = bankWith(EffectKind::equalizer, {{"Band 2 Gain", 6}, {"Band 2 On", 0}});
     EXPECT_EQ(tailSeconds(EffectKind::equalizer, *off), 0);
     auto capped = bankWith(EffectKind::equalizer,
@@ -132,7 +135,8 @@ TEST(EffectRegistry, DelayTailCountsRepeatsUntilSixtyDecibelsDown) {
 
 TEST(EffectRegistry, ReverbChorusFlangerPhaserAndPitchTails) {
     auto hall = bankWith(EffectKind::reverb, {{"Size", 100}, {"Pre-delay", 0}});
-    EXPECT_NEAR(tailSeconds(EffectKind::reverb, *hall), 1640.0 / 44100 * 6.907755 / 0.0202027, 1e-3);
+    EXPECT_NEAR(tailSeconds(EffectKind::reverb, *hall), 1640.0 / 44100 * 6.907755 / 0.0202027,
+                1e-3);
     auto small = bankWith(EffectKind::reverb, {{"Size", 0}, {"Pre-delay", 100}});
     EXPECT_NEAR(tailSeconds(EffectKind::reverb, *small),
                 1640.0 / 44100 * 6.907755278982137 / 0.35667494393873245 + 0.1, 1e-6);
@@ -143,8 +147,9 @@ TEST(EffectRegistry, ReverbChorusFlangerPhaserAndPitchTails) {
     EXPECT_NEAR(tailSeconds(EffectKind::flanger, *flanger), std::min(0.006 * n, 1.0) + 0.01, 1e-6);
     auto longest = bankWith(EffectKind::flanger, {{"Feedback", -90}, {"Delay", 10}});
     EXPECT_NEAR(tailSeconds(EffectKind::flanger, *longest), 1.01, 1e-9); // capped at 1 s
-    EXPECT_EQ(tailSeconds(EffectKind::phaser, *EffectSession::make(EffectKind::phaser)->bank()), 0.05);
-    EXPECT_NEAR(
-        tailSeconds(EffectKind::pitchShifter, *EffectSession::make(EffectKind::pitchShifter)->bank()),
-        0.05, 1e-7);
+    EXPECT_EQ(tailSeconds(EffectKind::phaser, *EffectSession::make(EffectKind::phaser)->bank()),
+              0.05);
+    EXPECT_NEAR(tailSeconds(EffectKind::pitchShifter,
+                            *EffectSession::make(EffectKind::pitchShifter)->bank()),
+                0.05, 1e-7);
 }

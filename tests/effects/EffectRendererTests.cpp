@@ -17,7 +17,8 @@ class BlockRecorder final : public EffectProcessor {
 public:
     void process(float* const* channels, int64_t frames) noexcept override {
         blocks.push_back(frames);
-        for (int64_t i = 0; i < frames; ++i) channels[1][i] += 1; // mark the second channel
+        for (int64_t i = 0; i < frames; ++i)
+            channels[1][i] += 1; // mark the second channel
     }
     void reset() noexcept override {}
     std::vector<int64_t> blocks;
@@ -72,7 +73,8 @@ TEST(EffectRenderer, ChainRenderEqualsTheChainRunOverTheWholeSignalAtOnce) {
     auto clip = EffectRenderer::render(*audio, {0, audio->frameCount}, tail, *render.processor);
 
     Channels expected{source[0], source[1]};
-    for (auto& channel : expected) channel.resize(channel.size() + size_t(tail), 0.0f);
+    for (auto& channel : expected)
+        channel.resize(channel.size() + size_t(tail), 0.0f);
     auto fresh = chain.renderProcessor(rate, 2);
     runInBlocks(*fresh.processor, expected, int64_t(expected[0].size()));
     EXPECT_EQ(clip.channels, expected);

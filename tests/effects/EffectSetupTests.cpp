@@ -37,8 +37,8 @@ TEST(EffectSetup, PresetThenSettingsOverrideTheDefaultsInOrder) {
     auto setup = EffectSetup::parse("limiter@streaming master,Release=20");
     EXPECT_EQ(setup.values, (std::vector<double>{4, -1, 20}));
     auto eq = EffectSetup::parse("equalizer@Telephone,Band 1 Gain=3,band2gain=-1.5,"
-                                "\"Band 4 Type\"=low shelf,Band 2 On=off");
-    EXPECT_EQ(eq.values[0], 0);  // the preset's Low Cut
+                                 "\"Band 4 Type\"=low shelf,Band 2 On=off");
+    EXPECT_EQ(eq.values[0], 0); // the preset's Low Cut
     EXPECT_EQ(eq.values[1], 400);
     EXPECT_EQ(eq.values[2], 3);
     EXPECT_EQ(eq.values[7], -1.5);

@@ -21,7 +21,8 @@ constexpr size_t window = 48;                // 1 ms at 48 kHz: one whole cycle 
 // A session with every band off but `band`, set to `setting`.
 std::shared_ptr<EffectSession> oneBand(int band, EQBand setting) {
     auto session = EffectSession::make(EffectKind::equalizer);
-    for (int b = 0; b < 4; ++b) session->setValue(5 * b + 4, 0);
+    for (int b = 0; b < 4; ++b)
+        session->setValue(5 * b + 4, 0);
     session->setValue(5 * band, double(int(setting.type)));
     session->setValue(5 * band + 1, setting.frequency);
     session->setValue(5 * band + 2, setting.gain);
@@ -40,7 +41,8 @@ std::vector<double> blockLevels(const std::vector<float>& samples, size_t from, 
 
 double largestJump(const std::vector<double>& levels) {
     double jump = 0;
-    for (size_t i = 1; i < levels.size(); ++i) jump = std::max(jump, std::fabs(levels[i] - levels[i - 1]));
+    for (size_t i = 1; i < levels.size(); ++i)
+        jump = std::max(jump, std::fabs(levels[i] - levels[i - 1]));
     return jump;
 }
 
@@ -48,8 +50,8 @@ double largestJump(const std::vector<double>& levels) {
 
 TEST(EqualizerProcessor, ImpulseResponseMatchesTheDesignForEveryTypeAndRate) {
     const EQBand bands[] = {
-        {EQBandType::lowCut, 120, 0, 0.71, true},  {EQBandType::lowShelf, 250, 6, 0.71, true},
-        {EQBandType::bell, 1000, -9, 2, true},     {EQBandType::notch, 3000, 0, 3, true},
+        {EQBandType::lowCut, 120, 0, 0.71, true},     {EQBandType::lowShelf, 250, 6, 0.71, true},
+        {EQBandType::bell, 1000, -9, 2, true},        {EQBandType::notch, 3000, 0, 3, true},
         {EQBandType::highShelf, 6000, 4, 0.71, true}, {EQBandType::highCut, 8000, 0, 0.71, true}};
     for (double rate : {44100.0, 48000.0, 96000.0})
         for (auto& band : bands) {
@@ -71,7 +73,7 @@ TEST(EqualizerProcessor, ImpulseResponseMatchesTheDesignForEveryTypeAndRate) {
 TEST(EqualizerProcessor, FourBandsCascade) {
     double rate = 48000;
     auto session = EffectSession::make(EffectKind::equalizer);
-    session->setValue(7, 6);  // band 2 bell at 300 Hz +6 dB
+    session->setValue(7, 6);   // band 2 bell at 300 Hz +6 dB
     session->setValue(12, -4); // band 3 bell at 2 kHz -4 dB
     EqualizerProcessor eq(rate, 1, session->bank());
     Channels response{impulse(48000, 0)};
@@ -98,7 +100,7 @@ TEST(EqualizerProcessor, OutputGainGlidesToItsTarget) {
     EqualizerProcessor eq(48000, 1, session->bank());
     Channels audio{constant(48000, 0.5f)};
     runInBlocks(eq, audio, 64);
-    EXPECT_NEAR(audio[0][0], 0.5f, 0.01);  // starts from unity
+    EXPECT_NEAR(audio[0][0], 0.5f, 0.01); // starts from unity
     EXPECT_NEAR(toDB(audio[0].back() / 0.5), -6, 0.01);
     EXPECT_LT(largestJump(blockLevels(audio[0], 0, audio[0].size())), clickDB);
 }
@@ -143,7 +145,7 @@ TEST(EqualizerProcessor, BandSwitchedOffFadesOutOverAboutThirtyMilliseconds) {
     auto levels = blockLevels(fading[0], 0, fading[0].size());
     EXPECT_LT(largestJump(levels), clickDB);
     double sineDB = toDB(0.1 / std::sqrt(2));
-    EXPECT_GT(levels[15] - sineDB, 3);  // 15 ms in: still well lifted
+    EXPECT_GT(levels[15] - sineDB, 3); // 15 ms in: still well lifted
     EXPECT_NEAR(levels.back() - sineDB, 0, 0.01);
 }
 

@@ -27,7 +27,8 @@ TEST(Limiter, NeverExceedsItsCeilingEvenOnTheFirstSampleOfATransient) {
             auto session = limiter(24, ceiling, 5);
             LimiterProcessor processor(rate, 2, session->bank());
             Channels audio{impulse(4096, 100, 1.0f), noise(4096, 7, 1.0)};
-            for (int i = 1000; i < 1010; ++i) audio[0][size_t(i)] = 0.99f; // a burst after quiet
+            for (int i = 1000; i < 1010; ++i)
+                audio[0][size_t(i)] = 0.99f; // a burst after quiet
             runInBlocks(processor, audio, 333);
             float limit = fromDB(ceiling);
             EXPECT_LE(peak(audio[0]), limit) << ceiling;

@@ -75,7 +75,8 @@ TEST(NoiseGate, RangeZeroNeverChangesTheLevelOnceOpen) {
     Channels audio{noise(48000, 11, 0.001)}; // far below the threshold
     auto original = audio[0];
     runInBlocks(processor, audio, 512);
-    for (size_t i = 4800; i < audio[0].size(); ++i) ASSERT_NEAR(audio[0][i], original[i], 1e-9);
+    for (size_t i = 4800; i < audio[0].size(); ++i)
+        ASSERT_NEAR(audio[0][i], original[i], 1e-9);
 }
 
 TEST(NoiseGate, ResetClosesTheGateAgain) {

@@ -22,7 +22,8 @@ TEST(ParameterBank, IgnoresIndicesOutsideItsTwentyFourSlots) {
     bank.set(-1, 3);
     EXPECT_EQ(bank.value(24), 0);
     EXPECT_EQ(bank.value(-1), 0);
-    for (int i = 0; i < ParameterBank::slotCount; ++i) EXPECT_EQ(bank.value(i), 0);
+    for (int i = 0; i < ParameterBank::slotCount; ++i)
+        EXPECT_EQ(bank.value(i), 0);
 }
 
 TEST(ParameterBank, StoresValuesAsThirtyTwoBitFloats) {
@@ -46,16 +47,17 @@ TEST(ParameterBank, ReadoutReturnsTheValueOfTheAudioBeingHeard) {
     EXPECT_EQ(bank.processedFrames(), 1536);
     EXPECT_EQ(bank.reportCount(), 3u);
     EXPECT_EQ(bank.readout(0), -3);
-    EXPECT_EQ(bank.readout(-50), -3);  // negative latency counts as none
-    EXPECT_EQ(bank.readout(511), -2);  // target 1025: the record at 1024
+    EXPECT_EQ(bank.readout(-50), -3); // negative latency counts as none
+    EXPECT_EQ(bank.readout(511), -2); // target 1025: the record at 1024
     EXPECT_EQ(bank.readout(512), -2);
     EXPECT_EQ(bank.readout(1024), -1);
-    EXPECT_EQ(bank.readout(1025), 0);  // before the first report's frame
+    EXPECT_EQ(bank.readout(1025), 0); // before the first report's frame
 }
 
 TEST(ParameterBank, ReadoutLooksBackAtMostOneRingOfRecords) {
     ParameterBank bank({});
-    for (int i = 0; i < 600; ++i) bank.report(float(-i), 1);
+    for (int i = 0; i < 600; ++i)
+        bank.report(float(-i), 1);
     EXPECT_EQ(bank.readout(0), -599);
     EXPECT_EQ(bank.readout(511), -88);
     EXPECT_EQ(bank.readout(512), 0); // that record has been overwritten

@@ -68,8 +68,8 @@ protected:
             if (during) during(elapsed);
             std::this_thread::sleep_for(5ms);
         }
-        std::this_thread::sleep_for(
-            std::chrono::duration<double>(engine->outputLatency() + engine->stretchLatency() + 0.3));
+        std::this_thread::sleep_for(std::chrono::duration<double>(engine->outputLatency() +
+                                                                  engine->stretchLatency() + 0.3));
         engine->stop();
         std::this_thread::sleep_for(100ms);
         recorder.stop();
@@ -114,8 +114,10 @@ TEST_F(HeardPlayback, GainChangesAreHeardAsRampsWithoutSteps) {
     int64_t lowFrames = 0;
     // From the middle of the fade-in (the sound server may cut the first milliseconds of a new
     // stream) to past the end of the fade-out.
-    for (int64_t i = first + 2400; i < std::min<int64_t>(last + 4800, int64_t(recorder.left.size())); ++i) {
-        largestStep = std::max(largestStep, std::fabs(recorder.left[size_t(i)] - recorder.left[size_t(i - 1)]));
+    for (int64_t i = first + 2400;
+         i < std::min<int64_t>(last + 4800, int64_t(recorder.left.size())); ++i) {
+        largestStep = std::max(largestStep,
+                               std::fabs(recorder.left[size_t(i)] - recorder.left[size_t(i - 1)]));
         if (std::fabs(recorder.left[size_t(i)] - 0.1f) < 0.002f) ++lowFrames;
     }
     // The ramp over one 512-frame buffer moves at most 0.4 / 512 per sample.
@@ -174,9 +176,10 @@ TEST_F(HeardPlayback, EffectChainIsAudibleAndBypassRemovesIt) {
     auto limiter = EffectSession::make(EffectKind::limiter);
     limiter->setValue(LimiterProcessor::gain, 12); // 0.1 becomes 0.4, under the -1 dB ceiling
     chain.append(limiter);
-    engine->setEffectFactory([&](double sampleRate, int channels) -> std::unique_ptr<EffectProcessor> {
-        return chain.previewProcessor(sampleRate, channels);
-    });
+    engine->setEffectFactory(
+        [&](double sampleRate, int channels) -> std::unique_ptr<EffectProcessor> {
+            return chain.previewProcessor(sampleRate, channels);
+        });
     auto audio = makeSine(rate, 2, 2 * 48000, 1000, 0.1f);
     bool bypassed = false;
     play(audio, {0, audio->frameCount}, 0, false, 4.0, [&](double t) {
@@ -200,12 +203,14 @@ TEST_F(HeardPlayback, KeepsPlayingWithoutUnderrunsOrTornSeeksUnderConstantChange
     auto compressor = EffectSession::make(EffectKind::compressor);
     chain.append(compressor);
     chain.append(limiter);
-    engine->setEffectFactory([&](double sampleRate, int channels) -> std::unique_ptr<EffectProcessor> {
-        return chain.previewProcessor(sampleRate, channels);
-    });
+    engine->setEffectFactory(
+        [&](double sampleRate, int channels) -> std::unique_ptr<EffectProcessor> {
+            return chain.previewProcessor(sampleRate, channels);
+        });
 
     std::set<int64_t> targets;
-    for (int64_t f = 4800; f < frames - 96000; f += 4800) targets.insert(f);
+    for (int64_t f = 4800; f < frames - 96000; f += 4800)
+        targets.insert(f);
     std::vector<int64_t> targetList(targets.begin(), targets.end());
 
     std::atomic<bool> done{false}, ready{false};
@@ -214,7 +219,8 @@ TEST_F(HeardPlayback, KeepsPlayingWithoutUnderrunsOrTornSeeksUnderConstantChange
         std::mt19937 random(7);
         std::uniform_real_distribution<float> unit(0, 1);
         // Wait for the source, which play() prepares.
-        while (!ready) std::this_thread::sleep_for(1ms);
+        while (!ready)
+            std::this_thread::sleep_for(1ms);
         auto insert = engine->effectInsert();
         for (int i = 0; !done && source; ++i) {
             gain->store(0.5f + 0.5f * unit(random));

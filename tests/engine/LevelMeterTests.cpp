@@ -29,7 +29,8 @@ TEST(MeterBallistics, ClipIndicatorStaysLitUntilReset) {
     float over[] = {1.5f};
     float quiet[] = {0.01f};
     meter.update(over, 0.0);
-    for (int i = 1; i <= 50; ++i) meter.update(quiet, i * 0.1);
+    for (int i = 1; i <= 50; ++i)
+        meter.update(quiet, i * 0.1);
     EXPECT_TRUE(meter.clipped);
     meter.resetClip();
     EXPECT_FALSE(meter.clipped);
@@ -44,7 +45,8 @@ TEST(MeterBallistics, PeakFallsTwentyDecibelsPerSecondToTheFloor) {
     EXPECT_NEAR(meter.levels[0].peakDB, -2.0f, tolerance);
     meter.update(silent, 0.35);
     EXPECT_NEAR(meter.levels[0].peakDB, -7.0f, tolerance);
-    for (int i = 1; i <= 40; ++i) meter.update(silent, 0.35 + i * 0.1);
+    for (int i = 1; i <= 40; ++i)
+        meter.update(silent, 0.35 + i * 0.1);
     EXPECT_EQ(meter.levels[0].peakDB, MeterBallistics::floorDB);
     EXPECT_EQ(meter.levels[0].rmsDB, MeterBallistics::floorDB);
 }
@@ -60,11 +62,12 @@ TEST(MeterBallistics, UpdateAfterTwoSecondsFallsAsIfAQuarterSecondPassed) {
 
 TEST(MeterBallistics, HeldPeakStaysOneAndAHalfSecondsThenFallsThirtyDecibelsPerSecond) {
     MeterBallistics meter;
-    float loud[] = {0.5f}; // -6.02 dB
+    float loud[] = {0.5f};    // -6.02 dB
     float quiet[] = {0.001f}; // -60 dB
     const float held = 20 * std::log10(0.5f);
     meter.update(loud, 0.0);
-    for (int i = 1; i <= 7; ++i) meter.update(quiet, i * 0.2); // up to 1.4 s
+    for (int i = 1; i <= 7; ++i)
+        meter.update(quiet, i * 0.2); // up to 1.4 s
     EXPECT_NEAR(meter.levels[0].holdDB, held, tolerance);
     meter.update(quiet, 1.6); // past the hold: falls for the 0.2 s since the last update
     EXPECT_NEAR(meter.levels[0].holdDB, held - 6.0f, tolerance);

@@ -108,7 +108,8 @@ TEST(LevelMeters, EntriesWrittenBeforeAClearAreNeverShown) {
 TEST(LevelMeters, AReaderMoreThanARingBehindLosesTheOldestEntries) {
     LevelMeters meters;
     mixBlock(meters, Slot::lane(1), 0.99f, 0.99f, 16); // will be overwritten
-    for (int i = 0; i < LevelMeters::ringSize; ++i) mixBlock(meters, Slot::lane(1), 0.5f, 0.5f, 16);
+    for (int i = 0; i < LevelMeters::ringSize; ++i)
+        mixBlock(meters, Slot::lane(1), 0.5f, 0.5f, 16);
     EXPECT_EQ(meters.take(Slot::lane(1), 1'000'000), (LevelMeters::Peaks{0.5f, 0.5f}));
 }
 
@@ -131,7 +132,7 @@ TEST(LevelMeters, HeardOutputPeaksWaitForTheLatency) {
     LevelMeters meters;
     OutputPeakReader reader;
     EXPECT_EQ(heardOutputPeaks(reader, meters, 1000), std::nullopt);
-    mixBlock(meters, Slot::master(), 0.4f, 0.8f);  // ends at 512
+    mixBlock(meters, Slot::master(), 0.4f, 0.8f);   // ends at 512
     mixBlock(meters, Slot::master(), 0.05f, 0.05f); // ends at 1024
     // mixed 1024 - latency 400: only the first block is heard.
     auto heard = heardOutputPeaks(reader, meters, 400);

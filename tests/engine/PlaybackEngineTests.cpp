@@ -177,7 +177,8 @@ TEST(PlaybackEngine, FailedRestartStopsTheSourceAsAtTheEnd) {
 
 TEST(PlaybackEngine, EffectIsMadeForTheContentStartsEachPlayFromSilenceAndGoesWithTheFactory) {
     struct CountingResets final : EffectProcessor {
-        explicit CountingResets(int& resets) : resets(resets) {}
+        explicit CountingResets(int& resets)
+            : resets(resets) {}
         void process(float* const*, int64_t) noexcept override {}
         void reset() noexcept override { ++resets; }
         int& resets;

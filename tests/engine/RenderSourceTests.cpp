@@ -20,7 +20,9 @@ namespace {
 
 // A stereo output block the way the render callback sees it.
 struct Block {
-    explicit Block(int64_t frames) : left(size_t(frames), -7.0f), right(size_t(frames), -7.0f) {}
+    explicit Block(int64_t frames)
+        : left(size_t(frames), -7.0f)
+        , right(size_t(frames), -7.0f) {}
     float* channels[2];
     float* const* buffers() {
         channels[0] = left.data();
@@ -32,7 +34,8 @@ struct Block {
 
 // Frame i of this content holds the value i (left) and -i (right).
 AudioDataPtr countingAudio(int64_t frames) {
-    return makeAudio(48000, 2, frames, [](int c, int64_t i) { return c == 0 ? float(i) : -float(i); });
+    return makeAudio(48000, 2, frames,
+                     [](int c, int64_t i) { return c == 0 ? float(i) : -float(i); });
 }
 
 RenderSource makeSource(AudioDataPtr audio, float gain = 1.0f) {
@@ -45,7 +48,8 @@ class HalvingProcessor final : public EffectProcessor {
 public:
     void process(float* const* channels, int64_t frames) noexcept override {
         for (int c = 0; c < 2; ++c)
-            for (int64_t i = 0; i < frames; ++i) channels[c][i] *= 0.5f;
+            for (int64_t i = 0; i < frames; ++i)
+                channels[c][i] *= 0.5f;
     }
     void reset() noexcept override {}
 };
@@ -56,7 +60,8 @@ TEST(RenderSource, RendersSilenceUntilStarted) {
     auto source = makeSource(countingAudio(1000));
     Block block(64);
     EXPECT_FALSE(source.render(64, block.buffers(), 2, 0));
-    for (float x : block.left) EXPECT_EQ(x, 0.0f);
+    for (float x : block.left)
+        EXPECT_EQ(x, 0.0f);
 }
 
 TEST(RenderSource, StartsAtTheGivenFrameAndCopiesEachChannel) {
@@ -133,7 +138,8 @@ TEST(RenderSource, LoopingWithTheStartAtOrPastTheEndPlaysToTheEndAndStops) {
         Block block(64);
         EXPECT_TRUE(source.render(64, block.buffers(), 2, 0)) << rangeStart;
         EXPECT_EQ(block.left[9], 999.0f);
-        for (size_t k = 10; k < 64; ++k) EXPECT_EQ(block.left[k], 0.0f);
+        for (size_t k = 10; k < 64; ++k)
+            EXPECT_EQ(block.left[k], 0.0f);
         EXPECT_FALSE(source.playing.load());
     }
 }
@@ -185,7 +191,8 @@ TEST(RenderSource, GainChangeRampsLinearlyOverOneBufferAndEndsExactlyOnTheTarget
     EXPECT_EQ(source.appliedGain, 0.0f);
 
     source.render(512, block.buffers(), 2, 0);
-    for (float x : block.left) EXPECT_EQ(x, 0.0f);
+    for (float x : block.left)
+        EXPECT_EQ(x, 0.0f);
 }
 
 TEST(RenderSource, EffectInsertProcessesTheBufferUnlessBypassed) {
@@ -237,7 +244,8 @@ TEST(PlayheadStamp, AReaderNeverPairsOneBuffersFrameWithAnothersTime) {
     PlayheadStamp stamp;
     std::atomic<bool> done{false};
     std::thread writer([&] {
-        for (int64_t i = 1; i <= 2'000'000; ++i) stamp.store(i, HostTime(i) * 1000);
+        for (int64_t i = 1; i <= 2'000'000; ++i)
+            stamp.store(i, HostTime(i) * 1000);
         done = true;
     });
     int64_t reads = 0, torn = 0, last = 0, backwards = 0;

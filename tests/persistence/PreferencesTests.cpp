@@ -137,8 +137,8 @@ TEST_F(PreferencesFile, UnknownThemeNamesFallBackPerMember) {
 
 TEST_F(PreferencesFile, RecordingFormatMatchesCaseNamesExactly) {
     const std::pair<json, RecordingFormat> cases[] = {
-        {"wav16", RecordingFormat::wav16},     {"wav32Float", RecordingFormat::wav32Float},
-        {"wav24", RecordingFormat::wav24},     {"WAV16", RecordingFormat::wav24},
+        {"wav16", RecordingFormat::wav16},      {"wav32Float", RecordingFormat::wav32Float},
+        {"wav24", RecordingFormat::wav24},      {"WAV16", RecordingFormat::wav24},
         {"wav32float", RecordingFormat::wav24}, {json(), RecordingFormat::wav24},
     };
     for (const auto& [value, expected] : cases) {
@@ -160,7 +160,8 @@ TEST_F(PreferencesFile, SpectrogramSettingsFallBackPerKey) {
     EXPECT_EQ(settings.fftSize, 2048);
     EXPECT_EQ(settings.colorMap, SpectrogramColorMap::viridis);
     EXPECT_TRUE(settings.logFrequency);
-    store({{"spectrogramFFTSize", 512.0}, {"spectrogramColorMap", "plasma"},
+    store({{"spectrogramFFTSize", 512.0},
+           {"spectrogramColorMap", "plasma"},
            {"spectrogramLogFrequency", false}});
     settings = Preferences(file).spectrogramSettings();
     EXPECT_EQ(settings.fftSize, 512);
@@ -213,7 +214,8 @@ TEST_F(PreferencesFile, EverySettingRoundTripsUnderItsKey) {
     EXPECT_TRUE(p.followsSystemAppearance());
     EXPECT_EQ(p.lightCanvasTheme(), CanvasThemeID::paper);
     EXPECT_EQ(p.darkCanvasTheme(), CanvasThemeID::nativeDark);
-    EXPECT_EQ(p.spectrogramSettings(), (SpectrogramSettings{4096, SpectrogramColorMap::grayscale, false}));
+    EXPECT_EQ(p.spectrogramSettings(),
+              (SpectrogramSettings{4096, SpectrogramColorMap::grayscale, false}));
     EXPECT_FALSE(p.snapToZeroCrossings());
     EXPECT_EQ(p.customLoudnessTarget(), -19.5);
     EXPECT_EQ(p.recordingsFolderPath(), "/srv/takes");
@@ -319,7 +321,8 @@ TEST(Preferences, StorePathIsUnderTheXDGConfigFolder) {
     }
     {
         ScopedEnvironment xdg("XDG_CONFIG_HOME", "relative/cfg");
-        EXPECT_EQ(Preferences::standardStorePath(), "/home/someone/.config/sonvale/preferences.json");
+        EXPECT_EQ(Preferences::standardStorePath(),
+                  "/home/someone/.config/sonvale/preferences.json");
     }
     ScopedEnvironment xdg("XDG_CONFIG_HOME", std::nullopt);
     EXPECT_EQ(Preferences::standardStorePath(), "/home/someone/.config/sonvale/preferences.json");
@@ -360,7 +363,8 @@ TEST(Preferences, AbsoluteMusicFolderIsTakenAsItStands) {
 TEST(Preferences, BookmarkDataSurvivesBase64) {
     for (size_t n = 0; n < 8; ++n) {
         std::vector<uint8_t> data;
-        for (size_t i = 0; i < n; ++i) data.push_back(uint8_t(i * 97 + 3));
+        for (size_t i = 0; i < n; ++i)
+            data.push_back(uint8_t(i * 97 + 3));
         EXPECT_EQ(base64Decode(base64Encode(data)), data);
     }
     EXPECT_EQ(base64Encode({'f', 'o', 'o', 'b'}), "Zm9vYg==");

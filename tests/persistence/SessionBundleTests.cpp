@@ -7,11 +7,11 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/mount.h>
-#include <sys/wait.h>
 #include <signal.h>
-#include <unistd.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace sonvale;
 using namespace sonvale::testing;
@@ -19,7 +19,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-SessionBundle::Track trackOf(const fs::path& source, const std::string& name, AudioDataPtr edited = nullptr) {
+SessionBundle::Track trackOf(const fs::path& source, const std::string& name,
+                             AudioDataPtr edited = nullptr) {
     SessionBundle::Track t;
     t.state.samplesPerPoint = 1;
     t.state.viewportWidth = 100;
@@ -29,23 +30,27 @@ SessionBundle::Track trackOf(const fs::path& source, const std::string& name, Au
     return t;
 }
 
-SessionBundle::WriteResult save(const fs::path& url, const std::vector<SessionBundle::Track>& tracks,
-                                SessionBundle::Clock::time_point date = SessionBundle::Clock::now()) {
+SessionBundle::WriteResult
+save(const fs::path& url, const std::vector<SessionBundle::Track>& tracks,
+     SessionBundle::Clock::time_point date = SessionBundle::Clock::now()) {
     return SessionBundle::write(tracks, {0}, false, std::nullopt, {}, SessionBundle::history(url),
-                                SessionBundle::NewSnapshot{date, std::vector<uint8_t>{0xFF, 0xD8}}, url);
+                                SessionBundle::NewSnapshot{date, std::vector<uint8_t>{0xFF, 0xD8}},
+                                url);
 }
 
 // Every file below `root` with its bytes.
 std::map<std::string, std::string> contentsOf(const fs::path& root) {
     std::map<std::string, std::string> files;
     for (const auto& entry : fs::recursive_directory_iterator(root))
-        files[fs::relative(entry.path(), root).string()] = entry.is_regular_file() ? readText(entry.path()) : "/";
+        files[fs::relative(entry.path(), root).string()] =
+            entry.is_regular_file() ? readText(entry.path()) : "/";
     return files;
 }
 
 std::vector<std::string> siblings(const fs::path& folder) {
     std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename().string());
+    for (const auto& entry : fs::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -67,7 +72,8 @@ TEST(SessionBundle, EditedAudioIsWrittenIntoTheBundleAndOutsideFilesAreReference
     const SessionState read = SessionBundle::read(url);
     EXPECT_EQ(read.tracks[1].path, (url / "Audio/Take.wav").string());
     EXPECT_EQ(samplesOf(*AudioLoader::load(read.tracks[1].path)), samplesOf(*edited));
-    EXPECT_EQ(SessionBundle::audioPaths(result.state), (std::set<std::string>{"Audio/Take.wav", "Audio/take 2.wav"}));
+    EXPECT_EQ(SessionBundle::audioPaths(result.state),
+              (std::set<std::string>{"Audio/Take.wav", "Audio/take 2.wav"}));
     EXPECT_EQ(readText(url / "Session.json"), result.json);
     ASSERT_TRUE(result.snapshot);
     EXPECT_EQ(readText(url / "Snapshots" / *result.snapshot / "Session.json"), result.json);
@@ -75,7 +81,8 @@ TEST(SessionBundle, EditedAudioIsWrittenIntoTheBundleAndOutsideFilesAreReference
     EXPECT_EQ(siblings(folder.path()), (std::vector<std::string>{"Music", "Show.sonvale"}));
 
     // Saved again from its own audio: linked, not rewritten, and no new snapshot.
-    struct stat before{}, after{};
+    struct stat before {
+    }, after{};
     ::stat((url / "Audio/Take.wav").c_str(), &before);
     auto again = save(url, {trackOf(outside, "Take"), trackOf(url / "Audio/Take.wav", "Take"),
                             trackOf(url / "Audio/take 2.wav", "take")});
@@ -94,8 +101,9 @@ TEST(SessionBundle, KeepsTheNewestTwentySnapshotsAndTheAudioTheyReferTo) {
     for (int i = 0; i < 21; ++i) {
         // Each save holds a different edit; only the first one's audio is named "First".
         const std::string name = i == 0 ? "First" : "Take";
-        auto result = save(url, {trackOf(folder / "x.wav", name, makeNoise(8000, 1, 10, uint32_t(i + 1)))},
-                           date + std::chrono::seconds(i));
+        auto result =
+            save(url, {trackOf(folder / "x.wav", name, makeNoise(8000, 1, 10, uint32_t(i + 1)))},
+                 date + std::chrono::seconds(i));
         ASSERT_TRUE(result.snapshot);
         added.push_back(*result.snapshot);
     }
@@ -109,7 +117,8 @@ TEST(SessionBundle, KeepsTheNewestTwentySnapshotsAndTheAudioTheyReferTo) {
 
     // The oldest kept snapshot's audio outlived the live session's use of it.
     const SessionState oldest = SessionBundle::read(kept.front().id, url);
-    EXPECT_EQ(samplesOf(*AudioLoader::load(oldest.tracks[0].path)), samplesOf(*makeNoise(8000, 1, 10, 2)));
+    EXPECT_EQ(samplesOf(*AudioLoader::load(oldest.tracks[0].path)),
+              samplesOf(*makeNoise(8000, 1, 10, 2)));
 }
 
 TEST(SessionBundle, AFailedSaveLeavesTheOldBundleAsItWasAndNoTemporaryFolder) {
@@ -124,12 +133,14 @@ TEST(SessionBundle, AFailedSaveLeavesTheOldBundleAsItWasAndNoTemporaryFolder) {
     fs::path gone = url / "Audio/Gone.wav";
     EXPECT_THROW(save(url, {trackOf(gone, "Gone")}), FileError);
     // Ten seconds of float stereo do not fit in 2 MB.
-    EXPECT_THROW(save(url, {trackOf(folder / "x.wav", "Long", makeNoise(48000, 2, 10 * 48000))}), FileError);
+    EXPECT_THROW(save(url, {trackOf(folder / "x.wav", "Long", makeNoise(48000, 2, 10 * 48000))}),
+                 FileError);
     EXPECT_EQ(contentsOf(url), before);
     EXPECT_EQ(siblings(folder / "disk"), (std::vector<std::string>{"Keep.sonvale"}));
 
     ASSERT_TRUE(disk.makeReadOnly());
-    EXPECT_THROW(save(url, {trackOf(folder / "x.wav", "Take", makeNoise(48000, 2, 10))}), FileError);
+    EXPECT_THROW(save(url, {trackOf(folder / "x.wav", "Take", makeNoise(48000, 2, 10))}),
+                 FileError);
     EXPECT_EQ(contentsOf(url), before);
 }
 
@@ -145,7 +156,8 @@ TEST(SessionBundle, ASaveKilledHalfWayLeavesTheOldBundleWhole) {
         ASSERT_GE(child, 0);
         if (child == 0) {
             try {
-                save(url, {trackOf(folder / "x.wav", "Long", big), trackOf(folder / "x.wav", "Again", big)});
+                save(url, {trackOf(folder / "x.wav", "Long", big),
+                           trackOf(folder / "x.wav", "Again", big)});
             } catch (...) {
             }
             _exit(0);

@@ -26,8 +26,11 @@ SessionState fullState() {
     outside.viewportWidth = 800;
     outside.markers = {marker("E621E1F8-C36C-495A-93FC-0C247A3E6E5F", "Intro", 0, 4800),
                        marker("0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D", "Marker 1", 2400)};
-    outside.transcript = Transcript{"en_GB", {{"Hello there.", 0.25, 1.5}, {"Bye.", 2, 2.75}}, 3,
-                                    std::string("A greeting."), std::string("Hello")};
+    outside.transcript = Transcript{"en_GB",
+                                    {{"Hello there.", 0.25, 1.5}, {"Bye.", 2, 2.75}},
+                                    3,
+                                    std::string("A greeting."),
+                                    std::string("Hello")};
     TrackState inside;
     inside.path = "Audio/Take 2.wav";
 
@@ -35,9 +38,12 @@ SessionState fullState() {
     timeline.sampleRate = 44100;
     timeline.cursor = 22050;
     timeline.isShowing = true;
-    TimelineState::Clip fromTrack{"Take", TimelineState::Clip::TrackSource{0}, 10, 1000, 0, 64, 128, 0};
-    TimelineState::Clip fromFile{"Room", TimelineState::Clip::FileSource{"Audio/Clips/Room.wav"}, 0, 500, 2000, {}, {}, {}};
-    timeline.lanes = {{"Voice", -1, -0.25f, true, 0, 3, {fromTrack, fromFile}}, {"Music", 0, 0, false, {}, {}, {}}};
+    TimelineState::Clip fromTrack{"Take", TimelineState::Clip::TrackSource{0}, 10, 1000, 0, 64, 128,
+                                  0};
+    TimelineState::Clip fromFile{
+        "Room", TimelineState::Clip::FileSource{"Audio/Clips/Room.wav"}, 0, 500, 2000, {}, {}, {}};
+    timeline.lanes = {{"Voice", -1, -0.25f, true, 0, 3, {fromTrack, fromFile}},
+                      {"Music", 0, 0, false, {}, {}, {}}};
     timeline.mixer = TimelineState::Mixer{
         {{"Reverb bus", -6, false, 0.5, {{{"reverb", {0.25, 0.5}, true}}, true}, true}},
         {{{"limiter", {-1, 0.1}, false}}, false},
@@ -118,11 +124,14 @@ TEST(SessionState, ASessionWithoutTimelineIsFormatOneWithSortedKeysAndNoUnsetMem
 }
 
 TEST(SessionState, AbsentOptionalMembersReadAsUnsetAndUnknownKeysAreIgnored) {
-    const std::string lane = R"({"name": "L", "gainDB": 0, "pan": 0, "isMuted": false, "clips": [], "future": 1})";
+    const std::string lane =
+        R"({"name": "L", "gainDB": 0, "pan": 0, "isMuted": false, "clips": [], "future": 1})";
     const std::string text = sessionFile(
-        R"({"tracks": [)" + minimalTrack + R"(, "selection": null, "comment": "x"}], "selectedIndices": [],
+        R"({"tracks": [)" + minimalTrack +
+            R"(, "selection": null, "comment": "x"}], "selectedIndices": [],
             "loopPlayback": false, "timeline": {"sampleRate": 48000, "cursor": 0, "isShowing": false,
-            "lanes": [)" + lane + R"(], "mixer": {"buses": [], "masterGainDB": 0, "master": {"effects": []}}}})",
+            "lanes": [)" +
+            lane + R"(], "mixer": {"buses": [], "masterGainDB": 0, "master": {"effects": []}}}})",
         2);
     const SessionState state = decodeSessionFile(text);
     const TrackState& t = state.tracks.at(0);
@@ -146,12 +155,15 @@ TEST(SessionState, MalformedFilesAreRefusedWithAMessageThatSaysWhere) {
         {sessionFile(R"({"selectedIndices": [], "loopPlayback": false})"), "“tracks” is missing"},
         {sessionFile(R"({"tracks": [)" + minimalTrack + R"(, "cursor": "0"})" + tail),
          "session.tracks[0], “cursor” isn't a whole number"},
-        {sessionFile(R"({"tracks": [)" + minimalTrack + R"(, "markers": [{"id": "x", "name": "", "start": 0}]})" + tail),
+        {sessionFile(R"({"tracks": [)" + minimalTrack +
+                     R"(, "markers": [{"id": "x", "name": "", "start": 0}]})" + tail),
          "“id” isn't a UUID"},
-        {sessionFile(R"({"tracks": [], "selectedIndices": [], "loopPlayback": false, "timeline": {"sampleRate": 1,
+        {sessionFile(
+             R"({"tracks": [], "selectedIndices": [], "loopPlayback": false, "timeline": {"sampleRate": 1,
              "cursor": 0, "isShowing": false, "lanes": [{"name": "", "gainDB": 0, "pan": 0, "isMuted": false,
              "clips": [{"name": "", "sourceStart": 0, "length": 1, "start": 0,
-                        "source": {"track": {"_0": 0}, "file": {"_0": "a"}}}]}]}})", 2),
+                        "source": {"track": {"_0": 0}, "file": {"_0": "a"}}}]}]}})",
+             2),
          "exactly one of “track” and “file”"},
         {"{\"format\": 1, \"session\": ", "isn't valid JSON"},
     };

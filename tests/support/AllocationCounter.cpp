@@ -34,7 +34,9 @@ void release(void* pointer) noexcept {
 namespace sonvale::test {
 
 AllocationCounter::Scope::Scope()
-    : wasCounting(counting), allocationsAtStart(allocationCount), freesAtStart(freeCount) {
+    : wasCounting(counting)
+    , allocationsAtStart(allocationCount)
+    , freesAtStart(freeCount) {
     counting = true;
 }
 
@@ -71,8 +73,7 @@ void* operator new[](std::size_t size, std::align_val_t alignment) {
 void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
     return allocateAligned(size, alignment);
 }
-void* operator new[](std::size_t size, std::align_val_t alignment,
-                     const std::nothrow_t&) noexcept {
+void* operator new[](std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
     return allocateAligned(size, alignment);
 }
 

@@ -21,7 +21,8 @@ std::vector<float> ffmpegDecode(const std::string& name) {
     const auto bytes = size_t(in.tellg());
     in.seekg(0);
     std::vector<float> samples(bytes / sizeof(float));
-    in.read(reinterpret_cast<char*>(samples.data()), std::streamsize(samples.size() * sizeof(float)));
+    in.read(reinterpret_cast<char*>(samples.data()),
+            std::streamsize(samples.size() * sizeof(float)));
     return samples;
 }
 
@@ -31,7 +32,8 @@ std::string commandOutput(const std::string& command) {
     if (!pipe) return output;
     char buffer[4096];
     size_t got;
-    while ((got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, got);
+    while ((got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
+        output.append(buffer, got);
     ::pclose(pipe);
     return output;
 }

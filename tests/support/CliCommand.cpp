@@ -12,7 +12,8 @@ CliOutput runCli(const std::string& arguments) {
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe) return run;
     std::array<char, 4096> buffer;
-    while (size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) run.output.append(buffer.data(), n);
+    while (size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe))
+        run.output.append(buffer.data(), n);
     const int status = pclose(pipe);
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return run;

@@ -14,7 +14,9 @@ thread_local int64_t tryLockCount = 0;
 namespace sonvale::test {
 
 LockCounter::Scope::Scope()
-    : wasCounting(counting), locksAtStart(lockCount), tryLocksAtStart(tryLockCount) {
+    : wasCounting(counting)
+    , locksAtStart(lockCount)
+    , tryLocksAtStart(tryLockCount) {
     counting = true;
 }
 
@@ -39,9 +41,9 @@ MutexFunction realTryLock = nullptr;
 
 } // namespace
 
-
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) {
-    if (!realLock) realLock = reinterpret_cast<MutexFunction>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
+    if (!realLock)
+        realLock = reinterpret_cast<MutexFunction>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
     if (counting) ++lockCount;
     return realLock(mutex);
 }

@@ -19,18 +19,22 @@ inline AudioDataPtr makeNoise(double sampleRate, int channelCount, int64_t frame
                               uint32_t seed = 1) {
     std::mt19937 random(seed);
     std::uniform_real_distribution<float> uniform(-0.5f, 0.5f);
-    auto channels = std::vector<std::vector<float>>(size_t(channelCount), std::vector<float>(size_t(frames)));
+    auto channels =
+        std::vector<std::vector<float>>(size_t(channelCount), std::vector<float>(size_t(frames)));
     for (auto& channel : channels)
-        for (float& s : channel) s = uniform(random);
+        for (float& s : channel)
+            s = uniform(random);
     return makeAudio(sampleRate, channels);
 }
 
 // A ramp whose sample i is i * step: every frame is distinguishable.
 inline AudioDataPtr makeRamp(double sampleRate, int channelCount, int64_t frames,
                              float step = 1e-4f) {
-    auto channels = std::vector<std::vector<float>>(size_t(channelCount), std::vector<float>(size_t(frames)));
+    auto channels =
+        std::vector<std::vector<float>>(size_t(channelCount), std::vector<float>(size_t(frames)));
     for (size_t c = 0; c < channels.size(); ++c)
-        for (int64_t i = 0; i < frames; ++i) channels[c][size_t(i)] = float(i) * step * float(c + 1);
+        for (int64_t i = 0; i < frames; ++i)
+            channels[c][size_t(i)] = float(i) * step * float(c + 1);
     return makeAudio(sampleRate, channels);
 }
 

@@ -16,7 +16,8 @@ namespace sonvale::testing {
 class TempFolder {
 public:
     TempFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "sonvale-test-XXXXXX").string();
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "sonvale-test-XXXXXX").string();
         if (!mkdtemp(pattern.data())) std::abort();
         root = pattern;
     }
@@ -54,7 +55,8 @@ inline std::string readText(const std::filesystem::path& path) {
 // Sets an environment variable for its own lifetime and restores the old value.
 class ScopedEnvironment {
 public:
-    ScopedEnvironment(const char* name, const std::optional<std::string>& value) : name(name) {
+    ScopedEnvironment(const char* name, const std::optional<std::string>& value)
+        : name(name) {
         if (const char* old = std::getenv(name)) previous = old;
         if (value)
             setenv(name, value->c_str(), 1);
@@ -79,9 +81,11 @@ private:
 // where mounting is not allowed.
 class SmallDisk {
 public:
-    explicit SmallDisk(const std::filesystem::path& at, const char* size) : point(at) {
+    explicit SmallDisk(const std::filesystem::path& at, const char* size)
+        : point(at) {
         std::filesystem::create_directories(at);
-        mounted = ::mount("tmpfs", at.c_str(), "tmpfs", 0, (std::string("size=") + size).c_str()) == 0;
+        mounted =
+            ::mount("tmpfs", at.c_str(), "tmpfs", 0, (std::string("size=") + size).c_str()) == 0;
     }
     ~SmallDisk() {
         if (mounted) ::umount2(point.c_str(), MNT_DETACH);

@@ -8,7 +8,8 @@ namespace sonvale::test {
 namespace {
 void runBlock(EffectProcessor& processor, Channels& channels, int64_t at, int64_t frames) {
     std::vector<float*> pointers;
-    for (auto& channel : channels) pointers.push_back(channel.data() + at);
+    for (auto& channel : channels)
+        pointers.push_back(channel.data() + at);
     processor.process(pointers.data(), frames);
 }
 } // namespace

@@ -11,8 +11,9 @@ std::vector<float> sine(double frequency, double sampleRate, int64_t frames, dou
                         double phase) {
     auto out = std::vector<float>(size_t(frames));
     for (int64_t i = 0; i < frames; ++i)
-        out[size_t(i)] = float(amplitude * std::sin(2 * std::numbers::pi * frequency * double(i) /
-                                                        sampleRate + phase));
+        out[size_t(i)] =
+            float(amplitude *
+                  std::sin(2 * std::numbers::pi * frequency * double(i) / sampleRate + phase));
     return out;
 }
 
@@ -26,7 +27,8 @@ std::vector<float> noise(int64_t frames, uint32_t seed, double amplitude) {
     std::mt19937 generator(seed);
     std::uniform_real_distribution<double> distribution(-amplitude, amplitude);
     auto out = std::vector<float>(size_t(frames));
-    for (auto& sample : out) sample = float(distribution(generator));
+    for (auto& sample : out)
+        sample = float(distribution(generator));
     return out;
 }
 
@@ -36,18 +38,24 @@ std::vector<float> constant(int64_t frames, float value) {
 
 float peak(const float* samples, int64_t count) {
     float largest = 0;
-    for (int64_t i = 0; i < count; ++i) largest = std::max(largest, std::fabs(samples[i]));
+    for (int64_t i = 0; i < count; ++i)
+        largest = std::max(largest, std::fabs(samples[i]));
     return largest;
 }
-float peak(const std::vector<float>& samples) { return peak(samples.data(), int64_t(samples.size())); }
+float peak(const std::vector<float>& samples) {
+    return peak(samples.data(), int64_t(samples.size()));
+}
 
 double rms(const float* samples, int64_t count) {
     if (count <= 0) return 0;
     double sum = 0;
-    for (int64_t i = 0; i < count; ++i) sum += double(samples[i]) * samples[i];
+    for (int64_t i = 0; i < count; ++i)
+        sum += double(samples[i]) * samples[i];
     return std::sqrt(sum / double(count));
 }
-double rms(const std::vector<float>& samples) { return rms(samples.data(), int64_t(samples.size())); }
+double rms(const std::vector<float>& samples) {
+    return rms(samples.data(), int64_t(samples.size()));
+}
 
 double toDB(double linear) { return 20 * std::log10(std::max(linear, 1e-15)); }
 

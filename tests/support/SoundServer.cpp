@@ -3,8 +3,8 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -35,7 +35,8 @@ std::optional<std::string> useSoundServer() {
     std::ifstream env(dir + "/env");
     if (!env)
         return "no sound server running (the sound_server test fixture starts one: "
-               "scripts/sound-server.sh start " + dir + ")";
+               "scripts/sound-server.sh start " +
+               dir + ")";
     std::string line;
     while (std::getline(env, line)) {
         auto equals = line.find('=');
@@ -57,9 +58,15 @@ void MonitorRecorder::start() {
     posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
     posix_spawn_file_actions_addclose(&actions, fds[0]);
     posix_spawn_file_actions_addclose(&actions, fds[1]);
-    const char* argv[] = {"parec",        "--raw",          "--format=float32le",
-                          "--rate=48000", "--channels=2",   "--latency-msec=10",
-                          "-d",           "sonvale_test.monitor", nullptr};
+    const char* argv[] = {"parec",
+                          "--raw",
+                          "--format=float32le",
+                          "--rate=48000",
+                          "--channels=2",
+                          "--latency-msec=10",
+                          "-d",
+                          "sonvale_test.monitor",
+                          nullptr};
     int error = posix_spawnp(&pid, "parec", &actions, nullptr, const_cast<char**>(argv), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(fds[1]);

@@ -72,10 +72,8 @@ CanvasThemeID CanvasTheme::chosen(const Preferences& preferences, bool darkAppea
 CanvasTheme CanvasTheme::make(CanvasThemeID id, const QPalette& palette) {
     using C = QColor;
     switch (id) {
-    case CanvasThemeID::nativeDark:
-        return native(palette, true);
-    case CanvasThemeID::nativeLight:
-        return native(palette, false);
+    case CanvasThemeID::nativeDark: return native(palette, true);
+    case CanvasThemeID::nativeLight: return native(palette, false);
     case CanvasThemeID::classic: // green trace on black, as on an oscilloscope
         return fixed(C(0x0a, 0x0a, 0x0a), C(0x1c, 0x1c, 0x1c), C(0xd8, 0xd8, 0xd8),
                      C(0x2e, 0xd1, 0x5a), C(0x23, 0x3d, 0x5c), C(0xff, 0xff, 0xff),

@@ -57,12 +57,9 @@ protected:
 bool darkAppearance(const QWidget& widget) {
 #if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
     switch (QGuiApplication::styleHints()->colorScheme()) {
-    case Qt::ColorScheme::Dark:
-        return true;
-    case Qt::ColorScheme::Light:
-        return false;
-    default:
-        break;
+    case Qt::ColorScheme::Dark: return true;
+    case Qt::ColorScheme::Light: return false;
+    default: break;
     }
 #endif
     return CanvasTheme::isDark(widget.palette());

@@ -28,8 +28,7 @@ struct EffectEditorParts {
     // Relabels the knobs once they exist; null to keep the parameters' names.
     void (*labelKnobs)(const std::vector<Knob*>& knobs) = nullptr;
     // Follows a change of the values, after the knobs have; null when nothing more changes.
-    void (*syncKnobs)(const std::vector<Knob*>& knobs, const std::vector<double>& values) =
-        nullptr;
+    void (*syncKnobs)(const std::vector<Knob*>& knobs, const std::vector<double>& values) = nullptr;
 };
 
 // Builds the displays of `session`'s effect into `layout`, their parent being `area`.

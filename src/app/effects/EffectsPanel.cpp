@@ -25,9 +25,7 @@ namespace sonvale {
 namespace {
 constexpr int displayIntervalMs = 16; // about 60 display frames a second
 
-QString qs(std::string_view text) {
-    return QString::fromUtf8(text.data(), qsizetype(text.size()));
-}
+QString qs(std::string_view text) { return QString::fromUtf8(text.data(), qsizetype(text.size())); }
 
 // Empties `layout` and the layouts nested in it. Their widgets are hidden now and deleted once
 // the current event is done with them.
@@ -383,8 +381,8 @@ void EffectsPanel::refreshDisplays() {
     if (!shown) return;
     // Nothing heard, no gain change: the needle rests once playback stops.
     if (parts.reductionMeter)
-        parts.reductionMeter->setValue(
-            model.isPlaying() ? shown->bank()->readout(heardBehind()) : 0);
+        parts.reductionMeter->setValue(model.isPlaying() ? shown->bank()->readout(heardBehind())
+                                                         : 0);
     if (parts.spectrumDisplay)
         parts.spectrumDisplay->refresh(heardBehind(), SpectrumAnalysis::Clock::now());
 }

@@ -149,32 +149,16 @@ void Knob::wheelEvent(QWheelEvent* event) {
 void Knob::keyPressEvent(QKeyEvent* event) {
     switch (event->key()) {
     case Qt::Key_Up:
-    case Qt::Key_Right:
-        edit(steppedValue(1));
-        break;
+    case Qt::Key_Right: edit(steppedValue(1)); break;
     case Qt::Key_Down:
-    case Qt::Key_Left:
-        edit(steppedValue(-1));
-        break;
-    case Qt::Key_PageUp:
-        edit(steppedValue(isDiscrete() ? 1 : 10));
-        break;
-    case Qt::Key_PageDown:
-        edit(steppedValue(isDiscrete() ? -1 : -10));
-        break;
-    case Qt::Key_Home:
-        edit(param.lower());
-        break;
-    case Qt::Key_End:
-        edit(param.upper());
-        break;
+    case Qt::Key_Left: edit(steppedValue(-1)); break;
+    case Qt::Key_PageUp: edit(steppedValue(isDiscrete() ? 1 : 10)); break;
+    case Qt::Key_PageDown: edit(steppedValue(isDiscrete() ? -1 : -10)); break;
+    case Qt::Key_Home: edit(param.lower()); break;
+    case Qt::Key_End: edit(param.upper()); break;
     case Qt::Key_Delete:
-    case Qt::Key_Backspace:
-        edit(param.defaultValue);
-        break;
-    default:
-        QWidget::keyPressEvent(event);
-        return;
+    case Qt::Key_Backspace: edit(param.defaultValue); break;
+    default: QWidget::keyPressEvent(event); return;
     }
     event->accept();
 }
