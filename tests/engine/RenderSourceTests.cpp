@@ -242,20 +242,24 @@ TEST(RenderSource, RenderingWithAnEffectChainAndAGainRampAllocatesNothingAndTake
 
 TEST(PlayheadStamp, AReaderNeverPairsOneBuffersFrameWithAnothersTime) {
     PlayheadStamp stamp;
-    std::atomic<bool> done{false};
+    std::atomic<bool> reading{false}, done{false};
+    // The writer waits for the reader, so that on a loaded machine the two still overlap.
     std::thread writer([&] {
+        while (!reading)
+            std::this_thread::yield();
         for (int64_t i = 1; i <= 2'000'000; ++i)
             stamp.store(i, HostTime(i) * 1000);
         done = true;
     });
     int64_t reads = 0, torn = 0, last = 0, backwards = 0;
-    while (!done) {
+    reading = true;
+    do {
         const auto [frame, time] = stamp.load();
         torn += time != HostTime(frame) * 1000;
         backwards += frame < last;
         last = frame;
         ++reads;
-    }
+    } while (!done);
     writer.join();
     EXPECT_GT(reads, 0);
     EXPECT_EQ(torn, 0);
