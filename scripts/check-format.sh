@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 command -v clang-format >/dev/null || { echo "check-format: clang-format is not installed (package clang-format)" >&2; exit 1; }
-mapfile -t files < <(git ls-files '*.cpp' '*.h')
+mapfile -t files < <(git ls-files --cached --others --exclude-standard '*.cpp' '*.h')
 if [[ ${1:-} == --fix ]]; then
     clang-format -i "${files[@]}"
     exit 0

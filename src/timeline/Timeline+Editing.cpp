@@ -91,11 +91,11 @@ void Timeline::setFade(const Uuid& clipID, ClipEdge edge, int64_t frame,
         auto [lane, clip] = findClip(clipID);
         if (!clip) return;
         if (edge == ClipEdge::start)
-            clip->fadeIn = std::min(std::max<int64_t>(frame - clip->start, 0),
-                                    clip->length - clip->fadeOut);
+            clip->fadeIn =
+                std::min(std::max<int64_t>(frame - clip->start, 0), clip->length - clip->fadeOut);
         else
-            clip->fadeOut = std::min(std::max<int64_t>(clip->end() - frame, 0),
-                                     clip->length - clip->fadeIn);
+            clip->fadeOut =
+                std::min(std::max<int64_t>(clip->end() - frame, 0), clip->length - clip->fadeIn);
     });
 }
 
@@ -201,7 +201,8 @@ Marker Timeline::addMarker(int64_t frame) {
         const char* first = marker.name.data() + prefix.size();
         const char* last = marker.name.data() + marker.name.size();
         auto [end, error] = std::from_chars(first, last, number);
-        if (error == std::errc() && end == last && first != last) highest = std::max(highest, number);
+        if (error == std::errc() && end == last && first != last)
+            highest = std::max(highest, number);
     }
     Marker marker{Uuid::random(), prefix + std::to_string(highest + 1), std::max<int64_t>(frame, 0),
                   std::nullopt};

@@ -57,10 +57,9 @@ void Timeline::toggleLane(const Uuid& laneID, bool only) {
         return;
     }
     const bool alreadyOnly =
-        !target->isMuted && std::all_of(content.lanes.begin(), content.lanes.end(),
-                                        [&](const TimelineLane& lane) {
-                                            return lane.id == laneID || lane.isMuted;
-                                        });
+        !target->isMuted &&
+        std::all_of(content.lanes.begin(), content.lanes.end(),
+                    [&](const TimelineLane& lane) { return lane.id == laneID || lane.isMuted; });
     edit(alreadyOnly ? "All Lanes On" : "Only This Lane", [&] {
         for (auto& lane : content.lanes)
             lane.isMuted = alreadyOnly ? false : lane.id != laneID;

@@ -140,7 +140,8 @@ public:
     // caller's undo step).
     void crossfadeOverlaps(const Uuid& clipID);
     // Places a copy of `clip` on a lane at `frame`, resampled to the timeline's rate,
-    // crossfaded with what it overlaps, and selects it. Throws TimelineError when the lane is gone or the copy would be empty.
+    // crossfaded with what it overlaps, and selects it. Throws TimelineError when the lane is gone
+    // or the copy would be empty.
     TimelineClip insertCopy(const TimelineClip& clip, const Uuid& laneID, int64_t frame,
                             const std::string& actionName);
     void removeClip(const Uuid& clipID, const std::string& actionName = "Delete Clip");
@@ -197,9 +198,9 @@ public:
                           const std::string& actionName);
 
     // ---- signals
-    sigc::signal<void()> contentChanged;  // lanes, clips, buses, master gain, markers
-    sigc::signal<void()> mixChanged;      // what the mixer must hear: hand it a new snapshot
-    sigc::signal<void()> effectsChanged;  // chains or inserts
+    sigc::signal<void()> contentChanged;   // lanes, clips, buses, master gain, markers
+    sigc::signal<void()> mixChanged;       // what the mixer must hear: hand it a new snapshot
+    sigc::signal<void()> effectsChanged;   // chains or inserts
     sigc::signal<void()> selectionChanged; // cursor, selection, selected clip
     sigc::signal<void()> viewChanged;      // zoom, view width, minimized strips, renaming
 

@@ -26,8 +26,9 @@ void clear(float* left, float* right, int64_t count) noexcept {
 }
 
 bool overlaps(const std::vector<TimelineClip>& clips, int64_t from, int64_t to) noexcept {
-    return std::any_of(clips.begin(), clips.end(),
-                       [&](const TimelineClip& clip) { return clip.start < to && from < clip.end(); });
+    return std::any_of(clips.begin(), clips.end(), [&](const TimelineClip& clip) {
+        return clip.start < to && from < clip.end();
+    });
 }
 
 // Sums one lane into left/right: straight in when it isn't metered, else through the lane
@@ -92,8 +93,7 @@ void TimelineMixer::add(const std::vector<TimelineClip>& clips, int64_t from, in
         float* outRight = right + (s - from);
         const float* inLeft = sourceLeft + source;
         const float* inRight = sourceRight + source;
-        const bool fades =
-            offset < clip.fadeIn || clip.length - clip.fadeOut < offset + playable;
+        const bool fades = offset < clip.fadeIn || clip.length - clip.fadeOut < offset + playable;
         if (!fades) {
             for (int64_t k = 0; k < playable; ++k) {
                 outLeft[k] += leftGain * inLeft[k];
@@ -133,7 +133,8 @@ void TimelineMixer::renderBlock(const Snapshot& snapshot, int64_t from, int64_t 
         float* busRight = scratch.right();
         clear(busLeft, busRight, count);
         for (const auto& lane : snapshot.lanes)
-            if (lane.bus == i) mixLane(snapshot, lane, from, to, busLeft, busRight, cutoff, scratch);
+            if (lane.bus == i)
+                mixLane(snapshot, lane, from, to, busLeft, busRight, cutoff, scratch);
         if (bus.effects) bus.effects->process(busLeft, busRight, count);
         const float gain = linearGain(bus.gainDB);
         for (int64_t k = 0; k < count; ++k) {
@@ -172,8 +173,7 @@ void TimelineMixer::writeMixdown(const Snapshot& snapshot, const std::filesystem
         for (int64_t done = 0; done < chunk; done += mixdownScratchFrames) {
             const int64_t block = std::min(mixdownScratchFrames, chunk - done);
             const int64_t at = snapshot.origin + written + done;
-            renderBlock(snapshot, at, at + block, left.data() + done, right.data() + done,
-                        scratch);
+            renderBlock(snapshot, at, at + block, left.data() + done, right.data() + done, scratch);
         }
         const float* channels[2] = {left.data(), right.data()};
         writer->write(channels, chunk);

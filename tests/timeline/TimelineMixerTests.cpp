@@ -75,8 +75,8 @@ std::shared_ptr<EffectInsert> scalingInsert(float factor) {
 TEST(TimelineMixer, PanLawAndChannelsOfMonoAndMultichannelClips) {
     struct Case {
         float pan, left, right;
-    } cases[] = {{-3, 1, 0},     {-1, 1, 0},     {-0.25f, 1, 0.75f}, {0, 1, 1},
-                 {NAN, 1, 1},    {0.5f, 0.5f, 1}, {1, 0, 1},          {2, 0, 1}};
+    } cases[] = {{-3, 1, 0},  {-1, 1, 0},      {-0.25f, 1, 0.75f}, {0, 1, 1},
+                 {NAN, 1, 1}, {0.5f, 0.5f, 1}, {1, 0, 1},          {2, 0, 1}};
     for (const auto& c : cases) {
         SCOPED_TRACE("pan " + std::to_string(c.pan));
         std::vector<float> left(10), right(10);
@@ -126,9 +126,9 @@ TEST(TimelineMixer, RenderBlockSumsLanesBusesAndMasterInOrder) {
     Snapshot snapshot;
     snapshot.meters = meters;
     snapshot.lanes = {
-        {{constantClip(0, 100)}, 0, -1, std::nullopt, 1},            // direct, left only
-        {{constantClip(0, 100)}, 0, 1, 0, 3},                         // into bus 0, right only
-        {{constantClip(0, 100)}, 0, 0, 1, 4},                         // into the muted bus
+        {{constantClip(0, 100)}, 0, -1, std::nullopt, 1}, // direct, left only
+        {{constantClip(0, 100)}, 0, 1, 0, 3},             // into bus 0, right only
+        {{constantClip(0, 100)}, 0, 0, 1, 4},             // into the muted bus
     };
     snapshot.buses = {{-6, false, scalingInsert(0.5f)}, {0, true, scalingInsert(4)}};
     snapshot.master = scalingInsert(2);
@@ -164,8 +164,15 @@ TEST(TimelineMixer, RenderingAllocatesNothing) {
     const auto bus = timeline->addBus();
     for (int i = 0; i < 3; ++i) {
         const auto lane = timeline->addLane("Lane " + std::to_string(i));
-        TimelineClip clip{Uuid::random(), "Noise", makeNoise(48000, 2, 48000, uint32_t(i + 1)),
-                          0, 48000, 0, 4800, 4800, std::nullopt};
+        TimelineClip clip{Uuid::random(),
+                          "Noise",
+                          makeNoise(48000, 2, 48000, uint32_t(i + 1)),
+                          0,
+                          48000,
+                          0,
+                          4800,
+                          4800,
+                          std::nullopt};
         timeline->insertCopy(clip, lane.id, 1000 * i, "Paste Clip");
         if (i > 0) timeline->setOutput(lane.id, bus.id);
     }

@@ -156,8 +156,8 @@ TEST(Timeline, OverlapsCrossfadeAndACopyIsResampledToTheTimelineRate) {
     EXPECT_EQ(a.clip(second).start, 5000);
     EXPECT_EQ(a.timeline->selectedClipID(), inner); // a placed copy is selected
 
-    TimelineClip foreign{Uuid::random(), "48k", makeNoise(48000, 1, 48000), 4800, 24000, 0,
-                         480, 960, std::nullopt};
+    TimelineClip foreign{
+        Uuid::random(), "48k", makeNoise(48000, 1, 48000), 4800, 24000, 0, 480, 960, std::nullopt};
     const auto copy = a.timeline->insertCopy(foreign, a.lane, 10000, "Paste Clip");
     EXPECT_EQ(copy.audio->sampleRate, 44100);
     EXPECT_EQ(copy.sourceStart, 4410);
