@@ -23,5 +23,7 @@ int trimSilence(const Arguments& args);
 int play(const Arguments& args);
 // Reports its own wrong arguments with status 2; a bundle that can't be read gives 1.
 int session(const Arguments& args);
+// Reports its own wrong arguments with status 2; other failures give 1.
+int mixdown(const Arguments& args);
 
 } // namespace sonvale::cli

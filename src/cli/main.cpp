@@ -50,6 +50,10 @@ const std::map<std::string, Command>& commands() {
          {"session info [--json] BUNDLE.sonvale   a saved session's format, tracks (found "
           "or missing), lanes, buses and snapshots",
           session}},
+        {"mixdown",
+         {"mixdown SESSION.sonvale -o OUT.wav [--range START:END]   a session's timeline mixed "
+          "to a stereo 32-bit float WAV, effect tails included",
+          mixdown}},
     };
     return table;
 }

@@ -82,6 +82,11 @@ fs::path resolved(const std::string& path, const fs::path& bundle) {
 SessionState resolveTrackPaths(SessionState state, const fs::path& bundle) {
     for (auto& track : state.tracks)
         track.path = resolved(track.path, bundle).string();
+    if (state.timeline)
+        for (auto& lane : state.timeline->lanes)
+            for (auto& clip : lane.clips)
+                if (auto* file = std::get_if<TimelineState::Clip::FileSource>(&clip.source))
+                    file->path = resolved(file->path, bundle).string();
     return state;
 }
 

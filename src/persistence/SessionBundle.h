@@ -91,10 +91,10 @@ WriteResult write(const std::vector<Track>& tracks, const std::vector<int64_t>& 
                   const std::optional<NewSnapshot>& snapshot, const std::filesystem::path& url,
                   const Progress& progress = {});
 
-// The session of the bundle with its track paths made absolute. Throws
+// The session of the bundle with its track and clip-file paths made absolute. Throws
 // SessionBundleFailure (not a session, a newer format), SessionDataError or FileError.
 SessionState read(const std::filesystem::path& url);
-// The session stored in snapshot `id`, with its track paths made absolute.
+// The session stored in snapshot `id`, with its track and clip-file paths made absolute.
 SessionState read(const std::string& snapshotID, const std::filesystem::path& url);
 
 // The kept snapshots, oldest first, with counts taken from each one's session.

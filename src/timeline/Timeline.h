@@ -7,11 +7,13 @@
 #include "effects/EffectChain.h"
 #include "effects/EffectInsert.h"
 #include "engine/LevelMeters.h"
+#include "persistence/SessionState.h"
 #include "timeline/TimelineMixer.h"
 #include "timeline/TimelineTypes.h"
 
 #include <sigc++/signal.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -196,6 +198,22 @@ public:
     // Removes lanes and buses, as one step.
     void removeLaneAndBus(const std::vector<Uuid>& lanes, const std::vector<Uuid>& buses,
                           const std::string& actionName);
+
+    // ---- the session's record (Timeline+State.cpp)
+    // What clips of a stored timeline play: per session track (by index) its id and audio
+    // (none while it is missing), and the audio of a clip file by its path.
+    struct Sources {
+        std::vector<std::pair<Uuid, AudioDataPtr>> tracks;
+        std::function<AudioDataPtr(const std::string& path)> clipFile;
+    };
+    // Replaces everything with `state` and forgets the undo history. Clips whose audio can't
+    // be had are left out; returns how many.
+    int restore(const TimelineState& state, const Sources& sources);
+    // The record of the timeline; `source` says where each clip's audio is kept (a track by
+    // index, or a file).
+    TimelineState
+    state(const std::function<TimelineState::Clip::Source(const TimelineClip&)>& source,
+          const std::function<std::optional<int64_t>(const Uuid&)>& trackIndex) const;
 
     // ---- signals
     sigc::signal<void()> contentChanged;   // lanes, clips, buses, master gain, markers
