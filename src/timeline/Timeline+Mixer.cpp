@@ -124,6 +124,14 @@ void Timeline::refreshEffects() {
     if (changed) mixChanged.emit();
 }
 
+const std::shared_ptr<TimelinePlayback>& Timeline::playback() {
+    if (!playbackSource) {
+        playbackSource = TimelinePlayback::make(snapshot());
+        mixChanged.connect([this] { playbackSource->setSnapshot(snapshot()); });
+    }
+    return playbackSource;
+}
+
 TimelineMixer::SnapshotPtr Timeline::snapshot() const {
     auto snapshot = std::make_shared<TimelineMixer::Snapshot>();
     std::unordered_map<Uuid, int> busIndex;

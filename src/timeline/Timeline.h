@@ -9,6 +9,7 @@
 #include "engine/LevelMeters.h"
 #include "persistence/SessionState.h"
 #include "timeline/TimelineMixer.h"
+#include "timeline/TimelinePlayback.h"
 #include "timeline/TimelineTypes.h"
 
 #include <sigc++/signal.h>
@@ -185,6 +186,10 @@ public:
     TimelineMixer::SnapshotPtr
     mixdownSnapshot(std::optional<std::pair<int64_t, int64_t>> range = {}) const;
 
+    // The content the playback engine plays the timeline from, made on first use; from then
+    // on every change of the mix hands it a new snapshot at once.
+    const std::shared_ptr<TimelinePlayback>& playback();
+
     // ---- tracks (Timeline+TrackUsage.cpp)
     std::unordered_map<Uuid, TrackUsage> usageByTrack() const;
     // The lanes that hold clips and hold nothing else than clips of `trackID`.
@@ -249,6 +254,7 @@ private:
     std::map<MixerChannel, EffectChainPtr> chains;
     std::map<MixerChannel, std::shared_ptr<EffectInsert>> inserts;
     std::shared_ptr<LevelMeters> levelMeters = std::make_shared<LevelMeters>();
+    std::shared_ptr<TimelinePlayback> playbackSource;
     UndoStack undo;
     int64_t revision = 0;
     std::optional<Uuid> selectedClip_;
