@@ -20,6 +20,8 @@ echo "== opening a folder of 200 short files"
 bench/open-folder.sh build/release "${SONVALE_BENCH_DIR:-/tmp/sonvale-bench}"
 echo "== saving a session of fifty tracks, ten of them edited ten-minute tracks"
 bench/session-save.sh build/release "${SONVALE_BENCH_DIR:-/tmp/sonvale-bench}"
+echo "== mixing down a 16-lane session against sox -m"
+bench/mixdown-vs-sox.sh 10 build/release/sonvale-cli
 echo "== playhead against the captured output"
 cmake --build --preset release -j2 --target sonvale_playhead_error
 bench/playhead-error.sh build/release
