@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 namespace sonvale {
 
@@ -40,6 +41,7 @@ PlaybackEngine& EditorModel::player() {
 }
 
 bool EditorModel::canPlay() const {
+    if (showingTimeline) return timelineModel->frameCount() > 0;
     const auto track = activeTrack();
     return track && track->audio() && track->frameCount() > 0 && !track->isRecording();
 }
@@ -54,6 +56,11 @@ std::optional<int64_t> EditorModel::heardFrame() const {
 
 void EditorModel::play() {
     if (!canPlay()) return;
+    if (showingTimeline) {
+        playTimeline();
+        if (isPlaying()) startPlaybackTimer();
+        return;
+    }
     const auto track = activeTrack();
     const int64_t frames = track->frameCount();
     const auto& selection = track->selection();
@@ -130,11 +137,13 @@ void EditorModel::togglePlayback() {
 void EditorModel::finishPlayback(bool moveCursor) {
     const auto heard = heardFrame();
     const auto playing = playingTrack ? track(*playingTrack) : nullptr;
+    const bool wasTimeline = std::exchange(playingTimeline, false);
     if (engine) engine->unload();
     playbackTimer.cancel();
     playingSource.reset();
     playingTrack.reset();
     if (moveCursor && !playingSelection && heard && playing) playing->setCursor(*heard);
+    if (moveCursor && !playingSelection && heard && wasTimeline) timelineModel->setCursor(*heard);
     playingSelection = false;
     transportChanged.emit();
     playheadChanged.emit();
@@ -149,7 +158,9 @@ void EditorModel::seek(int64_t frame) {
         playheadChanged.emit();
         return;
     }
-    if (const auto track = activeTrack())
+    if (showingTimeline)
+        timelineModel->setCursor(frame);
+    else if (const auto track = activeTrack())
         track->setCursor(std::clamp<int64_t>(frame, 0, track->frameCount()));
 }
 
@@ -200,7 +211,7 @@ void EditorModel::playbackTick() {
 }
 
 void EditorModel::continuePlaybackOnSelectedTrack() {
-    if (!isPlaying() || !playingSource) return;
+    if (!isPlaying() || !playingSource || playingTimeline) return;
     const auto active = activeTrack();
     if (active && active->id() == *playingTrack) return;
     if (!active || !canPlay()) {

@@ -9,6 +9,7 @@
 #include "effects/EffectChain.h"
 #include "effects/EffectInsert.h"
 #include "persistence/SessionBundle.h"
+#include "timeline/Timeline.h"
 
 #include <sigc++/signal.h>
 
@@ -264,7 +265,7 @@ public:
 
     PlaybackEngine& player();
     bool canPlay() const; // an active track with audio that is not recording
-    bool isPlaying() const { return playingTrack.has_value(); }
+    bool isPlaying() const { return playingTrack.has_value() || playingTimeline; }
     const std::optional<Uuid>& playingTrackID() const { return playingTrack; }
     void play();
     void stop();
@@ -282,6 +283,26 @@ public:
     sigc::signal<void()> transportChanged; // isPlaying, isLooping, playbackRate
     sigc::signal<void()> playheadChanged;  // the playing track's heard position moved
     // ==== end transport ====
+
+    // ==== the multitrack timeline (EditorModel+Timeline.cpp) ====
+    static constexpr const char* mixdownTitle = "Mixdown to New Track";
+    static constexpr const char* mixdownFailedTitle = "Can't mix down";
+    const TimelinePtr& timeline() const { return timelineModel; }
+    // Whether the window shows the timeline rather than the waveform editor; while it does,
+    // the transport plays the timeline's mix from its cursor (or its selection).
+    bool isShowingTimeline() const { return showingTimeline; }
+    void setShowingTimeline(bool flag);
+    bool isPlayingTimeline() const { return playingTimeline; }
+    // "Mixdown to a new track: the timeline as a stereo track, with the mixer's effects", or
+    // "Mixdown the selection to a new track, with the mixer's effects".
+    std::string mixdownHelp() const;
+    bool canMixdown() const; // something on the timeline, and no mixdown running
+    // Renders the timeline (or its selection) with its effect tails to a stereo float WAV in the
+    // recordings folder on the background pool, then opens it as a new track.
+    void mixdown();
+    const std::optional<double>& mixdownProgress() const { return mixdownFraction; }
+    sigc::signal<void()> timelineShowingChanged;
+    sigc::signal<void()> mixdownProgressChanged;
 
     // ==== sessions and documents (EditorModel+Session.cpp) ====
     // The open session bundle and what each track was when it was last saved.
@@ -447,6 +468,11 @@ private:
     std::unique_ptr<PlaybackEngine> engine;
     std::shared_ptr<RenderSource> playingSource;
     std::optional<Uuid> playingTrack;
+    bool playingTimeline = false;
+    TimelinePtr timelineModel = Timeline::create();
+    bool showingTimeline = false;
+    std::optional<double> mixdownFraction;
+    void playTimeline();
     bool playingSelection = false;
     bool looping = false;
     float rate = 1.0f;

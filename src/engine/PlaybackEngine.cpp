@@ -33,7 +33,8 @@ void PlaybackEngine::openOutput(Format format) {
     latency = output->outputLatency();
 }
 
-RenderSourcePtr PlaybackEngine::prepare(PlaybackContentPtr content, std::shared_ptr<GainBox> gain) {
+RenderSourcePtr PlaybackEngine::prepare(PlaybackContentPtr content, std::shared_ptr<GainBox> gain,
+                                        bool liveEffect) {
     if (!content || !(content->sampleRate() > 0) || content->channelCount() < 1)
         throw PlaybackError("There is no audio to play.");
     stop();
@@ -57,8 +58,10 @@ RenderSourcePtr PlaybackEngine::prepare(PlaybackContentPtr content, std::shared_
         stretchDelayFrames.store(0);
     }
 
-    renderSource = std::make_shared<RenderSource>(std::move(content), std::move(gain), insert);
+    renderSource = std::make_shared<RenderSource>(std::move(content), std::move(gain),
+                                                  liveEffect ? insert : nullptr);
     current.store(renderSource.get());
+    if (!liveEffect) return renderSource;
     // Like Apply, a play starts the effect from silence: no echo of the last play comes back.
     insert->resetProcessor();
     installEffect();

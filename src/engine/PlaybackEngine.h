@@ -52,8 +52,11 @@ public:
 
     // Makes the output ready for `content` (its rate, two channels) and returns the source
     // that will play it, with the live effect made for the content's rate and channels and
-    // starting from silence. Stops whatever played before. Throws PlaybackError.
-    RenderSourcePtr prepare(PlaybackContentPtr content, std::shared_ptr<GainBox> gain);
+    // starting from silence. Stops whatever played before. Throws PlaybackError. Content that
+    // runs effects of its own (the timeline's mix) is played with `liveEffect` false: the
+    // waveform editor's effect is then not heard on it.
+    RenderSourcePtr prepare(PlaybackContentPtr content, std::shared_ptr<GainBox> gain,
+                            bool liveEffect = true);
     // Stops and lets go of the source; the output stream stays open for the next play.
     void unload();
     // Starts the output (the source should have been started). Clears the output meters.

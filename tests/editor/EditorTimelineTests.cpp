@@ -1,0 +1,116 @@
+#include "audio/AudioLoader.h"
+#include "base/ManualExecutor.h"
+#include "editor/EditorModel.h"
+#include "engine/PlaybackEngine.h"
+#include "persistence/Preferences.h"
+#include "support/ModelTestAudio.h"
+#include "support/PlaybackTestAudio.h"
+
+#include <gtest/gtest.h>
+
+using namespace sonvale;
+using namespace sonvale::testing;
+using sonvale::test::ManualOutput;
+using sonvale::test::TemporaryFolder;
+
+namespace {
+
+// An editor showing a timeline of one lane with a second of noise at 0.5 s, whose engine
+// plays into a hand-driven output.
+struct Multitrack {
+    ManualExecutor executor;
+    Preferences preferences;
+    ManualOutput* output;
+    std::unique_ptr<EditorModel> model;
+    TimelinePtr timeline;
+    Uuid lane;
+
+    Multitrack() {
+        auto manual = std::make_unique<ManualOutput>();
+        output = manual.get();
+        model = std::make_unique<EditorModel>(executor, preferences,
+                                              std::make_unique<PlaybackEngine>(std::move(manual)));
+        timeline = model->timeline();
+        lane = timeline->addLane("Voice").id;
+        TimelineClip clip{Uuid::random(), "Noise", makeNoise(48000, 2, 48000), 0, 48000, 0, 0, 0,
+                          std::nullopt};
+        timeline->insertCopy(clip, lane, 24000, "Paste Clip");
+        model->setShowingTimeline(true);
+    }
+    // The mixer's own render of [from, from + 512).
+    std::vector<float> mixed(int64_t from) const {
+        TimelineMixer::Scratch scratch(512);
+        std::vector<float> left(512), right(512);
+        TimelineMixer::renderBlock(*timeline->snapshot(), from, from + 512, left.data(),
+                                   right.data(), scratch);
+        return left;
+    }
+};
+
+} // namespace
+
+// While the timeline shows, the transport plays its mix from the timeline's cursor (not the
+// waveform editor's effect), stop leaves the cursor where playback was heard, and going back
+// to the waveform editor stops the timeline.
+TEST(EditorTimeline, TheTransportPlaysTheTimelineWhileItShows) {
+    Multitrack m;
+    auto track = AudioTrack::create("/music/Talk.wav");
+    track->finishLoading(makeNoise(48000, 1, 48000, 9));
+    m.model->addTrack(track);
+    m.model->setSelectedTrackIDs({track->id()});
+    m.model->addEffect(EffectKind::distortion); // the waveform editor's chain: not the mix's
+    m.timeline->setCursor(30000);
+    ASSERT_TRUE(m.model->canPlay());
+    m.model->play();
+    ASSERT_TRUE(m.model->isPlayingTimeline());
+    EXPECT_EQ(m.model->playingTrackID(), std::nullopt);
+    EXPECT_EQ(m.output->pull(512, hostTimeFromSeconds(1.0))[0], m.mixed(30000));
+    m.output->clock = hostTimeFromSeconds(1.0 + 0.02 + 0.005);
+    m.model->stop();
+    EXPECT_EQ(m.timeline->cursor(), 30000 + 240);
+
+    m.model->play();
+    m.model->setShowingTimeline(false);
+    EXPECT_FALSE(m.model->isPlaying());
+    m.model->play(); // the waveform editor plays the track again
+    EXPECT_EQ(m.model->playingTrackID(), track->id());
+}
+
+// "Mixdown to New Track" writes the mix (or the selection's) into the recordings folder with
+// progress, then opens it as the selected new track; an empty timeline can't be mixed down.
+TEST(EditorTimeline, MixdownOpensTheMixAsANewTrack) {
+    Multitrack m;
+    TemporaryFolder folder;
+    m.preferences.setRecordingsFolderPath(folder.path().string());
+    EXPECT_EQ(m.model->mixdownHelp(),
+              "Mixdown to a new track: the timeline as a stereo track, with the mixer's effects");
+    std::vector<double> progress;
+    m.model->mixdownProgressChanged.connect(
+        [&] { progress.push_back(m.model->mixdownProgress().value_or(-1)); });
+    m.model->mixdown();
+    EXPECT_FALSE(m.model->canMixdown()); // one at a time
+    m.executor.drain();
+    ASSERT_GE(progress.size(), 3u);
+    EXPECT_EQ(progress.front(), 0.0);
+    EXPECT_EQ(progress[progress.size() - 2], 1.0);
+    EXPECT_EQ(progress.back(), -1); // done
+    const auto track = m.model->activeTrack();
+    ASSERT_TRUE(track);
+    EXPECT_EQ(track->url(), folder / "Multitrack mix.wav");
+    m.executor.drain();
+    ASSERT_TRUE(track->audio());
+    EXPECT_EQ(track->frameCount(), 72000);
+    EXPECT_EQ(track->audio()->channelCount(), 2);
+
+    m.timeline->setSelection(std::pair<int64_t, int64_t>{0, 30000});
+    EXPECT_EQ(m.model->mixdownHelp(),
+              "Mixdown the selection to a new track, with the mixer's effects");
+    m.model->mixdown();
+    m.executor.drain();
+    m.executor.drain();
+    EXPECT_EQ(m.model->activeTrack()->url(), folder / "Multitrack mix (selection).wav");
+    EXPECT_EQ(m.model->activeTrack()->frameCount(), 30000);
+
+    m.timeline->removeLane(m.lane);
+    EXPECT_FALSE(m.model->canMixdown());
+}
