@@ -165,36 +165,39 @@ void EditorModel::newTrackFromSelection() {
 
 // ---- undo ----------------------------------------------------------------------------------
 
-bool EditorModel::canUndo() const {
+// While the timeline shows, Undo and Redo act on its history; else on the active track's.
+UndoStack* EditorModel::visibleUndoStack() const {
+    if (showingTimeline) return &timelineModel->undoStack();
     const auto track = activeTrack();
-    return track && track->undoStack().canUndo();
+    return track ? &track->undoStack() : nullptr;
+}
+
+bool EditorModel::canUndo() const {
+    const auto* stack = visibleUndoStack();
+    return stack && stack->canUndo();
 }
 
 bool EditorModel::canRedo() const {
-    const auto track = activeTrack();
-    return track && track->undoStack().canRedo();
+    const auto* stack = visibleUndoStack();
+    return stack && stack->canRedo();
 }
 
 void EditorModel::undo() {
-    const auto track = activeTrack();
-    if (!track) return;
-    attemptEdit("Undo", [&] { track->undoStack().undo(); });
+    if (auto* stack = visibleUndoStack()) attemptEdit("Undo", [&] { stack->undo(); });
 }
 
 void EditorModel::redo() {
-    const auto track = activeTrack();
-    if (!track) return;
-    attemptEdit("Redo", [&] { track->undoStack().redo(); });
+    if (auto* stack = visibleUndoStack()) attemptEdit("Redo", [&] { stack->redo(); });
 }
 
 std::string EditorModel::undoMenuTitle() const {
-    const auto track = activeTrack();
-    return track ? track->undoStack().undoMenuTitle() : "Undo";
+    const auto* stack = visibleUndoStack();
+    return stack ? stack->undoMenuTitle() : "Undo";
 }
 
 std::string EditorModel::redoMenuTitle() const {
-    const auto track = activeTrack();
-    return track ? track->undoStack().redoMenuTitle() : "Redo";
+    const auto* stack = visibleUndoStack();
+    return stack ? stack->redoMenuTitle() : "Redo";
 }
 
 } // namespace sonvale

@@ -102,7 +102,8 @@ public:
     // gain, and selects it.
     void newTrackFromSelection();
 
-    // The active track's undo stack (switching tracks switches the history Undo acts on).
+    // The active track's undo stack (switching tracks switches the history Undo acts on), or
+    // the timeline's while the timeline shows.
     bool canUndo() const;
     bool canRedo() const;
     void undo();
@@ -473,6 +474,7 @@ private:
     bool showingTimeline = false;
     std::optional<double> mixdownFraction;
     void playTimeline();
+    UndoStack* visibleUndoStack() const;
     bool playingSelection = false;
     bool looping = false;
     float rate = 1.0f;

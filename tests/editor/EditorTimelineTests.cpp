@@ -76,6 +76,23 @@ TEST(EditorTimeline, TheTransportPlaysTheTimelineWhileItShows) {
     EXPECT_EQ(m.model->playingTrackID(), track->id());
 }
 
+// Undo acts on the history of what shows: the timeline's, or the active track's.
+TEST(EditorTimeline, UndoFollowsTheViewThatShows) {
+    Multitrack m;
+    auto track = AudioTrack::create("/music/Talk.wav");
+    track->finishLoading(makeNoise(48000, 1, 48000, 9));
+    m.model->addTrack(track);
+    m.model->setSelectedTrackIDs({track->id()});
+    track->setSelection(FrameRange{100, 200});
+    m.model->deleteSelection();
+    EXPECT_EQ(m.model->undoMenuTitle(), "Undo Paste Clip");
+    m.model->undo();
+    EXPECT_TRUE(m.timeline->lanes()[0].clips.empty());
+    EXPECT_EQ(track->frameCount(), 47900);
+    m.model->setShowingTimeline(false);
+    EXPECT_EQ(m.model->undoMenuTitle(), "Undo Delete");
+}
+
 // "Mixdown to New Track" writes the mix (or the selection's) into the recordings folder with
 // progress, then opens it as the selected new track; an empty timeline can't be mixed down.
 TEST(EditorTimeline, MixdownOpensTheMixAsANewTrack) {
