@@ -90,12 +90,37 @@ std::string counted(int64_t count, const char* noun) {
 
 int64_t clipCount(const TimelineState::Lane& lane) { return int64_t(lane.clips.size()); }
 
-std::vector<std::string> busNames(const SessionState& state) {
-    std::vector<std::string> names;
-    if (state.timeline && state.timeline->mixer)
-        for (const auto& bus : state.timeline->mixer->buses)
-            names.push_back(bus.name);
-    return names;
+const std::vector<TimelineState::Bus>& buses(const SessionState& state) {
+    static const std::vector<TimelineState::Bus> none;
+    return state.timeline && state.timeline->mixer ? state.timeline->mixer->buses : none;
+}
+
+// The name of the bus a lane feeds, none for the master.
+std::optional<std::string> outputName(const SessionState& state, const TimelineState::Lane& lane) {
+    const auto& all = buses(state);
+    if (lane.output && *lane.output >= 0 && *lane.output < int64_t(all.size()))
+        return all[size_t(*lane.output)].name;
+    return std::nullopt;
+}
+
+std::vector<std::string> effectKinds(const ChainState& chain) {
+    std::vector<std::string> kinds;
+    for (const auto& effect : chain.effects)
+        kinds.push_back(effect.kind);
+    return kinds;
+}
+
+// "-3.0 dB, effects: reverb, compressor"
+std::string channelText(float gainDB, const ChainState& chain) {
+    char gain[32];
+    std::snprintf(gain, sizeof gain, "%+.1f dB", double(gainDB));
+    std::string text = gain;
+    const auto kinds = effectKinds(chain);
+    text += kinds.empty() ? ", no effects" : ", effects:";
+    for (size_t i = 0; i < kinds.size(); ++i)
+        text += (i ? ", " : " ") + kinds[i];
+    if (chain.isBypassed && !kinds.empty()) text += " (bypassed)";
+    return text;
 }
 
 void printText(const std::string& bundle, int64_t format, const SessionState& state,
@@ -115,11 +140,14 @@ void printText(const std::string& bundle, int64_t format, const SessionState& st
     if (state.timeline) {
         std::printf("lanes: %zu\n", state.timeline->lanes.size());
         for (const auto& lane : state.timeline->lanes)
-            std::printf("  %s: %s\n", lane.name.c_str(), counted(clipCount(lane), "clip").c_str());
-        const auto buses = busNames(state);
-        std::printf("buses: %zu\n", buses.size());
-        for (const auto& name : buses)
-            std::printf("  %s\n", name.c_str());
+            std::printf("  %s: %s into %s\n", lane.name.c_str(),
+                        counted(clipCount(lane), "clip").c_str(),
+                        outputName(state, lane).value_or("the master").c_str());
+        std::printf("buses: %zu\n", buses(state).size());
+        for (const auto& bus : buses(state))
+            std::printf("  %s: %s\n", bus.name.c_str(), channelText(bus.gainDB, bus.chain).c_str());
+        if (const auto& mixer = state.timeline->mixer)
+            std::printf("master: %s\n", channelText(mixer->masterGainDB, mixer->master).c_str());
     }
     std::printf("snapshots: %zu\n", snapshots.size());
     for (const auto& s : snapshots)
@@ -145,13 +173,22 @@ nlohmann::ordered_json toJSON(int64_t format, const SessionState& state,
     auto lanes = nlohmann::ordered_json::array();
     if (state.timeline)
         for (const auto& lane : state.timeline->lanes)
-            lanes.push_back(
-                nlohmann::ordered_json{{"name", lane.name}, {"clips", clipCount(lane)}});
+            lanes.push_back(nlohmann::ordered_json{
+                {"name", lane.name},
+                {"clips", clipCount(lane)},
+                {"output", outputName(state, lane)
+                               ? nlohmann::ordered_json(*outputName(state, lane))
+                               : nullptr}});
     object["lanes"] = std::move(lanes);
-    auto buses = nlohmann::ordered_json::array();
-    for (const auto& name : busNames(state))
-        buses.push_back(nlohmann::ordered_json{{"name", name}});
-    object["buses"] = std::move(buses);
+    auto busArray = nlohmann::ordered_json::array();
+    for (const auto& bus : buses(state))
+        busArray.push_back(nlohmann::ordered_json{
+            {"name", bus.name}, {"gainDB", bus.gainDB}, {"effects", effectKinds(bus.chain)}});
+    object["buses"] = std::move(busArray);
+    if (state.timeline && state.timeline->mixer)
+        object["master"] =
+            nlohmann::ordered_json{{"gainDB", state.timeline->mixer->masterGainDB},
+                                   {"effects", effectKinds(state.timeline->mixer->master)}};
     auto snapshotArray = nlohmann::ordered_json::array();
     for (const auto& s : snapshots) {
         nlohmann::ordered_json entry;

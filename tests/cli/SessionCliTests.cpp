@@ -53,6 +53,10 @@ protected:
         TimelineState after;
         after.lanes = {lane("Dialogue", 2), lane("Music", 1)};
         after.mixer.emplace().buses = {bus("Reverb"), bus("Echo")};
+        after.lanes[1].output = 0;
+        after.mixer->buses[0].chain.effects = {{"reverb", {}, false}, {"compressor", {}, false}};
+        after.mixer->masterGainDB = -3;
+        after.mixer->master.effects = {{"limiter", {}, false}};
         const auto edit = test::makeAudio(48000, {std::vector<float>(24000, 0.25f)});
         SessionBundle::write({trackFrom(test::fixture("stereo-s16.wav")),
                               trackFrom(folder / "gone.wav"),
@@ -75,11 +79,12 @@ TEST_F(SessionCliInfo, PrintsTheFormatTracksLanesBusesAndSnapshotsOldestFirst) {
                               "  " + (folder / "gone.wav").string() + ": missing\n" + "  " +
                               (bundle / "Audio/Edit.wav").string() + ": found, 0.500 s\n" +
                               "lanes: 2\n"
-                              "  Dialogue: 2 clips\n"
-                              "  Music: 1 clip\n"
+                              "  Dialogue: 2 clips into the master\n"
+                              "  Music: 1 clip into Reverb\n"
                               "buses: 2\n"
-                              "  Reverb\n"
-                              "  Echo\n"
+                              "  Reverb: +0.0 dB, effects: reverb, compressor\n"
+                              "  Echo: +0.0 dB, no effects\n"
+                              "master: -3.0 dB, effects: limiter\n"
                               "snapshots: 2\n"
                               "  " +
                               SessionBundle::snapshotID(firstSave) +
@@ -96,8 +101,11 @@ TEST_F(SessionCliInfo, JSONCarriesTheSameAsTheText) {
         "tracks": [{"path": "", "found": true, "duration": 3.0},
                    {"path": "", "found": false, "duration": null},
                    {"path": "", "found": true, "duration": 0.5}],
-        "lanes": [{"name": "Dialogue", "clips": 2}, {"name": "Music", "clips": 1}],
-        "buses": [{"name": "Reverb"}, {"name": "Echo"}],
+        "lanes": [{"name": "Dialogue", "clips": 2, "output": null},
+                  {"name": "Music", "clips": 1, "output": "Reverb"}],
+        "buses": [{"name": "Reverb", "gainDB": 0.0, "effects": ["reverb", "compressor"]},
+                  {"name": "Echo", "gainDB": 0.0, "effects": []}],
+        "master": {"gainDB": -3.0, "effects": ["limiter"]},
         "snapshots": [{"id": "", "date": "2024-03-05T12:34:56.789Z", "tracks": 1, "lanes": 1, "clips": 1},
                       {"id": "", "date": "2024-03-05T12:40:00.000Z", "tracks": 3, "lanes": 2, "clips": 3}]
     })");
