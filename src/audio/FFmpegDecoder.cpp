@@ -227,22 +227,15 @@ private:
                 if (frame->ch_layout.nb_channels != fileInfo.channels) {
                     // A stream whose channel count changes midway ends where it changes.
                     av_frame_unref(frame);
-                    finished = true;
                     return false;
                 }
                 placeFrame();
                 return true;
             }
-            if (received == AVERROR_EOF) {
-                finished = true;
-                return false;
-            }
+            if (received == AVERROR_EOF) return false;
             if (received != AVERROR(EAGAIN)) {
                 // A damaged packet: skip it as players do, unless nothing decodes any more.
-                if (++errors > maxConsecutiveErrors) {
-                    finished = true;
-                    return false;
-                }
+                if (++errors > maxConsecutiveErrors) return false;
                 continue;
             }
             sendPacket(errors);
@@ -253,7 +246,6 @@ private:
         for (;;) {
             if (flushing) {
                 // Already flushing and the decoder wants more: it has nothing left.
-                finished = true;
                 avcodec_send_packet(codec, nullptr);
                 return;
             }
@@ -358,8 +350,7 @@ private:
     bool placed = false;      // `origin` is known
     bool cutOgg = false;      // an Ogg file that ends before its last page
     bool flushing = false;
-    bool finished = false; // the decoder has nothing more
-    bool ended = false;    // and what the stream lacks has been scheduled
+    bool ended = false; // the decoder has nothing more, and what the stream lacks is scheduled
 };
 
 } // namespace
