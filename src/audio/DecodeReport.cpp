@@ -52,9 +52,8 @@ std::string DecodeReport::summary(const std::string& fileName, double sampleRate
     const bool silentTail = endsEarly && !inside.empty() && inside.back().lower == framesRead;
     if (silentTail) inside.pop_back();
     if (inside.size() == 1) {
-        text += subject() + " is damaged: " + secondsText(inside[0].length(), sampleRate) +
-                " at " + timeText(inside[0].lower, sampleRate) +
-                " could not be read and is silent.";
+        text += subject() + " is damaged: " + secondsText(inside[0].length(), sampleRate) + " at " +
+                timeText(inside[0].lower, sampleRate) + " could not be read and is silent.";
     } else if (inside.size() > 1) {
         int64_t lost = 0;
         for (const auto& range : inside)
@@ -71,9 +70,9 @@ std::string DecodeReport::summary(const std::string& fileName, double sampleRate
     }
     if (nonFiniteSamples > 0) {
         const bool one = nonFiniteSamples == 1;
-        text += subject() + (one ? " has 1 sample that is" : " has " +
-                                                                 std::to_string(nonFiniteSamples) +
-                                                                 " samples that are") +
+        text += subject() +
+                (one ? " has 1 sample that is"
+                     : " has " + std::to_string(nonFiniteSamples) + " samples that are") +
                 " not a number or infinite; " + (one ? "it was" : "they were") +
                 " replaced by silence.";
     }

@@ -220,19 +220,19 @@ private:
     std::deque<Run> runs;
     FloatBuffer block; // decoded samples, a run of blockCapacity floats per channel
     int64_t blockCapacity = 0;
-    int64_t blockFrames = 0; // filled frames of each channel's run
-    int64_t blockOffset = 0; // of which those before this one are delivered
-    int64_t next = 0;        // the frame after everything scheduled so far
+    int64_t blockFrames = 0;  // filled frames of each channel's run
+    int64_t blockOffset = 0;  // of which those before this one are delivered
+    int64_t next = 0;         // the frame after everything scheduled so far
     int64_t statedFrames = 0; // STREAMINFO's total; 0 when the encoder didn't know it
-    int errorsInFrame = 0; // reported by libFLAC while decoding the current frame
+    int errorsInFrame = 0;    // reported by libFLAC while decoding the current frame
     bool haveStreamInfo = false;
     bool ended = false;
 };
 
 } // namespace
 
-std::unique_ptr<AudioDecoder>
-openFlacDecoder(FileHandle& file, const std::filesystem::path& path, std::string& failure) {
+std::unique_ptr<AudioDecoder> openFlacDecoder(FileHandle& file, const std::filesystem::path& path,
+                                              std::string& failure) {
     failure.clear();
     if (::lseek(file.get(), 0, SEEK_SET) != 0) return nullptr;
     const int own = ::fcntl(file.get(), F_DUPFD_CLOEXEC, 0);

@@ -101,13 +101,13 @@ protected:
                                    int channels) {
         if (std::string(format.name) == "FLAC") {
             const auto decoded = *folder / "reference.wav";
-            const std::string command =
-                "flac -d -F -f -s '" + path.string() + "' -o '" + decoded.string() + "' 2>/dev/null";
+            const std::string command = "flac -d -F -f -s '" + path.string() + "' -o '" +
+                                        decoded.string() + "' 2>/dev/null";
             std::system(command.c_str());
             return AudioLoader::load(decoded)->frameCount;
         }
-        const std::string bytes = test::commandOutput("ffmpeg -v quiet -i '" + path.string() +
-                                                      "' -f f32le - | wc -c");
+        const std::string bytes =
+            test::commandOutput("ffmpeg -v quiet -i '" + path.string() + "' -f f32le - | wc -c");
         return std::stoll(bytes) / (4 * channels);
     }
 
