@@ -252,6 +252,7 @@ private:
             const int got = av_read_frame(format, packet);
             if (got < 0) {
                 if (io.systemError()) fail("Couldn't read", got);
+                if (got != AVERROR_EOF && findNextWavPackBlock()) continue;
                 // End of file, or the container breaks off: decode what the codec holds.
                 flushing = true;
                 avcodec_send_packet(codec, nullptr);
@@ -268,6 +269,26 @@ private:
                 avcodec_send_packet(codec, nullptr);
             }
             return;
+        }
+    }
+
+    // FFmpeg's WavPack reader stops at a block whose header is damaged. Every block begins
+    // with "wvpk" and says which sample it starts at, so reading goes on from the next one;
+    // the frames between become a gap.
+    bool findNextWavPackBlock() {
+        if (std::strcmp(format->iformat->name, "wv") != 0 || ++resyncs > maxConsecutiveErrors)
+            return false;
+        int64_t from = std::max<int64_t>(avio_tell(format->pb) - 31, 0);
+        std::vector<char> buffer(65536 + 3);
+        for (;;) {
+            const ssize_t got = ::pread(file.get(), buffer.data(), buffer.size(), from);
+            if (got < 4) return false;
+            const auto end = buffer.begin() + got;
+            const auto found =
+                std::search(buffer.begin() + 1, end, std::begin("wvpk"), std::begin("wvpk") + 4);
+            if (found != end)
+                return avio_seek(format->pb, from + (found - buffer.begin()), SEEK_SET) >= 0;
+            from += got - 3;
         }
     }
 
@@ -349,6 +370,7 @@ private:
     int gapTolerance = 32;    // frames by which time stamps may disagree without a gap
     bool placed = false;      // `origin` is known
     bool cutOgg = false;      // an Ogg file that ends before its last page
+    int resyncs = 0;          // times reading went on past a damaged WavPack block
     bool flushing = false;
     bool ended = false; // the decoder has nothing more, and what the stream lacks is scheduled
 };

@@ -28,8 +28,7 @@ struct Format {
     float tolerance;     // from the undamaged decode outside the lost stretches
     double recovery;     // seconds around a lost stretch in which a lossy decoder may differ
     // Every frame's place is known, also after damage in the middle. Raw MP3 has no time
-    // stamps of its own: frames whose headers were hit leave no trace but a shorter length;
-    // FFmpeg's WavPack reader stops at a block whose header is garbage.
+    // stamps of its own: frames whose headers were hit leave no trace but a shorter length.
     bool placesEveryFrame = true;
     // Damage shows: PCM has no checksums, so garbage in it decodes as noise.
     bool seesDamage = true;
@@ -41,7 +40,7 @@ const Format formats[] = {
     {"AAC", "m4a", "-c:a aac -b:a 128k -movflags +faststart", 0, 0.1},
     {"Vorbis", "ogg", "-c:a libvorbis -q:a 4", 0, 0.1},
     {"Opus", "opus", "-c:a libopus -b:a 96k", 2e-3f, 0.5},
-    {"WavPack", "wv", "-c:a wavpack -sample_fmt s16p", 0, 0, false},
+    {"WavPack", "wv", "-c:a wavpack -sample_fmt s16p", 0, 0},
     {"WAV", "wav", "-c:a pcm_s16le", 0, 0, true, false},
 };
 
