@@ -264,15 +264,32 @@ void MainWindow::showAlert() {
                                           QMessageBox::Ok, this);
         currentAlertBox->setObjectName("alert");
         currentAlertBox->setAttribute(Qt::WA_DeleteOnClose);
-        connect(currentAlertBox, &QMessageBox::finished, this, [this] {
+        connect(currentAlertBox, &QMessageBox::finished, this, [this, box = currentAlertBox] {
+            const QAbstractButton* clicked = box->clickedButton();
             currentAlertBox = nullptr;
-            model.dismissAlert();
+            if (clicked && clicked->objectName() == "alertAction")
+                model.performAlertAction();
+            else
+                model.dismissAlert();
         });
         currentAlertBox->open();
     }
     currentAlertBox->setWindowTitle(qs(alert->title));
     currentAlertBox->setText(qs(alert->title));
     currentAlertBox->setInformativeText(qs(alert->message));
+    currentAlertBox->setDetailedText(qs(alert->details));
+    // The alert's own action, when it has one, sits beside OK; a box reused for the next
+    // alert gets that alert's button.
+    auto* action = currentAlertBox->findChild<QPushButton*>("alertAction");
+    if (action && action->text() != qs(alert->actionTitle)) {
+        currentAlertBox->removeButton(action);
+        action->deleteLater();
+        action = nullptr;
+    }
+    if (!action && !alert->actionTitle.empty()) {
+        action = currentAlertBox->addButton(qs(alert->actionTitle), QMessageBox::ActionRole);
+        action->setObjectName("alertAction"); // the box's finished() runs the action
+    }
 }
 
 void MainWindow::openFiles(const QStringList& paths) {

@@ -49,9 +49,7 @@ public:
         format->flags |= AVFMT_FLAG_CUSTOM_IO;
         stream = avformat_new_stream(format, nullptr);
         codec = avcodec_alloc_context3(encoder);
-        frame = av_frame_alloc();
-        packet = av_packet_alloc();
-        if (!stream || !codec || !frame || !packet) throw AudioLoaderError::outOfMemory();
+        if (!stream || !codec) throw AudioLoaderError::outOfMemory();
 
         codec->sample_fmt = AV_SAMPLE_FMT_FLTP;
         codec->sample_rate = rate;
@@ -153,22 +151,7 @@ private:
     FileHandle file;
     std::filesystem::path path;
     FFmpegFileIO io;
-    // Freed before `io`, which the muxer writes through, even when the constructor throws.
-    struct Contexts {
-        AVFormatContext* format = nullptr;
-        AVCodecContext* codec = nullptr;
-        AVFrame* frame = nullptr;
-        AVPacket* packet = nullptr;
-        Contexts() = default;
-        Contexts(const Contexts&) = delete;
-        Contexts& operator=(const Contexts&) = delete;
-        ~Contexts() {
-            av_packet_free(&packet);
-            av_frame_free(&frame);
-            avcodec_free_context(&codec);
-            avformat_free_context(format);
-        }
-    } contexts;
+    FFmpegContexts contexts{FFmpegContexts::Direction::writing}; // after `io`
     AVFormatContext*& format = contexts.format;
     AVCodecContext*& codec = contexts.codec;
     AVFrame*& frame = contexts.frame;

@@ -28,22 +28,31 @@ public:
     // when the file can't be read.
     virtual int64_t read(float* const* channels, int64_t maxFrames) = 0;
 
+    // What could not be decoded so far: complete once read() has returned 0.
+    const DecodeReport& report() const { return damage; }
+
 protected:
     AudioLoader::FileInfo fileInfo;
     bool exactLength = true;
+    DecodeReport damage;
 };
 
 // Replaces NaN and infinite samples (a damaged stream, a broken float file) with silence,
 // so that levels, meters and exports never see them. Finite values stay as decoded.
-inline void silenceNonFinite(float* samples, int64_t count) {
+// Returns how many were replaced.
+inline int64_t silenceNonFinite(float* samples, int64_t count) {
+    int64_t replaced = 0;
     for (int64_t i = 0; i < count; ++i) {
         const uint32_t bits = std::bit_cast<uint32_t>(samples[i]);
-        samples[i] = (bits & 0x7f800000u) == 0x7f800000u ? 0.0f : samples[i];
+        const bool nonFinite = (bits & 0x7f800000u) == 0x7f800000u;
+        replaced += nonFinite;
+        samples[i] = nonFinite ? 0.0f : samples[i];
     }
+    return replaced;
 }
 
-// Opens `path` with libsndfile when it holds PCM or FLAC that libsndfile reads, else with
-// FFmpeg. Throws FileError naming the file when neither can, and
+// Opens `path` with libFLAC when it holds FLAC, with libsndfile when it holds PCM that
+// libsndfile reads, else with FFmpeg. Throws FileError naming the file when neither can, and
 // AudioLoaderError::empty when the file has no audio stream.
 std::unique_ptr<AudioDecoder> openAudioDecoder(const std::filesystem::path& path);
 
@@ -55,5 +64,10 @@ std::unique_ptr<AudioDecoder>
 openSndfileDecoder(FileHandle& file, const std::filesystem::path& path, std::string& failure);
 std::unique_ptr<AudioDecoder> openFFmpegDecoder(FileHandle& file,
                                                 const std::filesystem::path& path);
+// FLAC through libFLAC, which decodes on past a damaged frame and places every later frame by
+// its sample number. Returns nullptr, with the reason in `failure`, when it can't read the
+// stream's header.
+std::unique_ptr<AudioDecoder> openFlacDecoder(FileHandle& file, const std::filesystem::path& path,
+                                              std::string& failure);
 
 } // namespace sonvale

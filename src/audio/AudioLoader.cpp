@@ -163,17 +163,19 @@ std::vector<std::vector<PeakLevel>> completeLevels(const std::vector<FloatBuffer
     return levels;
 }
 
-// Whether the file begins with the signature of a container libsndfile should read: RIFF
-// and RF64 WAV, AIFF, FLAC, CAF, Sony Wave64, Sun AU. Anything else goes straight to
-// FFmpeg: libsndfile would hand MP3 to mpg123, which prints its complaints on stderr.
-bool startsLikeSndfileFormat(int fd) {
+enum class Signature { flac, sndfile, other };
+
+// Which decoder the file's first bytes call for: libFLAC for FLAC; libsndfile for RIFF and
+// RF64 WAV, AIFF, CAF, Sony Wave64 and Sun AU; FFmpeg for anything else (libsndfile would
+// hand MP3 to mpg123, which prints its complaints on stderr).
+Signature signatureOf(int fd) {
     char head[4] = {};
-    if (::pread(fd, head, sizeof head, 0) != ssize_t(sizeof head)) return false;
+    if (::pread(fd, head, sizeof head, 0) != ssize_t(sizeof head)) return Signature::other;
     const std::string_view magic(head, sizeof head);
-    for (std::string_view known :
-         {"RIFF", "RIFX", "RF64", "BW64", "FORM", "fLaC", "caff", "riff", ".snd"})
-        if (magic == known) return true;
-    return false;
+    if (magic == "fLaC") return Signature::flac;
+    for (std::string_view known : {"RIFF", "RIFX", "RF64", "BW64", "FORM", "caff", "riff", ".snd"})
+        if (magic == known) return Signature::sndfile;
+    return Signature::other;
 }
 
 } // namespace
@@ -192,21 +194,26 @@ std::unique_ptr<AudioDecoder> openAudioDecoder(const std::filesystem::path& path
                                           "It isn't a file but a pipe or a device."));
     ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
 
-    std::string sndfileFailure;
-    if (startsLikeSndfileFormat(fd))
-        if (auto decoder = openSndfileDecoder(file, path, sndfileFailure)) return decoder;
+    std::string failure;
+    const Signature signature = signatureOf(fd);
+    if (signature == Signature::flac) {
+        if (auto decoder = openFlacDecoder(file, path, failure)) return decoder;
+    } else if (signature == Signature::sndfile) {
+        if (auto decoder = openSndfileDecoder(file, path, failure)) return decoder;
+    }
     try {
         return openFFmpegDecoder(file, path);
     } catch (const FileError&) {
-        // libsndfile knew the format but found the file broken, and FFmpeg could make
-        // nothing of it either: libsndfile's reason is the more specific one.
-        if (!sndfileFailure.empty())
-            throw FileError(describeFileError("Couldn't open", path.string(), sndfileFailure));
+        // libFLAC or libsndfile knew the format but found the file broken, and FFmpeg could
+        // make nothing of it either: their reason is the more specific one.
+        if (!failure.empty())
+            throw FileError(describeFileError("Couldn't open", path.string(), failure));
         throw;
     }
 }
 
-AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress& progress) {
+AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress& progress,
+                               DecodeReport* report) {
     auto decoder = openAudioDecoder(path);
     const FileInfo info = decoder->info();
     const bool exact = decoder->lengthIsExact();
@@ -266,7 +273,7 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
             destinations[c] = buffers[c].data() + filled;
         const int64_t got =
             decoder->read(destinations.data(), std::min(capacity - filled, chunkFrames));
-        if (got <= 0) break; // the file ends before its header said it would
+        if (got <= 0) break; // the end, also of a file shorter than its header says
         filled += got;
         if (summariser) summariser->publish(filled);
         // Reading fills the first 90 % of the bar.
@@ -274,6 +281,14 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
         if (progress && fraction - reported >= 0.02) {
             reported = fraction;
             progress(fraction);
+        }
+    }
+    if (report) {
+        *report = decoder->report();
+        if (exact && filled < info.frames && !report->endsEarly) {
+            report->endsEarly = true;
+            report->framesRead = filled;
+            report->statedFrames = info.frames;
         }
     }
     decoder.reset();

@@ -9,6 +9,31 @@
 
 namespace sonvale {
 
+// What decoding a file could not recover. Empty for an undamaged file. A damaged stretch
+// is silent in the decoded audio, so everything after it keeps its time.
+struct DecodeReport {
+    std::vector<FrameRange> damaged; // in frames, in order, never touching one another
+    bool endsEarly = false;          // the audio stops before the length the file states
+    int64_t framesRead = 0;          // with endsEarly: the frame where the file's audio stops
+    int64_t statedFrames = 0;        // with endsEarly: the length the file states; 0 unknown
+    int64_t nonFiniteSamples = 0;    // NaN or infinite samples replaced by silence
+
+    bool isClean() const { return damaged.empty() && !endsEarly && nonFiniteSamples == 0; }
+    // Marks `length` frames from `start` as lost, joining a stretch it touches.
+    void addDamage(int64_t start, int64_t length);
+    // One sentence for the user: "“take.flac” is damaged: 0.6 s at 0:06.2 could not be read
+    // and is silent." Empty when the report is clean.
+    std::string summary(const std::string& fileName, double sampleRate) const;
+    // One line per damaged stretch ("0:06.2 to 0:06.8 (0.6 s)"), then the early end and the
+    // replaced samples.
+    std::vector<std::string> details(double sampleRate) const;
+    friend bool operator==(const DecodeReport&, const DecodeReport&) = default;
+};
+
+// A time as the window and the command line show it: "m:ss.t", or "h:mm:ss.t" from an hour
+// on; tenths are cut, not rounded.
+std::string durationString(double seconds);
+
 // Decoding and building of AudioData. Every AudioData is made by makeAudioData.
 // Thread-safe: load() runs on a background thread and reports progress from it.
 struct AudioLoader {
@@ -33,7 +58,9 @@ struct AudioLoader {
 
     // Decodes a file to planar float at its own rate and channel count. Progress goes from
     // 0 to 1 in steps of at least 0.02. Throws AudioLoaderError or FileError.
-    static AudioDataPtr load(const std::filesystem::path& path, const Progress& progress = {});
+    // What could not be recovered goes to `report` when given.
+    static AudioDataPtr load(const std::filesystem::path& path, const Progress& progress = {},
+                             DecodeReport* report = nullptr);
 
     // What a file holds, without decoding it all.
     struct FileInfo {

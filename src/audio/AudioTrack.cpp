@@ -29,7 +29,8 @@ void AudioTrack::setState(LoadState state) {
     stateChanged.emit();
 }
 
-void AudioTrack::finishLoading(AudioDataPtr audio) {
+void AudioTrack::finishLoading(AudioDataPtr audio, DecodeReport report) {
+    loadReport = std::move(report);
     setAudio(std::move(audio));
     fitViewportToAudio();
     clampToAudio();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/AudioData.h"
+#include "audio/AudioLoader.h"
 #include "audio/Marker.h"
 #include "audio/Transcript.h"
 #include "base/UndoStack.h"
@@ -93,8 +94,11 @@ public:
     void setState(LoadState state);
     bool isReady() const { return std::holds_alternative<Ready>(loadState); }
     // Installs freshly decoded audio: state ready, viewport fitted to the whole track, and
-    // markers, selection and cursor brought inside it. Not an edit.
-    void finishLoading(AudioDataPtr audio);
+    // markers, selection and cursor brought inside it. Not an edit. `report` is what the
+    // decoder could not recover from the file.
+    void finishLoading(AudioDataPtr audio, DecodeReport report = {});
+    // What decoding the file lost (silent stretches, an early end); empty for a sound file.
+    const DecodeReport& decodeReport() const { return loadReport; }
 
     // ---- audio
     const AudioDataPtr& audio() const { return currentAudio; }
@@ -251,6 +255,7 @@ private:
     std::optional<TranscriptWork> work;
     LoadState loadState = Loading{0};
     AudioDataPtr currentAudio;
+    DecodeReport loadReport;
     bool recording = false;
     bool newFile = false;
     AudioDataPtr liveSnapshot;

@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -37,22 +39,30 @@ public:
 
     int64_t read(float* const* channels, int64_t maxFrames) override {
         int64_t total = 0;
-        while (total < maxFrames && !finished) {
-            if (frameOffset >= frame->nb_samples) {
-                if (!receiveFrame()) break;
+        while (total < maxFrames) {
+            int64_t room = maxFrames - total;
+            // The container's duration ends the audio where the codec's padding begins.
+            if (limit >= 0) room = std::min(room, limit - delivered);
+            if (room <= 0) break;
+            if (silenceDue > 0) {
+                const int64_t count = std::min(silenceDue, room);
+                for (int c = 0; c < fileInfo.channels; ++c)
+                    std::fill(channels[c] + total, channels[c] + total + count, 0.0f);
+                silenceDue -= count;
+                total += count;
+                delivered += count;
                 continue;
             }
-            int64_t count = std::min<int64_t>(frame->nb_samples - frameOffset, maxFrames - total);
-            // The container's duration ends the audio where the codec's padding begins.
-            if (limit >= 0) count = std::min(count, limit - delivered);
-            if (count <= 0) {
-                finished = true;
-                break;
+            if (frameOffset < frame->nb_samples) {
+                const int64_t count = std::min<int64_t>(frame->nb_samples - frameOffset, room);
+                convert(channels, total, count);
+                frameOffset += int(count);
+                total += count;
+                delivered += count;
+                continue;
             }
-            convert(channels, total, count);
-            frameOffset += int(count);
-            total += count;
-            delivered += count;
+            if (ended) break;
+            if (!receiveFrame()) finish();
         }
         return total;
     }
@@ -62,9 +72,7 @@ private:
         silenceFFmpegLog();
         const std::string name = path.string();
         format = avformat_alloc_context();
-        packet = av_packet_alloc();
-        frame = av_frame_alloc();
-        if (!format || !packet || !frame) throw AudioLoaderError::outOfMemory();
+        if (!format) throw AudioLoaderError::outOfMemory();
         format->pb = io.context();
         // The name only helps format detection by extension; data comes through `io`.
         int error = avformat_open_input(&format, name.c_str(), nullptr, nullptr);
@@ -95,6 +103,9 @@ private:
         if (error < 0) fail("Couldn't open", error);
         codec->pkt_timebase = stream->time_base;
         codec->thread_count = 1;
+        // A packet whose checksum fails (WavPack, FLAC, MP3 with CRCs) is dropped rather than
+        // decoded to noise; its time then shows as a gap before the next.
+        codec->err_recognition |= AV_EF_CRCCHECK;
         error = avcodec_open2(codec, decoder, nullptr);
         if (error < 0) fail("Couldn't open", error);
 
@@ -120,6 +131,81 @@ private:
         const bool isMPEG4 = std::strstr(format->iformat->name, "mp4") != nullptr;
         exactLength = isMPEG4 && stream->duration != AV_NOPTS_VALUE && stream->duration > 0;
         limit = exactLength ? frames : -1;
+        // A duration guessed from the bit rate says nothing about where the audio should end.
+        statedLength =
+            format->duration_estimation_method != AVFMT_DURATION_FROM_BITRATE ? frames : 0;
+        // Time stamps in milliseconds (Matroska) may be off by one in either direction.
+        gapTolerance = std::max(codec->sample_rate / 500, 32);
+        if (std::strcmp(format->iformat->name, "ogg") == 0) cutOgg = !endsWithLastOggPage();
+    }
+
+    // Whether the last Ogg page in the file is complete and marks the end of its stream. A
+    // file cut short ends in the middle of a page, or after one that isn't the last.
+    bool endsWithLastOggPage() const {
+        struct stat status {};
+        if (::fstat(file.get(), &status) != 0) return true;
+        const int64_t size = status.st_size;
+        std::vector<unsigned char> tail(size_t(std::min<int64_t>(size, 65536 + 282)));
+        const int64_t from = size - int64_t(tail.size());
+        if (::pread(file.get(), tail.data(), tail.size(), from) != ssize_t(tail.size()))
+            return true;
+        for (int64_t at = int64_t(tail.size()) - 27; at >= 0; --at) {
+            if (std::memcmp(tail.data() + at, "OggS", 4) != 0) continue;
+            const int64_t segments = tail[size_t(at) + 26];
+            if (at + 27 + segments > int64_t(tail.size())) continue;
+            int64_t body = 0;
+            for (int64_t i = 0; i < segments; ++i)
+                body += tail[size_t(at + 27 + i)];
+            if (at + 27 + segments + body != int64_t(tail.size())) continue;
+            return (tail[size_t(at) + 5] & 0x04) != 0; // the end-of-stream flag
+        }
+        return false;
+    }
+
+    // Places the frame just received by its time stamp: a start later than where the audio so
+    // far reaches reveals packets that could not be read, which become silence.
+    void placeFrame() {
+        const int64_t stamp = frame->best_effort_timestamp != AV_NOPTS_VALUE
+                                  ? frame->best_effort_timestamp
+                                  : frame->pts;
+        if (stamp != AV_NOPTS_VALUE) {
+            const int64_t start =
+                av_rescale_q(stamp, stream->time_base, AVRational{1, codec->sample_rate});
+            if (!placed) origin = start;
+            placed = true;
+            const int64_t gap = start - origin - next;
+            // A stamp far past the stated end (or, without one, minutes ahead) is itself damage.
+            const int64_t furthest = statedLength > 0 ? statedLength + codec->sample_rate
+                                                      : next + 600 * int64_t(codec->sample_rate);
+            if (gap > gapTolerance && start - origin <= furthest) {
+                damage.addDamage(next, gap);
+                silenceDue += gap;
+                next += gap;
+            }
+        }
+        next += frame->nb_samples;
+    }
+
+    // The stream is over. A length the container states exactly is filled with silence;
+    // a stated length the audio falls well short of is reported.
+    void finish() {
+        ended = true;
+        if (limit >= 0 && next < limit) {
+            damage.endsEarly = true;
+            damage.framesRead = next;
+            damage.statedFrames = limit;
+            damage.addDamage(next, limit - next);
+            silenceDue += limit - next;
+            next = limit;
+        } else if (limit < 0 && statedLength - next > std::max<int64_t>(codec->sample_rate / 10,
+                                                                        statedLength / 100)) {
+            damage.endsEarly = true;
+            damage.framesRead = next;
+            damage.statedFrames = statedLength;
+        } else if (cutOgg) {
+            damage.endsEarly = true;
+            damage.framesRead = next;
+        }
     }
 
     [[noreturn]] void fail(const char* what, int error) const {
@@ -141,21 +227,15 @@ private:
                 if (frame->ch_layout.nb_channels != fileInfo.channels) {
                     // A stream whose channel count changes midway ends where it changes.
                     av_frame_unref(frame);
-                    finished = true;
                     return false;
                 }
+                placeFrame();
                 return true;
             }
-            if (received == AVERROR_EOF) {
-                finished = true;
-                return false;
-            }
+            if (received == AVERROR_EOF) return false;
             if (received != AVERROR(EAGAIN)) {
                 // A damaged packet: skip it as players do, unless nothing decodes any more.
-                if (++errors > maxConsecutiveErrors) {
-                    finished = true;
-                    return false;
-                }
+                if (++errors > maxConsecutiveErrors) return false;
                 continue;
             }
             sendPacket(errors);
@@ -166,13 +246,13 @@ private:
         for (;;) {
             if (flushing) {
                 // Already flushing and the decoder wants more: it has nothing left.
-                finished = true;
                 avcodec_send_packet(codec, nullptr);
                 return;
             }
             const int got = av_read_frame(format, packet);
             if (got < 0) {
                 if (io.systemError()) fail("Couldn't read", got);
+                if (got != AVERROR_EOF && findNextWavPackBlock()) continue;
                 // End of file, or the container breaks off: decode what the codec holds.
                 flushing = true;
                 avcodec_send_packet(codec, nullptr);
@@ -192,6 +272,26 @@ private:
         }
     }
 
+    // FFmpeg's WavPack reader stops at a block whose header is damaged. Every block begins
+    // with "wvpk" and says which sample it starts at, so reading goes on from the next one;
+    // the frames between become a gap.
+    bool findNextWavPackBlock() {
+        if (std::strcmp(format->iformat->name, "wv") != 0 || ++resyncs > maxConsecutiveErrors)
+            return false;
+        int64_t from = std::max<int64_t>(avio_tell(format->pb) - 31, 0);
+        std::vector<char> buffer(65536 + 3);
+        for (;;) {
+            const ssize_t got = ::pread(file.get(), buffer.data(), buffer.size(), from);
+            if (got < 4) return false;
+            const auto end = buffer.begin() + got;
+            const auto found =
+                std::search(buffer.begin() + 1, end, std::begin("wvpk"), std::begin("wvpk") + 4);
+            if (found != end)
+                return avio_seek(format->pb, from + (found - buffer.begin()), SEEK_SET) >= 0;
+            from += got - 3;
+        }
+    }
+
     // Writes `count` samples from the current frame (from frameOffset on) to each channel
     // at `at`, converting the decoder's sample format to float.
     void convert(float* const* channels, int64_t at, int64_t count) {
@@ -202,7 +302,7 @@ private:
                 std::memcpy(channels[c] + at,
                             reinterpret_cast<const float*>(frame->extended_data[c]) + frameOffset,
                             size_t(count) * sizeof(float));
-                silenceNonFinite(channels[c] + at, count);
+                damage.nonFiniteSamples += silenceNonFinite(channels[c] + at, count);
             }
             return;
         }
@@ -213,7 +313,7 @@ private:
                 float* out = channels[c] + at;
                 for (int64_t i = 0; i < count; ++i)
                     out[i] = from[i * n + c];
-                silenceNonFinite(out, count);
+                damage.nonFiniteSamples += silenceNonFinite(out, count);
             }
             return;
         }
@@ -244,30 +344,13 @@ private:
                 std::fill(channels[c] + at + converted, channels[c] + at + count, 0.0f);
         if (sampleFormat == AV_SAMPLE_FMT_DBL || sampleFormat == AV_SAMPLE_FMT_DBLP)
             for (int c = 0; c < n; ++c)
-                silenceNonFinite(channels[c] + at, count);
+                damage.nonFiniteSamples += silenceNonFinite(channels[c] + at, count);
     }
 
     FileHandle file;
     std::filesystem::path path;
     FFmpegFileIO io;
-    // Freed before `io`, which the format context reads through, even when open() throws.
-    struct Contexts {
-        AVFormatContext* format = nullptr;
-        AVCodecContext* codec = nullptr;
-        AVPacket* packet = nullptr;
-        AVFrame* frame = nullptr;
-        SwrContext* converter = nullptr;
-        Contexts() = default;
-        Contexts(const Contexts&) = delete;
-        Contexts& operator=(const Contexts&) = delete;
-        ~Contexts() {
-            swr_free(&converter);
-            av_frame_free(&frame);
-            av_packet_free(&packet);
-            avcodec_free_context(&codec);
-            avformat_close_input(&format);
-        }
-    } contexts;
+    FFmpegContexts contexts{FFmpegContexts::Direction::reading}; // after `io`
     AVFormatContext*& format = contexts.format;
     AVCodecContext*& codec = contexts.codec;
     AVPacket*& packet = contexts.packet;
@@ -279,9 +362,17 @@ private:
     std::vector<uint8_t*> outputs;
     int frameOffset = 0;
     int64_t delivered = 0;
-    int64_t limit = -1; // frames the container says the stream holds; -1 when unknown
+    int64_t limit = -1;       // frames the container says the stream holds; -1 when unknown
+    int64_t statedLength = 0; // the container's duration in frames, 0 when only a guess
+    int64_t next = 0;         // the frame after everything received or scheduled so far
+    int64_t origin = 0;       // the first frame's time stamp, in frames
+    int64_t silenceDue = 0;   // silent frames to deliver before the rest of the frame
+    int gapTolerance = 32;    // frames by which time stamps may disagree without a gap
+    bool placed = false;      // `origin` is known
+    bool cutOgg = false;      // an Ogg file that ends before its last page
+    int resyncs = 0;          // times reading went on past a damaged WavPack block
     bool flushing = false;
-    bool finished = false;
+    bool ended = false; // the decoder has nothing more, and what the stream lacks is scheduled
 };
 
 } // namespace

@@ -8,9 +8,12 @@
 #include <unistd.h>
 
 extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
 #include <libavutil/error.h>
 #include <libavutil/log.h>
 #include <libavutil/mem.h>
+#include <libswresample/swresample.h>
 }
 
 namespace sonvale {
@@ -87,6 +90,28 @@ int64_t FFmpegFileIO::seek(void* opaque, int64_t offset, int whence) {
     const off_t position = ::lseek(self->fd, off_t(offset), whence & ~AVSEEK_FORCE);
     if (position < 0) return AVERROR(errno);
     return int64_t(position);
+}
+
+FFmpegContexts::FFmpegContexts(Direction direction)
+    : packet(av_packet_alloc())
+    , frame(av_frame_alloc())
+    , direction(direction) {
+    if (!packet || !frame) {
+        av_frame_free(&frame);
+        av_packet_free(&packet);
+        throw AudioLoaderError::outOfMemory();
+    }
+}
+
+FFmpegContexts::~FFmpegContexts() {
+    swr_free(&converter);
+    av_frame_free(&frame);
+    av_packet_free(&packet);
+    avcodec_free_context(&codec);
+    if (direction == Direction::reading)
+        avformat_close_input(&format);
+    else
+        avformat_free_context(format);
 }
 
 } // namespace sonvale

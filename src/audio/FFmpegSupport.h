@@ -4,6 +4,11 @@
 
 extern "C" {
 #include <libavformat/avio.h>
+struct AVFormatContext;
+struct AVCodecContext;
+struct AVPacket;
+struct AVFrame;
+struct SwrContext;
 }
 
 namespace sonvale {
@@ -34,6 +39,26 @@ private:
     int fd;
     int failure = 0;
     AVIOContext* io = nullptr;
+};
+
+// The FFmpeg objects one decoder or encoder works with, freed together. Declared after the
+// FFmpegFileIO the format context reads or writes through, so that they go first, also
+// when a constructor throws.
+struct FFmpegContexts {
+    enum class Direction { reading, writing };
+    explicit FFmpegContexts(Direction direction);
+    ~FFmpegContexts();
+    FFmpegContexts(const FFmpegContexts&) = delete;
+    FFmpegContexts& operator=(const FFmpegContexts&) = delete;
+
+    AVFormatContext* format = nullptr; // closed as an input, or freed as an output
+    AVCodecContext* codec = nullptr;
+    AVPacket* packet = nullptr; // allocated here; throws outOfMemory when it can't be
+    AVFrame* frame = nullptr;   // likewise
+    SwrContext* converter = nullptr;
+
+private:
+    Direction direction;
 };
 
 } // namespace sonvale

@@ -1,4 +1,4 @@
-// Decoding through libsndfile: WAV, AIFF, FLAC and the other PCM containers it reads
+// Decoding through libsndfile: WAV, AIFF and the other PCM containers it reads
 // (CAF, W64, RF64, AU ...). It yields exactly what FFmpeg's decoders yield for these, and
 // faster.
 
@@ -12,6 +12,8 @@
 #include <cctype>
 #include <fcntl.h>
 #include <sndfile.h>
+#include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace sonvale {
@@ -88,6 +90,59 @@ std::string codecName(int format) {
     return "unknown";
 }
 
+uint32_t readWord(const unsigned char* at, bool bigEndian) {
+    return bigEndian ? uint32_t(at[0]) << 24 | uint32_t(at[1]) << 16 | uint32_t(at[2]) << 8 | at[3]
+                     : uint32_t(at[3]) << 24 | uint32_t(at[2]) << 16 | uint32_t(at[1]) << 8 | at[0];
+}
+
+// The size in bytes that a WAV or AIFF file's header gives its sample data, when that is
+// more than the file holds after the header (a cut file, or a header written before the
+// data and never completed); 0 when the data fits or the file is of another kind.
+int64_t overstatedDataSize(int fd) {
+    struct stat status {};
+    if (::fstat(fd, &status) != 0) return 0;
+    unsigned char head[12];
+    if (::pread(fd, head, sizeof head, 0) != ssize_t(sizeof head)) return 0;
+    const std::string_view form(reinterpret_cast<const char*>(head), 4);
+    const std::string_view kind(reinterpret_cast<const char*>(head) + 8, 4);
+    const bool wav = (form == "RIFF" || form == "RIFX") && kind == "WAVE";
+    const bool aiff = form == "FORM" && (kind == "AIFF" || kind == "AIFC");
+    if (!wav && !aiff) return 0;
+    const bool bigEndian = form != "RIFF";
+    const std::string_view dataID = wav ? "data" : "SSND";
+    int64_t offset = 12;
+    // A few dozen chunks at most come before the data.
+    for (int chunk = 0; chunk < 64 && offset + 8 <= int64_t(status.st_size); ++chunk) {
+        unsigned char header[16];
+        if (::pread(fd, header, sizeof header, offset) < 8) return 0;
+        const int64_t size = readWord(header + 4, bigEndian);
+        if (std::string_view(reinterpret_cast<const char*>(header), 4) == dataID) {
+            // An AIFF sound chunk begins with its offset and block size.
+            const int64_t start = offset + 8 + (aiff ? 8 + readWord(header + 8, true) : 0);
+            const int64_t bytes = size - (aiff ? 8 + readWord(header + 8, true) : 0);
+            return start + bytes > int64_t(status.st_size) ? bytes : 0;
+        }
+        offset += 8 + size + (size & 1);
+    }
+    return 0;
+}
+
+// Bytes per sample of the uncompressed codecs, whose frame count follows from a data size.
+int bytesPerSample(int format) {
+    switch (format & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_PCM_S8:
+    case SF_FORMAT_PCM_U8:
+    case SF_FORMAT_ULAW:
+    case SF_FORMAT_ALAW: return 1;
+    case SF_FORMAT_PCM_16: return 2;
+    case SF_FORMAT_PCM_24: return 3;
+    case SF_FORMAT_PCM_32:
+    case SF_FORMAT_FLOAT: return 4;
+    case SF_FORMAT_DOUBLE: return 8;
+    default: return 0;
+    }
+}
+
 class SndfileDecoder final : public AudioDecoder {
 public:
     SndfileDecoder(SNDFILE* sndfile, const SF_INFO& sfInfo, std::filesystem::path path)
@@ -111,8 +166,17 @@ public:
         const int64_t got = readSamples(channels, maxFrames);
         if (floatingPoint)
             for (int c = 0; c < fileInfo.channels; ++c)
-                silenceNonFinite(channels[c], got);
+                damage.nonFiniteSamples += silenceNonFinite(channels[c], got);
         return got;
+    }
+
+    // The header gives the data more bytes than the file holds: libsndfile reads what is
+    // there, and the report says how much the header promised.
+    void noteOverstatedData(int64_t bytes, int format) {
+        damage.endsEarly = true;
+        damage.framesRead = fileInfo.frames;
+        const int perFrame = bytesPerSample(format) * fileInfo.channels;
+        damage.statedFrames = perFrame > 0 ? bytes / perFrame : 0;
     }
 
 private:
@@ -199,6 +263,8 @@ openSndfileDecoder(FileHandle& file, const std::filesystem::path& path, std::str
     }
     try {
         auto decoder = std::make_unique<SndfileDecoder>(sndfile, info, path);
+        if (const int64_t bytes = overstatedDataSize(file.get()))
+            decoder->noteOverstatedData(bytes, info.format);
         file.reset();
         return decoder;
     } catch (...) {

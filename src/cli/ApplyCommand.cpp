@@ -10,6 +10,7 @@
 #include "base/Errors.h"
 #include "cli/Commands.h"
 #include "cli/Options.h"
+#include "cli/Progress.h"
 #include "effects/EffectChain.h"
 #include "effects/EffectRenderer.h"
 #include "effects/EffectSetup.h"
@@ -98,8 +99,6 @@ void applyToWholeFile(const std::string& input, const std::string& output,
                     ended = true;
                     break;
                 }
-                for (size_t c = 0; c < planes.size(); ++c)
-                    silenceNonFinite(at[c], n);
                 filled += n;
             }
             frames += filled;
@@ -116,6 +115,7 @@ void applyToWholeFile(const std::string& input, const std::string& output,
             writer->write(planes.data(), count);
         }
         writer->finish();
+        warnAboutDamage(input, decoder->report(), rate);
     } catch (...) {
         writer.reset(); // takes its unfinished file away; the output stays as it was
         throw;
@@ -159,7 +159,9 @@ int apply(const Arguments& args) {
         applyToWholeFile(*input, *output, setups);
         return 0;
     }
-    auto audio = AudioLoader::load(*input);
+    DecodeReport report;
+    auto audio = AudioLoader::load(*input, {}, &report);
+    warnAboutDamage(*input, report, audio->sampleRate);
     FrameRange range = parseRange(*rangeText, *audio, *input);
     if (range.isEmpty()) throw UsageError{"\"" + *input + "\" has no audio to process"};
 

@@ -128,6 +128,8 @@ void exportStreamed(const Options& options) {
         if (!writer) // a range that starts where the file ends: nothing to write
             writer = openAudioFileWriter(settings(*options.format, rate, channels), options.output);
         writer->finish();
+        progress.clear();
+        warnAboutDamage(options.input, decoder->report(), rate);
     } catch (...) {
         writer.reset(); // takes its unfinished file away; the output stays as it was
         throw;

@@ -21,6 +21,7 @@ struct FileSummary {
     int64_t frames = 0;
     double duration = 0;
     float peak = 0;
+    DecodeReport report;
 };
 
 std::string formatLine(const FileSummary& s) {
@@ -55,6 +56,23 @@ nlohmann::ordered_json toJSON(const FileSummary& s) {
         object["peakDBFS"] = decibelsFromGain(double(s.peak));
     else
         object["peakDBFS"] = nullptr;
+    // What decoding could not recover: silent stretches, an early end, replaced samples.
+    const double rate = s.info.sampleRate > 0 ? s.info.sampleRate : 1;
+    auto damaged = nlohmann::ordered_json::array();
+    for (const FrameRange& range : s.report.damaged)
+        damaged.push_back({{"startFrame", range.lower},
+                           {"frames", range.length()},
+                           {"start", double(range.lower) / rate},
+                           {"duration", double(range.length()) / rate}});
+    object["damaged"] = std::move(damaged);
+    object["endsEarly"] = s.report.endsEarly;
+    if (s.report.endsEarly) {
+        object["framesRead"] = s.report.framesRead;
+        object["statedFrames"] = s.report.statedFrames > 0
+                                     ? nlohmann::ordered_json(s.report.statedFrames)
+                                     : nlohmann::ordered_json(nullptr);
+    }
+    object["nonFiniteSamples"] = s.report.nonFiniteSamples;
     return object;
 }
 
@@ -85,8 +103,10 @@ int info(const Arguments& args) {
             summary.file = file;
             summary.info = AudioLoader::probe(file);
             ProgressLine progress("Reading " + file);
-            const AudioDataPtr audio = AudioLoader::load(file, progress.callback());
+            const AudioDataPtr audio =
+                AudioLoader::load(file, progress.callback(), &summary.report);
             progress.clear();
+            warnAboutDamage(file, summary.report, audio->sampleRate);
             summary.frames = audio->frameCount;
             summary.duration = audio->duration();
             summary.peak = audio->peak;

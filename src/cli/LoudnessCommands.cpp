@@ -21,7 +21,11 @@ namespace {
 
 AudioDataPtr loadWithProgress(const std::string& file) {
     ProgressLine progress("Reading " + file);
-    return AudioLoader::load(file, progress.callback());
+    DecodeReport report;
+    auto audio = AudioLoader::load(file, progress.callback(), &report);
+    progress.clear();
+    warnAboutDamage(file, report, audio->sampleRate);
+    return audio;
 }
 
 std::string fileName(const std::string& path) {

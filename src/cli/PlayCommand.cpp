@@ -5,6 +5,7 @@
 #include "audio/Decibels.h"
 #include "cli/Commands.h"
 #include "cli/Options.h"
+#include "cli/Progress.h"
 #include "effects/EffectChain.h"
 #include "effects/EffectSetup.h"
 #include "engine/LevelMeter.h"
@@ -77,7 +78,9 @@ int play(const Arguments& args) {
         const EffectSetup setup = EffectSetup::parse(effect);
         chain->append(EffectSession::make(setup.kind, setup.values));
     }
-    auto audio = AudioLoader::load(file);
+    DecodeReport report;
+    auto audio = AudioLoader::load(file, {}, &report);
+    warnAboutDamage(file, report, audio->sampleRate);
     const int64_t start =
         std::min<int64_t>(std::llround(from * audio->sampleRate), audio->frameCount);
     if (start >= audio->frameCount)

@@ -32,4 +32,12 @@ void ProgressLine::clear() {
     lastPercent = -1;
 }
 
+void warnAboutDamage(const std::string& file, const DecodeReport& report, double sampleRate) {
+    if (report.isClean()) return;
+    std::fflush(stdout);
+    std::fprintf(stderr, "sonvale-cli: %s\n", report.summary(file, sampleRate).c_str());
+    for (const std::string& line : report.details(sampleRate))
+        std::fprintf(stderr, "    %s\n", line.c_str());
+}
+
 } // namespace sonvale::cli

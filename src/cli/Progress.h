@@ -1,5 +1,7 @@
 #pragma once
 
+#include "audio/AudioLoader.h"
+
 #include <functional>
 #include <string>
 
@@ -25,5 +27,10 @@ private:
     bool drawn = false;
     int lastPercent = -1;
 };
+
+// Says on stderr what a file lost in decoding (its damaged stretches, an early end, replaced
+// samples), once, with the details indented below; nothing for an undamaged file. The
+// command goes on: the file did open.
+void warnAboutDamage(const std::string& file, const DecodeReport& report, double sampleRate);
 
 } // namespace sonvale::cli

@@ -214,15 +214,22 @@ void EditorModel::load(const AudioTrackPtr& track) {
                 });
             };
             try {
-                AudioDataPtr audio = AudioLoader::load(url, [&](double fraction) {
-                    report([fraction](AudioTrack& t) {
-                        if (std::holds_alternative<AudioTrack::Loading>(t.state()))
-                            t.setState(AudioTrack::Loading{fraction});
-                    });
-                });
-                report([token, audio = std::move(audio)](AudioTrack& t) {
-                    t.finishLoading(audio);
-                    if (auto alive = token.lock()) (*alive)->trackFinishedLoading(t);
+                DecodeReport lost;
+                AudioDataPtr audio = AudioLoader::load(
+                    url,
+                    [&](double fraction) {
+                        report([fraction](AudioTrack& t) {
+                            if (std::holds_alternative<AudioTrack::Loading>(t.state()))
+                                t.setState(AudioTrack::Loading{fraction});
+                        });
+                    },
+                    &lost);
+                report([token, audio = std::move(audio), lost = std::move(lost)](AudioTrack& t) {
+                    t.finishLoading(audio, lost);
+                    if (auto alive = token.lock()) {
+                        (*alive)->trackFinishedLoading(t);
+                        if (!lost.isClean()) (*alive)->reportDamage(t.shared_from_this());
+                    }
                 });
             } catch (const std::exception& error) {
                 std::error_code missing;
@@ -235,15 +242,58 @@ void EditorModel::load(const AudioTrackPtr& track) {
 
 // ---- alerts --------------------------------------------------------------------------------
 
-void EditorModel::showAlert(AppAlert alert) {
+void EditorModel::showAlert(AppAlert alert, std::function<void()> action) {
     currentAlert = std::move(alert);
+    currentAlertAction = std::move(action);
     alertChanged.emit();
 }
 
 void EditorModel::dismissAlert() {
     if (!currentAlert) return;
     currentAlert.reset();
+    currentAlertAction = nullptr;
+    if (!waitingAlerts.empty()) {
+        auto [alert, action] = std::move(waitingAlerts.front());
+        waitingAlerts.pop_front();
+        showAlert(std::move(alert), std::move(action));
+        return;
+    }
     alertChanged.emit();
+}
+
+void EditorModel::performAlertAction() {
+    if (auto action = std::move(currentAlertAction)) action();
+    dismissAlert();
+}
+
+std::vector<Marker> EditorModel::damageRegions(const DecodeReport& report) {
+    std::vector<Marker> regions;
+    for (const FrameRange& range : report.damaged)
+        regions.push_back({Uuid::random(), "Damaged " + std::to_string(regions.size() + 1),
+                           range.lower, range.upper});
+    return regions;
+}
+
+void EditorModel::reportDamage(const AudioTrackPtr& track) {
+    const DecodeReport& report = track->decodeReport();
+    const auto audio = track->audio();
+    if (report.isClean() || !audio) return;
+    AppAlert alert;
+    alert.title = report.damaged.empty() ? "Part of a file could not be read" : "A file is damaged";
+    alert.message = report.summary(track->url().filename().string(), audio->sampleRate);
+    for (const std::string& line : report.details(audio->sampleRate))
+        alert.details += (alert.details.empty() ? "" : "\n") + line;
+    std::function<void()> action;
+    if (!report.damaged.empty()) {
+        alert.actionTitle = report.damaged.size() == 1 ? "Add a Region" : "Add Regions";
+        action = [weak = std::weak_ptr<AudioTrack>(track), regions = damageRegions(report)] {
+            if (auto t = weak.lock()) t->addRegions(regions);
+        };
+    }
+    if (currentAlert)
+        waitingAlerts.emplace_back(std::move(alert), std::move(action));
+    else
+        showAlert(std::move(alert), std::move(action));
 }
 
 } // namespace sonvale

@@ -15,6 +15,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -36,6 +37,8 @@ class SessionStore;
 struct AppAlert {
     std::string title;
     std::string message;
+    std::string details = {};     // shown on request below the message; empty for none
+    std::string actionTitle = {}; // a button besides OK runs the alert's action; empty: none
     friend bool operator==(const AppAlert&, const AppAlert&) = default;
 };
 
@@ -128,8 +131,17 @@ public:
 
     // ---- alerts
     const std::optional<AppAlert>& alert() const { return currentAlert; }
-    void showAlert(AppAlert alert); // replaces any alert being shown
+    // Replaces any alert being shown; `action` runs when the user picks its actionTitle.
+    void showAlert(AppAlert alert, std::function<void()> action = {});
+    // Dismisses the alert, showing the next one waiting (see reportDamage), if any.
     void dismissAlert();
+    // Runs the shown alert's action, then dismisses it.
+    void performAlertAction();
+    // Tells the user, once, what decoding the track's file lost, and offers a region over
+    // each silent stretch ("Add Regions"). Waits behind an alert being shown.
+    void reportDamage(const AudioTrackPtr& track);
+    // The regions reportDamage offers: one per damaged stretch, named "Damaged 1", ...
+    static std::vector<Marker> damageRegions(const DecodeReport& report);
 
     // ==== effects of the waveform editor (EditorModel+Effects.cpp) ====
     // The chain being edited; none while the effects are closed.
@@ -427,6 +439,8 @@ private:
     std::set<Uuid> selectedIDs;
     std::optional<AudioClip> clip;
     std::optional<AppAlert> currentAlert;
+    std::function<void()> currentAlertAction;
+    std::deque<std::pair<AppAlert, std::function<void()>>> waitingAlerts;
     std::optional<double> progress;
     std::set<std::filesystem::path> filesBeingWritten;
     PlayheadHooks playhead;

@@ -26,6 +26,9 @@
 #include <QToolButton>
 #include <QTreeWidget>
 #include <QtTest>
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
 #include <memory>
 
 using namespace sonvale;
@@ -431,6 +434,72 @@ private Q_SLOTS:
         h.window.alertBox()->accept();
         QVERIFY(!h.model.alert());
         QVERIFY(h.window.alertBox() == nullptr);
+    }
+
+    void aDamagedFileIsReportedOnceNamingItAndOffersARegionOverEachLoss() {
+        Harness h;
+        test::TemporaryFolder folder;
+        const auto damaged = folder / "take.flac";
+        const std::string encode = "ffmpeg -v error -y -f lavfi -i 'sine=f=440:d=8' -ac 2 "
+                                   "-c:a flac '" +
+                                   damaged.string() + "'";
+        QCOMPARE(std::system(encode.c_str()), 0);
+        {
+            std::fstream file(damaged, std::ios::in | std::ios::out | std::ios::binary);
+            file.seekp(std::streamoff(std::filesystem::file_size(damaged) / 3));
+            file << std::string(4096, '\x5a'); // a stretch of garbage a third of the way in
+        }
+        auto opened = h.model.open({damaged, fixturePath("stereo.flac").toStdString(),
+                                    fixturePath("truncated.flac").toStdString()});
+        QCOMPARE(opened.size(), size_t(3));
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                return std::all_of(opened.begin(), opened.end(),
+                                   [](auto& t) { return t->isReady(); });
+            },
+            10000));
+        const DecodeReport& report = opened[0]->decodeReport();
+        QVERIFY(!report.damaged.empty());
+        QVERIFY(opened[1]->decodeReport().isClean());
+
+        // One alert per damaged file, one after the other; the undamaged file says nothing.
+        QStringList seen;
+        for (int i = 0; i < 2; ++i) {
+            QMessageBox* box = h.window.alertBox();
+            QVERIFY(box);
+            seen << box->informativeText();
+            auto* add = box->findChild<QPushButton*>("alertAction");
+            QVERIFY(add);
+            if (box->informativeText().startsWith("“take.flac”")) {
+                QCOMPARE(box->detailedText().count("Silent from"),
+                         qsizetype(report.damaged.size()));
+                add->click();
+            } else {
+                box->accept();
+            }
+            QCoreApplication::processEvents();
+        }
+        QVERIFY(!h.model.alert());
+        QVERIFY(h.window.alertBox() == nullptr);
+        seen.sort();
+        QVERIFY2(seen[0].startsWith("“take.flac” is damaged: ") &&
+                     seen[0].endsWith(" could not be read and is silent."),
+                 qPrintable(seen[0]));
+        QVERIFY2(seen[1].startsWith("“truncated.flac” ends early: only ") &&
+                     seen[1].endsWith(" of 3.0 s could be read, and the rest is silent."),
+                 qPrintable(seen[1]));
+
+        // The regions cover the damaged stretches exactly, as one undoable step.
+        const auto regions = opened[0]->regions();
+        QCOMPARE(regions.size(), report.damaged.size());
+        for (size_t i = 0; i < regions.size(); ++i) {
+            QCOMPARE(regions[i].name, "Damaged " + std::to_string(i + 1));
+            QCOMPARE(regions[i].start, report.damaged[i].lower);
+            QCOMPARE(*regions[i].end, report.damaged[i].upper);
+        }
+        QVERIFY(opened[2]->regions().empty());
+        opened[0]->undoStack().undo();
+        QVERIFY(opened[0]->regions().empty());
     }
 
     void aFailedEditShowsItsAlert() {

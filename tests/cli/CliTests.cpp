@@ -112,6 +112,35 @@ TEST(CliInfo, CountsTheFramesDecodedNotThoseTheHeaderPromises) {
     EXPECT_EQ(files[1]["frames"], AudioLoader::load(fixture("truncated.wav"))->frameCount);
 }
 
+TEST(CliInfo, ADamagedFileOpensWithWhatWasLostOnStderrAndInItsJSON) {
+    const CliRun run = cli({"info", "--json", path("truncated.flac")});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.err.find("“" + path("truncated.flac") + "” ends early: only "), std::string::npos)
+        << run.err;
+    const auto file = nlohmann::json::parse(run.out).at(0);
+    EXPECT_EQ(file["frames"], 144000);
+    EXPECT_EQ(file["endsEarly"], true);
+    EXPECT_EQ(file["statedFrames"], 144000);
+    ASSERT_EQ(file["damaged"].size(), 1u);
+    const auto& stretch = file["damaged"][0];
+    EXPECT_EQ(stretch["startFrame"], file["framesRead"]);
+    EXPECT_EQ(stretch["startFrame"].get<int64_t>() + stretch["frames"].get<int64_t>(), 144000);
+    EXPECT_DOUBLE_EQ(stretch["start"].get<double>(), stretch["startFrame"].get<double>() / 48000);
+    EXPECT_DOUBLE_EQ(stretch["duration"].get<double>(), stretch["frames"].get<double>() / 48000);
+
+    // The other commands say it once and go on.
+    test::TemporaryFolder folder;
+    const std::string out = (folder / "out.wav").string();
+    for (const auto& arguments : std::vector<std::vector<std::string>>{
+             {"export", path("truncated.flac"), "-o", out}, {"loudness", path("truncated.flac")}}) {
+        const CliRun other = cli(arguments);
+        EXPECT_EQ(other.status, 0) << arguments[0] << ": " << other.err;
+        const size_t first = other.err.find("ends early");
+        EXPECT_NE(first, std::string::npos) << arguments[0];
+        EXPECT_EQ(other.err.find("ends early", first + 1), std::string::npos) << arguments[0];
+    }
+}
+
 TEST(CliInfo, JSONHasOneObjectPerFileWithTheDocumentedKeys) {
     const CliRun run = cli({"info", "--json", path("stereo.flac"), path("silence.wav")});
     ASSERT_EQ(run.status, 0) << run.err;
@@ -127,7 +156,10 @@ TEST(CliInfo, JSONHasOneObjectPerFileWithTheDocumentedKeys) {
     EXPECT_EQ(flac["frames"], 144000);
     EXPECT_DOUBLE_EQ(flac["duration"].get<double>(), 3.0);
     EXPECT_NEAR(flac["peakDBFS"].get<double>(), -6.02, 0.01);
-    EXPECT_EQ(flac.size(), 8u);
+    EXPECT_EQ(flac["damaged"], nlohmann::json::array());
+    EXPECT_EQ(flac["endsEarly"], false);
+    EXPECT_EQ(flac["nonFiniteSamples"], 0);
+    EXPECT_EQ(flac.size(), 11u);
     EXPECT_TRUE(files[1]["peakDBFS"].is_null());
 }
 
