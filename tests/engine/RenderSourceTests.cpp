@@ -43,17 +43,6 @@ RenderSource makeSource(AudioDataPtr audio, float gain = 1.0f) {
                         std::make_shared<EffectInsert>());
 }
 
-// Halves the signal: an effect whose presence is easy to see.
-class HalvingProcessor final : public EffectProcessor {
-public:
-    void process(float* const* channels, int64_t frames) noexcept override {
-        for (int c = 0; c < 2; ++c)
-            for (int64_t i = 0; i < frames; ++i)
-                channels[c][i] *= 0.5f;
-    }
-    void reset() noexcept override {}
-};
-
 } // namespace
 
 TEST(RenderSource, RendersSilenceUntilStarted) {
