@@ -553,26 +553,6 @@ TEST(EditorModel, ExportNeedsAnIdleActiveTrackWithAudio) {
     EXPECT_FALSE(e.model.canExportRegions());
 }
 
-TEST(EditorModel, ProposedExportNameSaysSelectionOrEdited) {
-    Editor e;
-    auto track = e.add(makeNoise(48000, 1, 1000), "Interview");
-    EXPECT_EQ(e.model.proposedExportFileName(ExportFormat::wav16), "Interview (edited).wav");
-    track->select(10, 20, false);
-    EXPECT_EQ(e.model.proposedExportFileName(ExportFormat::aac), "Interview (selection).m4a");
-    EXPECT_EQ(e.model.proposedExportFileName(ExportFormat::aiff16), "Interview (selection).aiff");
-}
-
-TEST(EditorModel, ExportOptionsCarryTheSelectionAndGain) {
-    Editor e;
-    auto track = e.add(makeNoise(48000, 1, 1000));
-    track->setGainDB(-3.04f);
-    auto options = e.model.makeExportOptions(ExportFormat::wav24);
-    EXPECT_FALSE(options->hasSelection());
-    EXPECT_EQ(options->gainText(), "-3.0 dB applied");
-    track->select(1, 2, false);
-    EXPECT_TRUE(e.model.makeExportOptions(ExportFormat::wav24)->selectionOnly());
-}
-
 TEST(EditorModel, FailedExportClearsProgressAndShowsExportFailed) {
     Editor e;
     TempFolder folder;
