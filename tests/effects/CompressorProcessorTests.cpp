@@ -22,8 +22,6 @@ std::shared_ptr<EffectSession> compressor(double threshold, double ratio, double
                                                                            release, knee, makeup});
 }
 
-float fromDB(double dB) { return float(std::pow(10.0, dB / 20)); }
-
 // The gain change in dB that a settled compressor applies to a constant level.
 double settledChange(const std::shared_ptr<EffectSession>& session, double levelDB,
                      double rate = 48000) {
