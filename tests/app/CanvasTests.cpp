@@ -97,12 +97,6 @@ QString screenshotFolder() {
 class CanvasTests : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void theTrackFillsTheCanvasWidthWhenShown() {
-        Editor editor;
-        QCOMPARE(editor.track->viewport().width, double(canvasWidth));
-        QCOMPARE(editor.track->viewport().samplesPerPoint, double(frames) / canvasWidth);
-    }
-
     void draggingSelectsTheFramesUnderThePointerForTheViewport() {
         Editor editor;
         editor.track->show(12000, 24000); // 15 frames per point from frame 12000

@@ -154,7 +154,7 @@ private Q_SLOTS:
         QDBusConnection::disconnectFromBus("no-bus");
     }
 
-    void identifiesItselfAsSonvale() {
+    void identifiesItselfAsSonvaleAndRaisesTheWindow() {
         REQUIRE_PRIVATE_BUS();
         Editor editor;
         MprisService service(*editor.model);
@@ -169,14 +169,7 @@ private Q_SLOTS:
         QCOMPARE(client.property(MprisService::rootInterface, "CanQuit").toBool(), false);
         QCOMPARE(client.property(MprisService::rootInterface, "CanRaise").toBool(), true);
         QCOMPARE(client.property(MprisService::playerInterface, "CanControl").toBool(), true);
-    }
-
-    void raiseAsksTheWindowToComeForward() {
-        REQUIRE_PRIVATE_BUS();
-        Editor editor;
-        MprisService service(*editor.model);
         QSignalSpy raised(&service, &MprisService::raiseRequested);
-        Client client;
         client.call(MprisService::rootInterface, "Raise");
         QCOMPARE(raised.count(), 1);
     }
@@ -235,15 +228,8 @@ private Q_SLOTS:
         client.call(MprisService::playerInterface, "Play");
         client.call(MprisService::playerInterface, "Stop");
         QTRY_COMPARE(listener.last("PlaybackStatus").toString(), QString("Stopped"));
-    }
 
-    void playingFromTheWindowIsAnnouncedToo() {
-        REQUIRE_PRIVATE_BUS();
-        Editor editor;
-        MprisService service(*editor.model);
-        Client client;
-        ChangeListener listener;
-        QVERIFY(client.listen(listener));
+        // Playing and looping from the window are announced too.
         editor.model->togglePlayback(); // Space in the window
         QTRY_COMPARE(listener.last("PlaybackStatus").toString(), QString("Playing"));
         editor.model->loopPlayback();

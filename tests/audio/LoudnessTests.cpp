@@ -1,5 +1,6 @@
 #include "audio/AudioLoader.h"
 #include "audio/Loudness.h"
+#include "support/AudioFiles.h"
 
 #include <cmath>
 #include <complex>
@@ -19,13 +20,7 @@ namespace {
 using Channels = std::vector<std::vector<float>>;
 
 AudioDataPtr makeAudio(const Channels& channels, double rate) {
-    std::vector<FloatBuffer> buffers;
-    for (const auto& channel : channels) {
-        FloatBuffer buffer(int64_t(channel.size()));
-        std::copy(channel.begin(), channel.end(), buffer.data());
-        buffers.push_back(std::move(buffer));
-    }
-    return AudioLoader::makeAudioData(rate, std::move(buffers), int64_t(channels[0].size()));
+    return test::makeAudio(rate, channels);
 }
 
 std::vector<float> sine(double rate, double seconds, double frequency, double dBFS,

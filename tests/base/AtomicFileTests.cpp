@@ -1,32 +1,18 @@
 #include "base/AtomicFile.h"
 #include "base/Errors.h"
+#include "support/ModelTestFiles.h"
 
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 
 using namespace sonvale;
+using sonvale::testing::readText;
 namespace fs = std::filesystem;
 
 namespace {
-std::string readAll(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 struct TempDir {
-    fs::path path;
-    TempDir() {
-        path = fs::temp_directory_path() /
-               ("sonvale-atomic-" + std::to_string(::getpid()) + "-" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(path);
-        fs::create_directories(path);
-    }
-    ~TempDir() { fs::remove_all(path); }
+    test::TemporaryFolder folder;
+    const fs::path& path = folder.path();
 };
 } // namespace
 
@@ -35,7 +21,7 @@ TEST(AtomicFile, ReplacesContentsAndLeavesNoTemporaryFiles) {
     const auto file = dir.path / "preferences.json";
     writeFileAtomically(file, "first");
     writeFileAtomically(file, "second, longer");
-    EXPECT_EQ(readAll(file), "second, longer");
+    EXPECT_EQ(readText(file), "second, longer");
     EXPECT_EQ(std::distance(fs::directory_iterator(dir.path), fs::directory_iterator()), 1);
 }
 
@@ -43,7 +29,7 @@ TEST(AtomicFile, CreatesMissingFolders) {
     TempDir dir;
     const auto file = dir.path / "a" / "b" / "Session.json";
     writeFileAtomically(file, "{}");
-    EXPECT_EQ(readAll(file), "{}");
+    EXPECT_EQ(readText(file), "{}");
 }
 
 TEST(AtomicFile, FailureNamesTheFileAndKeepsTheOldContents) {
@@ -60,7 +46,7 @@ TEST(AtomicFile, FailureNamesTheFileAndKeepsTheOldContents) {
         EXPECT_NE(std::string(error.what()).find("\u201Cblocked\u201D"), std::string::npos)
             << error.what();
     }
-    EXPECT_EQ(readAll(file), "precious");
+    EXPECT_EQ(readText(file), "precious");
     // No temporary file was left behind.
     int entries = 0;
     for (auto& entry : fs::directory_iterator(dir.path))

@@ -81,26 +81,20 @@ std::string path(const char* name) { return fixture(name).string(); }
 
 // ---- info -----------------------------------------------------------------------------
 
-TEST(CliInfo, DescribesAFileOnOneLine) {
-    const CliRun run = cli({"info", path("stereo-s16.wav")});
+TEST(CliInfo, DescribesEachFileOnOneLine) {
+    const CliRun run = cli({"info", path("stereo-s16.wav"), path("silence.wav"), path("mono.wav")});
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.err, "");
-    // A 0.5 sine at 16 bits peaks at exactly 16384/32768: -6.02 dBFS.
-    EXPECT_EQ(run.out, path("stereo-s16.wav") +
-                           ": wav, pcm_s16le, 48000 Hz, 2 channels, 144000 frames, 3.000 s, "
-                           "peak -6.02 dBFS\n");
-}
-
-TEST(CliInfo, SilenceHasNoPeakLevel) {
-    const CliRun run = cli({"info", path("silence.wav"), path("mono.wav")});
-    EXPECT_EQ(run.status, 0);
-    EXPECT_NE(run.out.find("silence.wav: wav, pcm_s16le, 48000 Hz, 2 channels, 48000 frames, "
-                           "1.000 s, peak -inf dBFS\n"),
-              std::string::npos)
-        << run.out;
-    EXPECT_NE(run.out.find("mono.wav: wav, pcm_s16le, 44100 Hz, 1 channel, 88200 frames"),
-              std::string::npos)
-        << run.out;
+    // A 0.5 sine at 16 bits peaks at exactly 16384/32768: -6.02 dBFS; silence has no peak level.
+    const std::string expected = path("stereo-s16.wav") +
+                                 ": wav, pcm_s16le, 48000 Hz, 2 channels, 144000 frames, 3.000 s, "
+                                 "peak -6.02 dBFS\n" +
+                                 path("silence.wav") +
+                                 ": wav, pcm_s16le, 48000 Hz, 2 channels, 48000 frames, 1.000 s, "
+                                 "peak -inf dBFS\n" +
+                                 path("mono.wav") +
+                                 ": wav, pcm_s16le, 44100 Hz, 1 channel, 88200 frames, 2.000 s, ";
+    EXPECT_EQ(run.out.substr(0, expected.size()), expected);
 }
 
 TEST(CliInfo, CountsTheFramesDecodedNotThoseTheHeaderPromises) {
@@ -247,11 +241,6 @@ TEST(CliExport, RangeAndGainApply) {
     EXPECT_NEAR(written->peak, 1.0f, 1.0f / 32768);
 }
 
-std::string fileBytes(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 TEST(CliExport, WritesWhatTheProgramsExportWritesFromTheLoadedFile) {
     // The command streams the file; the program exports the whole loaded audio. Same bytes,
     // for a file that says how long it is and one (an MP3 without a length header) that
@@ -268,7 +257,7 @@ TEST(CliExport, WritesWhatTheProgramsExportWritesFromTheLoadedFile) {
             ASSERT_EQ(run.status, 0) << run.err;
             AudioExporter::exportAudio(*AudioLoader::load(fixture(input)), {1000, 70000},
                                        float(std::pow(10.0, 9 / 20.0)), format, theirs);
-            EXPECT_EQ(fileBytes(ours), fileBytes(theirs)) << input << " as " << name;
+            EXPECT_EQ(slurp(ours), slurp(theirs)) << input << " as " << name;
         }
     // A range past the end of a file that only estimates its length is found at its end.
     const auto past = folder / "past.wav";

@@ -194,46 +194,36 @@ TEST(EditorEffects, ApplyingOneEffectIsOneUndoStepNamedAfterIt) {
     EXPECT_EQ(samplesOf(*track->audio()), original);
 }
 
-TEST(EditorEffects, ApplyingSeveralEffectsIsOneStepNamedEffects) {
-    Editor e;
-    auto track = e.add(makeNoise(rate, 1, 5000));
-    e.add(EffectKind::compressor);
-    e.add(EffectKind::limiter);
-    e.model->applyEffects();
-    e.executor.drain();
-    EXPECT_EQ(track->undoStack().undoCount(), 1u);
-    EXPECT_EQ(track->undoStack().undoActionName(), "Effects");
-}
-
-TEST(EditorEffects, BypassedEffectsAreLeftOutOfTheApplyAndItsName) {
-    Editor e;
-    auto track = e.add(makeNoise(rate, 1, 5000));
-    auto eq = e.add(EffectKind::equalizer);
-    e.add(EffectKind::limiter)->setBypassed(true);
-    eq->setValue(2, 12); // band 1 gain: the equalizer changes the sound
-    e.model->applyEffects();
-    e.executor.drain();
-    EXPECT_EQ(track->undoStack().undoActionName(), "Parametric EQ");
-}
-
-TEST(EditorEffects, ApplyingWithEveryEffectBypassedDoesNothing) {
-    Editor e;
-    auto track = e.add(makeNoise(rate, 1, 5000));
-    e.add(EffectKind::compressor)->setBypassed(true);
-    e.model->applyEffects();
-    EXPECT_EQ(e.executor.pendingBackground(), 0u);
-    EXPECT_FALSE(e.model->effectChain()->isApplying());
-    EXPECT_EQ(track->undoStack().undoCount(), 0u);
-}
-
-TEST(EditorEffects, ApplyingOnARecordingTrackDoesNothing) {
-    Editor e;
-    auto track = e.add(makeNoise(rate, 1, 5000));
-    e.add(EffectKind::compressor);
-    track->setIsRecording(true);
-    e.model->applyEffects();
-    EXPECT_EQ(e.executor.pendingBackground(), 0u);
-    EXPECT_FALSE(e.model->effectChain()->isApplying());
+// One step named after the one effect applied, "Effects" for several; bypassed effects are
+// left out, and nothing to apply (or a track being recorded) starts no render.
+TEST(EditorEffects, AnApplyIsNamedAfterTheEffectsNotBypassed) {
+    const struct {
+        std::vector<std::pair<EffectKind, bool>> effects; // kind, bypassed
+        bool recording;
+        std::optional<std::string> step;
+    } cases[] = {
+        {{{EffectKind::compressor, false}, {EffectKind::limiter, false}}, false, "Effects"},
+        {{{EffectKind::equalizer, false}, {EffectKind::limiter, true}}, false, "Parametric EQ"},
+        {{{EffectKind::compressor, true}}, false, std::nullopt},
+        {{{EffectKind::compressor, false}}, true, std::nullopt},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.step.value_or("(nothing)"));
+        Editor e;
+        auto track = e.add(makeNoise(rate, 1, 5000));
+        for (const auto& [kind, bypassed] : c.effects) {
+            auto session = e.add(kind);
+            session->setBypassed(bypassed);
+            if (kind == EffectKind::equalizer) session->setValue(2, 12); // band 1 gain
+        }
+        track->setIsRecording(c.recording);
+        e.model->applyEffects();
+        EXPECT_EQ(e.executor.pendingBackground(), c.step ? 1u : 0u);
+        EXPECT_EQ(e.model->effectChain()->isApplying(), c.step.has_value());
+        e.executor.drain();
+        EXPECT_EQ(track->undoStack().undoCount(), c.step ? 1u : 0u);
+        if (c.step) EXPECT_EQ(track->undoStack().undoActionName(), *c.step);
+    }
 }
 
 TEST(EditorEffects, ApplyingToASelectionLeavesTheRestAndSelectsTheResult) {

@@ -55,32 +55,24 @@ TEST(EditorModel, ActiveTrackIsTheFirstSelectedInListOrder) {
     EXPECT_EQ(e.model.undoMenuTitle(), "Undo");
 }
 
-TEST(EditorModel, SelectAdjacentTrackStopsAtTheEnds) {
-    Editor e;
-    auto a = e.add(makeNoise(48000, 1, 100), "a");
-    auto b = e.add(makeNoise(48000, 1, 100), "b");
-    e.model.selectAdjacentTrack(-1);
-    EXPECT_EQ(e.model.activeTrack(), a);
-    e.model.selectAdjacentTrack(-1);
-    EXPECT_EQ(e.model.activeTrack(), a);
-    e.model.selectAdjacentTrack(5);
-    EXPECT_EQ(e.model.activeTrack(), b);
-    e.model.setSelectedTrackIDs({});
-    e.model.selectAdjacentTrack(1);
-    EXPECT_EQ(e.model.activeTrack(), a);
-    e.model.setSelectedTrackIDs({});
-    e.model.selectAdjacentTrack(-1);
-    EXPECT_EQ(e.model.activeTrack(), b);
-}
-
-TEST(EditorModel, SelectAdjacentTrackSelectsOnlyThatTrack) {
+TEST(EditorModel, SelectAdjacentTrackStopsAtTheEndsAndSelectsOnlyThatTrack) {
     Editor e;
     auto a = e.add(makeNoise(48000, 1, 100), "a");
     auto b = e.add(makeNoise(48000, 1, 100), "b");
     auto c = e.add(makeNoise(48000, 1, 100), "c");
-    e.model.setSelectedTrackIDs({a->id(), c->id()});
-    e.model.selectAdjacentTrack(1);
-    EXPECT_EQ(e.model.selectedTrackIDs(), std::set<Uuid>{b->id()});
+    const struct {
+        std::set<Uuid> selected;
+        int step;
+        AudioTrackPtr expected;
+    } cases[] = {{{c->id()}, -1, b},        {{a->id()}, -1, a}, {{a->id()}, 5, c},
+                 {{c->id()}, 1, c},         {{}, 1, a},         {{}, -1, c},
+                 {{a->id(), c->id()}, 1, b}};
+    for (const auto& k : cases) {
+        SCOPED_TRACE(::testing::Message() << k.step << " from " << k.selected.size());
+        e.model.setSelectedTrackIDs(k.selected);
+        e.model.selectAdjacentTrack(k.step);
+        EXPECT_EQ(e.model.selectedTrackIDs(), std::set<Uuid>{k.expected->id()});
+    }
 }
 
 TEST(EditorModel, RemovingTheSelectedTrackSelectsTheOneThatTookItsPlace) {
@@ -88,7 +80,13 @@ TEST(EditorModel, RemovingTheSelectedTrackSelectsTheOneThatTookItsPlace) {
     auto a = e.add(makeNoise(48000, 1, 100), "a");
     auto b = e.add(makeNoise(48000, 1, 100), "b");
     auto c = e.add(makeNoise(48000, 1, 100), "c");
+    auto d = e.add(makeNoise(48000, 1, 100), "d");
     e.model.setSelectedTrackIDs({b->id()});
+    int signals = 0;
+    e.model.selectionChanged.connect([&] { ++signals; });
+    e.model.removeTracks({d->id()}); // not selected: the selection stays
+    EXPECT_EQ(e.model.activeTrack(), b);
+    EXPECT_EQ(signals, 0);
     e.model.removeTracks({b->id()});
     EXPECT_EQ(e.model.tracks(), (std::vector<AudioTrackPtr>{a, c}));
     EXPECT_EQ(e.model.activeTrack(), c);
@@ -113,18 +111,6 @@ TEST(EditorModel, ReorderingPutsNamedTracksFirstAndKeepsTheRestInOrder) {
     e.model.reorderTracks({c->id()});
     EXPECT_EQ(changes, 1);
     EXPECT_EQ(e.model.activeTrack(), c);
-}
-
-TEST(EditorModel, RemovingAnUnselectedTrackKeepsTheSelection) {
-    Editor e;
-    auto a = e.add(makeNoise(48000, 1, 100), "a");
-    auto b = e.add(makeNoise(48000, 1, 100), "b");
-    e.model.setSelectedTrackIDs({a->id()});
-    int signals = 0;
-    e.model.selectionChanged.connect([&] { ++signals; });
-    e.model.removeTracks({b->id()});
-    EXPECT_EQ(e.model.activeTrack(), a);
-    EXPECT_EQ(signals, 0);
 }
 
 // ---- copy, cut, delete ---------------------------------------------------------------------
@@ -328,26 +314,19 @@ TEST(EditorModel, TrimCutsBothEndsAsOneUndoStep) {
     EXPECT_EQ(track->undoStack().undoCount(), 1u);
 }
 
-TEST(EditorModel, TrimFromTheStartMakesOneCutOnly) {
-    Editor e;
-    auto track = e.add(makeRamp(48000, 1, 1000));
-    const auto revision = track->editRevision();
-    track->select(0, 600, false);
-    e.model.trimToSelection();
-    EXPECT_EQ(track->frameCount(), 600);
-    EXPECT_EQ(track->editRevision(), revision + 1);
-    EXPECT_EQ(track->selection(), (FrameRange{0, 600}));
-}
-
-TEST(EditorModel, TrimToTheEndMakesOneCutOnly) {
-    Editor e;
-    auto track = e.add(makeRamp(48000, 1, 1000));
-    const auto revision = track->editRevision();
-    track->select(400, 1000, false);
-    e.model.trimToSelection();
-    EXPECT_EQ(track->frameCount(), 600);
-    EXPECT_EQ(track->editRevision(), revision + 1);
-    EXPECT_EQ(channel(*track, 0)[0], 400 * 1e-4f);
+TEST(EditorModel, TrimAtEitherEndMakesOneCutOnly) {
+    for (const FrameRange kept : {FrameRange{0, 600}, FrameRange{400, 1000}}) {
+        SCOPED_TRACE(kept.lower);
+        Editor e;
+        auto track = e.add(makeRamp(48000, 1, 1000));
+        const auto revision = track->editRevision();
+        track->select(double(kept.lower), double(kept.upper), false);
+        e.model.trimToSelection();
+        EXPECT_EQ(track->frameCount(), 600);
+        EXPECT_EQ(track->editRevision(), revision + 1);
+        EXPECT_EQ(channel(*track, 0)[0], float(kept.lower) * 1e-4f);
+        EXPECT_EQ(track->selection(), (FrameRange{0, 600}));
+    }
 }
 
 TEST(EditorModel, TrimWithoutSelectKeptLeavesNoSelection) {
@@ -572,26 +551,6 @@ TEST(EditorModel, ExportNeedsAnIdleActiveTrackWithAudio) {
     track->setIsRecording(true);
     EXPECT_FALSE(e.model.canExport());
     EXPECT_FALSE(e.model.canExportRegions());
-}
-
-TEST(EditorModel, ProposedExportNameSaysSelectionOrEdited) {
-    Editor e;
-    auto track = e.add(makeNoise(48000, 1, 1000), "Interview");
-    EXPECT_EQ(e.model.proposedExportFileName(ExportFormat::wav16), "Interview (edited).wav");
-    track->select(10, 20, false);
-    EXPECT_EQ(e.model.proposedExportFileName(ExportFormat::aac), "Interview (selection).m4a");
-    EXPECT_EQ(e.model.proposedExportFileName(ExportFormat::aiff16), "Interview (selection).aiff");
-}
-
-TEST(EditorModel, ExportOptionsCarryTheSelectionAndGain) {
-    Editor e;
-    auto track = e.add(makeNoise(48000, 1, 1000));
-    track->setGainDB(-3.04f);
-    auto options = e.model.makeExportOptions(ExportFormat::wav24);
-    EXPECT_FALSE(options->hasSelection());
-    EXPECT_EQ(options->gainText(), "-3.0 dB applied");
-    track->select(1, 2, false);
-    EXPECT_TRUE(e.model.makeExportOptions(ExportFormat::wav24)->selectionOnly());
 }
 
 TEST(EditorModel, FailedExportClearsProgressAndShowsExportFailed) {

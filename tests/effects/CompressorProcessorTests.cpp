@@ -22,8 +22,6 @@ std::shared_ptr<EffectSession> compressor(double threshold, double ratio, double
                                                                            release, knee, makeup});
 }
 
-float fromDB(double dB) { return float(std::pow(10.0, dB / 20)); }
-
 // The gain change in dB that a settled compressor applies to a constant level.
 double settledChange(const std::shared_ptr<EffectSession>& session, double levelDB,
                      double rate = 48000) {
@@ -52,20 +50,23 @@ TEST(Compressor, SoftKneeAtTheThresholdReducesByTheKneeFormula) {
     EXPECT_NEAR(settledChange(compressor(-20, 4, 6), -20), -0.5625, settledDB);
 }
 
-TEST(Compressor, SoftKneeJoinsTheStraightLinesAtItsEdges) {
+// Settled gain changes: the soft knee joins the straight lines at its edges, makeup gain is
+// added even below the threshold, and a ratio below one acts as one.
+TEST(Compressor, SettledGainFollowsTheStaticCurve) {
     EXPECT_NEAR(CompressorProcessor::staticCurve(-23, -20, 4, 6), -23, 1e-12);
     EXPECT_NEAR(CompressorProcessor::staticCurve(-17, -20, 4, 6), -20 + 3.0 / 4, 1e-12);
-    EXPECT_NEAR(settledChange(compressor(-20, 4, 6), -30), 0, 1e-6);
-    EXPECT_NEAR(settledChange(compressor(-20, 4, 6), -5), -15 * 0.75, settledDB);
-}
-
-TEST(Compressor, MakeupGainIsAddedEvenBelowTheThreshold) {
-    EXPECT_NEAR(settledChange(compressor(-20, 4, 0, 5), -40), 5, 1e-5);
-    EXPECT_NEAR(settledChange(compressor(-20, 4, 0, 5), -10), -2.5, settledDB);
-}
-
-TEST(Compressor, RatioBelowOneActsAsOne) {
-    EXPECT_NEAR(settledChange(compressor(-20, 0.5, 0), -5), 0, 1e-6);
+    const struct {
+        double ratio, knee, makeup, level, change, tolerance;
+    } cases[] = {
+        {4, 6, 0, -30, 0, 1e-6},  {4, 6, 0, -5, -15 * 0.75, settledDB},
+        {4, 0, 5, -40, 5, 1e-5},  {4, 0, 5, -10, -2.5, settledDB},
+        {0.5, 0, 0, -5, 0, 1e-6},
+    };
+    for (const auto& c : cases)
+        EXPECT_NEAR(settledChange(compressor(-20, c.ratio, c.knee, c.makeup), c.level), c.change,
+                    c.tolerance)
+            << "ratio " << c.ratio << ", knee " << c.knee << ", makeup " << c.makeup << " at "
+            << c.level << " dB";
 }
 
 TEST(Compressor, LinksChannelsSoTheQuietOneIsTurnedDownToo) {

@@ -19,13 +19,29 @@ const EffectParameter& parameterNamed(EffectKind kind, const std::string& name) 
 
 } // namespace
 
-TEST(EffectParameter, LinearValueTravelsEvenlyAndClampsTheKnob) {
-    auto& threshold = parameterNamed(EffectKind::compressor, "Threshold"); // -60 ... 0
-    EXPECT_DOUBLE_EQ(threshold.value(0), -60);
-    EXPECT_DOUBLE_EQ(threshold.value(0.25), -45);
-    EXPECT_DOUBLE_EQ(threshold.value(1), 0);
-    EXPECT_DOUBLE_EQ(threshold.value(-3), -60);
-    EXPECT_DOUBLE_EQ(threshold.value(7), 0);
+// Linear travel clamps the knob; choices round halfway away from zero; stepped values snap
+// to the step within the range.
+TEST(EffectParameter, KnobPositionsBecomeValues) {
+    const struct {
+        EffectKind kind;
+        const char* name;
+        double knob, value;
+    } cases[] = {
+        {EffectKind::compressor, "Threshold", 0, -60}, // -60 ... 0
+        {EffectKind::compressor, "Threshold", 0.25, -45},
+        {EffectKind::compressor, "Threshold", 1, 0},
+        {EffectKind::compressor, "Threshold", -3, -60},
+        {EffectKind::compressor, "Threshold", 7, 0},
+        {EffectKind::phaser, "Stages", 0.5, 2}, // 0 ... 3
+        {EffectKind::phaser, "Stages", 0.49, 1},
+        {EffectKind::phaser, "Stages", 1, 3},
+        {EffectKind::pitchShifter, "Pitch", 0.52, 0}, // -12 ... 12, step 1: -0.48 snaps to 0
+        {EffectKind::pitchShifter, "Pitch", 0.73, 6}, // 5.52 snaps to 6
+        {EffectKind::pitchShifter, "Pitch", 1, 12},
+    };
+    for (const auto& c : cases)
+        EXPECT_DOUBLE_EQ(parameterNamed(c.kind, c.name).value(c.knob), c.value)
+            << c.name << " at " << c.knob;
 }
 
 TEST(EffectParameter, LogarithmicValueTravelsGeometrically) {
@@ -44,60 +60,39 @@ TEST(EffectParameter, NormalizedInvertsValueForEveryContinuousParameter) {
         }
 }
 
-TEST(EffectParameter, ChoiceHalfwayRoundsAwayFromZero) {
-    auto& stages = parameterNamed(EffectKind::phaser, "Stages"); // 0 ... 3
-    EXPECT_EQ(stages.value(0.5), 2);
-    EXPECT_EQ(stages.value(0.49), 1);
-    EXPECT_EQ(stages.value(1), 3);
-}
-
-TEST(EffectParameter, SteppedValueSnapsToTheStepWithinTheRange) {
-    auto& pitch = parameterNamed(EffectKind::pitchShifter, "Pitch"); // -12 ... 12, step 1
-    EXPECT_EQ(pitch.value(0.52), 0);                                 // -0.48 snaps to 0
-    EXPECT_EQ(pitch.value(0.73), 6);                                 // 5.52 snaps to 6
-    EXPECT_EQ(pitch.value(1), 12);
-}
-
-TEST(EffectParameter, FormatsHertzBelowAndAboveOneKilohertz) {
-    auto& frequency = parameterNamed(EffectKind::equalizer, "Band 2 Frequency");
-    EXPECT_EQ(frequency.format(440), "440 Hz");
-    EXPECT_EQ(frequency.format(999.4), "999 Hz");
-    EXPECT_EQ(frequency.format(1000), "1.0 kHz");
-    EXPECT_EQ(frequency.format(12500), "12.5 kHz");
-}
-
-TEST(EffectParameter, FormatsPercentToggleAndChoiceLabels) {
-    EXPECT_EQ(parameterNamed(EffectKind::reverb, "Mix").format(25), "25%");
-    auto& on = parameterNamed(EffectKind::equalizer, "Band 3 On");
-    EXPECT_EQ(on.format(0.5), "On");
-    EXPECT_EQ(on.format(0.49), "Off");
-    auto& type = parameterNamed(EffectKind::equalizer, "Band 1 Type");
-    EXPECT_EQ(type.format(0), "Low Cut");
-    EXPECT_EQ(type.format(4.6), "High Cut");
-    EXPECT_EQ(parameterNamed(EffectKind::distortion, "Type").format(2), "Fuzz");
-}
-
-TEST(EffectParameter, FormatsSemitonesAndCentsWithSignAndPlainZero) {
-    auto& pitch = parameterNamed(EffectKind::pitchShifter, "Pitch");
-    EXPECT_EQ(pitch.format(7), "+7 st");
-    EXPECT_EQ(pitch.format(-12), "-12 st");
-    EXPECT_EQ(pitch.format(0), "0 st");
-    auto& fine = parameterNamed(EffectKind::pitchShifter, "Fine");
-    EXPECT_EQ(fine.format(12), "+12 ct");
-    EXPECT_EQ(fine.format(-0.3), "0 ct");
-    EXPECT_EQ(fine.format(0), "0 ct");
-}
-
-TEST(EffectParameter, FormatsDecibelsRatiosFactorsAndMilliseconds) {
-    auto& makeup = parameterNamed(EffectKind::compressor, "Makeup");
-    EXPECT_EQ(makeup.format(3), "+3.0 dB");
-    EXPECT_EQ(makeup.format(-0.04), "+0.0 dB");
-    EXPECT_EQ(parameterNamed(EffectKind::limiter, "Ceiling").format(-0.3), "-0.3 dB");
-    EXPECT_EQ(parameterNamed(EffectKind::compressor, "Ratio").format(4), "4.0:1");
-    EXPECT_EQ(parameterNamed(EffectKind::equalizer, "Band 1 Q").format(0.71), "0.71");
-    auto& attack = parameterNamed(EffectKind::compressor, "Attack");
-    EXPECT_EQ(attack.format(0.5), "0.5 ms");
-    EXPECT_EQ(attack.format(30), "30 ms");
+TEST(EffectParameter, FormatsEachUnit) {
+    const struct {
+        EffectKind kind;
+        const char* name;
+        double value;
+        const char* text;
+    } cases[] = {
+        {EffectKind::equalizer, "Band 2 Frequency", 440, "440 Hz"},
+        {EffectKind::equalizer, "Band 2 Frequency", 999.4, "999 Hz"},
+        {EffectKind::equalizer, "Band 2 Frequency", 1000, "1.0 kHz"},
+        {EffectKind::equalizer, "Band 2 Frequency", 12500, "12.5 kHz"},
+        {EffectKind::reverb, "Mix", 25, "25%"},
+        {EffectKind::equalizer, "Band 3 On", 0.5, "On"},
+        {EffectKind::equalizer, "Band 3 On", 0.49, "Off"},
+        {EffectKind::equalizer, "Band 1 Type", 0, "Low Cut"},
+        {EffectKind::equalizer, "Band 1 Type", 4.6, "High Cut"},
+        {EffectKind::distortion, "Type", 2, "Fuzz"},
+        {EffectKind::pitchShifter, "Pitch", 7, "+7 st"},
+        {EffectKind::pitchShifter, "Pitch", -12, "-12 st"},
+        {EffectKind::pitchShifter, "Pitch", 0, "0 st"},
+        {EffectKind::pitchShifter, "Fine", 12, "+12 ct"},
+        {EffectKind::pitchShifter, "Fine", -0.3, "0 ct"},
+        {EffectKind::pitchShifter, "Fine", 0, "0 ct"},
+        {EffectKind::compressor, "Makeup", 3, "+3.0 dB"},
+        {EffectKind::compressor, "Makeup", -0.04, "+0.0 dB"},
+        {EffectKind::limiter, "Ceiling", -0.3, "-0.3 dB"},
+        {EffectKind::compressor, "Ratio", 4, "4.0:1"},
+        {EffectKind::equalizer, "Band 1 Q", 0.71, "0.71"},
+        {EffectKind::compressor, "Attack", 0.5, "0.5 ms"},
+        {EffectKind::compressor, "Attack", 30, "30 ms"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(parameterNamed(c.kind, c.name).format(c.value), c.text) << c.name;
 }
 
 TEST(EffectPreset, ValuesFillEveryParameterThePresetLeavesOutWithItsDefault) {

@@ -17,8 +17,6 @@ std::shared_ptr<EffectSession> limiter(double gain, double ceiling, double relea
     return EffectSession::make(EffectKind::limiter, std::vector<double>{gain, ceiling, release});
 }
 
-float fromDB(double dB) { return float(std::pow(10.0, dB / 20)); }
-
 } // namespace
 
 TEST(Limiter, NeverExceedsItsCeilingEvenOnTheFirstSampleOfATransient) {

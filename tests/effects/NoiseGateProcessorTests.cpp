@@ -19,8 +19,6 @@ std::shared_ptr<EffectSession> gate(double threshold, double range, double attac
                                std::vector<double>{threshold, range, attack, hold, release});
 }
 
-float fromDB(double dB) { return float(std::pow(10.0, dB / 20)); }
-
 // The gain applied to the last sample of a constant run.
 double gainOfLast(const std::vector<float>& out, float level) { return out.back() / level; }
 

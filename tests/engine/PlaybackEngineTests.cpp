@@ -27,19 +27,17 @@ AudioDataPtr countingAudio(int64_t frames, double rate = 48000) {
 
 } // namespace
 
+// The speeds 0.5, 0.75, 1, 1.25, 1.5, 2; a speed that is not one of them counts as 1.
 TEST(PlaybackSpeed, StepsMoveThroughTheSixSpeedsAndStopAtTheEnds) {
-    EXPECT_EQ(PlaybackEngine::steppedRate(1.0f, 1), 1.25f);
-    EXPECT_EQ(PlaybackEngine::steppedRate(1.25f, 1), 1.5f);
-    EXPECT_EQ(PlaybackEngine::steppedRate(1.5f, 1), 2.0f);
-    EXPECT_EQ(PlaybackEngine::steppedRate(2.0f, 1), 2.0f);
-    EXPECT_EQ(PlaybackEngine::steppedRate(1.0f, -1), 0.75f);
-    EXPECT_EQ(PlaybackEngine::steppedRate(0.75f, -1), 0.5f);
-    EXPECT_EQ(PlaybackEngine::steppedRate(0.5f, -1), 0.5f);
-}
-
-TEST(PlaybackSpeed, ASpeedThatIsNotAStepCountsAsOne) {
-    EXPECT_EQ(PlaybackEngine::steppedRate(1.1f, 1), 1.25f);
-    EXPECT_EQ(PlaybackEngine::steppedRate(3.0f, -1), 0.75f);
+    const struct {
+        float from;
+        int step;
+        float to;
+    } cases[] = {{1.0f, 1, 1.25f}, {1.25f, 1, 1.5f},  {1.5f, 1, 2.0f},
+                 {2.0f, 1, 2.0f},  {1.0f, -1, 0.75f}, {0.75f, -1, 0.5f},
+                 {0.5f, -1, 0.5f}, {1.1f, 1, 1.25f},  {3.0f, -1, 0.75f}};
+    for (const auto& c : cases)
+        EXPECT_EQ(PlaybackEngine::steppedRate(c.from, c.step), c.to) << c.from << " " << c.step;
 }
 
 TEST(PlaybackEngine, PlayheadIsTheRenderedFrameWhenItsBufferIsHeard) {

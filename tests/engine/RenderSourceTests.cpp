@@ -43,17 +43,6 @@ RenderSource makeSource(AudioDataPtr audio, float gain = 1.0f) {
                         std::make_shared<EffectInsert>());
 }
 
-// Halves the signal: an effect whose presence is easy to see.
-class HalvingProcessor final : public EffectProcessor {
-public:
-    void process(float* const* channels, int64_t frames) noexcept override {
-        for (int c = 0; c < 2; ++c)
-            for (int64_t i = 0; i < frames; ++i)
-                channels[c][i] *= 0.5f;
-    }
-    void reset() noexcept override {}
-};
-
 } // namespace
 
 TEST(RenderSource, RendersSilenceUntilStarted) {
@@ -111,53 +100,64 @@ TEST(RenderSource, TimeStampIsKeptOnlyWhenThePlatformGivesOne) {
     EXPECT_EQ(source.rendered.load().frame, 128);
 }
 
-TEST(RenderSource, LoopingWrapsToTheRangeStartInsideOneBuffer) {
-    auto source = makeSource(countingAudio(1000));
-    source.start({100, 110}, 105, true);
-    Block block(20);
-    EXPECT_FALSE(source.render(20, block.buffers(), 2, 0));
-    std::vector<float> expected{105, 106, 107, 108, 109, 100, 101, 102, 103, 104,
-                                105, 106, 107, 108, 109, 100, 101, 102, 103, 104};
-    EXPECT_EQ(block.left, expected);
-    EXPECT_TRUE(source.playing.load());
-}
-
-TEST(RenderSource, LoopEndPastTheContentWrapsAtTheContentEnd) {
-    auto source = makeSource(countingAudio(50));
-    source.start({40, 1000}, 45, true);
-    Block block(12);
-    source.render(12, block.buffers(), 2, 0);
-    EXPECT_EQ(block.left[4], 49.0f);
-    EXPECT_EQ(block.left[5], 40.0f);
-}
-
-TEST(RenderSource, LoopingWithTheStartAtOrPastTheEndPlaysToTheEndAndStops) {
-    for (int64_t rangeStart : {1000, 1200}) {
-        auto source = makeSource(countingAudio(1000));
-        source.start({rangeStart, 2000}, 990, true);
+// Content of 1000 frames (50 for the loop past its end) counting up from 0, one buffer each.
+TEST(RenderSource, PlaysItsRangeLoopingInsideOneBufferOrEndingWithSilence) {
+    const struct {
+        const char* name;
+        int64_t frames;
+        FrameRange range;
+        int64_t from;
+        bool loop;
+        std::vector<float> heard; // then silence when the play ends
+        bool ends;
+    } cases[] = {
+        {"loop wraps to the range start",
+         1000,
+         {100, 110},
+         105,
+         true,
+         {105, 106, 107, 108, 109, 100, 101, 102, 103, 104, 105, 106, 107, 108, 109, 100},
+         false},
+        {"loop end past the content wraps at its end",
+         50,
+         {40, 1000},
+         45,
+         true,
+         {45, 46, 47, 48, 49, 40, 41, 42},
+         false},
+        {"loop starting at the end plays to the end",
+         1000,
+         {1000, 2000},
+         996,
+         true,
+         {996, 997, 998, 999},
+         true},
+        {"loop starting past the end plays to the end",
+         1000,
+         {1200, 2000},
+         996,
+         true,
+         {996, 997, 998, 999},
+         true},
+        {"range shorter than the buffer", 1000, {0, 300}, 296, false, {296, 297, 298, 299}, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto source = makeSource(countingAudio(c.frames));
+        source.start(c.range, c.from, c.loop);
         Block block(64);
-        EXPECT_TRUE(source.render(64, block.buffers(), 2, 0)) << rangeStart;
-        EXPECT_EQ(block.left[9], 999.0f);
-        for (size_t k = 10; k < 64; ++k)
-            EXPECT_EQ(block.left[k], 0.0f);
-        EXPECT_FALSE(source.playing.load());
+        EXPECT_EQ(source.render(64, block.buffers(), 2, 0), c.ends);
+        const auto heard = ptrdiff_t(c.heard.size());
+        EXPECT_EQ(std::vector<float>(block.left.begin(), block.left.begin() + heard), c.heard);
+        if (c.ends) {
+            const std::vector<float> silence(size_t(64 - heard), 0.0f);
+            EXPECT_EQ(std::vector<float>(block.left.begin() + heard, block.left.end()), silence);
+            EXPECT_EQ(std::vector<float>(block.right.begin() + heard, block.right.end()), silence);
+            if (!c.loop) EXPECT_EQ(source.position.load(), c.range.upper);
+            EXPECT_FALSE(source.render(64, block.buffers(), 2, 0)); // nothing new after the end
+        }
+        EXPECT_EQ(source.playing.load(), !c.ends);
     }
-}
-
-TEST(RenderSource, BufferLongerThanTheRestEndsWithSilenceAndClearsPlaying) {
-    auto source = makeSource(countingAudio(1000));
-    source.start({0, 300}, 290, false);
-    Block block(512);
-    EXPECT_TRUE(source.render(512, block.buffers(), 2, 0));
-    EXPECT_EQ(block.left[9], 299.0f);
-    for (size_t k = 10; k < 512; ++k) {
-        EXPECT_EQ(block.left[k], 0.0f);
-        EXPECT_EQ(block.right[k], 0.0f);
-    }
-    EXPECT_FALSE(source.playing.load());
-    EXPECT_EQ(source.position.load(), 300);
-    // The next buffer is silence and reports nothing new.
-    EXPECT_FALSE(source.render(512, block.buffers(), 2, 0));
 }
 
 TEST(RenderSource, SeekPastTheEndEndsThePlay) {
@@ -193,18 +193,6 @@ TEST(RenderSource, GainChangeRampsLinearlyOverOneBufferAndEndsExactlyOnTheTarget
     source.render(512, block.buffers(), 2, 0);
     for (float x : block.left)
         EXPECT_EQ(x, 0.0f);
-}
-
-TEST(RenderSource, EffectInsertProcessesTheBufferUnlessBypassed) {
-    auto source = makeSource(makeAudio(48000, 2, 4096, [](int, int64_t) { return 0.8f; }));
-    source.effect->setProcessor(std::make_unique<HalvingProcessor>(), 2);
-    source.start({0, 4096}, 0, false);
-    Block block(64);
-    source.render(64, block.buffers(), 2, 0);
-    EXPECT_FLOAT_EQ(block.left[10], 0.4f);
-    source.effect->setBypassed(true);
-    source.render(64, block.buffers(), 2, 0);
-    EXPECT_FLOAT_EQ(block.left[10], 0.8f);
 }
 
 TEST(RenderSource, RenderingWithAnEffectChainAndAGainRampAllocatesNothingAndTakesNoLock) {

@@ -60,28 +60,21 @@ TEST(Preferences, WithoutAStoreEverythingHasItsDefaultAndNothingIsWritten) {
     EXPECT_TRUE(std::filesystem::is_empty(config.path()));
 }
 
-TEST_F(PreferencesFile, MissingFileGivesDefaultsAndIsNotCreatedByReading) {
-    Preferences preferences(file);
-    expectDefaults(preferences);
-    EXPECT_FALSE(std::filesystem::exists(file));
-}
-
-TEST_F(PreferencesFile, EmptyFileGivesDefaultsAndStaysUntouched) {
-    writeText(file, "  \n");
-    Preferences preferences(file);
-    expectDefaults(preferences);
-    EXPECT_EQ(readText(file), "  \n");
-}
-
-TEST_F(PreferencesFile, CorruptFileGivesDefaultsAndIsNotRewrittenByReading) {
-    const std::string garbage = "{\"canvasTheme\": \"paper\", \"snapTo";
-    writeText(file, garbage);
-    {
-        Preferences preferences(file);
-        expectDefaults(preferences);
-        preferences.setSnapToZeroCrossings(true); // no change: no write
+TEST_F(PreferencesFile, MissingEmptyOrCorruptFileGivesDefaultsAndIsNotWrittenByReading) {
+    for (const std::optional<std::string> content :
+         {std::optional<std::string>(), std::optional<std::string>("  \n"),
+          std::optional<std::string>("{\"canvasTheme\": \"paper\", \"snapTo")}) {
+        SCOPED_TRACE(content.value_or("(no file)"));
+        std::filesystem::remove(file);
+        if (content) writeText(file, *content);
+        {
+            Preferences preferences(file);
+            expectDefaults(preferences);
+            preferences.setSnapToZeroCrossings(true); // no change: no write
+        }
+        EXPECT_EQ(std::filesystem::exists(file), content.has_value());
+        if (content) EXPECT_EQ(readText(file), *content);
     }
-    EXPECT_EQ(readText(file), garbage);
 }
 
 TEST_F(PreferencesFile, RealChangeAfterACorruptFileWritesValidJSONAndKeepsTheOldBytes) {
@@ -328,34 +321,25 @@ TEST(Preferences, StorePathIsUnderTheXDGConfigFolder) {
     EXPECT_EQ(Preferences::standardStorePath(), "/home/someone/.config/sonvale/preferences.json");
 }
 
-TEST(Preferences, DefaultRecordingsFolderIsTheConfiguredMusicFolder) {
+TEST(Preferences, DefaultRecordingsFolderIsTheConfiguredMusicFolderOrMusicInHome) {
     TempFolder home;
     ScopedEnvironment homeVariable("HOME", home.path().string());
     ScopedEnvironment xdg("XDG_CONFIG_HOME", (home / "cfg").string());
-    writeText(home / "cfg/user-dirs.dirs",
-              "# written by xdg-user-dirs-update\nXDG_DESKTOP_DIR=\"$HOME/Desktop\"\n"
-              "XDG_MUSIC_DIR=\"$HOME/Tunes\"\n");
-    EXPECT_EQ(Preferences::defaultRecordingsFolder(), home / "Tunes/Sonvale");
-    Preferences p;
-    EXPECT_EQ(p.recordingsFolder(), home / "Tunes/Sonvale");
-}
-
-TEST(Preferences, DefaultRecordingsFolderFallsBackToMusicInHome) {
-    TempFolder home;
-    ScopedEnvironment homeVariable("HOME", home.path().string());
-    ScopedEnvironment xdg("XDG_CONFIG_HOME", (home / "cfg").string());
-    EXPECT_EQ(Preferences::defaultRecordingsFolder(), home / "Music/Sonvale");
-    // A music folder set to home itself means "none".
-    writeText(home / "cfg/user-dirs.dirs", "XDG_MUSIC_DIR=\"$HOME\"\n");
-    EXPECT_EQ(Preferences::defaultRecordingsFolder(), home / "Music/Sonvale");
-}
-
-TEST(Preferences, AbsoluteMusicFolderIsTakenAsItStands) {
-    TempFolder home;
-    ScopedEnvironment homeVariable("HOME", home.path().string());
-    ScopedEnvironment xdg("XDG_CONFIG_HOME", (home / "cfg").string());
-    writeText(home / "cfg/user-dirs.dirs", "XDG_MUSIC_DIR=\"/media/music\"\n");
-    EXPECT_EQ(Preferences::defaultRecordingsFolder(), "/media/music/Sonvale");
+    const std::pair<std::optional<std::string>, std::filesystem::path> cases[] = {
+        {std::nullopt, home / "Music/Sonvale"},
+        {"# written by xdg-user-dirs-update\nXDG_DESKTOP_DIR=\"$HOME/Desktop\"\n"
+         "XDG_MUSIC_DIR=\"$HOME/Tunes\"\n",
+         home / "Tunes/Sonvale"},
+        {"XDG_MUSIC_DIR=\"$HOME\"\n", home / "Music/Sonvale"}, // home itself means "none"
+        {"XDG_MUSIC_DIR=\"/media/music\"\n", "/media/music/Sonvale"},
+    };
+    for (const auto& [dirs, expected] : cases) {
+        SCOPED_TRACE(dirs.value_or("(no user-dirs.dirs)"));
+        std::filesystem::remove(home / "cfg/user-dirs.dirs");
+        if (dirs) writeText(home / "cfg/user-dirs.dirs", *dirs);
+        EXPECT_EQ(Preferences::defaultRecordingsFolder(), expected);
+        EXPECT_EQ(Preferences().recordingsFolder(), expected);
+    }
 }
 
 // ---- base64 ------------------------------------------------------------------------------

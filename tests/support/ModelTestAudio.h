@@ -2,6 +2,7 @@
 
 #include "audio/AudioData.h"
 #include "audio/AudioLoader.h"
+#include "audio/Marker.h"
 #include "support/AudioFiles.h"
 
 #include <cmath>
@@ -43,6 +44,14 @@ inline std::vector<std::vector<float>> samplesOf(const AudioData& audio) {
     for (int c = 0; c < audio.channelCount(); ++c)
         result.emplace_back(audio.samples(c), audio.samples(c) + audio.frameCount);
     return result;
+}
+
+// A point marker and a region with fresh ids.
+inline Marker point(const std::string& name, int64_t at) {
+    return {Uuid::random(), name, at, std::nullopt};
+}
+inline Marker region(const std::string& name, int64_t start, int64_t end) {
+    return {Uuid::random(), name, start, end};
 }
 
 inline AudioClip makeClip(double sampleRate, std::vector<std::vector<float>> channels) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/AudioFiles.h"
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -12,33 +14,7 @@
 
 namespace sonvale::testing {
 
-// A fresh folder under the system's temporary folder, removed with everything in it.
-class TempFolder {
-public:
-    TempFolder() {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "sonvale-test-XXXXXX").string();
-        if (!mkdtemp(pattern.data())) std::abort();
-        root = pattern;
-    }
-    ~TempFolder() {
-        std::error_code ec;
-        // Unreadable folders made by a test must be opened up again before removal.
-        for (auto it = std::filesystem::recursive_directory_iterator(
-                 root, std::filesystem::directory_options::skip_permission_denied, ec);
-             !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec))
-            std::filesystem::permissions(it->path(), std::filesystem::perms::owner_all,
-                                         std::filesystem::perm_options::add, ec);
-        std::filesystem::remove_all(root, ec);
-    }
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-    const std::filesystem::path& path() const { return root; }
-    std::filesystem::path operator/(const std::string& name) const { return root / name; }
-
-private:
-    std::filesystem::path root;
-};
+using TempFolder = sonvale::test::TemporaryFolder;
 
 inline void writeText(const std::filesystem::path& path, const std::string& text) {
     std::filesystem::create_directories(path.parent_path());

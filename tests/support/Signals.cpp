@@ -59,6 +59,8 @@ double rms(const std::vector<float>& samples) {
 
 double toDB(double linear) { return 20 * std::log10(std::max(linear, 1e-15)); }
 
+float fromDB(double dB) { return float(std::pow(10.0, dB / 20)); }
+
 double gainAt(const std::vector<float>& input, const std::vector<float>& output) {
     auto half = int64_t(input.size() / 2);
     return toDB(rms(output.data() + half, int64_t(output.size()) - half)) -

@@ -18,6 +18,7 @@ float peak(const std::vector<float>& samples);
 double rms(const float* samples, int64_t count);
 double rms(const std::vector<float>& samples);
 double toDB(double linear); // 20 log10, floored at -300 dB
+float fromDB(double dB);    // the linear gain of a level, worked out here and not by Sonvale
 
 // The gain in dB of a processor on a steady tone: the RMS of `output` against the RMS of
 // `input` over the second half of both (the steady state).
