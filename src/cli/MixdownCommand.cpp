@@ -35,7 +35,11 @@ struct LoadedAudio {
 
     AudioDataPtr load(const std::string& path) {
         auto& audio = files[path];
-        if (!audio) audio = AudioLoader::load(path);
+        if (!audio) {
+            DecodeReport report;
+            audio = AudioLoader::load(path, {}, &report);
+            warnAboutDamage(path, report, audio->sampleRate);
+        }
         return audio;
     }
 };
