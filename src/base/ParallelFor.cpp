@@ -117,9 +117,16 @@ void parallelFor(size_t count, const std::function<void(size_t)>& body) {
     for (size_t k = 0; k < std::min(count - 1, pool.size()); ++k)
         pool.submit([loop] { loop->runSome(); });
     loop->runSome();
-    std::unique_lock lock(loop->mutex);
-    loop->finished.wait(lock, [&] { return loop->done == count; });
-    if (loop->failure) std::rethrow_exception(loop->failure);
+    std::exception_ptr failure;
+    {
+        std::unique_lock lock(loop->mutex);
+        loop->finished.wait(lock, [&] { return loop->done == count; });
+        // Taken out of the loop: a helper may drop the last reference to the loop after this
+        // returns, and the exception must not go with it on that thread while the caller
+        // still reads it.
+        failure = std::move(loop->failure);
+    }
+    if (failure) std::rethrow_exception(failure);
 }
 
 } // namespace sonvale

@@ -65,11 +65,11 @@ public:
 };
 
 // A preset, made once its entry's parameter list is known.
-using PresetSpec = std::function<EffectPreset(const std::vector<EffectParameter>&)>;
+using PresetMaker = std::function<EffectPreset(const std::vector<EffectParameter>&)>;
 using Setting = std::pair<std::string_view, double>;
 
 // A preset given by parameter names; a name not in the list is a programming error.
-PresetSpec named(std::string name, std::initializer_list<Setting> settings) {
+PresetMaker named(std::string name, std::initializer_list<Setting> settings) {
     return [name = std::move(name), settings = std::vector(settings)](const auto& list) {
         EffectPreset preset{name, {}};
         for (auto& [parameterName, value] : settings) {
@@ -85,7 +85,7 @@ PresetSpec named(std::string name, std::initializer_list<Setting> settings) {
 }
 
 // A preset that sets the first parameters in index order.
-PresetSpec ordered(std::string name, std::initializer_list<double> values) {
+PresetMaker ordered(std::string name, std::initializer_list<double> values) {
     return [name = std::move(name), values = std::vector(values)](const auto&) {
         EffectPreset preset{name, {}};
         int index = 0;
@@ -112,9 +112,9 @@ public:
         entry.parameters = list.list;
         return std::move(*this);
     }
-    Entry&& presets(std::initializer_list<PresetSpec> specs) && {
-        for (auto& spec : specs)
-            entry.presets.push_back(spec(entry.parameters));
+    Entry&& presets(std::initializer_list<PresetMaker> makers) && {
+        for (auto& make : makers)
+            entry.presets.push_back(make(entry.parameters));
         return std::move(*this);
     }
     template <class Processor> Entry&& processor() && {
@@ -170,7 +170,7 @@ struct BandSetting {
     double frequency, gain, q;
 };
 
-PresetSpec bands(std::string name, std::initializer_list<BandSetting> settings) {
+PresetMaker bands(std::string name, std::initializer_list<BandSetting> settings) {
     return [name = std::move(name), settings = std::vector(settings)](const auto&) {
         EffectPreset preset{name, {}};
         for (auto& band : settings) {

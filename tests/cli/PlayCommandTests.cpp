@@ -152,10 +152,15 @@ TEST(HeardPlayCommand, InterruptStopsCleanly) {
     posix_spawn_file_actions_destroy(&actions);
     close(fds[1]);
     ASSERT_EQ(error, 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-    kill(pid, SIGINT);
+    // The interrupt goes once the tool says it plays (its handler is in place by then; a slow
+    // start under a sanitizer must not meet the signal first), and after some of it was heard.
     std::string output;
     std::array<char, 4096> buffer;
+    for (ssize_t n; output.find("playing ") == std::string::npos &&
+                    (n = read(fds[0], buffer.data(), buffer.size())) > 0;)
+        output.append(buffer.data(), size_t(n));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    kill(pid, SIGINT);
     for (ssize_t n; (n = read(fds[0], buffer.data(), buffer.size())) > 0;)
         output.append(buffer.data(), size_t(n));
     close(fds[0]);
