@@ -18,7 +18,6 @@ void EditorModel::setShowingTimeline(bool flag) {
 }
 
 void EditorModel::playTimeline() {
-    PlaybackEngine& out = player();
     const int64_t frames = timelineModel->frameCount();
     FrameRange range{0, frames};
     const int64_t cursor = timelineModel->cursor();
@@ -30,22 +29,9 @@ void EditorModel::playTimeline() {
         at = range.lower;
         playingSelection = true;
     }
-    try {
-        out.setRate(rate);
-        // The mix runs the buses' and the master's effects itself.
-        auto source = out.prepare(timelineModel->playback(), nullptr, false);
-        timelineModel->meters()->clear();
-        source->start(range, at, looping);
-        out.start();
-        playingSource = std::move(source);
-    } catch (const std::exception& error) {
-        out.unload();
-        playingSource.reset();
-        playbackTimer.cancel();
-        showAlert({playbackFailedTitle, userMessage(error)});
-        transportChanged.emit();
-        return;
-    }
+    timelineModel->meters()->clear();
+    // The mix runs the buses' and the master's effects itself: no live effect of the editor.
+    if (!startSource(timelineModel->playback(), nullptr, false, range, at)) return;
     playingTrack.reset();
     playingTimeline = true;
     transportChanged.emit();

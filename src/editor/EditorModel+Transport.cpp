@@ -75,23 +75,31 @@ void EditorModel::play() {
     if (isPlaying()) startPlaybackTimer();
 }
 
-void EditorModel::playFrom(const AudioTrackPtr& track, FrameRange range, int64_t at) {
+bool EditorModel::startSource(PlaybackContentPtr content, std::shared_ptr<GainBox> gain,
+                              bool liveEffect, FrameRange range, int64_t at) {
     PlaybackEngine& out = player();
     try {
         out.setRate(rate);
-        auto source = out.prepare(AudioDataContent::make(track->audio()), track->gainBox());
+        auto source = out.prepare(std::move(content), std::move(gain), liveEffect);
         source->start(range, at, looping);
         out.start();
         playingSource = std::move(source);
+        return true;
     } catch (const std::exception& error) {
         out.unload();
         playingSource.reset();
         playingTrack.reset();
+        playingTimeline = false;
         playbackTimer.cancel();
         showAlert({playbackFailedTitle, userMessage(error)});
         transportChanged.emit();
-        return;
+        return false;
     }
+}
+
+void EditorModel::playFrom(const AudioTrackPtr& track, FrameRange range, int64_t at) {
+    if (!startSource(AudioDataContent::make(track->audio()), track->gainBox(), true, range, at))
+        return;
     playingTrack = track->id();
 
     // Edits made while the track plays are heard at once: playback picks up the new audio at

@@ -488,6 +488,10 @@ private:
     bool showingTimeline = false;
     std::optional<double> mixdownFraction;
     void playTimeline();
+    // Prepares and starts `content` from `at` within `range`; on failure shows the alert and
+    // returns false with nothing playing.
+    bool startSource(std::shared_ptr<const PlaybackContent> content, std::shared_ptr<GainBox> gain,
+                     bool liveEffect, FrameRange range, int64_t at);
     UndoStack* visibleUndoStack() const;
     bool playingSelection = false;
     bool looping = false;

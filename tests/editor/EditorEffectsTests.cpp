@@ -222,7 +222,7 @@ TEST(EditorEffects, AnApplyIsNamedAfterTheEffectsNotBypassed) {
         EXPECT_EQ(e.model->effectChain()->isApplying(), c.step.has_value());
         e.executor.drain();
         EXPECT_EQ(track->undoStack().undoCount(), c.step ? 1u : 0u);
-        if (c.step) EXPECT_EQ(track->undoStack().undoActionName(), *c.step);
+        EXPECT_EQ(track->undoStack().undoActionName(), c.step.value_or(""));
     }
 }
 
