@@ -85,7 +85,7 @@ void MainMenus::build(QMenu& effectKinds) {
     file->addAction(makeAction(ID::removeTracks, "removeTracks", "Remove from List",
                                QKeySequence("Ctrl+Backspace"), [&m] {
                                    if (!m.selectedTrackIDs().empty())
-                                       m.removeTracks(m.selectedTrackIDs());
+                                       m.requestTrackRemoval(m.selectedTrackIDs());
                                }));
     // In the track list's context menu, for a track whose file has gone.
     makeAction(ID::locateMissing, "locateMissing", "Locate…", {});

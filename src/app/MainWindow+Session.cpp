@@ -108,6 +108,30 @@ void MainWindow::refreshTitle() {
     setWindowModified(model.needsSaving());
 }
 
+void MainWindow::askToRemoveTracks(const TrackRemovalQuestion& question) {
+    if (currentQuestion) return;
+    auto* box = new QMessageBox(this);
+    box->setObjectName("sessionQuestion");
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setIcon(QMessageBox::Question);
+    box->setWindowTitle(qs(question.title));
+    box->setText(qs(question.title));
+    box->setInformativeText(qs(question.message));
+    QPushButton* remove =
+        box->addButton(TrackRemovalQuestion::removeClipsTitle, QMessageBox::DestructiveRole);
+    QPushButton* keep =
+        box->addButton(TrackRemovalQuestion::keepClipsTitle, QMessageBox::AcceptRole);
+    box->addButton(QMessageBox::Cancel);
+    box->setDefaultButton(keep);
+    currentQuestion = box;
+    connect(box, &QMessageBox::finished, this, [this, box, remove, keep, ids = question.ids] {
+        currentQuestion = nullptr;
+        if (box->clickedButton() == remove || box->clickedButton() == keep)
+            model.removeTracks(ids, box->clickedButton() == remove);
+    });
+    box->open();
+}
+
 void MainWindow::askToLeaveSession(bool quitting, std::function<void()> proceed) {
     if (currentQuestion) return;
     const bool hasDocument = model.document().has_value();

@@ -226,6 +226,8 @@ void MainWindow::observeModel() {
             if (!model.needsSaving()) QTimer::singleShot(0, this, [this] { close(); });
         }
     }));
+    modelConnections.add(model.trackRemovalRequested.connect(
+        [this](const TrackRemovalQuestion& question) { askToRemoveTracks(question); }));
     modelConnections.add(model.documentReplaceRequested.connect([this](std::filesystem::path url) {
         QPointer<MainWindow> self(this);
         askToLeaveSession(false, [self, url] {

@@ -30,6 +30,7 @@ class LevelMeterWidget;
 class MainMenus;
 class MarkerPanel;
 class TrackList;
+struct TrackRemovalQuestion;
 class TransportBar;
 class WaveformCanvas;
 
@@ -61,7 +62,8 @@ public:
     QMessageBox* alertBox() const { return currentAlertBox; }
     // The session open, save or locate dialog being shown, if any.
     QFileDialog* sessionDialog() const { return currentSessionDialog; }
-    // The question being asked before the session is closed, replaced or reverted, if any.
+    // The question being asked before the session is closed, replaced or reverted, or before
+    // tracks whose clips play on the timeline are removed, if any.
     QMessageBox* sessionQuestion() const { return currentQuestion; }
     LevelMeterWidget* outputMeter() const;
     EffectsPanel* effectsPanel() const { return effects; }
@@ -95,6 +97,8 @@ private:
     // runs `proceed` once the session is saved or the user chose not to save; Cancel runs
     // nothing.
     void askToLeaveSession(bool quitting, std::function<void()> proceed);
+    // Whether to remove the clips that play the tracks' audio with them.
+    void askToRemoveTracks(const TrackRemovalQuestion& question);
     // Saves the open document, or asks where first when there is none; `then` runs after a
     // save that succeeded.
     void saveSession(std::function<void()> then = {});

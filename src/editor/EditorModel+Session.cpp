@@ -105,7 +105,7 @@ void EditorModel::saveSession() {
     }
     state.selectedIndices = selectedIndices();
     state.loopPlayback = looping;
-    state.timeline = timelineState;
+    state.timeline = timelineForStore(used, audio);
     store->saveInBackground(exec, std::move(state), std::move(audio));
 }
 
@@ -161,7 +161,7 @@ SessionState EditorModel::sessionState() const {
     }
     state.selectedIndices = selectedIndices();
     state.loopPlayback = looping;
-    state.timeline = timelineState;
+    state.timeline = timelineRecord().state;
     return state;
 }
 
@@ -200,21 +200,22 @@ void EditorModel::restoreSession(const SessionState& state) {
         looping = state.loopPlayback;
         transportChanged.emit();
     }
-    timelineState = state.timeline;
+    beginTimelineRestore(state.timeline, made);
     restoring = false;
     sessionContentChanged();
 }
 
 void EditorModel::trackFinishedLoading(AudioTrack& track) {
-    auto it = restoredStates.find(track.id());
-    if (it == restoredStates.end()) return;
-    const TrackState& t = it->second;
-    if (t.samplesPerPoint > 0 && t.viewportWidth > 0)
-        track.setViewport({t.viewportStart, t.samplesPerPoint, t.viewportWidth});
-    if (t.selection) track.setSelection(FrameRange{t.selection->first, t.selection->second});
-    track.setCursor(t.cursor);
-    track.clampToAudio();
-    restoredStates.erase(it);
+    if (auto it = restoredStates.find(track.id()); it != restoredStates.end()) {
+        const TrackState& t = it->second;
+        if (t.samplesPerPoint > 0 && t.viewportWidth > 0)
+            track.setViewport({t.viewportStart, t.samplesPerPoint, t.viewportWidth});
+        if (t.selection) track.setSelection(FrameRange{t.selection->first, t.selection->second});
+        track.setCursor(t.cursor);
+        track.clampToAudio();
+        restoredStates.erase(it);
+    }
+    finishTimelineRestore();
 }
 
 void EditorModel::restoreLastSession(bool incognito) {
@@ -235,6 +236,7 @@ void EditorModel::restoreLastSession(bool incognito) {
                 stored && encodeSessionState(*stored) != encodeSessionState(saved);
             restoreSession(storeIsNewer ? *stored : saved);
             openDocument_ = recordDocument(url, saved);
+            documentAwaitsTimeline = !storeIsNewer && pendingTimeline;
             documentChanged.emit();
             return;
         } catch (const std::exception& error) {
@@ -254,6 +256,10 @@ std::string EditorModel::documentName() const {
 
 bool EditorModel::isDocumentEdited() const {
     if (!openDocument_) return false;
+    if (!pendingTimeline &&
+        (timelineModel->editRevision() != openDocument_->timelineRevision ||
+         timelineRecord().state.value_or(TimelineState{}).mixer != openDocument_->mixer))
+        return true;
     const auto& saved = openDocument_->saved;
     if (saved.size() != trackList.size()) return true;
     for (size_t i = 0; i < saved.size(); ++i) {
@@ -285,6 +291,8 @@ EditorModel::SessionDocument EditorModel::recordDocument(const fs::path& url,
         document.saved.push_back({id, t.path, t.gainDB, t.markers, t.transcript, 0});
         if (auto relative = inside(t.path, url)) document.bundlePaths[id] = *relative;
     }
+    document.timelineRevision = timelineModel->editRevision();
+    if (saved.timeline) document.mixer = saved.timeline->mixer;
     return document;
 }
 
@@ -313,6 +321,10 @@ void EditorModel::saveDocumentAs(fs::path url, std::function<void()> then) {
         std::vector<int64_t> selected;
         bool loop = false;
         std::optional<TimelineState> timeline;
+        std::vector<SessionBundle::ClipAudioFile> clipFiles;
+        std::vector<AudioDataPtr> clipAudio; // per file clip of `timeline`
+        int64_t timelineRevision = 0;
+        bool timelinePending = false;
         std::optional<fs::path> historyFrom;
         SessionBundle::NewSnapshot snapshot;
         std::vector<SessionDocument::TrackContent> contents;
@@ -327,7 +339,9 @@ void EditorModel::saveDocumentAs(fs::path url, std::function<void()> then) {
     }
     job->selected = selectedIndices();
     job->loop = looping;
-    job->timeline = timelineState;
+    job->timeline = timelineForDocument(job->clipFiles, job->clipAudio);
+    job->timelineRevision = timelineModel->editRevision();
+    job->timelinePending = pendingTimeline.has_value();
     job->historyFrom = openDocument_ ? std::optional(openDocument_->url) : std::optional(url);
     job->snapshot.date = SessionBundle::Clock::now();
     if (windowPicture) job->snapshot.image = windowPicture();
@@ -348,7 +362,7 @@ void EditorModel::saveDocumentAs(fs::path url, std::function<void()> then) {
         try {
             const auto history = SessionBundle::history(job->historyFrom);
             auto result = SessionBundle::write(job->tracks, job->selected, job->loop, job->timeline,
-                                               {}, history, job->snapshot, url, report);
+                                               job->clipFiles, history, job->snapshot, url, report);
             executor.post([token, job, url, state = std::move(result.state), then] {
                 auto alive = token.lock();
                 if (!alive) return;
@@ -363,6 +377,10 @@ void EditorModel::saveDocumentAs(fs::path url, std::function<void()> then) {
                     if (auto track = model.track(job->contents[i].id))
                         track->setFileRevision(job->contents[i].revision);
                 }
+                document.timelineRevision = job->timelineRevision;
+                if (job->timeline) document.mixer = job->timeline->mixer;
+                if (state.timeline) model.noteSavedClipFiles(job->clipAudio, *state.timeline, url);
+                model.documentAwaitsTimeline = job->timelinePending && model.pendingTimeline;
                 model.openDocument_ = std::move(document);
                 model.saveProgress.reset();
                 model.noteDocument(url);
@@ -389,6 +407,7 @@ bool EditorModel::readDocument(const fs::path& url, const std::string& failureTi
         const SessionState state = SessionBundle::read(url);
         restoreSession(state);
         openDocument_ = recordDocument(url, state);
+        documentAwaitsTimeline = pendingTimeline.has_value();
         noteDocument(url);
         documentChanged.emit();
         return true;

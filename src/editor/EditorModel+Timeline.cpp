@@ -38,6 +38,51 @@ void EditorModel::playTimeline() {
     playheadChanged.emit();
 }
 
+std::optional<TrackRemovalQuestion>
+EditorModel::trackRemovalQuestion(const std::set<Uuid>& ids) const {
+    const auto usage = timelineModel->usageByTrack();
+    std::vector<std::pair<AudioTrackPtr, Timeline::TrackUsage>> used;
+    for (const auto& t : trackList)
+        if (auto it = usage.find(t->id()); ids.count(t->id()) && it != usage.end())
+            used.emplace_back(t, it->second);
+    if (used.empty()) return std::nullopt;
+    TrackRemovalQuestion question;
+    question.ids = ids;
+    std::vector<AudioTrackPtr> removed;
+    std::copy_if(trackList.begin(), trackList.end(), std::back_inserter(removed),
+                 [&](const auto& t) { return ids.count(t->id()) > 0; });
+    const size_t count = removed.size();
+    question.title = count == 1 ? "Remove “" + removed[0]->name() + "” from the list?"
+                                : "Remove " + std::to_string(count) + " tracks from the list?";
+    if (used.size() == 1 && count == 1) {
+        question.message = "Its audio plays in " + used[0].second.description() + ".";
+    } else {
+        for (const auto& [t, u] : used)
+            question.message += "“" + t->name() + "” plays in " + u.description() + ". ";
+    }
+    if (!question.message.empty() && question.message.back() == ' ') question.message.pop_back();
+    question.message += " Remove the clips too (with lanes left empty and buses only they fed), "
+                        "or keep them: kept clips go on playing the audio, and the session keeps "
+                        "it with them.";
+    return question;
+}
+
+void EditorModel::requestTrackRemoval(const std::set<Uuid>& ids) {
+    if (auto question = trackRemovalQuestion(ids))
+        trackRemovalRequested.emit(std::move(*question));
+    else
+        removeTracks(ids);
+}
+
+void EditorModel::removeTracks(const std::set<Uuid>& ids, bool removeClips) {
+    if (removeClips) {
+        const auto usage = timelineModel->usageByTrack();
+        for (const Uuid& id : ids)
+            if (usage.count(id)) timelineModel->removeClips(id, true, "Remove Clips of Track");
+    }
+    removeTracks(ids);
+}
+
 std::string EditorModel::mixdownHelp() const {
     return timelineModel->selection()
                ? "Mixdown the selection to a new track, with the mixer's effects"

@@ -31,7 +31,9 @@ EditorModel::EditorModel(Executor& executor, Preferences& preferences,
     , self(std::make_shared<EditorModel*>(this))
     , engine(std::move(player)) {
     connectTransport();
-    for (auto* signal : {&tracksChanged, &selectionChanged, &transportChanged})
+    for (auto* signal : {&tracksChanged, &selectionChanged, &transportChanged,
+                         &timelineShowingChanged, &timelineModel->contentChanged,
+                         &timelineModel->effectsChanged, &timelineModel->selectionChanged})
         signal->connect([this] { sessionContentChanged(); });
 }
 
@@ -235,7 +237,10 @@ void EditorModel::load(const AudioTrackPtr& track) {
                 std::error_code missing;
                 const std::string message =
                     fs::exists(url, missing) ? userMessage(error) : missingFileMessage(url);
-                report([message](AudioTrack& t) { t.setState(AudioTrack::Failed{message}); });
+                report([token, message](AudioTrack& t) {
+                    t.setState(AudioTrack::Failed{message});
+                    if (auto alive = token.lock()) (*alive)->finishTimelineRestore();
+                });
             }
         });
 }

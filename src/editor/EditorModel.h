@@ -9,6 +9,7 @@
 #include "effects/EffectChain.h"
 #include "effects/EffectInsert.h"
 #include "persistence/SessionBundle.h"
+#include "persistence/SessionStore.h"
 #include "timeline/Timeline.h"
 
 #include <sigc++/signal.h>
@@ -42,6 +43,15 @@ struct AppAlert {
     friend bool operator==(const AppAlert&, const AppAlert&) = default;
 };
 
+// What the window asks before removing tracks whose audio clips on the timeline play.
+struct TrackRemovalQuestion {
+    std::set<Uuid> ids;
+    std::string title;
+    std::string message;
+    static constexpr const char* removeClipsTitle = "Remove the Clips Too";
+    static constexpr const char* keepClipsTitle = "Keep the Clips";
+};
+
 // The object the whole window works on: the track list and which tracks are selected, the
 // audio clipboard, the editing commands of the waveform editor, opening files into tracks
 // with background decoding, exports, markers, and the alert being shown.
@@ -72,6 +82,15 @@ public:
     // Removes tracks from the list. When that empties the selection, the track that moved
     // into the first removed one's place (else the new last one) is selected.
     void removeTracks(const std::set<Uuid>& ids);
+    std::optional<TrackRemovalQuestion> trackRemovalQuestion(const std::set<Uuid>& ids) const;
+    // "Remove from List": removes the tracks at once, or asks trackRemovalRequested first when
+    // clips play their audio; the answer comes back through removeTracks(ids, removeClips).
+    void requestTrackRemoval(const std::set<Uuid>& ids);
+    // Removes the tracks and, with `removeClips`, their clips, the lanes that held nothing
+    // else and the buses only those lanes fed (an undo step on the timeline per track). Kept clips
+    // go on playing the audio, which the session then keeps with them.
+    void removeTracks(const std::set<Uuid>& ids, bool removeClips);
+    sigc::signal<void(TrackRemovalQuestion)> trackRemovalRequested;
     // Puts the tracks in the order of `order` (a drag in the list); tracks it leaves out keep
     // their relative order after the named ones, unknown ids are ignored.
     void reorderTracks(const std::vector<Uuid>& order);
@@ -352,7 +371,8 @@ public:
     void restoreLastSession(bool incognito);
     bool isSessionTemporary() const { return temporarySession; }
 
-    // The live session as the automatic store keeps it (absolute paths).
+    // The live session with absolute paths; clip audio that has no file yet is named by a
+    // relative "Name.wav".
     SessionState sessionState() const;
     // Replaces the live session: tracks are made from the states and load in the background,
     // keeping their selection, cursor and zoom; the open document stays as it is.
@@ -461,8 +481,49 @@ private:
     bool readDocument(const std::filesystem::path& url, const std::string& failureTitle);
     std::shared_ptr<SessionStore> store;
     std::optional<SessionDocument> openDocument_;
-    std::optional<TimelineState> timelineState; // kept until the timeline is live
-    std::map<Uuid, TrackState> restoredStates;  // applied when each track has loaded
+    // A stored timeline waiting for the audio its clips play: the session's tracks (by
+    // index) and the clip files being read.
+    struct PendingTimeline {
+        TimelineState state;
+        std::vector<Uuid> trackIDs;
+        std::set<std::string> loading;
+        std::map<std::string, AudioDataPtr> files; // none for a file that couldn't be read
+    };
+    std::optional<PendingTimeline> pendingTimeline;
+    int timelineGeneration = 0;
+    // The document was recorded while its timeline was pending: its revision is the restored one.
+    bool documentAwaitsTimeline = false;
+    // The file that holds clip audio no track has, once it has one.
+    struct ClipHome {
+        std::weak_ptr<const AudioData> audio;
+        std::filesystem::path file;
+    };
+    std::map<const AudioData*, ClipHome> clipHomes;
+    std::optional<std::filesystem::path> clipHome(const AudioDataPtr& audio) const;
+    // The timeline's record (none while it is empty and hidden), and per file clip in lane and
+    // clip order the audio it plays. A clip file whose audio has no file yet is named by a
+    // relative "Name.wav".
+    struct TimelineRecord {
+        std::optional<TimelineState> state;
+        std::vector<AudioDataPtr> audio;
+    };
+    TimelineRecord timelineRecord() const;
+    // The record for the automatic store: audio without a file is queued into its folder.
+    std::optional<TimelineState> timelineForStore(std::set<std::string>& used,
+                                                  std::vector<SessionStore::PendingAudio>& pending);
+    // The record for a bundle, with the clip files the bundle keeps.
+    std::optional<TimelineState>
+    timelineForDocument(std::vector<SessionBundle::ClipAudioFile>& clipFiles,
+                        std::vector<AudioDataPtr>& clipAudio) const;
+    // After a bundle was written: its clip files are the homes of their audio.
+    void noteSavedClipFiles(const std::vector<AudioDataPtr>& clipAudio, const TimelineState& saved,
+                            const std::filesystem::path& bundle);
+    // Empties the timeline and restores `state` once the tracks and clip files have loaded.
+    void beginTimelineRestore(const std::optional<TimelineState>& state,
+                              const std::vector<AudioTrackPtr>& tracks);
+    void finishTimelineRestore();
+    void reportMissingClips(const PendingTimeline& restored, int missing);
+    std::map<Uuid, TrackState> restoredStates; // applied when each track has loaded
     struct StoredAudio {
         std::weak_ptr<const AudioData> audio;
         std::filesystem::path file;

@@ -66,6 +66,12 @@ bool SessionStore::saveTo(const fs::path& root, const SessionState& state,
         std::set<fs::path> referred;
         for (const auto& track : state.tracks)
             referred.insert(fs::path(track.path).lexically_normal());
+        if (state.timeline)
+            for (const auto& lane : state.timeline->lanes)
+                for (const auto& clip : lane.clips)
+                    if (const auto* file =
+                            std::get_if<TimelineState::Clip::FileSource>(&clip.source))
+                        referred.insert(fs::path(file->path).lexically_normal());
         for (fs::directory_iterator it(audioFolder, error), end; !error && it != end;
              it.increment(error))
             if (!referred.count(it->path().lexically_normal())) fs::remove(it->path(), error);

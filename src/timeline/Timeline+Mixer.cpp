@@ -80,14 +80,34 @@ EffectChainPtr Timeline::chain(const MixerChannel& channel) {
     auto& chain = chains[channel];
     if (!chain) {
         chain = std::make_shared<EffectChain>();
-        // Whatever changes in the chain changes what the insert must run.
-        auto refresh = [weak = weak_from_this()] {
-            if (auto timeline = weak.lock()) timeline->refreshEffects();
+        // Whatever changes in the chain changes what its insert must run; a knob turned on one
+        // of its effects reaches the insert by itself but is a change of the session.
+        auto refresh = [weak = weak_from_this(), channel] {
+            if (auto timeline = weak.lock()) {
+                timeline->refreshEffects(channel);
+                timeline->watchValues(channel);
+            }
         };
         chain->effectsChanged.connect(refresh);
         chain->bypassChanged.connect(refresh);
     }
     return chain;
+}
+
+void Timeline::watchValues(const MixerChannel& channel) {
+    auto& watched = valueWatches[channel];
+    for (auto& connection : watched)
+        connection.disconnect();
+    watched.clear();
+    const auto chain = existingChain(channel);
+    if (!chain) return;
+    for (const auto& session : chain->effects()) {
+        auto changed = [weak = weak_from_this()] {
+            if (auto timeline = weak.lock()) timeline->effectsChanged.emit();
+        };
+        watched.push_back(session->valuesChanged.connect(changed));
+        watched.push_back(session->bypassChanged.connect(changed));
+    }
 }
 
 EffectChainPtr Timeline::existingChain(const MixerChannel& channel) const {
@@ -102,26 +122,33 @@ std::shared_ptr<EffectInsert> Timeline::insert(const MixerChannel& channel) cons
 
 void Timeline::refreshEffects() {
     bool changed = false;
-    for (const auto& [channel, chain] : chains) {
-        const bool live = (channel.isMaster() || bus(channel.bus)) && !chain->isBypassed() &&
-                          !chain->activeEffects().empty();
-        auto it = inserts.find(channel);
-        if (!live) {
-            if (it != inserts.end()) {
-                inserts.erase(it);
-                changed = true;
-            }
-            continue;
-        }
-        if (it == inserts.end()) {
-            it = inserts.emplace(channel, std::make_shared<EffectInsert>()).first;
-            changed = true;
-        }
-        // The processor it replaces is freed here, on the main thread.
-        it->second->setProcessor(chain->previewProcessor(rate, 2), 2);
-    }
+    for (const auto& [channel, chain] : chains)
+        changed |= refreshInsert(channel, *chain);
     effectsChanged.emit();
     if (changed) mixChanged.emit();
+}
+
+void Timeline::refreshEffects(const MixerChannel& channel) {
+    const auto chain = existingChain(channel);
+    const bool changed = chain && refreshInsert(channel, *chain);
+    effectsChanged.emit();
+    if (changed) mixChanged.emit();
+}
+
+bool Timeline::refreshInsert(const MixerChannel& channel, const EffectChain& chain) {
+    const bool live = (channel.isMaster() || bus(channel.bus)) && !chain.isBypassed() &&
+                      !chain.activeEffects().empty();
+    auto it = inserts.find(channel);
+    if (!live) {
+        if (it == inserts.end()) return false;
+        inserts.erase(it);
+        return true;
+    }
+    const bool made = it == inserts.end();
+    if (made) it = inserts.emplace(channel, std::make_shared<EffectInsert>()).first;
+    // The processor it replaces is freed here, on the main thread.
+    it->second->setProcessor(chain.previewProcessor(rate, 2), 2);
+    return made;
 }
 
 const std::shared_ptr<TimelinePlayback>& Timeline::playback() {

@@ -94,6 +94,10 @@ int Timeline::restore(const TimelineState& state, const Sources& sources) {
     for (auto& lane : content.lanes)
         if (lane.colorIndex < 0) lane.colorIndex = nextLaneColor();
 
+    for (auto& [channel, watched] : valueWatches)
+        for (auto& connection : watched)
+            connection.disconnect();
+    valueWatches.clear();
     chains.clear();
     inserts.clear();
     minimized.clear();

@@ -177,6 +177,8 @@ public:
     // Keeps each channel's live insert in step with its chain: its chain's processor while
     // the chain has active effects and isn't bypassed, none otherwise.
     void refreshEffects();
+    // The same for one channel, after its chain changed.
+    void refreshEffects(const MixerChannel& channel);
 
     // What live playback renders, built afresh: the audible lanes, every bus with its live
     // insert, the master and the meters.
@@ -223,7 +225,7 @@ public:
     // ---- signals
     sigc::signal<void()> contentChanged;   // lanes, clips, buses, master gain, markers
     sigc::signal<void()> mixChanged;       // what the mixer must hear: hand it a new snapshot
-    sigc::signal<void()> effectsChanged;   // chains or inserts
+    sigc::signal<void()> effectsChanged;   // chains, their effects' values, or inserts
     sigc::signal<void()> selectionChanged; // cursor, selection, selected clip
     sigc::signal<void()> viewChanged;      // zoom, view width, minimized strips, renaming
 
@@ -247,12 +249,17 @@ private:
     // The clip and its lane, in `content`.
     std::pair<TimelineLane*, TimelineClip*> findClip(const Uuid& clipID);
     void crossfadeIn(TimelineLane& lane, const Uuid& clipID);
+    // Whether the channel's insert came or went.
+    bool refreshInsert(const MixerChannel& channel, const EffectChain& chain);
+    // Announces value and bypass changes of the channel's effects as effectsChanged.
+    void watchValues(const MixerChannel& channel);
 
     double rate;
     Content content;
     // A removed bus keeps its chain here, so that undoing the removal brings its effects back.
     std::map<MixerChannel, EffectChainPtr> chains;
     std::map<MixerChannel, std::shared_ptr<EffectInsert>> inserts;
+    std::map<MixerChannel, std::vector<sigc::connection>> valueWatches;
     std::shared_ptr<LevelMeters> levelMeters = std::make_shared<LevelMeters>();
     std::shared_ptr<TimelinePlayback> playbackSource;
     UndoStack undo;

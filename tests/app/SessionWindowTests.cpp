@@ -201,6 +201,29 @@ private Q_SLOTS:
         QCOMPARE(h.model.tracks().size(), size_t(1));
     }
 
+    // Remove from List asks about the clips that play the track; Cancel keeps everything.
+    void removingATrackWhoseClipsPlayAsksAboutThem() {
+        Harness h;
+        const auto track = h.openAndLoad(test::fixture("mono.wav"));
+        QVERIFY(track);
+        const TimelinePtr timeline = h.model.timeline();
+        const Uuid lane = timeline->addLane("Voice").id;
+        timeline->insertCopy({Uuid::random(), "Take", track->audio(), 0, 1000, 0, 0, 0,
+                              track->id()},
+                             lane, 0, "Paste Clip");
+        for (const QString answer : {"Cancel", "Remove the Clips Too"}) {
+            h.model.setSelectedTrackIDs({track->id()});
+            h.window.action(ActionID::removeTracks)->trigger();
+            QMessageBox* box = h.window.sessionQuestion();
+            QVERIFY(box);
+            QCOMPARE(box->text(), QString("Remove “mono” from the list?"));
+            QVERIFY(box->informativeText().startsWith("Its audio plays in 1 clip on “Voice”."));
+            buttonTitled(box, answer)->click();
+            QCOMPARE(h.model.tracks().size(), size_t(answer == "Cancel" ? 1 : 0));
+            QCOMPARE(timeline->lanes().size(), size_t(answer == "Cancel" ? 1 : 0));
+        }
+    }
+
     void revertingAsksWhetherToKeepFilesMadeSinceTheSave_data() {
         QTest::addColumn<QString>("button");
         QTest::addColumn<bool>("reverted");

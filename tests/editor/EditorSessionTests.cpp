@@ -1,5 +1,7 @@
 #include "editor/EditorModel.h"
 
+#include "effects/EffectSession.h"
+
 #include "audio/AudioExporter.h"
 #include "base/ManualExecutor.h"
 #include "persistence/Preferences.h"
@@ -217,4 +219,91 @@ TEST(EditorSession, SavingIsRefusedWhileRecordingAndFailuresSayWhy) {
     EXPECT_NE(s.model.alert()->message.find("The file isn't a Sonvale session."),
               std::string::npos);
     EXPECT_EQ(s.model.tracks().size(), 1u); // the live session is untouched
+}
+
+// The timeline goes into the automatic store and into bundles: a clip of a track by the track,
+// audio no track has as a clip file, buses with their effects. It comes back once its audio has
+// loaded, a bundle saved again unchanged is the same bytes, and the document sees a change.
+TEST(EditorSession, TheTimelineIsKeptWithItsClipsBusesAndEffects) {
+    TempFolder folder;
+    const fs::path first = folder / "Show.sonvale", second = folder / "Again.sonvale";
+    auto sessionJSON = [](const fs::path& bundle) { return readText(bundle / "Session.json"); };
+    {
+        Session s(folder.path());
+        s.start();
+        auto track = s.open(writeRamp(folder / "Take.wav", 48000));
+        const TimelinePtr timeline = s.model.timeline();
+        const Uuid voice = timeline->addLane("Voice").id, music = timeline->addLane("Music").id;
+        timeline->insertCopy(
+            {Uuid::random(), "Take", track->audio(), 1000, 20000, 0, 0, 0, track->id()}, voice,
+            4800, "Paste Clip");
+        timeline->insertCopy({Uuid::random(), "Noise", makeNoise(48000, 2, 9600, 3), 0, 9600, 0,
+                              480, 480, std::nullopt},
+                             music, 0, "Paste Clip");
+        const Uuid bus = timeline->addBus().id;
+        timeline->setOutput(music, bus);
+        timeline->chain(MixerChannel::forBus(bus))->append(EffectSession::make(EffectKind::reverb));
+        timeline->setMasterGain(-2);
+        s.model.setShowingTimeline(true);
+        const auto stored = s.stored();
+        ASSERT_TRUE(stored && stored->timeline);
+        const auto& noise = stored->timeline->lanes.at(1).clips.at(0).source;
+        ASSERT_TRUE(std::holds_alternative<TimelineState::Clip::FileSource>(noise));
+        EXPECT_EQ(fs::path(std::get<TimelineState::Clip::FileSource>(noise).path).parent_path(),
+                  s.store->audioFolder());
+
+        s.model.saveDocumentAs(first);
+        s.executor.drain();
+        EXPECT_NE(sessionJSON(first).find("\"format\": 2"), std::string::npos);
+        EXPECT_TRUE(fs::exists(first / "Audio/Clips/Noise.wav"));
+        EXPECT_FALSE(s.model.isDocumentEdited());
+        timeline->setLaneGain(voice, -6);
+        EXPECT_TRUE(s.model.isDocumentEdited());
+        timeline->undoStack().undo();
+        s.model.saveDocument();
+        s.executor.drain();
+        timeline->chain(MixerChannel::master())->append(EffectSession::make(EffectKind::limiter));
+        EXPECT_TRUE(s.model.isDocumentEdited());
+        ASSERT_TRUE(s.stored()->timeline->mixer);
+    }
+    // The next launch finds the edited document; opening the saved one brings its timeline back.
+    Session next(folder.path());
+    next.start();
+    const auto master = next.model.timeline()->existingChain(MixerChannel::master());
+    ASSERT_TRUE(master);
+    EXPECT_EQ(master->effects().size(), 1u);
+    EXPECT_TRUE(next.model.isDocumentEdited());
+    ASSERT_TRUE(next.model.openDocumentNow(first));
+    EXPECT_TRUE(next.model.timeline()->lanes().empty()); // until the audio has loaded
+    next.executor.drain();
+    const Timeline& timeline = *next.model.timeline();
+    ASSERT_EQ(timeline.lanes().size(), 2u);
+    EXPECT_TRUE(next.model.isShowingTimeline());
+    const TimelineClip& take = timeline.lanes()[0].clips.at(0);
+    EXPECT_EQ(take.audio, next.model.tracks().at(0)->audio());
+    EXPECT_EQ(take.trackID, next.model.tracks().at(0)->id());
+    EXPECT_EQ((std::tuple(take.sourceStart, take.length, take.start)),
+              std::tuple(1000, 20000, 4800));
+    const TimelineClip& noise = timeline.lanes()[1].clips.at(0);
+    EXPECT_EQ(noise.audio->samples(1)[77], makeNoise(48000, 2, 9600, 3)->samples(1)[77]);
+    EXPECT_EQ(timeline.lanes()[1].output, timeline.buses().at(0).id);
+    EXPECT_EQ(
+        timeline.existingChain(MixerChannel::forBus(timeline.buses()[0].id))->effects().size(), 1u);
+    EXPECT_EQ(timeline.masterGainDB(), -2.0f);
+    EXPECT_FALSE(next.model.isDocumentEdited());
+
+    next.model.saveDocumentAs(second);
+    next.executor.drain();
+    EXPECT_EQ(sessionJSON(second), sessionJSON(first));
+    EXPECT_TRUE(fs::exists(second / "Audio/Clips/Noise.wav"));
+
+    // A clip whose audio is gone is left out, and the alert names its file.
+    fs::remove(second / "Audio/Clips/Noise.wav");
+    ASSERT_TRUE(next.model.openDocumentNow(second));
+    next.executor.drain();
+    EXPECT_TRUE(next.model.timeline()->lanes()[1].clips.empty());
+    ASSERT_TRUE(next.model.alert());
+    EXPECT_NE(next.model.alert()->message.find("One clip of the timeline could not be restored "
+                                               "because “Noise.wav” is missing"),
+              std::string::npos);
 }

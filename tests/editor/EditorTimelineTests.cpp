@@ -131,3 +131,43 @@ TEST(EditorTimeline, MixdownOpensTheMixAsANewTrack) {
     m.timeline->removeLane(m.lane);
     EXPECT_FALSE(m.model->canMixdown());
 }
+
+// Removing a track whose audio clips play asks first; the answer removes the clips with the
+// lane and the bus they alone had (undoably), or keeps them playing the audio.
+TEST(EditorTimeline, RemovingATrackWhoseClipsPlayAsksWhatBecomesOfThem) {
+    for (bool removeClips : {true, false}) {
+        Multitrack m;
+        auto track = AudioTrack::create("/music/Talk.wav");
+        track->finishLoading(makeNoise(48000, 1, 48000, 9));
+        m.model->addTrack(track);
+        const Uuid talk = m.timeline->addLane("Talk").id, bus = m.timeline->addBus().id;
+        m.timeline->setOutput(talk, bus);
+        const TimelineClip clip{Uuid::random(), "Talk", track->audio(), 0, 4800, 0, 0, 0,
+                                track->id()};
+        m.timeline->insertCopy(clip, talk, 0, "Paste Clip");
+        m.timeline->insertCopy(clip, m.lane, 96000, "Paste Clip");
+        std::vector<TrackRemovalQuestion> asked;
+        m.model->trackRemovalRequested.connect([&](auto question) { asked.push_back(question); });
+        m.model->requestTrackRemoval({track->id()});
+        ASSERT_EQ(asked.size(), 1u);
+        EXPECT_EQ(m.model->tracks().size(), 1u); // nothing goes before the answer
+        EXPECT_EQ(asked[0].title, "Remove “Talk” from the list?");
+        EXPECT_EQ(asked[0].message.find("Its audio plays in 2 clips on “Voice” and “Talk”. "), 0u);
+
+        m.model->removeTracks(asked[0].ids, removeClips);
+        EXPECT_TRUE(m.model->tracks().empty());
+        EXPECT_EQ(m.timeline->lanes().size(), removeClips ? 1u : 2u);
+        EXPECT_EQ(m.timeline->lanes()[0].clips.size(), removeClips ? 1u : 2u);
+        EXPECT_EQ(m.timeline->buses().size(), removeClips ? 0u : 1u);
+        if (removeClips) {
+            m.timeline->undoStack().undo();
+            EXPECT_EQ(m.timeline->lanes().size(), 2u);
+            EXPECT_EQ(m.timeline->lanes()[1].output, bus);
+        }
+    }
+    Multitrack m; // a track no clip plays goes at once
+    auto track = AudioTrack::create("/music/Other.wav");
+    m.model->addTrack(track);
+    m.model->requestTrackRemoval({track->id()});
+    EXPECT_TRUE(m.model->tracks().empty());
+}
