@@ -208,9 +208,9 @@ private Q_SLOTS:
         QVERIFY(track);
         const TimelinePtr timeline = h.model.timeline();
         const Uuid lane = timeline->addLane("Voice").id;
-        timeline->insertCopy({Uuid::random(), "Take", track->audio(), 0, 1000, 0, 0, 0,
-                              track->id()},
-                             lane, 0, "Paste Clip");
+        timeline->insertCopy(
+            {Uuid::random(), "Take", track->audio(), 0, 1000, 0, 0, 0, track->id()}, lane, 0,
+            "Paste Clip");
         for (const QString answer : {"Cancel", "Remove the Clips Too"}) {
             h.model.setSelectedTrackIDs({track->id()});
             h.window.action(ActionID::removeTracks)->trigger();
