@@ -380,7 +380,11 @@ void EditorModel::saveDocumentAs(fs::path url, std::function<void()> then) {
                 document.timelineRevision = job->timelineRevision;
                 if (job->timeline) document.mixer = job->timeline->mixer;
                 if (state.timeline) model.noteSavedClipFiles(job->clipAudio, *state.timeline, url);
+                // A timeline still waiting for its audio was saved as it was read: the
+                // document's revision is the one it gets once restored.
                 model.documentAwaitsTimeline = job->timelinePending && model.pendingTimeline;
+                if (job->timelinePending && !model.pendingTimeline)
+                    document.timelineRevision = model.timelineModel->editRevision();
                 model.openDocument_ = std::move(document);
                 model.saveProgress.reset();
                 model.noteDocument(url);
