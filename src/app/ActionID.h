@@ -50,6 +50,10 @@ enum class ActionID {
     normalizePeak,
     previousTrack,
     nextTrack,
+    // Multitrack
+    showMultitrack,
+    addToTimeline,
+    mixdown,
     // Effects
     showEffects,
     applyEffects,

@@ -28,7 +28,9 @@ MainMenus::MainMenus(EditorModel& model, QMainWindow& window, QMenu& effectKinds
     modelConnections.add(model.selectionChanged.connect([this] { watchActiveTrack(); }));
     for (auto* signal :
          {&model.tracksChanged, &model.clipboardChanged, &model.exportProgressChanged,
-          &model.effectChainChanged, &model.effectsApplyProgressChanged, &model.transportChanged})
+          &model.effectChainChanged, &model.effectsApplyProgressChanged, &model.transportChanged,
+          &model.timelineShowingChanged, &model.mixdownProgressChanged,
+          &model.timeline()->contentChanged, &model.timeline()->selectionChanged})
         modelConnections.add(signal->connect([this] { refresh(); }));
     modelConnections.add(model.documentChanged.connect([this] { refreshSessionActions(); }));
     modelConnections.add(model.preferences().changed.connect([this](Preferences::Setting setting) {
@@ -165,6 +167,20 @@ void MainMenus::build(QMenu& effectKinds) {
     playback->addAction(makeAction(ID::nextTrack, "nextTrack", "Next Track",
                                    QKeySequence("Alt+Down"), [&m] { m.selectAdjacentTrack(1); }));
 
+    QMenu* multitrack = bar->addMenu("&Multitrack");
+    QAction* showMultitrack =
+        makeAction(ID::showMultitrack, "showMultitrack", "Show Multitrack", QKeySequence("Ctrl+M"),
+                   [&m] { m.setShowingTimeline(!m.isShowingTimeline()); });
+    showMultitrack->setCheckable(true);
+    multitrack->addAction(showMultitrack);
+    multitrack->addAction(makeAction(ID::addToTimeline, "addToTimeline",
+                                     EditorModel::addToTimelineTitle, QKeySequence("Ctrl+Shift+A"),
+                                     [&m] { m.addToTimeline(); }));
+    multitrack->addSeparator();
+    multitrack->addAction(
+        makeAction(ID::mixdown, "mixdown", EditorModel::mixdownTitle, {}, [&m] { m.mixdown(); }));
+    multitrack->setToolTipsVisible(true);
+
     QMenu* effectsMenu = bar->addMenu("Effec&ts");
     addEffectMenu = effectsMenu->addMenu("Add Effect");
     addEffectMenu->setObjectName("addEffectMenu");
@@ -214,8 +230,10 @@ void MainMenus::refresh() {
     set(ID::trimToSelection, m.canEdit());
     set(ID::trimSilence, audio && !track->isRecording());
     set(ID::selectAll, audio);
-    for (ID id : {ID::zoomIn, ID::zoomOut, ID::zoomToFit, ID::verticalZoomIn, ID::verticalZoomOut})
-        set(id, audio);
+    for (ID id : {ID::verticalZoomIn, ID::verticalZoomOut})
+        set(id, audio && !m.isShowingTimeline());
+    for (ID id : {ID::zoomIn, ID::zoomOut, ID::zoomToFit})
+        set(id, m.isShowingTimeline() || audio);
     set(ID::zoomToSelection, track && track->selection().has_value());
     set(ID::addMarker, m.canAddMarker());
     action(ID::addMarker)->setText(qs(m.addMarkerTitle()));
@@ -233,6 +251,10 @@ void MainMenus::refresh() {
     set(ID::applyEffects, m.effectChain() != nullptr && !m.effectsApplyProgress());
     set(ID::closeEffects, m.effectChain() != nullptr && !m.effectsApplyProgress());
     addEffectMenu->setEnabled(m.canAddEffect());
+    action(ID::showMultitrack)->setChecked(m.isShowingTimeline());
+    set(ID::addToTimeline, m.canAddToTimeline());
+    set(ID::mixdown, m.canMixdown());
+    action(ID::mixdown)->setToolTip(qs(m.mixdownHelp()));
     set(ID::previousTrack, !m.tracks().empty());
     set(ID::nextTrack, !m.tracks().empty());
     const bool missing = track && EditorModel::isMissing(*track);

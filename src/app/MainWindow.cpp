@@ -10,6 +10,7 @@
 #include "app/TransportBar.h"
 #include "app/canvas/WaveformCanvas.h"
 #include "app/effects/EffectsPanel.h"
+#include "app/timeline/TimelineView.h"
 #include "audio/ExportOptions.h"
 #include "editor/EditorModel.h"
 
@@ -93,6 +94,8 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     views = new QStackedWidget(this);
     views->setObjectName("views");
     views->addWidget(buildSingleTrackEditor());
+    timelineView = new TimelineView(model, this);
+    views->addWidget(timelineView);
     transport = new TransportBar(model, this);
     connect(transport, &TransportBar::exportRequested, this, [this] { presentExportPanel(); });
 
@@ -187,10 +190,28 @@ void MainWindow::connectCommands() {
              dialog->show();
          }},
         {ID::quit, [this] { close(); }},
-        {ID::zoomIn, [this] { waveform->zoomIn(); }},
-        {ID::zoomOut, [this] { waveform->zoomOut(); }},
+        {ID::zoomIn,
+         [this] {
+             if (model.isShowingTimeline())
+                 timelineView->zoomBy(0.5);
+             else
+                 waveform->zoomIn();
+         }},
+        {ID::zoomOut,
+         [this] {
+             if (model.isShowingTimeline())
+                 timelineView->zoomBy(2);
+             else
+                 waveform->zoomOut();
+         }},
         {ID::zoomToSelection, [this] { waveform->zoomToSelection(); }},
-        {ID::zoomToFit, [this] { waveform->zoomToFit(); }},
+        {ID::zoomToFit,
+         [this] {
+             if (model.isShowingTimeline())
+                 timelineView->zoomToFit();
+             else
+                 waveform->zoomToFit();
+         }},
         {ID::verticalZoomIn, [this] { waveform->verticalZoomIn(); }},
         {ID::verticalZoomOut, [this] { waveform->verticalZoomOut(); }},
         {ID::showEffects,
@@ -226,6 +247,12 @@ void MainWindow::observeModel() {
             if (!model.needsSaving()) QTimer::singleShot(0, this, [this] { close(); });
         }
     }));
+    auto showView = [this] {
+        views->setCurrentWidget(model.isShowingTimeline() ? static_cast<QWidget*>(timelineView)
+                                                          : views->widget(0));
+    };
+    modelConnections.add(model.timelineShowingChanged.connect(showView));
+    showView();
     modelConnections.add(model.trackRemovalRequested.connect(
         [this](const TrackRemovalQuestion& question) { askToRemoveTracks(question); }));
     modelConnections.add(model.documentReplaceRequested.connect([this](std::filesystem::path url) {

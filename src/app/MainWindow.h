@@ -31,6 +31,7 @@ class MainMenus;
 class MarkerPanel;
 class TrackList;
 struct TrackRemovalQuestion;
+class TimelineView;
 class TransportBar;
 class WaveformCanvas;
 
@@ -56,6 +57,7 @@ public:
     QAction* action(ActionID id) const;
     QListWidget* trackList() const;
     WaveformCanvas* canvas() const { return waveform; }
+    TimelineView* multitrackView() const { return timelineView; }
     QTreeWidget* markerList() const;
     // The export dialog or region folder chooser being shown, if any.
     QFileDialog* exportDialog() const { return currentExportDialog; }
@@ -119,6 +121,7 @@ private:
     // The views beside the track list; the window shows one at a time.
     QStackedWidget* views = nullptr;
     WaveformCanvas* waveform = nullptr;
+    TimelineView* timelineView = nullptr;
     MarkerPanel* markers = nullptr;
     EffectsPanel* effects = nullptr;
     QDockWidget* effectsDock = nullptr;

@@ -83,6 +83,38 @@ void EditorModel::removeTracks(const std::set<Uuid>& ids, bool removeClips) {
     removeTracks(ids);
 }
 
+std::optional<int64_t> EditorModel::timelinePlayhead() const {
+    return playingTimeline ? heardFrame() : std::nullopt;
+}
+
+bool EditorModel::canAddToTimeline() const {
+    const auto track = activeTrack();
+    return track && track->audio() && track->frameCount() > 0 && !track->isRecording();
+}
+
+void EditorModel::addToTimeline() {
+    if (!canAddToTimeline()) return;
+    const auto track = activeTrack();
+    const FrameRange range = track->selection().value_or(FrameRange{0, track->frameCount()});
+    if (range.upper <= range.lower) return;
+    Timeline& timeline = *timelineModel;
+    if (timeline.frameCount() == 0) timeline.setSampleRate(track->sampleRate());
+    UndoStack& undo = timeline.undoStack();
+    undo.beginGroup(addToTimelineTitle);
+    try {
+        const Uuid lane = timeline.addLane(track->name()).id;
+        timeline.insertCopy({Uuid::random(), track->name(), track->audio(), range.lower,
+                             range.length(), 0, 0, 0, track->id()},
+                            lane, timeline.cursor(), addToTimelineTitle);
+        undo.endGroup();
+    } catch (const std::exception& error) {
+        undo.cancelGroup();
+        showAlert({"Can't add to the timeline", userMessage(error)});
+        return;
+    }
+    setShowingTimeline(true);
+}
+
 std::string EditorModel::mixdownHelp() const {
     return timelineModel->selection()
                ? "Mixdown the selection to a new track, with the mixer's effects"

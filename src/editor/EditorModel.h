@@ -325,6 +325,15 @@ public:
     bool isShowingTimeline() const { return showingTimeline; }
     void setShowingTimeline(bool flag);
     bool isPlayingTimeline() const { return playingTimeline; }
+    // Where the timeline's playback is heard while it plays.
+    std::optional<int64_t> timelinePlayhead() const;
+    static constexpr const char* addToTimelineTitle = "Add to Timeline";
+    // The active track has audio to place: its selection, or all of it.
+    bool canAddToTimeline() const;
+    // "Add to Timeline": the active track's selection (or all of it) as a clip on a new lane
+    // named after the track, at the timeline's cursor, as one undo step; then the timeline
+    // shows. An empty timeline takes the track's sample rate first.
+    void addToTimeline();
     // "Mixdown to a new track: the timeline as a stereo track, with the mixer's effects", or
     // "Mixdown the selection to a new track, with the mixer's effects".
     std::string mixdownHelp() const;
