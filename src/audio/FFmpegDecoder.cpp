@@ -9,6 +9,7 @@
 #include "base/Errors.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,6 +29,45 @@ namespace {
 // Consecutive undecodable packets after which the rest of the stream is given up.
 constexpr int maxConsecutiveErrors = 100;
 
+// The longest MPEG audio Layer III frame: 320 kbit/s at 32 kHz, with its padding byte.
+constexpr int longestMP3Frame = 1441;
+
+uint32_t bigEndian(const unsigned char* bytes, int count) {
+    uint32_t value = 0;
+    for (int i = 0; i < count; ++i)
+        value = value << 8 | bytes[i];
+    return value;
+}
+
+// What the four bytes of an MPEG-1, 2 or 2.5 Layer III frame header say about the frame:
+// its length in bytes, padding included, and that of the side information after the header.
+// A length of 0 when the bytes aren't such a header (or one of free format).
+struct MP3FrameHeader {
+    int length = 0;
+    int sideInfo = 0;
+};
+
+MP3FrameHeader readMP3FrameHeader(const unsigned char* header) {
+    if (header[0] != 0xff || (header[1] & 0xe0) != 0xe0) return {};
+    const int version = (header[1] >> 3) & 3; // 3 MPEG-1, 2 MPEG-2, 0 MPEG-2.5
+    const int layer = (header[1] >> 1) & 3;   // 1 Layer III
+    const int bitRateIndex = header[2] >> 4;
+    const int rateIndex = (header[2] >> 2) & 3;
+    if (version == 1 || layer != 1 || bitRateIndex == 0 || bitRateIndex == 15 || rateIndex == 3)
+        return {};
+    static constexpr int mpeg1Rates[] = {0,   32,  40,  48,  56,  64,  80, 96,
+                                         112, 128, 160, 192, 224, 256, 320};
+    static constexpr int mpeg2Rates[] = {0,  8,  16, 24,  32,  40,  48, 56,
+                                         64, 80, 96, 112, 128, 144, 160};
+    static constexpr int sampleRates[] = {44100, 48000, 32000};
+    const bool mpeg1 = version == 3;
+    const int sampleRate = sampleRates[rateIndex] >> (mpeg1 ? 0 : version == 2 ? 1 : 2);
+    const int kilobits = (mpeg1 ? mpeg1Rates : mpeg2Rates)[bitRateIndex];
+    const bool mono = (header[3] >> 6) == 3;
+    return {(mpeg1 ? 144000 : 72000) * kilobits / sampleRate + ((header[2] >> 1) & 1),
+            mpeg1 ? (mono ? 17 : 32) : (mono ? 9 : 17)};
+}
+
 class FFmpegDecoder final : public AudioDecoder {
 public:
     FFmpegDecoder(FileHandle handle, const std::filesystem::path& path)
@@ -41,7 +81,8 @@ public:
         int64_t total = 0;
         while (total < maxFrames) {
             int64_t room = maxFrames - total;
-            // The container's duration ends the audio where the codec's padding begins.
+            // The stated length (an MPEG-4 track's, an MP3's LAME header) ends the audio where
+            // the codec's padding begins.
             if (limit >= 0) room = std::min(room, limit - delivered);
             if (room <= 0) break;
             if (silenceDue > 0) {
@@ -137,6 +178,97 @@ private:
         // Time stamps in milliseconds (Matroska) may be off by one in either direction.
         gapTolerance = std::max(codec->sample_rate / 500, 32);
         if (std::strcmp(format->iformat->name, "ogg") == 0) cutOgg = !endsWithLastOggPage();
+        rawMP3 = std::strcmp(format->iformat->name, "mp3") == 0 &&
+                 stream->codecpar->codec_id == AV_CODEC_ID_MP3;
+        byPosition = rawMP3 && stream->codecpar->bit_rate > 0 && stream->codecpar->frame_size > 0;
+    }
+
+    // Raw MP3 has no time stamps: FFmpeg numbers the packets as it reads them, so frames lost
+    // to damage leave no trace and all later audio arrives early. At a constant bit rate the
+    // byte where a frame starts says where its audio belongs; the packet's time stamp is set
+    // from it, and placeFrame() turns a jump into silence as it does any gap in time stamps.
+    // A packet of damaged bytes starts where the frame before it ended and doesn't decode; the
+    // next good frame's position shows how many were lost.
+    void placeMP3Packet() {
+        if (firstPosition < 0) {
+            firstPosition = packet->pos;
+            firstStamp = packet->pts;
+            if (firstPosition < 0 || firstStamp == AV_NOPTS_VALUE) byPosition = false;
+            if (firstPosition > 0) readMP3Tag();
+        }
+        // The end is cut at the length the tag states (see readMP3Tag), not where FFmpeg's
+        // packet count, which lost frames throw off, says the padding starts.
+        size_t size = 0;
+        if (uint8_t* skip = av_packet_get_side_data(packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
+            skip && size >= 8 && limit >= 0)
+            std::memset(skip + 4, 0, 4); // the samples to drop from the end of the packet
+        if (!byPosition || packet->pos < firstPosition) {
+            byPosition = false;
+            return;
+        }
+        // A frame is frame_size * bit_rate / (8 * rate) bytes long, give or take its padding
+        // byte; the nearest whole frame is the one at the position.
+        const int64_t rate = codec->sample_rate;
+        const int64_t perFrame = stream->codecpar->frame_size * stream->codecpar->bit_rate;
+        const int64_t index =
+            ((packet->pos - firstPosition) * 16 * rate + perFrame) / (2 * perFrame);
+        packet->pts =
+            firstStamp + av_rescale_q(index * stream->codecpar->frame_size,
+                                      AVRational{1, codec->sample_rate}, stream->time_base);
+        packet->dts = packet->pts;
+        sentSize = packet->size;
+    }
+
+    // Whether a packet of `size` bytes holds one frame at the stream's bit rate, padding byte
+    // or not. A decoded frame of another size means the bit rate varies (or the frame is
+    // noise that happened to look like one): positions then say nothing about time any more,
+    // and the frames after it follow one another as FFmpeg numbers them.
+    bool fitsBitRate(int64_t size) const {
+        const int64_t rate = codec->sample_rate;
+        const int64_t perFrame = stream->codecpar->frame_size * stream->codecpar->bit_rate;
+        return std::abs(size * 8 * rate - perFrame) <= 8 * rate;
+    }
+
+    // The Xing or Info frame in front of the audio, which FFmpeg's reader skips and which ends
+    // where the first audio frame begins. Encoders write "Info" at a constant bit rate and
+    // "Xing" at a variable one. LAME's extension of it (also written by FFmpeg) counts the
+    // encoder's delay and padding, which FFmpeg trims: with the frame count it gives the
+    // length of the audio. FFmpeg reads them only from the encoders named below, so an
+    // undamaged file ends where it always did.
+    void readMP3Tag() {
+        std::vector<unsigned char> bytes(size_t(std::min<int64_t>(firstPosition, longestMP3Frame)));
+        const int64_t size = int64_t(bytes.size());
+        if (size < 4 ||
+            ::pread(file.get(), bytes.data(), bytes.size(), firstPosition - size) != ssize_t(size))
+            return;
+        for (int64_t at = 0; at + 4 <= size; ++at) {
+            const MP3FrameHeader header = readMP3FrameHeader(bytes.data() + at);
+            if (header.length != size - at) continue;
+            int64_t field = at + 4 + header.sideInfo;
+            if (field + 8 > size) continue;
+            const unsigned char* tag = bytes.data() + field;
+            if (std::memcmp(tag, "Xing", 4) == 0) {
+                byPosition = false;
+                return;
+            }
+            if (std::memcmp(tag, "Info", 4) != 0) continue;
+            const uint32_t flags = bigEndian(tag + 4, 4);
+            field += 8;
+            int64_t frames = 0;
+            if ((flags & 1) && field + 4 <= size) frames = bigEndian(bytes.data() + field, 4);
+            for (uint32_t flag : {1u, 2u, 4u, 8u})
+                if (flags & flag) field += flag == 4 ? 100 : 4; // frames, bytes, TOC, quality
+            if (frames == 0 || field + 24 > size) return;
+            const unsigned char* encoder = bytes.data() + field;
+            if (std::memcmp(encoder, "LAME", 4) != 0 && std::memcmp(encoder, "Lavf", 4) != 0 &&
+                std::memcmp(encoder, "Lavc", 4) != 0)
+                return;
+            const uint32_t padding = bigEndian(encoder + 21, 3); // 12 bits at each end
+            const int64_t length =
+                frames * stream->codecpar->frame_size - (padding >> 12) - (padding & 0xfff);
+            if (length > 0) limit = statedLength = length;
+            return;
+        }
     }
 
     // Whether the last Ogg page in the file is complete and marks the end of its stream. A
@@ -190,15 +322,15 @@ private:
     // a stated length the audio falls well short of is reported.
     void finish() {
         ended = true;
-        if (limit >= 0 && next < limit) {
+        if (exactLength && next < limit) {
             damage.endsEarly = true;
             damage.framesRead = next;
             damage.statedFrames = limit;
             damage.addDamage(next, limit - next);
             silenceDue += limit - next;
             next = limit;
-        } else if (limit < 0 && statedLength - next > std::max<int64_t>(codec->sample_rate / 10,
-                                                                        statedLength / 100)) {
+        } else if (!exactLength && statedLength - next > std::max<int64_t>(codec->sample_rate / 10,
+                                                                           statedLength / 100)) {
             damage.endsEarly = true;
             damage.framesRead = next;
             damage.statedFrames = statedLength;
@@ -229,6 +361,8 @@ private:
                     av_frame_unref(frame);
                     return false;
                 }
+                // One packet makes one MP3 frame: the one just sent.
+                if (byPosition && !fitsBitRate(sentSize)) byPosition = false;
                 placeFrame();
                 return true;
             }
@@ -262,6 +396,7 @@ private:
                 av_packet_unref(packet);
                 continue;
             }
+            if (rawMP3) placeMP3Packet();
             const int sent = avcodec_send_packet(codec, packet);
             av_packet_unref(packet);
             if (sent < 0 && sent != AVERROR(EAGAIN) && ++errors > maxConsecutiveErrors) {
@@ -362,15 +497,20 @@ private:
     std::vector<uint8_t*> outputs;
     int frameOffset = 0;
     int64_t delivered = 0;
-    int64_t limit = -1;       // frames the container says the stream holds; -1 when unknown
-    int64_t statedLength = 0; // the container's duration in frames, 0 when only a guess
-    int64_t next = 0;         // the frame after everything received or scheduled so far
-    int64_t origin = 0;       // the first frame's time stamp, in frames
-    int64_t silenceDue = 0;   // silent frames to deliver before the rest of the frame
-    int gapTolerance = 32;    // frames by which time stamps may disagree without a gap
-    bool placed = false;      // `origin` is known
-    bool cutOgg = false;      // an Ogg file that ends before its last page
-    int resyncs = 0;          // times reading went on past a damaged WavPack block
+    int64_t limit = -1; // frames the stream holds (padded to them when exactLength); -1 unknown
+    int64_t statedLength = 0;   // the container's duration in frames, 0 when only a guess
+    int64_t next = 0;           // the frame after everything received or scheduled so far
+    int64_t origin = 0;         // the first frame's time stamp, in frames
+    int64_t silenceDue = 0;     // silent frames to deliver before the rest of the frame
+    int gapTolerance = 32;      // frames by which time stamps may disagree without a gap
+    bool placed = false;        // `origin` is known
+    bool cutOgg = false;        // an Ogg file that ends before its last page
+    bool rawMP3 = false;        // MP3 frames without a container
+    bool byPosition = false;    // rawMP3 at a constant bit rate: packets are placed by position
+    int64_t firstPosition = -1; // rawMP3: the byte where the first audio frame starts
+    int64_t firstStamp = AV_NOPTS_VALUE; // rawMP3: the first packet's time stamp
+    int64_t sentSize = 0;                // rawMP3: the size of the packet sent last
+    int resyncs = 0;                     // times reading went on past a damaged WavPack block
     bool flushing = false;
     bool ended = false; // the decoder has nothing more, and what the stream lacks is scheduled
 };
