@@ -78,6 +78,7 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"stereo-alac.m4a", 2, 48000, 144000, exact},
         DecodeCase{"stereo-pcm.mka", 2, 48000, 144000, exact},
         DecodeCase{"stereo.mp3", 2, 48000, 144000, exact},
+        DecodeCase{"stereo-vbr.mp3", 2, 48000, 144000, exact},
         DecodeCase{"stereo.ogg", 2, 48000, 144000, exact},
         DecodeCase{"stereo.opus", 2, 48000, 144000, exact},
         // AAC in MPEG-4: exactly the encoded frames, priming and end padding dropped.
@@ -125,6 +126,17 @@ TEST(AudioLoader, LossyDecodesLineUpWithTheirSourceFrameForFrame) {
             }
             EXPECT_LT(error / signal, 0.003) << file << " channel " << ch;
         }
+    }
+}
+
+TEST(AudioLoader, UndamagedMP3sReportNothing) {
+    // At a constant bit rate (with an Info header, or none) frames are placed by their byte
+    // position, at a variable one (with a Xing header, or none) one after another: either
+    // way an undamaged file has no gap and no early end.
+    for (const char* file : {"stereo.mp3", "mono.mp3", "stereo-vbr.mp3", "vbr-no-header.mp3"}) {
+        DecodeReport report;
+        const auto audio = AudioLoader::load(fixture(file), {}, &report);
+        EXPECT_TRUE(report.isClean()) << file << ": " << report.summary(file, audio->sampleRate);
     }
 }
 
