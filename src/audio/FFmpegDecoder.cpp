@@ -81,8 +81,7 @@ public:
         int64_t total = 0;
         while (total < maxFrames) {
             int64_t room = maxFrames - total;
-            // The stated length (an MPEG-4 track's, an MP3's LAME header) ends the audio where
-            // the codec's padding begins.
+            // The container's duration ends the audio where the codec's padding begins.
             if (limit >= 0) room = std::min(room, limit - delivered);
             if (room <= 0) break;
             if (silenceDue > 0) {
@@ -180,7 +179,10 @@ private:
         if (std::strcmp(format->iformat->name, "ogg") == 0) cutOgg = !endsWithLastOggPage();
         rawMP3 = std::strcmp(format->iformat->name, "mp3") == 0 &&
                  stream->codecpar->codec_id == AV_CODEC_ID_MP3;
-        byPosition = rawMP3 && stream->codecpar->bit_rate > 0 && stream->codecpar->frame_size > 0;
+        // As FFmpeg found them in the first frames; it changes them when it meets others.
+        mp3BitRate = stream->codecpar->bit_rate;
+        mp3FrameSamples = stream->codecpar->frame_size;
+        byPosition = rawMP3 && mp3BitRate > 0 && mp3FrameSamples > 0;
     }
 
     // Raw MP3 has no time stamps: FFmpeg numbers the packets as it reads them, so frames lost
@@ -196,12 +198,6 @@ private:
             if (firstPosition < 0 || firstStamp == AV_NOPTS_VALUE) byPosition = false;
             if (firstPosition > 0) readMP3Tag();
         }
-        // The end is cut at the length the tag states (see readMP3Tag), not where FFmpeg's
-        // packet count, which lost frames throw off, says the padding starts.
-        size_t size = 0;
-        if (uint8_t* skip = av_packet_get_side_data(packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
-            skip && size >= 8 && limit >= 0)
-            std::memset(skip + 4, 0, 4); // the samples to drop from the end of the packet
         if (!byPosition || packet->pos < firstPosition) {
             byPosition = false;
             return;
@@ -209,14 +205,38 @@ private:
         // A frame is frame_size * bit_rate / (8 * rate) bytes long, give or take its padding
         // byte; the nearest whole frame is the one at the position.
         const int64_t rate = codec->sample_rate;
-        const int64_t perFrame = stream->codecpar->frame_size * stream->codecpar->bit_rate;
+        const int64_t perFrame = mp3FrameSamples * mp3BitRate;
         const int64_t index =
             ((packet->pos - firstPosition) * 16 * rate + perFrame) / (2 * perFrame);
         packet->pts =
-            firstStamp + av_rescale_q(index * stream->codecpar->frame_size,
-                                      AVRational{1, codec->sample_rate}, stream->time_base);
+            firstStamp + av_rescale_q(index * mp3FrameSamples, AVRational{1, codec->sample_rate},
+                                      stream->time_base);
         packet->dts = packet->pts;
         sentSize = packet->size;
+        if (paddingStart > 0)
+            dropPadding(
+                av_rescale_q(packet->pts, stream->time_base, AVRational{1, codec->sample_rate}));
+    }
+
+    // FFmpeg drops the encoder's padding from the packets its count puts past the point the
+    // LAME header gives, but lost frames hold that count back and the padding would stay.
+    // The samples to drop are worked out again here, the same way, from the packet's place
+    // (`start`, in samples as FFmpeg counts them).
+    void dropPadding(int64_t start) {
+        const int64_t end = start + mp3FrameSamples;
+        const int64_t drop = end >= paddingStart && start < paddedEnd
+                                 ? std::min(end - paddingStart, mp3FrameSamples)
+                                 : 0;
+        size_t size = 0;
+        uint8_t* skip = av_packet_get_side_data(packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
+        if (!skip && drop > 0) {
+            size = 10; // samples to skip at the start, to drop at the end, and two reasons
+            skip = av_packet_new_side_data(packet, AV_PKT_DATA_SKIP_SAMPLES, size);
+            if (skip) std::memset(skip, 0, size);
+        }
+        if (!skip || size < 8) return;
+        for (int i = 0; i < 4; ++i) // little-endian, after the samples to skip
+            skip[4 + i] = uint8_t(drop >> (8 * i));
     }
 
     // Whether a packet of `size` bytes holds one frame at the stream's bit rate, padding byte
@@ -225,7 +245,7 @@ private:
     // and the frames after it follow one another as FFmpeg numbers them.
     bool fitsBitRate(int64_t size) const {
         const int64_t rate = codec->sample_rate;
-        const int64_t perFrame = stream->codecpar->frame_size * stream->codecpar->bit_rate;
+        const int64_t perFrame = mp3FrameSamples * mp3BitRate;
         return std::abs(size * 8 * rate - perFrame) <= 8 * rate;
     }
 
@@ -233,8 +253,8 @@ private:
     // where the first audio frame begins. Encoders write "Info" at a constant bit rate and
     // "Xing" at a variable one. LAME's extension of it (also written by FFmpeg) counts the
     // encoder's delay and padding, which FFmpeg trims: with the frame count it gives the
-    // length of the audio. FFmpeg reads them only from the encoders named below, so an
-    // undamaged file ends where it always did.
+    // length of the audio and where the padding starts. FFmpeg reads them only from the
+    // encoders named below, so the same ones are read here.
     void readMP3Tag() {
         std::vector<unsigned char> bytes(size_t(std::min<int64_t>(firstPosition, longestMP3Frame)));
         const int64_t size = int64_t(bytes.size());
@@ -264,9 +284,11 @@ private:
                 std::memcmp(encoder, "Lavc", 4) != 0)
                 return;
             const uint32_t padding = bigEndian(encoder + 21, 3); // 12 bits at each end
-            const int64_t length =
-                frames * stream->codecpar->frame_size - (padding >> 12) - (padding & 0xfff);
-            if (length > 0) limit = statedLength = length;
+            const int64_t delay = padding >> 12;
+            paddedEnd = frames * mp3FrameSamples;
+            // The decoder's own delay of 529 samples moves both ends, as FFmpeg counts them.
+            paddingStart = paddedEnd - int64_t(padding & 0xfff) + 529;
+            if (paddingStart - delay - 529 > 0) statedLength = paddingStart - delay - 529;
             return;
         }
     }
@@ -322,15 +344,15 @@ private:
     // a stated length the audio falls well short of is reported.
     void finish() {
         ended = true;
-        if (exactLength && next < limit) {
+        if (limit >= 0 && next < limit) {
             damage.endsEarly = true;
             damage.framesRead = next;
             damage.statedFrames = limit;
             damage.addDamage(next, limit - next);
             silenceDue += limit - next;
             next = limit;
-        } else if (!exactLength && statedLength - next > std::max<int64_t>(codec->sample_rate / 10,
-                                                                           statedLength / 100)) {
+        } else if (limit < 0 && statedLength - next > std::max<int64_t>(codec->sample_rate / 10,
+                                                                        statedLength / 100)) {
             damage.endsEarly = true;
             damage.framesRead = next;
             damage.statedFrames = statedLength;
@@ -497,7 +519,7 @@ private:
     std::vector<uint8_t*> outputs;
     int frameOffset = 0;
     int64_t delivered = 0;
-    int64_t limit = -1; // frames the stream holds (padded to them when exactLength); -1 unknown
+    int64_t limit = -1;         // frames the container says the stream holds; -1 when unknown
     int64_t statedLength = 0;   // the container's duration in frames, 0 when only a guess
     int64_t next = 0;           // the frame after everything received or scheduled so far
     int64_t origin = 0;         // the first frame's time stamp, in frames
@@ -510,7 +532,11 @@ private:
     int64_t firstPosition = -1; // rawMP3: the byte where the first audio frame starts
     int64_t firstStamp = AV_NOPTS_VALUE; // rawMP3: the first packet's time stamp
     int64_t sentSize = 0;                // rawMP3: the size of the packet sent last
-    int resyncs = 0;                     // times reading went on past a damaged WavPack block
+    int64_t mp3BitRate = 0;              // rawMP3: bits per second of the first frames
+    int64_t mp3FrameSamples = 0;         // rawMP3: samples per frame
+    int64_t paddingStart = 0; // rawMP3: where the LAME header's end padding starts, in samples
+    int64_t paddedEnd = 0;    // rawMP3: where the LAME header's frames end, in samples
+    int resyncs = 0;          // times reading went on past a damaged WavPack block
     bool flushing = false;
     bool ended = false; // the decoder has nothing more, and what the stream lacks is scheduled
 };

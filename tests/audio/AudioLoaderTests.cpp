@@ -140,6 +140,39 @@ TEST(AudioLoader, UndamagedMP3sReportNothing) {
     }
 }
 
+TEST(AudioLoader, MP3sJoinedEndToEndKeepBothHalves) {
+    // Files copied one after the other, as players join them: the second file's tags sit in
+    // the middle of the stream, and its bit rate may differ from the first's. Both halves
+    // are kept; the tags, and the encoder's priming and padding that are trimmed only at the
+    // ends of the first, add no more than five frames of silence, all at the join.
+    test::TemporaryFolder folder;
+    auto encode = [&](const char* bitRate) {
+        const auto path = folder / (std::string(bitRate) + ".mp3");
+        const std::string command =
+            "ffmpeg -nostdin -v error -y -f lavfi -i sine=frequency=440:sample_rate=44100:"
+            "duration=2 -c:a libmp3lame -b:a " +
+            std::string(bitRate) + " '" + path.string() + "'";
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+        std::ifstream in(path, std::ios::binary);
+        return std::string{std::istreambuf_iterator<char>(in), {}};
+    };
+    const std::string low = encode("64k"), high = encode("128k");
+    const int64_t half = 88200, frame = 1152;
+    for (const std::string& first : {low, high}) {
+        const auto path = folder / "joined.mp3";
+        std::ofstream(path, std::ios::binary) << first << high;
+        DecodeReport report;
+        const auto joined = AudioLoader::load(path, {}, &report);
+        EXPECT_GE(joined->frameCount, 2 * half) << first.size();
+        EXPECT_LE(joined->frameCount, 2 * half + 5 * frame) << first.size();
+        EXPECT_FALSE(report.endsEarly);
+        for (const FrameRange& range : report.damaged) {
+            EXPECT_GE(range.lower, half - frame) << first.size();
+            EXPECT_LE(range.upper, half + 3 * frame) << first.size();
+        }
+    }
+}
+
 // Levels of long files are summarised on a second thread while they decode: they must be
 // exactly the levels built from the finished samples.
 void expectLevelsBuiltFromTheSamples(const AudioData& audio) {
