@@ -213,6 +213,11 @@ private:
                                       stream->time_base);
         packet->dts = packet->pts;
         sentSize = packet->size;
+        sentIndex = index;
+        // Frames were lost since the last one decoded. The decoder would take the start of
+        // this one's data (its bit reservoir) and the overlap into it from what it decoded
+        // before the damage, and make a burst of noise; emptied, it leaves that part silent.
+        if (index > receivedIndex + 1) avcodec_flush_buffers(codec);
         if (paddingStart > 0)
             dropPadding(
                 av_rescale_q(packet->pts, stream->time_base, AVRational{1, codec->sample_rate}));
@@ -385,6 +390,7 @@ private:
                 }
                 // One packet makes one MP3 frame: the one just sent.
                 if (byPosition && !fitsBitRate(sentSize)) byPosition = false;
+                receivedIndex = sentIndex;
                 placeFrame();
                 return true;
             }
@@ -532,11 +538,13 @@ private:
     int64_t firstPosition = -1; // rawMP3: the byte where the first audio frame starts
     int64_t firstStamp = AV_NOPTS_VALUE; // rawMP3: the first packet's time stamp
     int64_t sentSize = 0;                // rawMP3: the size of the packet sent last
-    int64_t mp3BitRate = 0;              // rawMP3: bits per second of the first frames
-    int64_t mp3FrameSamples = 0;         // rawMP3: samples per frame
-    int64_t paddingStart = 0; // rawMP3: where the LAME header's end padding starts, in samples
-    int64_t paddedEnd = 0;    // rawMP3: where the LAME header's frames end, in samples
-    int resyncs = 0;          // times reading went on past a damaged WavPack block
+    int64_t sentIndex = 0;       // rawMP3: the frame the packet sent last holds, by position
+    int64_t receivedIndex = 0;   // rawMP3: the frame decoded last, by position
+    int64_t mp3BitRate = 0;      // rawMP3: bits per second of the first frames
+    int64_t mp3FrameSamples = 0; // rawMP3: samples per frame
+    int64_t paddingStart = 0;    // rawMP3: where the LAME header's end padding starts, in samples
+    int64_t paddedEnd = 0;       // rawMP3: where the LAME header's frames end, in samples
+    int resyncs = 0;             // times reading went on past a damaged WavPack block
     bool flushing = false;
     bool ended = false; // the decoder has nothing more, and what the stream lacks is scheduled
 };
