@@ -26,6 +26,7 @@ ff -i source.f32.wav \
    -c:a pcm_f32le stereo-f32.wav \
    -c:a flac stereo.flac \
    -c:a libmp3lame -b:a 192k stereo.mp3 \
+   -c:a libmp3lame -q:a 2 stereo-vbr.mp3 \
    -c:a aac -b:a 192k stereo.m4a \
    -c:a aac -b:a 192k -movflags +faststart stereo-faststart.m4a \
    -c:a alac stereo-alac.m4a \

@@ -9,6 +9,7 @@
 #include "base/Errors.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,6 +28,45 @@ namespace {
 
 // Consecutive undecodable packets after which the rest of the stream is given up.
 constexpr int maxConsecutiveErrors = 100;
+
+// The longest MPEG audio Layer III frame: 320 kbit/s at 32 kHz, with its padding byte.
+constexpr int longestMP3Frame = 1441;
+
+uint32_t bigEndian(const unsigned char* bytes, int count) {
+    uint32_t value = 0;
+    for (int i = 0; i < count; ++i)
+        value = value << 8 | bytes[i];
+    return value;
+}
+
+// What the four bytes of an MPEG-1, 2 or 2.5 Layer III frame header say about the frame:
+// its length in bytes, padding included, and that of the side information after the header.
+// A length of 0 when the bytes aren't such a header (or one of free format).
+struct MP3FrameHeader {
+    int length = 0;
+    int sideInfo = 0;
+};
+
+MP3FrameHeader readMP3FrameHeader(const unsigned char* header) {
+    if (header[0] != 0xff || (header[1] & 0xe0) != 0xe0) return {};
+    const int version = (header[1] >> 3) & 3; // 3 MPEG-1, 2 MPEG-2, 0 MPEG-2.5
+    const int layer = (header[1] >> 1) & 3;   // 1 Layer III
+    const int bitRateIndex = header[2] >> 4;
+    const int rateIndex = (header[2] >> 2) & 3;
+    if (version == 1 || layer != 1 || bitRateIndex == 0 || bitRateIndex == 15 || rateIndex == 3)
+        return {};
+    static constexpr int mpeg1Rates[] = {0,   32,  40,  48,  56,  64,  80, 96,
+                                         112, 128, 160, 192, 224, 256, 320};
+    static constexpr int mpeg2Rates[] = {0,  8,  16, 24,  32,  40,  48, 56,
+                                         64, 80, 96, 112, 128, 144, 160};
+    static constexpr int sampleRates[] = {44100, 48000, 32000};
+    const bool mpeg1 = version == 3;
+    const int sampleRate = sampleRates[rateIndex] >> (mpeg1 ? 0 : version == 2 ? 1 : 2);
+    const int kilobits = (mpeg1 ? mpeg1Rates : mpeg2Rates)[bitRateIndex];
+    const bool mono = (header[3] >> 6) == 3;
+    return {(mpeg1 ? 144000 : 72000) * kilobits / sampleRate + ((header[2] >> 1) & 1),
+            mpeg1 ? (mono ? 17 : 32) : (mono ? 9 : 17)};
+}
 
 class FFmpegDecoder final : public AudioDecoder {
 public:
@@ -137,6 +177,125 @@ private:
         // Time stamps in milliseconds (Matroska) may be off by one in either direction.
         gapTolerance = std::max(codec->sample_rate / 500, 32);
         if (std::strcmp(format->iformat->name, "ogg") == 0) cutOgg = !endsWithLastOggPage();
+        rawMP3 = std::strcmp(format->iformat->name, "mp3") == 0 &&
+                 stream->codecpar->codec_id == AV_CODEC_ID_MP3;
+        // As FFmpeg found them in the first frames; it changes them when it meets others.
+        mp3BitRate = stream->codecpar->bit_rate;
+        mp3FrameSamples = stream->codecpar->frame_size;
+        byPosition = rawMP3 && mp3BitRate > 0 && mp3FrameSamples > 0;
+    }
+
+    // Raw MP3 has no time stamps: FFmpeg numbers the packets as it reads them, so frames lost
+    // to damage leave no trace and all later audio arrives early. At a constant bit rate the
+    // byte where a frame starts says where its audio belongs; the packet's time stamp is set
+    // from it, and placeFrame() turns a jump into silence as it does any gap in time stamps.
+    // A packet of damaged bytes starts where the frame before it ended and doesn't decode; the
+    // next good frame's position shows how many were lost.
+    void placeMP3Packet() {
+        if (firstPosition < 0) {
+            firstPosition = packet->pos;
+            firstStamp = packet->pts;
+            if (firstPosition < 0 || firstStamp == AV_NOPTS_VALUE) byPosition = false;
+            if (firstPosition > 0) readMP3Tag();
+        }
+        if (!byPosition || packet->pos < firstPosition) {
+            byPosition = false;
+            return;
+        }
+        // A frame is frame_size * bit_rate / (8 * rate) bytes long, give or take its padding
+        // byte; the nearest whole frame is the one at the position.
+        const int64_t rate = codec->sample_rate;
+        const int64_t perFrame = mp3FrameSamples * mp3BitRate;
+        const int64_t index =
+            ((packet->pos - firstPosition) * 16 * rate + perFrame) / (2 * perFrame);
+        packet->pts =
+            firstStamp + av_rescale_q(index * mp3FrameSamples, AVRational{1, codec->sample_rate},
+                                      stream->time_base);
+        packet->dts = packet->pts;
+        sentSize = packet->size;
+        sentIndex = index;
+        // Frames were lost since the last one decoded. The decoder would take the start of
+        // this one's data (its bit reservoir) and the overlap into it from what it decoded
+        // before the damage, and make a burst of noise; emptied, it leaves that part silent.
+        if (index > receivedIndex + 1) avcodec_flush_buffers(codec);
+        if (paddingStart > 0)
+            dropPadding(
+                av_rescale_q(packet->pts, stream->time_base, AVRational{1, codec->sample_rate}));
+    }
+
+    // FFmpeg drops the encoder's padding from the packets its count puts past the point the
+    // LAME header gives, but lost frames hold that count back and the padding would stay.
+    // The samples to drop are worked out again here, the same way, from the packet's place
+    // (`start`, in samples as FFmpeg counts them).
+    void dropPadding(int64_t start) {
+        const int64_t end = start + mp3FrameSamples;
+        const int64_t drop = end >= paddingStart && start < paddedEnd
+                                 ? std::min(end - paddingStart, mp3FrameSamples)
+                                 : 0;
+        size_t size = 0;
+        uint8_t* skip = av_packet_get_side_data(packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
+        if (!skip && drop > 0) {
+            size = 10; // samples to skip at the start, to drop at the end, and two reasons
+            skip = av_packet_new_side_data(packet, AV_PKT_DATA_SKIP_SAMPLES, size);
+            if (skip) std::memset(skip, 0, size);
+        }
+        if (!skip || size < 8) return;
+        for (int i = 0; i < 4; ++i) // little-endian, after the samples to skip
+            skip[4 + i] = uint8_t(drop >> (8 * i));
+    }
+
+    // Whether a packet of `size` bytes holds one frame at the stream's bit rate, padding byte
+    // or not. A decoded frame of another size means the bit rate varies (or the frame is
+    // noise that happened to look like one): positions then say nothing about time any more,
+    // and the frames after it follow one another as FFmpeg numbers them.
+    bool fitsBitRate(int64_t size) const {
+        const int64_t rate = codec->sample_rate;
+        const int64_t perFrame = mp3FrameSamples * mp3BitRate;
+        return std::abs(size * 8 * rate - perFrame) <= 8 * rate;
+    }
+
+    // The Xing or Info frame in front of the audio, which FFmpeg's reader skips and which ends
+    // where the first audio frame begins. Encoders write "Info" at a constant bit rate and
+    // "Xing" at a variable one. LAME's extension of it (also written by FFmpeg) counts the
+    // encoder's delay and padding, which FFmpeg trims: with the frame count it gives the
+    // length of the audio and where the padding starts. FFmpeg reads them only from the
+    // encoders named below, so the same ones are read here.
+    void readMP3Tag() {
+        std::vector<unsigned char> bytes(size_t(std::min<int64_t>(firstPosition, longestMP3Frame)));
+        const int64_t size = int64_t(bytes.size());
+        if (size < 4 ||
+            ::pread(file.get(), bytes.data(), bytes.size(), firstPosition - size) != ssize_t(size))
+            return;
+        for (int64_t at = 0; at + 4 <= size; ++at) {
+            const MP3FrameHeader header = readMP3FrameHeader(bytes.data() + at);
+            if (header.length != size - at) continue;
+            int64_t field = at + 4 + header.sideInfo;
+            if (field + 8 > size) continue;
+            const unsigned char* tag = bytes.data() + field;
+            if (std::memcmp(tag, "Xing", 4) == 0) {
+                byPosition = false;
+                return;
+            }
+            if (std::memcmp(tag, "Info", 4) != 0) continue;
+            const uint32_t flags = bigEndian(tag + 4, 4);
+            field += 8;
+            int64_t frames = 0;
+            if ((flags & 1) && field + 4 <= size) frames = bigEndian(bytes.data() + field, 4);
+            for (uint32_t flag : {1u, 2u, 4u, 8u})
+                if (flags & flag) field += flag == 4 ? 100 : 4; // frames, bytes, TOC, quality
+            if (frames == 0 || field + 24 > size) return;
+            const unsigned char* encoder = bytes.data() + field;
+            if (std::memcmp(encoder, "LAME", 4) != 0 && std::memcmp(encoder, "Lavf", 4) != 0 &&
+                std::memcmp(encoder, "Lavc", 4) != 0)
+                return;
+            const uint32_t padding = bigEndian(encoder + 21, 3); // 12 bits at each end
+            const int64_t delay = padding >> 12;
+            paddedEnd = frames * mp3FrameSamples;
+            // The decoder's own delay of 529 samples moves both ends, as FFmpeg counts them.
+            paddingStart = paddedEnd - int64_t(padding & 0xfff) + 529;
+            if (paddingStart - delay - 529 > 0) statedLength = paddingStart - delay - 529;
+            return;
+        }
     }
 
     // Whether the last Ogg page in the file is complete and marks the end of its stream. A
@@ -229,6 +388,9 @@ private:
                     av_frame_unref(frame);
                     return false;
                 }
+                // One packet makes one MP3 frame: the one just sent.
+                if (byPosition && !fitsBitRate(sentSize)) byPosition = false;
+                receivedIndex = sentIndex;
                 placeFrame();
                 return true;
             }
@@ -262,6 +424,7 @@ private:
                 av_packet_unref(packet);
                 continue;
             }
+            if (rawMP3) placeMP3Packet();
             const int sent = avcodec_send_packet(codec, packet);
             av_packet_unref(packet);
             if (sent < 0 && sent != AVERROR(EAGAIN) && ++errors > maxConsecutiveErrors) {
@@ -362,15 +525,26 @@ private:
     std::vector<uint8_t*> outputs;
     int frameOffset = 0;
     int64_t delivered = 0;
-    int64_t limit = -1;       // frames the container says the stream holds; -1 when unknown
-    int64_t statedLength = 0; // the container's duration in frames, 0 when only a guess
-    int64_t next = 0;         // the frame after everything received or scheduled so far
-    int64_t origin = 0;       // the first frame's time stamp, in frames
-    int64_t silenceDue = 0;   // silent frames to deliver before the rest of the frame
-    int gapTolerance = 32;    // frames by which time stamps may disagree without a gap
-    bool placed = false;      // `origin` is known
-    bool cutOgg = false;      // an Ogg file that ends before its last page
-    int resyncs = 0;          // times reading went on past a damaged WavPack block
+    int64_t limit = -1;         // frames the container says the stream holds; -1 when unknown
+    int64_t statedLength = 0;   // the container's duration in frames, 0 when only a guess
+    int64_t next = 0;           // the frame after everything received or scheduled so far
+    int64_t origin = 0;         // the first frame's time stamp, in frames
+    int64_t silenceDue = 0;     // silent frames to deliver before the rest of the frame
+    int gapTolerance = 32;      // frames by which time stamps may disagree without a gap
+    bool placed = false;        // `origin` is known
+    bool cutOgg = false;        // an Ogg file that ends before its last page
+    bool rawMP3 = false;        // MP3 frames without a container
+    bool byPosition = false;    // rawMP3 at a constant bit rate: packets are placed by position
+    int64_t firstPosition = -1; // rawMP3: the byte where the first audio frame starts
+    int64_t firstStamp = AV_NOPTS_VALUE; // rawMP3: the first packet's time stamp
+    int64_t sentSize = 0;                // rawMP3: the size of the packet sent last
+    int64_t sentIndex = 0;       // rawMP3: the frame the packet sent last holds, by position
+    int64_t receivedIndex = 0;   // rawMP3: the frame decoded last, by position
+    int64_t mp3BitRate = 0;      // rawMP3: bits per second of the first frames
+    int64_t mp3FrameSamples = 0; // rawMP3: samples per frame
+    int64_t paddingStart = 0;    // rawMP3: where the LAME header's end padding starts, in samples
+    int64_t paddedEnd = 0;       // rawMP3: where the LAME header's frames end, in samples
+    int resyncs = 0;             // times reading went on past a damaged WavPack block
     bool flushing = false;
     bool ended = false; // the decoder has nothing more, and what the stream lacks is scheduled
 };

@@ -78,6 +78,7 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"stereo-alac.m4a", 2, 48000, 144000, exact},
         DecodeCase{"stereo-pcm.mka", 2, 48000, 144000, exact},
         DecodeCase{"stereo.mp3", 2, 48000, 144000, exact},
+        DecodeCase{"stereo-vbr.mp3", 2, 48000, 144000, exact},
         DecodeCase{"stereo.ogg", 2, 48000, 144000, exact},
         DecodeCase{"stereo.opus", 2, 48000, 144000, exact},
         // AAC in MPEG-4: exactly the encoded frames, priming and end padding dropped.
@@ -124,6 +125,50 @@ TEST(AudioLoader, LossyDecodesLineUpWithTheirSourceFrameForFrame) {
                 signal += x * x;
             }
             EXPECT_LT(error / signal, 0.003) << file << " channel " << ch;
+        }
+    }
+}
+
+TEST(AudioLoader, UndamagedMP3sReportNothing) {
+    // At a constant bit rate (with an Info header, or none) frames are placed by their byte
+    // position, at a variable one (with a Xing header, or none) one after another: either
+    // way an undamaged file has no gap and no early end.
+    for (const char* file : {"stereo.mp3", "mono.mp3", "stereo-vbr.mp3", "vbr-no-header.mp3"}) {
+        DecodeReport report;
+        const auto audio = AudioLoader::load(fixture(file), {}, &report);
+        EXPECT_TRUE(report.isClean()) << file << ": " << report.summary(file, audio->sampleRate);
+    }
+}
+
+TEST(AudioLoader, MP3sJoinedEndToEndKeepBothHalves) {
+    // Files copied one after the other, as players join them: the second file's tags sit in
+    // the middle of the stream, and its bit rate may differ from the first's. Both halves
+    // are kept; the tags, and the encoder's priming and padding that are trimmed only at the
+    // ends of the first, add no more than five frames of silence, all at the join.
+    test::TemporaryFolder folder;
+    auto encode = [&](const char* bitRate) {
+        const auto path = folder / (std::string(bitRate) + ".mp3");
+        const std::string command =
+            "ffmpeg -nostdin -v error -y -f lavfi -i sine=frequency=440:sample_rate=44100:"
+            "duration=2 -c:a libmp3lame -b:a " +
+            std::string(bitRate) + " '" + path.string() + "'";
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+        std::ifstream in(path, std::ios::binary);
+        return std::string{std::istreambuf_iterator<char>(in), {}};
+    };
+    const std::string low = encode("64k"), high = encode("128k");
+    const int64_t half = 88200, frame = 1152;
+    for (const std::string& first : {low, high}) {
+        const auto path = folder / "joined.mp3";
+        std::ofstream(path, std::ios::binary) << first << high;
+        DecodeReport report;
+        const auto joined = AudioLoader::load(path, {}, &report);
+        EXPECT_GE(joined->frameCount, 2 * half) << first.size();
+        EXPECT_LE(joined->frameCount, 2 * half + 5 * frame) << first.size();
+        EXPECT_FALSE(report.endsEarly);
+        for (const FrameRange& range : report.damaged) {
+            EXPECT_GE(range.lower, half - frame) << first.size();
+            EXPECT_LE(range.upper, half + 3 * frame) << first.size();
         }
     }
 }
