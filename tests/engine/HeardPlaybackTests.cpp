@@ -315,32 +315,32 @@ TEST_F(HeardPlayback, TimelineFromItsCursorSoundsAsItsMixdown) {
         std::find_if(heard.begin(), heard.end(), [](float x) { return std::fabs(x) > 0.01f; }) -
         heard.begin();
     ASSERT_LT(onset, recorded) << "nothing was heard";
-    // Where the cursor's frame is in the recording: the offset at which the first half second
-    // after it matches the mixdown best (the least squared difference), searched a twentieth
-    // of a second around where the sound starts.
-    const int64_t window = 24000;
+    // Where the cursor's frame is in the recording: the offset at which the half second from
+    // 10 ms after it (a new stream's first frames may not be heard as rendered) matches the
+    // mixdown best, by the least squared difference, searched a twentieth of a second around
+    // where the sound starts.
+    const int64_t skipped = 480, window = 24000;
     int64_t at = -1;
     double best = std::numeric_limits<double>::infinity();
     for (int64_t d = std::max<int64_t>(onset - 2400, 0); d <= onset + 2400; ++d) {
-        if (d + window > recorded) break;
+        if (d + skipped + window > recorded) break;
         double sum = 0;
-        for (int64_t k = 0; k < window && sum < best; ++k) {
+        for (int64_t k = skipped; k < skipped + window && sum < best; ++k) {
             const double difference = heard[size_t(d + k)] - mix->samples(0)[cursor + k];
             sum += difference * difference;
         }
         if (sum < best) best = sum, at = d;
     }
     ASSERT_GE(at, 0) << "the recording is too short";
-
-    // From 10 ms after the cursor (the server may cut the start of a new stream) to 0.1 s
-    // before the end (the end of playback may cut it short).
+    // From 10 ms after the cursor to 0.1 s before the end (the end of playback may cut it
+    // short).
     const int64_t count = std::min(frames - cursor - 4800, recorded - at);
     ASSERT_GT(count, 96000) << "less than two seconds were recorded";
     for (int c = 0; c < 2; ++c) {
         SCOPED_TRACE(c == 0 ? "left" : "right");
         const auto& side = c == 0 ? recorder.left : recorder.right;
         float largest = 0;
-        for (int64_t k = 480; k < count; ++k)
+        for (int64_t k = skipped; k < count; ++k)
             largest =
                 std::max(largest, std::fabs(side[size_t(at + k)] - mix->samples(c)[cursor + k]));
         EXPECT_LT(largest, 1e-6f);
