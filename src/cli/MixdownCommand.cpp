@@ -39,13 +39,15 @@ struct StreamedFile {
     std::string path;
     std::unique_ptr<AudioDecoder> decoder;
     int64_t limit = 0;
-    int64_t frames = 0; // decoded so far
+    int64_t frames = 0;     // decoded so far
+    bool exhausted = false; // the decoder had no more before the limit
     // What the timeline's clips hold in its place: its rate and channels, no samples.
     AudioDataPtr standIn;
 
     DecodeReport report() const {
         DecodeReport report = decoder->report();
-        if (decoder->lengthIsExact() && frames < limit && !report.endsEarly) {
+        // A file that stopped short of its stated length, not one the mix needed less of.
+        if (decoder->lengthIsExact() && exhausted && frames < limit && !report.endsEarly) {
             report.endsEarly = true;
             report.framesRead = frames;
             report.statedFrames = limit;
@@ -62,7 +64,10 @@ public:
     int64_t read(float* const* channels, int64_t maxFrames) override {
         const int64_t wanted = std::min(maxFrames, file->limit - file->frames);
         const int64_t got = wanted > 0 ? file->decoder->read(channels, wanted) : 0;
-        if (got <= 0 && file->frames == 0) throw AudioLoaderError::empty();
+        if (wanted > 0 && got <= 0) {
+            if (file->frames == 0) throw AudioLoaderError::empty();
+            file->exhausted = true;
+        }
         file->frames += std::max<int64_t>(got, 0);
         return got;
     }
