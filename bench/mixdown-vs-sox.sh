@@ -2,7 +2,8 @@
 # Times `sonvale-cli mixdown` of a 16-lane session (each lane one long mono 16-bit WAV at its
 # own gain, all into the master) against `sox -m` mixing the same sixteen files with the same
 # gains to a 32-bit float WAV. Both read and decode the files and write the mix; the figure is
-# the whole process's wall time, best of three, and the multiple of real time.
+# the whole process's wall time, best of three, the multiple of real time and the largest peak
+# resident memory of the three runs.
 # Usage: mixdown-vs-sox.sh [MINUTES] [CLI]   (default 10 minutes, build/release's tool)
 set -euo pipefail
 minutes=${1:-10}
@@ -32,17 +33,18 @@ cat > "$dir/Show.sonvale/Session.json" <<JSON
  "timeline": {"sampleRate": 48000, "cursor": 0, "isShowing": true, "lanes": [$lanes]}}}
 JSON
 
-best() { # best wall time of three runs of the command
-    local best="" t
+best() { # best wall time of three runs of the command, and the largest peak RSS (MB)
+    local best="" rss=0 t m
     for _ in 1 2 3; do
-        /usr/bin/time -o "$dir/.time" -f '%e' "$@" >/dev/null 2>&1
-        t=$(cat "$dir/.time")
+        /usr/bin/time -o "$dir/.time" -f '%e %M' "$@" >/dev/null 2>&1
+        read -r t m < "$dir/.time"
         if [[ -z $best ]] || awk "BEGIN{exit !($t < $best)}"; then best=$t; fi
+        (( m > rss )) && rss=$m
     done
-    echo "$best"
+    echo "$best $((rss / 1024))"
 }
-s=$(best "$cli" mixdown "$dir/Show.sonvale" -o "$dir/sonvale.wav")
-x=$(best sox -m "${inputs[@]}" -e floating-point -b 32 "$dir/sox.wav" remix 1 1)
-printf '%d min, 16 lanes: sonvale %s s (%sx real time), sox -m %s s (%sx); sonvale/sox %s\n' \
-    "$minutes" "$s" "$(awk "BEGIN{printf \"%.0f\", $seconds / $s}")" \
-    "$x" "$(awk "BEGIN{printf \"%.0f\", $seconds / $x}")" "$(awk "BEGIN{printf \"%.2f\", $s / $x}")"
+read -r s srss < <(best "$cli" mixdown "$dir/Show.sonvale" -o "$dir/sonvale.wav")
+read -r x xrss < <(best sox -m "${inputs[@]}" -e floating-point -b 32 "$dir/sox.wav" remix 1 1)
+printf '%d min, 16 lanes: sonvale %s s (%sx real time, %s MB), sox -m %s s (%sx, %s MB); sonvale/sox %s\n' \
+    "$minutes" "$s" "$(awk "BEGIN{printf \"%.0f\", $seconds / $s}")" "$srss" \
+    "$x" "$(awk "BEGIN{printf \"%.0f\", $seconds / $x}")" "$xrss" "$(awk "BEGIN{printf \"%.2f\", $s / $x}")"

@@ -326,6 +326,20 @@ AudioDataPtr AudioLoader::makeAudioData(double sampleRate, std::vector<FloatBuff
     return AudioDataPtr(new AudioData(sampleRate, frameCount, std::move(channels), peak));
 }
 
+AudioDataPtr AudioLoader::makeAudioDataForPlaying(double sampleRate,
+                                                  std::vector<FloatBuffer> buffers,
+                                                  int64_t frameCount) {
+    frameCount = std::max<int64_t>(frameCount, 0);
+    std::vector<ChannelDataPtr> channels;
+    channels.reserve(buffers.size());
+    for (auto& buffer : buffers) {
+        if (buffer.size() != frameCount) buffer.resize(frameCount);
+        channels.push_back(
+            std::make_shared<ChannelData>(std::move(buffer), std::vector<PeakLevel>{}));
+    }
+    return AudioDataPtr(new AudioData(sampleRate, frameCount, std::move(channels), 0));
+}
+
 // ---- reading columns -----------------------------------------------------------------
 
 std::vector<WaveColumn> AudioData::waveColumns(FrameRange range, int columns) const {

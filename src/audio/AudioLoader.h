@@ -47,6 +47,11 @@ struct AudioLoader {
     static AudioDataPtr makeAudioData(double sampleRate, std::vector<FloatBuffer> buffers,
                                       int64_t frameCount,
                                       std::vector<std::vector<PeakLevel>> levels);
+    // The same without level pyramids and with a peak of 0, not worked out: for stretches of
+    // audio that are only played, never drawn nor measured (what a mixdown streams), and cost
+    // nothing beyond their samples.
+    static AudioDataPtr makeAudioDataForPlaying(double sampleRate, std::vector<FloatBuffer> buffers,
+                                                int64_t frameCount);
     // The level pyramid of one channel; empty when count < 17.
     static std::vector<PeakLevel> buildLevels(const float* samples, int64_t count);
     // The pyramid above a complete level 0 (for channels summarised while they were decoded).

@@ -4,6 +4,8 @@
 #include "cli/Options.h"
 #include "cli/Progress.h"
 
+#include "audio/AudioDecoder.h"
+#include "audio/AudioErrors.h"
 #include "audio/AudioLoader.h"
 #include "persistence/SessionBundle.h"
 #include "timeline/Timeline.h"
@@ -11,9 +13,11 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <map>
+#include <limits>
+#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace sonvale::cli {
 
@@ -29,18 +33,80 @@ int usageFailure(const std::string& message) {
     return 2;
 }
 
-// The tracks and clip files the timeline plays, decoded once each.
-struct LoadedAudio {
-    std::map<std::string, AudioDataPtr> files;
+// One file the timeline plays, decoded once as the mix reaches it: read no further than
+// the length it states when that is exact, as loading reads it.
+struct StreamedFile {
+    std::string path;
+    std::unique_ptr<AudioDecoder> decoder;
+    int64_t limit = 0;
+    int64_t frames = 0;     // decoded so far
+    bool exhausted = false; // the decoder had no more before the limit
+    // What the timeline's clips hold in its place: its rate and channels, no samples.
+    AudioDataPtr standIn;
 
-    AudioDataPtr load(const std::string& path) {
-        auto& audio = files[path];
-        if (!audio) {
-            DecodeReport report;
-            audio = AudioLoader::load(path, {}, &report);
-            warnAboutDamage(path, report, audio->sampleRate);
+    DecodeReport report() const {
+        DecodeReport report = decoder->report();
+        // A file that stopped short of its stated length, not one the mix needed less of.
+        if (decoder->lengthIsExact() && exhausted && frames < limit && !report.endsEarly) {
+            report.endsEarly = true;
+            report.framesRead = frames;
+            report.statedFrames = limit;
         }
-        return audio;
+        return report;
+    }
+};
+
+class FileStream final : public TimelineMixer::Stream {
+public:
+    explicit FileStream(std::shared_ptr<StreamedFile> file)
+        : file(std::move(file)) {}
+    int channelCount() const override { return this->file->decoder->info().channels; }
+    int64_t read(float* const* channels, int64_t maxFrames) override {
+        const int64_t wanted = std::min(maxFrames, file->limit - file->frames);
+        const int64_t got = wanted > 0 ? file->decoder->read(channels, wanted) : 0;
+        if (wanted > 0 && got <= 0) {
+            if (file->frames == 0) throw AudioLoaderError::empty();
+            file->exhausted = true;
+        }
+        file->frames += std::max<int64_t>(got, 0);
+        return got;
+    }
+
+private:
+    std::shared_ptr<StreamedFile> file;
+};
+
+// The tracks and clip files the timeline plays, each opened once.
+struct StreamedFiles {
+    std::vector<std::shared_ptr<StreamedFile>> files; // in the order they were first asked for
+
+    AudioDataPtr open(const std::string& path) {
+        for (const auto& file : files)
+            if (file->path == path) return file->standIn;
+        auto file = std::make_shared<StreamedFile>();
+        file->path = path;
+        file->decoder = openAudioDecoder(path);
+        const auto& info = file->decoder->info();
+        const bool exact = file->decoder->lengthIsExact();
+        if (info.channels < 1 || (exact && info.frames < 1)) throw AudioLoaderError::empty();
+        file->limit = exact ? info.frames : std::numeric_limits<int64_t>::max();
+        file->standIn = AudioLoader::makeAudioDataForPlaying(
+            info.sampleRate, std::vector<FloatBuffer>(size_t(info.channels)), 0);
+        files.push_back(file);
+        return file->standIn;
+    }
+
+    std::unique_ptr<TimelineMixer::Stream> stream(const AudioDataPtr& audio) const {
+        for (const auto& file : files)
+            if (file->standIn == audio) return std::make_unique<FileStream>(file);
+        return nullptr;
+    }
+
+    // Warns about what decoding the files lost, once each, after the mix.
+    void warn() const {
+        for (const auto& file : files)
+            if (file->frames > 0)
+                warnAboutDamage(file->path, file->report(), file->decoder->info().sampleRate);
     }
 };
 
@@ -88,12 +154,14 @@ int mixdown(const Arguments& args) {
                 if (const auto* track = std::get_if<TimelineState::Clip::TrackSource>(&clip.source))
                     if (track->index >= 0 && track->index < int64_t(used.size()))
                         used[size_t(track->index)] = true;
-        LoadedAudio loaded;
+        // Opened here, so that a file that can't be read fails before anything is written;
+        // decoded while mixing, a stretch at a time.
+        StreamedFiles files;
         Timeline::Sources sources;
         for (size_t i = 0; i < state.tracks.size(); ++i)
             sources.tracks.emplace_back(Uuid::random(),
-                                        used[i] ? loaded.load(state.tracks[i].path) : nullptr);
-        sources.clipFile = [&](const std::string& file) { return loaded.load(file); };
+                                        used[i] ? files.open(state.tracks[i].path) : nullptr);
+        sources.clipFile = [&](const std::string& file) { return files.open(file); };
 
         auto timeline = Timeline::create(state.timeline->sampleRate);
         timeline->restore(*state.timeline, sources);
@@ -111,8 +179,10 @@ int mixdown(const Arguments& args) {
         }
         const auto snapshot = timeline->mixdownSnapshot(frames);
         ProgressLine progress("Mixing down");
-        TimelineMixer::writeMixdown(*snapshot, *output, progress.callback());
+        TimelineMixer::writeMixdown(*snapshot, *output, progress.callback(),
+                                    [&](const AudioDataPtr& audio) { return files.stream(audio); });
         progress.clear();
+        files.warn();
         std::printf("%s: %lld frames at %g Hz, stereo 32-bit float\n", output->c_str(),
                     static_cast<long long>(snapshot->frameCount), snapshot->sampleRate);
         return 0;

@@ -78,12 +78,30 @@ struct TimelineMixer {
     static void renderBlock(const Snapshot& snapshot, int64_t from, int64_t to, float* left,
                             float* right, Scratch& scratch) noexcept;
 
+    // The frames of one file in order from its start, decoded as a mixdown reaches them rather
+    // than held whole.
+    class Stream {
+    public:
+        virtual ~Stream() = default;
+        virtual int channelCount() const = 0;
+        // Decodes up to `maxFrames` next frames into channels[c][0...]; returns how many, 0 at
+        // the end.
+        virtual int64_t read(float* const* channels, int64_t maxFrames) = 0;
+    };
+    // The stream to play the audio a clip holds from, or null to play that audio as it is.
+    // The audio of a streamed clip only stands for its file: none of its samples are read.
+    using StreamOpener = std::function<std::unique_ptr<Stream>(const AudioDataPtr& audio)>;
+
     using Progress = std::function<void(double)>;
-    // Writes the snapshot's frames from its origin as a stereo 32-bit float WAV. Throws
-    // AudioLoaderError::empty for a snapshot without frames, FileError when writing fails (the
-    // file at `path` is then as it was).
+    // Writes the snapshot's frames from its origin as a stereo 32-bit float WAV. Clips whose
+    // audio `streams` opens a stream for are decoded as the mix advances, each file once, and
+    // hold in memory only the stretch still to be played (the whole file only when a clip
+    // plays an earlier part of it after a later one); the result is the same to the bit as
+    // from decoded audio. Throws AudioLoaderError::empty for a snapshot without frames,
+    // FileError when writing fails, and what a stream throws (the file at `path` is then as it
+    // was).
     static void writeMixdown(const Snapshot& snapshot, const std::filesystem::path& path,
-                             const Progress& progress = {});
+                             const Progress& progress = {}, const StreamOpener& streams = {});
 };
 
 } // namespace sonvale

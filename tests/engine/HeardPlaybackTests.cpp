@@ -3,17 +3,22 @@
 
 #include "engine/PlaybackEngine.h"
 
+#include "audio/AudioLoader.h"
 #include "effects/EffectChain.h"
 #include "effects/LimiterProcessor.h"
+#include "support/AudioFiles.h"
 #include "support/PlaybackTestAudio.h"
 #include "support/SoundServer.h"
+#include "timeline/Timeline.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <functional>
+#include <limits>
 #include <random>
 #include <set>
 #include <thread>
@@ -56,8 +61,15 @@ protected:
     // the stretcher drain before stopping.
     void play(AudioDataPtr audio, FrameRange range, int64_t at, bool loop, double seconds,
               const std::function<void(double)>& during = {}) {
+        play(AudioDataContent::make(audio), gain, true, range, at, loop, seconds, during);
+    }
+
+    // The same for any content, with or without the gain and the live effect.
+    void play(PlaybackContentPtr content, std::shared_ptr<GainBox> contentGain, bool liveEffect,
+              FrameRange range, int64_t at, bool loop, double seconds,
+              const std::function<void(double)>& during = {}) {
         recorder.start();
-        source = engine->prepare(AudioDataContent::make(audio), gain);
+        source = engine->prepare(std::move(content), std::move(contentGain), liveEffect);
         source->start(range, at, loop);
         engine->start();
         auto started = std::chrono::steady_clock::now();
@@ -253,4 +265,95 @@ TEST_F(HeardPlayback, KeepsPlayingWithoutUnderrunsOrTornSeeksUnderConstantChange
         if (nearest == targets.end() || std::fabs(double(*nearest) - after) > 2) ++torn;
     }
     EXPECT_EQ(torn, 0) << "of " << found.size() << " jumps";
+}
+
+// The timeline played from a cursor in its middle, as the editor plays it (its own mix, no live
+// effect): two lanes of tones that sox and ffmpeg made, at their own gains and pans, one with
+// a fade at each end. What the sink records, found by where it matches best, is the mixdown of
+// the same arrangement from the cursor on; nothing before the cursor is heard.
+TEST_F(HeardPlayback, TimelineFromItsCursorSoundsAsItsMixdown) {
+    TemporaryFolder folder;
+    const auto low = folder / "low.wav", high = folder / "high.wav";
+    ASSERT_EQ(
+        std::system(
+            ("sox -n -r 48000 -c 1 -b 16 '" + low.string() + "' synth 3 sine 440 gain -4").c_str()),
+        0);
+    ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i sine=frequency=660:sample_rate=48000:"
+                           "duration=3 -ac 2 -c:a pcm_f32le '" +
+                           high.string() + "'")
+                              .c_str()),
+              0);
+    const auto lowAudio = AudioLoader::load(low), highAudio = AudioLoader::load(high);
+
+    auto timeline = Timeline::create(rate);
+    auto place = [&](const AudioDataPtr& audio, int64_t start, int64_t length, float gainDB,
+                     float pan) {
+        const Uuid lane = timeline->addLane("Lane").id;
+        timeline->setLaneGain(lane, gainDB);
+        timeline->setLanePan(lane, pan);
+        TimelineClip clip{Uuid::random(), "Tone", audio, 0, length, 0, 0, 0, {}};
+        return timeline->insertCopy(clip, lane, start, "Paste Clip");
+    };
+    place(lowAudio, 0, 120000, -6, -0.5f);                         // 0 to 2.5 s
+    const auto fading = place(highAudio, 38400, 105600, -3, 0.6f); // 0.8 to 3 s
+    timeline->setFade(fading.id, ClipEdge::start, fading.start + 19200);
+    timeline->setFade(fading.id, ClipEdge::end, fading.end() - 28800);
+    const int64_t cursor = 24000, frames = timeline->frameCount();
+    ASSERT_EQ(frames, 144000);
+    timeline->setCursor(cursor);
+
+    const auto written = folder / "mix.wav";
+    TimelineMixer::writeMixdown(*timeline->mixdownSnapshot(), written);
+    const auto mix = AudioLoader::load(written);
+    ASSERT_EQ(mix->frameCount, frames);
+
+    play(timeline->playback(), nullptr, false, {0, frames}, timeline->cursor(), false, 20.0);
+
+    const auto& heard = recorder.left;
+    const int64_t recorded = int64_t(heard.size());
+    const int64_t onset =
+        std::find_if(heard.begin(), heard.end(), [](float x) { return std::fabs(x) > 0.01f; }) -
+        heard.begin();
+    ASSERT_LT(onset, recorded) << "nothing was heard";
+    // Where the cursor's frame is in the recording: the offset at which the half second from
+    // 10 ms after it (a new stream's first frames may not be heard as rendered) matches the
+    // mixdown best, by the least squared difference, searched a twentieth of a second around
+    // where the sound starts.
+    const int64_t skipped = 480, window = 24000;
+    int64_t at = -1;
+    double best = std::numeric_limits<double>::infinity();
+    for (int64_t d = std::max<int64_t>(onset - 2400, 0); d <= onset + 2400; ++d) {
+        if (d + skipped + window > recorded) break;
+        double sum = 0;
+        for (int64_t k = skipped; k < skipped + window && sum < best; ++k) {
+            const double difference = heard[size_t(d + k)] - mix->samples(0)[cursor + k];
+            sum += difference * difference;
+        }
+        if (sum < best) best = sum, at = d;
+    }
+    ASSERT_GE(at, 0) << "the recording is too short";
+    // From 10 ms after the cursor to 0.1 s before the end (the end of playback may cut it
+    // short).
+    const int64_t count = std::min(frames - cursor - 4800, recorded - at);
+    ASSERT_GT(count, 96000) << "less than two seconds were recorded";
+    for (int c = 0; c < 2; ++c) {
+        SCOPED_TRACE(c == 0 ? "left" : "right");
+        const auto& side = c == 0 ? recorder.left : recorder.right;
+        float largest = 0;
+        for (int64_t k = skipped; k < count; ++k)
+            largest =
+                std::max(largest, std::fabs(side[size_t(at + k)] - mix->samples(c)[cursor + k]));
+        EXPECT_LT(largest, 1e-6f);
+        // Before the cursor's frame nothing sounds: the start of the arrangement isn't played.
+        float before = 0;
+        for (int64_t i = 0; i < at; ++i)
+            before = std::max(before, std::fabs(side[size_t(i)]));
+        EXPECT_LT(before, 1e-6f);
+    }
+    // While the low lane plays alone (0.6 to 0.75 s): at -6 dB, panned half left.
+    auto peak = [&](const std::vector<float>& side) {
+        return peakOf(std::span<const float>(side.data() + at + 4800, 7200));
+    };
+    EXPECT_NEAR(peak(recorder.left), lowAudio->peak * std::pow(10.0f, -6.0f / 20), 0.005f);
+    EXPECT_NEAR(peak(recorder.right), 0.5f * peak(recorder.left), 0.005f);
 }

@@ -1,3 +1,4 @@
+#include "audio/AudioDecoder.h"
 #include "audio/AudioErrors.h"
 #include "audio/AudioLoader.h"
 #include "effects/EffectProcessor.h"
@@ -10,6 +11,10 @@
 
 #include <bit>
 #include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <map>
 
 using namespace sonvale;
 using namespace sonvale::testing;
@@ -225,4 +230,112 @@ TEST(TimelineMixer, SelectionMixdownKeepsTheTailAndMatchesTheRender) {
     EXPECT_EQ(plain.left[24000 - 1], clip.audio->samples(0)[47999]);
     EXPECT_EQ(plain.left[24000], 0.0f);
     EXPECT_GT(std::fabs(written->samples(0)[24000 + 100]), 0.0f); // the tail rings on
+}
+
+namespace {
+
+// A file decoded from its start, as a streamed mixdown reads it.
+class DecodedFile final : public TimelineMixer::Stream {
+public:
+    explicit DecodedFile(const std::filesystem::path& path)
+        : decoder(openAudioDecoder(path)) {}
+    int channelCount() const override { return decoder->info().channels; }
+    int64_t read(float* const* channels, int64_t maxFrames) override {
+        return decoder->read(channels, maxFrames);
+    }
+
+private:
+    std::unique_ptr<AudioDecoder> decoder;
+};
+
+std::string bytesOf(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+} // namespace
+
+// Two 25-second files that sox made, decoded as the mix reaches them, write the same file to
+// the bit as their decoded audio does: clips that skip the start of a file, play the same file
+// twice at once, play an earlier part of it after a later one and run past its end, through a
+// bus and a master with effects, whole and as a selection.
+TEST(TimelineMixer, StreamedMixdownWritesWhatDecodedAudioWrites) {
+    TemporaryFolder folder;
+    const auto noise = folder / "noise.wav", tones = folder / "tones.flac";
+    ASSERT_EQ(std::system(("sox -n -r 48000 -c 1 -b 16 '" + noise.string() +
+                           "' synth 25 whitenoise gain -12")
+                              .c_str()),
+              0);
+    ASSERT_EQ(std::system(("sox -n -r 48000 -c 2 -b 24 '" + tones.string() +
+                           "' synth 25 sine 300 sine 500 gain -6")
+                              .c_str()),
+              0);
+    const auto a = AudioLoader::load(noise), b = AudioLoader::load(tones);
+    const int64_t s = 48000;
+
+    auto timeline = Timeline::create(48000);
+    const auto bus = timeline->addBus();
+    std::vector<Uuid> lanes;
+    for (int i = 0; i < 3; ++i)
+        lanes.push_back(timeline->addLane("Lane " + std::to_string(i)).id);
+    timeline->setLaneGain(lanes[0], -2);
+    timeline->setLanePan(lanes[0], -0.3f);
+    timeline->setLanePan(lanes[1], 0.4f);
+    timeline->setOutput(lanes[1], bus.id);
+    struct Placed {
+        size_t lane;
+        AudioDataPtr audio;
+        int64_t sourceStart, length, start, fadeIn, fadeOut;
+    } placed[] = {
+        {0, a, 10 * s, 12 * s, 0, s, 0},               // from the middle of the file
+        {0, a, s, 6 * s, 13 * s, 0, 0},                // then an earlier part of it
+        {1, b, 3 * s, 15 * s, 2 * s, 0, 2 * s},        // skips the file's first seconds
+        {2, b, 5 * s, 4 * s, 9 * s / 2, s / 2, s / 2}, // the same file, elsewhere, meanwhile
+        {2, a, 20 * s, 10 * s, 15 * s, 0, 0},          // the last 5 s of the file, then nothing
+    };
+    for (const auto& p : placed)
+        timeline->insertCopy({Uuid::random(), "Clip", p.audio, p.sourceStart, p.length, 0, p.fadeIn,
+                              p.fadeOut, std::nullopt},
+                             lanes[p.lane], p.start, "Paste Clip");
+    timeline->chain(MixerChannel::forBus(bus.id))
+        ->append(EffectSession::make(EffectKind::compressor));
+    timeline->chain(MixerChannel::master())->append(EffectSession::make(EffectKind::delay));
+
+    // What the clips hold while they are streamed: the files' rate and channels, no samples.
+    std::map<AudioDataPtr, std::pair<AudioDataPtr, std::filesystem::path>> standIns;
+    for (const auto& [audio, path] : {std::pair{a, noise}, std::pair{b, tones}})
+        standIns[audio] = {AudioLoader::makeAudioDataForPlaying(
+                               48000, std::vector<FloatBuffer>(size_t(audio->channelCount())), 0),
+                           path};
+
+    const std::optional<std::pair<int64_t, int64_t>> ranges[] = {
+        std::nullopt, std::pair<int64_t, int64_t>{3 * s, 17 * s}};
+    for (const auto& range : ranges) {
+        SCOPED_TRACE(range ? "selection" : "whole");
+        // Each mixdown runs effects of its own, from their start.
+        TimelineMixer::writeMixdown(*timeline->mixdownSnapshot(range), folder / "decoded.wav");
+        auto streamed =
+            std::make_shared<TimelineMixer::Snapshot>(*timeline->mixdownSnapshot(range));
+        for (auto& lane : streamed->lanes)
+            for (auto& clip : lane.clips)
+                clip.audio = standIns.at(clip.audio).first;
+        int opened = 0;
+        std::vector<double> progress;
+        TimelineMixer::writeMixdown(
+            *streamed, folder / "streamed.wav", [&](double p) { progress.push_back(p); },
+            [&](const AudioDataPtr& audio) -> std::unique_ptr<TimelineMixer::Stream> {
+                for (const auto& [loaded, standIn] : standIns)
+                    if (standIn.first == audio) {
+                        ++opened;
+                        return std::make_unique<DecodedFile>(standIn.second);
+                    }
+                return nullptr;
+            });
+        EXPECT_EQ(opened, 2); // each file once
+        ASSERT_FALSE(progress.empty());
+        EXPECT_EQ(progress.back(), 1.0);
+        const auto expected = bytesOf(folder / "decoded.wav");
+        ASSERT_GT(expected.size(), size_t(14 * s * 8));
+        EXPECT_TRUE(bytesOf(folder / "streamed.wav") == expected);
+    }
 }
