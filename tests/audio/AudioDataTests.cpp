@@ -329,36 +329,30 @@ TEST(AudioClip, MatchingDropsRepeatsOrAveragesChannels) {
     EXPECT_EQ(mono.sampleRate, 44100);
 }
 
-TEST(AudioData, NearestZeroCrossingLeavesFrameZeroAndRadiusZeroAlone) {
-    auto audio = makeAudio({noise(1000, 9)});
-    EXPECT_EQ(audio->nearestZeroCrossing(0, 100), 0);
-    EXPECT_EQ(audio->nearestZeroCrossing(500, 0), 500);
-    EXPECT_EQ(audio->nearestZeroCrossing(1000, 10), 1000);
-}
-
-TEST(AudioData, NearestZeroCrossingOnSilencePicksTheEarlierFrame) {
-    auto audio = makeAudio({std::vector<float>(100, 0.0f)});
-    EXPECT_EQ(audio->nearestZeroCrossing(50, 10), 49);
-}
-
-TEST(AudioData, NearestZeroCrossingTriesForwardBeforeBackwardAndUsesTheMonoSum) {
-    // Left and right cancel at every frame except around 40 and 60.
-    std::vector<float> left(100, 1.0f), right(100, -1.0f);
-    for (int i = 0; i < 100; ++i)
-        left[size_t(i)] = right[size_t(i)] = i < 50 ? 0.5f : -0.5f;
-    // Sum is +1 before 50 and -1 from 50: one crossing between 49 and 50; the tie picks 49.
-    auto audio = makeAudio({left, right});
-    EXPECT_EQ(audio->nearestZeroCrossing(45, 10), 49);
-    EXPECT_EQ(audio->nearestZeroCrossing(55, 10), 49);
-    EXPECT_EQ(audio->nearestZeroCrossing(45, 3), 45); // out of reach
-    // Crossings at equal distance on both sides: forward wins.
-    std::vector<float> wave(100, 1.0f);
-    for (int i = 40; i < 60; ++i)
-        wave[size_t(i)] = -1.0f;
-    wave[59] = -0.1f; // 59 -> 60 crossing, |s(59)| smaller: returns 59
-    wave[40] = -0.1f; // 39 -> 40 crossing
-    auto both = makeAudio({wave});
-    EXPECT_EQ(both->nearestZeroCrossing(50, 10), 59);
+// A crossing lies between two frames and the one of smaller magnitude is returned (the
+// earlier on a tie); forward wins over backward at equal distance; stereo is read as the sum.
+TEST(AudioData, NearestZeroCrossingSearchesWithinTheRadiusOfTheMonoSum) {
+    // Left and right cancel nowhere: the sum is +1 before 50 and -1 from 50.
+    std::vector<float> half(100);
+    for (size_t i = 0; i < 100; ++i)
+        half[i] = i < 50 ? 0.5f : -0.5f;
+    std::vector<float> both(100, 1.0f); // crossings 39 -> 40 and 59 -> 60, smaller at 40 and 59
+    for (size_t i = 40; i < 60; ++i)
+        both[i] = -1.0f;
+    both[59] = both[40] = -0.1f;
+    const auto noisy = makeAudio({noise(1000, 9)}), silent = makeAudio({std::vector<float>(100)}),
+               stereo = makeAudio({half, half}), twoSided = makeAudio({both});
+    const struct {
+        const AudioData* audio;
+        int64_t frame, radius, expected;
+    } cases[] = {{noisy.get(), 0, 100, 0},      {noisy.get(), 500, 0, 500},
+                 {noisy.get(), 1000, 10, 1000}, {silent.get(), 50, 10, 49},
+                 {stereo.get(), 45, 10, 49},    {stereo.get(), 55, 10, 49},
+                 {stereo.get(), 45, 3, 45}, // out of reach
+                 {twoSided.get(), 50, 10, 59}};
+    for (const auto& c : cases)
+        EXPECT_EQ(c.audio->nearestZeroCrossing(c.frame, c.radius), c.expected)
+            << c.frame << " within " << c.radius;
 }
 
 TEST(AudioData, ResamplingKeepsAToneAndScalesTheLength) {

@@ -374,13 +374,28 @@ std::string loadError(const std::filesystem::path& path) {
     return "(loaded)";
 }
 
-TEST(AudioLoader, FileWithoutFramesContainsNoAudio) {
+// Each message begins with what it is given here; an empty one is the whole message.
+TEST(AudioLoader, FilesThatAreNotAudioFailWithAMessageNamingWhy) {
+    test::TemporaryFolder folder;
+    std::ofstream(folder / "zero.m4a").close();
+    const std::pair<std::filesystem::path, std::string> cases[] = {
+        {fixture("empty.wav"), "The file contains no audio."},
+        {fixture("video-silent.mp4"), "The file contains no audio."},
+        {fixture("noise.mp3"),
+         "Couldn't open \u201Cnoise.mp3\u201D: Invalid data found when processing input"},
+        {fixture("noise.wav"), "Couldn't open \u201Cnoise.wav\u201D: "},
+        {folder / "zero.m4a", "Couldn't open \u201Czero.m4a\u201D: "}};
+    for (const auto& [file, message] : cases) {
+        const std::string error = loadError(file);
+        if (message.ends_with(": "))
+            EXPECT_EQ(error.rfind(message, 0), 0u) << error;
+        else
+            EXPECT_EQ(error, message);
+    }
     try {
         AudioLoader::load(fixture("empty.wav"));
-        FAIL() << "loaded";
     } catch (const AudioLoaderError& error) {
         EXPECT_EQ(error.code(), AudioLoaderError::Code::empty);
-        EXPECT_STREQ(error.what(), "The file contains no audio.");
     }
 }
 
@@ -421,20 +436,6 @@ TEST(AudioLoader, HeaderClaimingMoreThanMemoryHoldsFailsAsOutOfMemory) {
     EXPECT_EQ(message, "Not enough memory to decode the file.");
 }
 
-TEST(AudioLoader, FilmWithoutSoundContainsNoAudio) {
-    EXPECT_EQ(loadError(fixture("video-silent.mp4")), "The file contains no audio.");
-}
-
-TEST(AudioLoader, NoiseNamedMP3IsReportedAsInvalidData) {
-    EXPECT_EQ(loadError(fixture("noise.mp3")),
-              "Couldn't open \u201Cnoise.mp3\u201D: Invalid data found when processing input");
-}
-
-TEST(AudioLoader, NoiseNamedWAVFailsWithAMessageNamingTheFile) {
-    const std::string message = loadError(fixture("noise.wav"));
-    EXPECT_EQ(message.rfind("Couldn't open \u201Cnoise.wav\u201D: ", 0), 0u) << message;
-}
-
 TEST(AudioLoader, MissingFileFolderPipeAndDeviceAreRefusedWithoutWaiting) {
     test::TemporaryFolder folder;
     EXPECT_EQ(loadError(folder / "gone.wav"),
@@ -448,13 +449,6 @@ TEST(AudioLoader, MissingFileFolderPipeAndDeviceAreRefusedWithoutWaiting) {
               "Couldn't open \u201Cx.wav\u201D: It isn't a file but a pipe or a device.");
     EXPECT_EQ(loadError("/dev/zero"),
               "Couldn't open \u201Czero\u201D: It isn't a file but a pipe or a device.");
-}
-
-TEST(AudioLoader, EmptyFileIsNotAudio) {
-    test::TemporaryFolder folder;
-    std::ofstream(folder / "zero.m4a").close();
-    const std::string message = loadError(folder / "zero.m4a");
-    EXPECT_EQ(message.rfind("Couldn't open \u201Czero.m4a\u201D: ", 0), 0u) << message;
 }
 
 TEST(AudioLoader, ProbeFailsLikeLoad) {

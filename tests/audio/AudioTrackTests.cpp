@@ -88,31 +88,26 @@ TEST(AudioTrack, SelectionSignalsOnlyWhenTheValueChanges) {
 }
 
 // The snap radius is 100 ms or six points, whichever is narrower; the step's zero crossing
-// lies between frames edge - 1 and edge.
+// lies between frames edge - 1 and edge. Edges that snap to the same frame leave no selection.
 TEST(AudioTrack, SelectionEdgesSnapWithinHundredMillisecondsOrSixPoints) {
     const int64_t edge = 10000;
     const struct {
         double width; // 1000 frames per point: 100 ms (4800) is narrower; 100: six points (600)
-        int64_t from, snapped;
-    } cases[] = {{20, edge - 4850, edge - 4850},
-                 {20, edge - 4700, edge - 1},
-                 {200, edge - 650, edge - 650},
-                 {200, edge - 550, edge - 1}};
+        int64_t from, to;
+        std::optional<FrameRange> selection;
+        int64_t cursor;
+    } cases[] = {{20, edge - 4850, edge + 5000, FrameRange{edge - 4850, edge + 5000}, edge - 4850},
+                 {20, edge - 4700, edge + 5000, FrameRange{edge - 1, edge + 5000}, edge - 1},
+                 {200, edge - 650, edge + 5000, FrameRange{edge - 650, edge + 5000}, edge - 650},
+                 {200, edge - 550, edge + 5000, FrameRange{edge - 1, edge + 5000}, edge - 1},
+                 {200, edge - 100, edge + 100, std::nullopt, edge - 1}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(::testing::Message() << c.width << " points, from " << c.from);
+        SCOPED_TRACE(::testing::Message() << c.width << " points, " << c.from << ":" << c.to);
         auto track = readyTrack(stepDown(48000, 20000, edge), c.width);
-        track->select(double(c.from), double(edge + 5000), true);
-        EXPECT_EQ(track->selection(), (FrameRange{c.snapped, edge + 5000}));
-        EXPECT_EQ(track->cursor(), c.snapped);
+        track->select(double(c.from), double(c.to), true);
+        EXPECT_EQ(track->selection(), c.selection);
+        EXPECT_EQ(track->cursor(), c.cursor);
     }
-}
-
-TEST(AudioTrack, SnappedEdgesThatMeetClearTheSelection) {
-    const int64_t edge = 10000;
-    auto track = readyTrack(stepDown(48000, 20000, edge), 200);
-    track->select(double(edge - 100), double(edge + 100), true);
-    EXPECT_FALSE(track->selection());
-    EXPECT_EQ(track->cursor(), edge - 1);
 }
 
 // ---- replace ---------------------------------------------------------------------------
@@ -172,7 +167,7 @@ TEST(AudioTrack, EditAndUndoRestoreAudioSelectionAndMarkersExactly) {
     EXPECT_EQ(track->cursor(), 1000);
 }
 
-TEST(AudioTrack, EditThenUndoLeavesDepthZeroAndRevisionTwoHigher) {
+TEST(AudioTrack, EditUndoRedoAndExportMoveDepthRevisionAndUnexportedEdits) {
     auto track = readyTrack(makeNoise(48000, 1, 1000));
     const auto revision = track->editRevision();
     track->replace({0, 10}, AudioClip{}, std::nullopt, "Delete");
@@ -185,11 +180,6 @@ TEST(AudioTrack, EditThenUndoLeavesDepthZeroAndRevisionTwoHigher) {
     track->undoStack().redo();
     EXPECT_EQ(track->audioEditDepth(), 1);
     EXPECT_EQ(track->editRevision(), revision + 3);
-}
-
-TEST(AudioTrack, ExportingTheCurrentRevisionClearsUnexportedEdits) {
-    auto track = readyTrack(makeNoise(48000, 1, 1000));
-    track->replace({0, 10}, AudioClip{}, std::nullopt, "Delete");
     track->setExportedRevision(track->editRevision());
     EXPECT_FALSE(track->hasUnexportedEdits());
     EXPECT_EQ(track->audioEditDepth(), 1); // still marked edited, now "Edited and exported"
@@ -271,31 +261,29 @@ TEST(AudioTrack, GainSetterWritesTheLinearGainEveryTime) {
 
 // ---- transcript --------------------------------------------------------------------------
 
-TEST(AudioTrack, TranscriptGoesStaleWithTheNextEdit) {
+TEST(AudioTrack, TranscriptAndCachedLoudnessGoStaleWithTheNextEdit) {
     auto track = readyTrack(makeNoise(48000, 1, 1000));
     EXPECT_FALSE(track->isTranscriptStale());
     Transcript transcript;
     transcript.revision = track->editRevision();
     track->setTranscript(transcript);
+    track->setIntegratedLoudness(-20.0, track->audio());
     EXPECT_FALSE(track->isTranscriptStale());
+    EXPECT_EQ(track->currentLoudness(), -20.0);
     track->replace({0, 10}, AudioClip{}, std::nullopt, "Delete");
     EXPECT_TRUE(track->isTranscriptStale());
+    EXPECT_FALSE(track->currentLoudness());
     track->undoStack().undo(); // same audio, but a new revision
     EXPECT_TRUE(track->isTranscriptStale());
 }
 
-TEST(AudioTrack, CachedLoudnessCountsOnlyForTheAudioItWasMeasuredOn) {
-    auto track = readyTrack(makeNoise(48000, 1, 1000));
-    track->setIntegratedLoudness(-20.0, track->audio());
-    EXPECT_EQ(track->currentLoudness(), -20.0);
-    track->replace({0, 10}, AudioClip{}, std::nullopt, "Delete");
-    EXPECT_FALSE(track->currentLoudness());
-}
-
 // ---- viewport ----------------------------------------------------------------------------
 
-TEST(AudioTrack, ZoomStopsAtTheDeepestZoomAndWhereTheWholeTrackFits) {
+TEST(AudioTrack, ZoomKeepsTheFrameUnderTheAnchorBetweenTheDeepestZoomAndTheWholeTrack) {
     auto track = readyTrack(makeNoise(48000, 1, 10000), 100);
+    track->zoom(0.5, 40); // 100 -> 50 frames per point around frame 4000
+    EXPECT_DOUBLE_EQ(track->viewport().samplesPerPoint, 50);
+    EXPECT_DOUBLE_EQ(track->viewport().start + 40 * 50, 4000);
     for (int i = 0; i < 40; ++i)
         track->zoom(0.25, 50);
     EXPECT_DOUBLE_EQ(track->viewport().samplesPerPoint, AudioTrack::minSamplesPerPoint);
@@ -304,17 +292,13 @@ TEST(AudioTrack, ZoomStopsAtTheDeepestZoomAndWhereTheWholeTrackFits) {
     EXPECT_DOUBLE_EQ(track->viewport().start, 0);
 }
 
-TEST(AudioTrack, ZoomKeepsTheFrameUnderTheAnchor) {
-    auto track = readyTrack(makeNoise(48000, 1, 10000), 100);
-    track->zoom(0.5, 40); // 100 -> 50 frames per point around frame 4000
-    EXPECT_DOUBLE_EQ(track->viewport().samplesPerPoint, 50);
-    EXPECT_DOUBLE_EQ(track->viewport().start + 40 * 50, 4000);
-}
-
-TEST(AudioTrack, PanAndScrollStayWithinTheAudio) {
+TEST(AudioTrack, ShowPanAndScrollStayWithinTheAudio) {
     auto track = readyTrack(makeNoise(48000, 1, 10000), 100);
     track->show(1000, 2000); // 10 frames per point
     EXPECT_DOUBLE_EQ(track->viewport().samplesPerPoint, 10);
+    EXPECT_DOUBLE_EQ(track->viewport().start, 1000);
+    track->show(500, 500); // an empty or reversed span is ignored
+    track->show(600, 500);
     EXPECT_DOUBLE_EQ(track->viewport().start, 1000);
     track->pan(-500);
     EXPECT_DOUBLE_EQ(track->viewport().start, 0);
@@ -322,14 +306,6 @@ TEST(AudioTrack, PanAndScrollStayWithinTheAudio) {
     EXPECT_DOUBLE_EQ(track->viewport().start, 9000);
     track->scrollToStart(9500);
     EXPECT_DOUBLE_EQ(track->viewport().start, 9000);
-}
-
-TEST(AudioTrack, ShowIgnoresAnEmptyOrReversedSpan) {
-    auto track = readyTrack(makeNoise(48000, 1, 10000), 100);
-    const auto before = track->viewport();
-    track->show(500, 500);
-    track->show(600, 500);
-    EXPECT_EQ(track->viewport(), before);
 }
 
 TEST(AudioTrack, FollowScrollsSoTheFrameStandsTwoPercentFromTheLeft) {

@@ -356,7 +356,8 @@ TEST(EditorEffects, AppliedValuesAreRememberedAndSeedTheNextEffectOfTheKind) {
     EXPECT_EQ(next.add(EffectKind::limiter)->values(), defaults(EffectKind::limiter));
 }
 
-TEST(EditorEffects, ValuesAreNotRememberedWhenTheEffectsAreClosed) {
+// Values set and closed without applying are not remembered, nor a list of the wrong length.
+TEST(EditorEffects, OnlyAppliedValuesOfTheRightLengthSeedANewEffect) {
     Editor e;
     e.add(makeNoise(rate, 1, 5000));
     auto gate = e.add(EffectKind::noiseGate);
@@ -364,11 +365,6 @@ TEST(EditorEffects, ValuesAreNotRememberedWhenTheEffectsAreClosed) {
     e.model->closeEffects();
     EXPECT_FALSE(e.preferences->effectValues("noiseGate"));
     EXPECT_EQ(e.add(EffectKind::noiseGate)->values(), defaults(EffectKind::noiseGate));
-}
-
-TEST(EditorEffects, RememberedValuesOfTheWrongLengthAreIgnored) {
-    Editor e;
-    e.add(makeNoise(rate, 1, 5000));
     e.preferences->rememberEffectValues("limiter", {1, 2});
     EXPECT_EQ(e.add(EffectKind::limiter)->values(), defaults(EffectKind::limiter));
 }

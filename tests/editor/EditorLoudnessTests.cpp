@@ -103,6 +103,7 @@ TEST(EditorTrimSilence, CutsBothEndsAsOneUndoStep) {
     // Heard from frame 12000 to 35999; 480 frames of padding on each side.
     EXPECT_EQ(track->audio()->frameCount, (36000 + 480) - (12000 - 480));
     EXPECT_FALSE(track->selection());
+    EXPECT_EQ(track->cursor(), 0);
     EXPECT_EQ(track->undoStack().undoMenuTitle(), "Undo Trim Silence");
     track->undoStack().undo();
     EXPECT_EQ(track->audio()->frameCount, original->frameCount);

@@ -115,7 +115,7 @@ TEST(EditorModel, ReorderingPutsNamedTracksFirstAndKeepsTheRestInOrder) {
 
 // ---- copy, cut, delete ---------------------------------------------------------------------
 
-TEST(EditorModel, CopyKeepsRateAndEveryChannel) {
+TEST(EditorModel, CopyKeepsRateAndEveryChannelAndAnEmptySelectionKeepsTheClipboard) {
     Editor e;
     auto track = e.add(makeRamp(44100, 3, 1000));
     track->select(100, 110, false);
@@ -125,62 +125,62 @@ TEST(EditorModel, CopyKeepsRateAndEveryChannel) {
     ASSERT_EQ(e.model.clipboard()->channels.size(), 3u);
     EXPECT_EQ(e.model.clipboard()->channels[2][0], channel(*track, 2)[100]);
     EXPECT_EQ(e.model.clipboard()->length(), 10);
-}
-
-TEST(EditorModel, CopyWithoutSelectionKeepsTheClipboard) {
-    Editor e;
-    auto track = e.add(makeNoise(48000, 1, 1000));
-    track->select(0, 10, false);
-    e.model.copySelection();
     track->select(50, 50, false);
     e.model.copySelection();
     EXPECT_EQ(e.model.clipboard()->length(), 10);
 }
 
-TEST(EditorModel, CutCopiesRemovesAndLeavesTheCursorAtTheStart) {
-    Editor e;
-    auto track = e.add(makeRamp(48000, 2, 1000));
-    const auto before = channel(*track, 1);
-    track->select(200, 300, false);
-    e.model.cutSelection();
-    EXPECT_EQ(track->frameCount(), 900);
-    EXPECT_EQ(e.model.clipboard()->channels[1],
-              std::vector<float>(before.begin() + 200, before.begin() + 300));
-    EXPECT_EQ(channel(*track, 1)[200], before[300]);
-    EXPECT_FALSE(track->selection());
-    EXPECT_EQ(track->cursor(), 200);
-    EXPECT_EQ(e.model.undoMenuTitle(), "Undo Cut");
+TEST(EditorModel, CutAndDeleteRemoveTheSelectionAndOnlyCutCopiesIt) {
+    for (const bool cut : {true, false}) {
+        SCOPED_TRACE(cut ? "cut" : "delete");
+        Editor e;
+        auto track = e.add(makeRamp(48000, 2, 1000));
+        const auto before = channel(*track, 1);
+        track->select(200, 300, false);
+        cut ? e.model.cutSelection() : e.model.deleteSelection();
+        EXPECT_EQ(track->frameCount(), 900);
+        EXPECT_EQ(channel(*track, 1)[200], before[300]);
+        EXPECT_FALSE(track->selection());
+        EXPECT_EQ(track->cursor(), 200);
+        EXPECT_EQ(e.model.undoMenuTitle(), cut ? "Undo Cut" : "Undo Delete");
+        if (!cut) {
+            EXPECT_FALSE(e.model.clipboard());
+            continue;
+        }
+        ASSERT_TRUE(e.model.clipboard());
+        EXPECT_EQ(e.model.clipboard()->channels[1],
+                  std::vector<float>(before.begin() + 200, before.begin() + 300));
+    }
 }
 
-TEST(EditorModel, DeleteLeavesTheClipboardAlone) {
-    Editor e;
-    auto track = e.add(makeNoise(48000, 1, 1000));
-    track->select(0, 10, false);
-    e.model.deleteSelection();
-    EXPECT_FALSE(e.model.clipboard());
-    EXPECT_EQ(track->frameCount(), 990);
-    EXPECT_EQ(e.model.undoMenuTitle(), "Undo Delete");
+// Taking everything away, by any command, is refused with the command's alert.
+TEST(EditorModel, EditsThatWouldEmptyTheTrackFailWithAnAlertAndChangeNothing) {
+    const struct {
+        std::string title;
+        void (*run)(EditorModel&);
+    } cases[] = {{"Delete failed", [](EditorModel& m) { m.deleteSelection(); }},
+                 {"Cut failed", [](EditorModel& m) { m.cutSelection(); }},
+                 {"Trim failed", [](EditorModel& m) {
+                      m.trim({500, 500}, "Trim", true);
+                  }}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.title);
+        Editor e;
+        auto audio = makeNoise(48000, 1, 1000);
+        auto track = e.add(audio);
+        track->select(0, 1000, false);
+        c.run(e.model);
+        ASSERT_TRUE(e.model.alert());
+        EXPECT_EQ(
+            *e.model.alert(),
+            (AppAlert{c.title, "A track can't be left empty. Remove it from the list instead."}));
+        EXPECT_EQ(track->audio(), audio);
+        EXPECT_EQ(track->selection(), (FrameRange{0, 1000}));
+        EXPECT_FALSE(track->undoStack().canUndo());
+    }
 }
 
-TEST(EditorModel, DeletingTheWholeTrackFailsWithAnAlertAndChangesNothing) {
-    Editor e;
-    auto audio = makeNoise(48000, 1, 1000);
-    auto track = e.add(audio);
-    track->select(0, 1000, false);
-    e.model.deleteSelection();
-    ASSERT_TRUE(e.model.alert());
-    EXPECT_EQ(*e.model.alert(),
-              (AppAlert{"Delete failed",
-                        "A track can't be left empty. Remove it from the list instead."}));
-    EXPECT_EQ(track->audio(), audio);
-    EXPECT_EQ(track->selection(), (FrameRange{0, 1000}));
-    EXPECT_FALSE(track->undoStack().canUndo());
-    e.model.cutSelection();
-    EXPECT_EQ(e.model.alert()->title, "Cut failed");
-    EXPECT_EQ(track->audio(), audio);
-}
-
-TEST(EditorModel, RecordingTrackIsCopiedFromButNotCut) {
+TEST(EditorModel, RecordingTrackIsCopiedFromButNotEditedAndTrimBeeps) {
     Editor e;
     auto audio = makeNoise(48000, 1, 1000);
     auto track = e.add(audio);
@@ -188,10 +188,14 @@ TEST(EditorModel, RecordingTrackIsCopiedFromButNotCut) {
     track->select(0, 100, false);
     EXPECT_TRUE(e.model.canCopy());
     EXPECT_FALSE(e.model.canEdit());
+    int beeps = 0;
+    e.model.beepRequested.connect([&] { ++beeps; });
     e.model.cutSelection();
     EXPECT_EQ(e.model.clipboard()->length(), 100);
     e.model.deleteSelection();
     e.model.paste();
+    e.model.trim({10, 20}, "Trim", true);
+    EXPECT_EQ(beeps, 1);
     EXPECT_EQ(track->audio(), audio);
     EXPECT_FALSE(track->undoStack().canUndo());
 }
@@ -212,29 +216,32 @@ TEST(EditorModel, CommandsWithoutAnActiveTrackDoNothing) {
 
 // ---- paste ---------------------------------------------------------------------------------
 
-TEST(EditorModel, PasteWithoutSelectionInsertsAtTheCursorAndSelectsIt) {
-    Editor e;
-    auto track = e.add(makeRamp(48000, 1, 1000));
-    e.model.setClipboard(makeClip(48000, {std::vector<float>(50, 0.75f)}));
-    track->setCursor(400);
-    e.model.paste();
-    EXPECT_EQ(track->frameCount(), 1050);
-    EXPECT_EQ(track->selection(), (FrameRange{400, 450}));
-    EXPECT_EQ(channel(*track, 0)[399], 399 * 1e-4f);
-    EXPECT_EQ(channel(*track, 0)[449], 0.75f);
-    EXPECT_EQ(channel(*track, 0)[450], 400 * 1e-4f);
-    EXPECT_EQ(e.model.undoMenuTitle(), "Undo Paste");
-}
-
-TEST(EditorModel, PasteOverASelectionReplacesIt) {
-    Editor e;
-    auto track = e.add(makeRamp(48000, 1, 1000));
-    e.model.setClipboard(makeClip(48000, {std::vector<float>(10, 0.75f)}));
-    track->select(100, 200, false);
-    e.model.paste();
-    EXPECT_EQ(track->frameCount(), 910);
-    EXPECT_EQ(track->selection(), (FrameRange{100, 110}));
-    EXPECT_EQ(channel(*track, 0)[110], 200 * 1e-4f);
+TEST(EditorModel, PasteInsertsAtTheCursorOrReplacesTheSelectionAndSelectsWhatItPasted) {
+    const struct {
+        std::optional<FrameRange> selected; // else the cursor stands at 400
+        int64_t frames;
+        FrameRange pasted;
+        int64_t resumesAt; // the first frame of the old audio after the paste
+    } cases[] = {{std::nullopt, 1050, {400, 450}, 400},
+                 {FrameRange{100, 200}, 950, {100, 150}, 200}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.pasted.lower);
+        Editor e;
+        auto track = e.add(makeRamp(48000, 1, 1000));
+        e.model.setClipboard(makeClip(48000, {std::vector<float>(50, 0.75f)}));
+        if (c.selected)
+            track->select(double(c.selected->lower), double(c.selected->upper), false);
+        else
+            track->setCursor(400);
+        e.model.paste();
+        EXPECT_EQ(track->frameCount(), c.frames);
+        EXPECT_EQ(track->selection(), c.pasted);
+        EXPECT_EQ(channel(*track, 0)[size_t(c.pasted.lower - 1)],
+                  float(c.pasted.lower - 1) * 1e-4f);
+        EXPECT_EQ(channel(*track, 0)[size_t(c.pasted.upper - 1)], 0.75f);
+        EXPECT_EQ(channel(*track, 0)[size_t(c.pasted.upper)], float(c.resumesAt) * 1e-4f);
+        EXPECT_EQ(e.model.undoMenuTitle(), "Undo Paste");
+    }
 }
 
 TEST(EditorModel, PastingFortyFourPointOneIntoFortyEightFailsNamingBothRates) {
@@ -327,40 +334,6 @@ TEST(EditorModel, TrimAtEitherEndMakesOneCutOnly) {
         EXPECT_EQ(channel(*track, 0)[0], float(kept.lower) * 1e-4f);
         EXPECT_EQ(track->selection(), (FrameRange{0, 600}));
     }
-}
-
-TEST(EditorModel, TrimWithoutSelectKeptLeavesNoSelection) {
-    Editor e;
-    auto track = e.add(makeRamp(48000, 1, 1000));
-    e.model.trim({100, 900}, "Trim Silence", false);
-    EXPECT_FALSE(track->selection());
-    EXPECT_EQ(track->cursor(), 0);
-    EXPECT_EQ(e.model.undoMenuTitle(), "Undo Trim Silence");
-}
-
-TEST(EditorModel, TrimOnARecordingTrackBeepsAndChangesNothing) {
-    Editor e;
-    auto audio = makeNoise(48000, 1, 1000);
-    auto track = e.add(audio);
-    track->setIsRecording(true);
-    int beeps = 0;
-    e.model.beepRequested.connect([&] { ++beeps; });
-    e.model.trim({100, 200}, "Trim", true);
-    EXPECT_EQ(beeps, 1);
-    EXPECT_EQ(track->audio(), audio);
-}
-
-TEST(EditorModel, TrimToNothingFailsWithAnAlert) {
-    Editor e;
-    auto audio = makeNoise(48000, 1, 1000);
-    auto track = e.add(audio);
-    e.model.trim({500, 500}, "Trim", true);
-    ASSERT_TRUE(e.model.alert());
-    EXPECT_EQ(
-        *e.model.alert(),
-        (AppAlert{"Trim failed", "A track can't be left empty. Remove it from the list instead."}));
-    EXPECT_EQ(track->audio(), audio);
-    EXPECT_FALSE(track->undoStack().canUndo());
 }
 
 // ---- undo over many edits --------------------------------------------------------------------

@@ -35,17 +35,13 @@ std::vector<std::string> names(const AudioTrack& track) {
 
 // ---- naming ------------------------------------------------------------------------------
 
-TEST(Markers, NewPointTakesOneMoreThanTheLargestNumberOfItsKind) {
+TEST(Markers, ANewNameTakesOneMoreThanTheLargestNumberOfExactlyThatFormAndKind) {
     Editor e;
     e.track->setMarkers({point("Marker 1", 10), point("Marker 3", 20), point("Intro", 30)});
     e.track->addMarker(40, std::nullopt);
     EXPECT_EQ(e.track->markers().back().name, "Marker 4");
     e.track->addMarker(0, FrameRange{50, 60});
     EXPECT_EQ(e.track->markers().back().name, "Region 1");
-}
-
-TEST(Markers, OnlyNamesOfTheExactFormAndTheSameKindCount) {
-    Editor e;
     e.track->setMarkers({region("Marker 7", 1, 2), point("Marker 3a", 3), point("Marker -5", 4),
                          point("marker 9", 5), point("Marker  8", 6), point("Marker 02", 7),
                          point("Region 12", 8), point("Marker 99999999999999999999", 9)});
@@ -73,16 +69,6 @@ TEST(Markers, AddMarkerMakesARegionFromTheSelectionElseAPointAtThePlayhead) {
     EXPECT_EQ(e.track->markers()[1].end, 3000);
     EXPECT_EQ(e.model.undoMenuTitle(), "Undo Add Region");
     EXPECT_TRUE(e.model.hasMarkers());
-}
-
-TEST(Markers, PlayheadComesFromPlaybackWhenItIsConnected) {
-    Editor e;
-    e.track->setCursor(100);
-    e.model.setPlayheadHooks({[](const AudioTrack&) { return std::optional<int64_t>(4321); }, {}});
-    e.model.addMarker();
-    EXPECT_EQ(e.track->markers()[0].start, 4321);
-    e.model.setPlayheadHooks({[](const AudioTrack&) { return std::optional<int64_t>(); }, {}});
-    EXPECT_EQ(e.model.playheadPosition(), 100);
 }
 
 TEST(Markers, WithoutAudioNoMarkerCanBeAdded) {
@@ -124,9 +110,14 @@ TEST(Markers, RemovingAMarkerIsOneStepNamedForItsKind) {
     EXPECT_EQ(e.track->markers()[0].id, pointID);
 }
 
-TEST(Markers, RenamingIsUndoableAndEndsTheRenaming) {
+TEST(Markers, RenamingIsUndoableAndEndsTheRenamingButABlankOrUnchangedNameIsNoStep) {
     Editor e;
     const auto id = *e.track->addMarker(100, std::nullopt);
+    const auto steps = e.track->undoStack().undoCount();
+    e.track->renameMarker(id, "   ");
+    e.track->renameMarker(id, "Marker 1");
+    e.track->renameMarker(Uuid::random(), "Elsewhere");
+    EXPECT_EQ(e.track->undoStack().undoCount(), steps);
     e.track->setRenamingMarker(id);
     e.track->renameMarker(id, "  Chorus ");
     EXPECT_EQ(e.track->markers()[0].name, "Chorus");
@@ -136,17 +127,6 @@ TEST(Markers, RenamingIsUndoableAndEndsTheRenaming) {
     EXPECT_EQ(e.track->markers()[0].name, "Marker 1");
     e.model.redo();
     EXPECT_EQ(e.track->markers()[0].name, "Chorus");
-}
-
-TEST(Markers, BlankOrUnchangedNameIsNoStep) {
-    Editor e;
-    const auto id = *e.track->addMarker(100, std::nullopt);
-    const auto steps = e.track->undoStack().undoCount();
-    e.track->renameMarker(id, "   ");
-    e.track->renameMarker(id, "Marker 1");
-    e.track->renameMarker(Uuid::random(), "Elsewhere");
-    EXPECT_EQ(e.track->undoStack().undoCount(), steps);
-    EXPECT_EQ(e.track->markers()[0].name, "Marker 1");
 }
 
 TEST(Markers, AddRegionsIsOneStepAndSkipsWhatIsNotARegion) {
@@ -193,45 +173,26 @@ TEST(Markers, EveryChangeRaisesTheMarkerRevisionAndSignals) {
 
 // ---- jumping -----------------------------------------------------------------------------------
 
-TEST(Markers, JumpForwardFromABoundaryGoesToTheNextOne) {
+// Boundaries at 100, 300 and 700 (a region's end and a point coincide there: one boundary).
+TEST(Markers, JumpGoesToTheNearestBoundaryInItsDirectionAndStaysAtTheLast) {
     Editor e;
     e.track->setMarkers({point("a", 100), region("r", 300, 700), point("b", 700)});
-    e.track->setCursor(300);
-    e.model.jumpToMarker(1);
-    EXPECT_EQ(e.track->cursor(), 700); // region end and point coincide: one boundary
-    e.model.jumpToMarker(1);
-    EXPECT_EQ(e.track->cursor(), 700); // nothing after: stays
-    e.model.jumpToMarker(-1);
-    EXPECT_EQ(e.track->cursor(), 300);
-    e.model.jumpToMarker(0); // below 1 goes backwards
-    EXPECT_EQ(e.track->cursor(), 100);
-    e.model.jumpToMarker(0);
-    EXPECT_EQ(e.track->cursor(), 100);
-}
-
-TEST(Markers, JumpFromBetweenBoundariesGoesToTheNearestInThatDirection) {
-    Editor e;
+    EXPECT_EQ(e.track->markerBoundaries(), (std::vector<int64_t>{100, 300, 700}));
+    const struct {
+        int64_t from;
+        int direction;
+        int64_t to;
+    } cases[] = {{300, 1, 700}, {700, 1, 700}, {700, -1, 300}, {300, 0, 100}, // below 1: back
+                 {100, 0, 100}, {500, 1, 700}, {500, -1, 300}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.from << " by " << c.direction);
+        e.track->setCursor(c.from);
+        e.model.jumpToMarker(c.direction);
+        EXPECT_EQ(e.track->cursor(), c.to);
+    }
+    e.track->setMarkers({});
     e.track->setCursor(40);
     e.model.jumpToMarker(1); // no markers: nothing moves
     e.model.jumpToMarker(-1);
     EXPECT_EQ(e.track->cursor(), 40);
-    e.track->setMarkers({point("a", 100), region("r", 300, 700)});
-    e.track->setCursor(500);
-    e.model.jumpToMarker(1);
-    EXPECT_EQ(e.track->cursor(), 700);
-    e.track->setCursor(500);
-    e.model.jumpToMarker(-1);
-    EXPECT_EQ(e.track->cursor(), 300);
-    EXPECT_EQ(e.track->markerBoundaries(), (std::vector<int64_t>{100, 300, 700}));
-}
-
-TEST(Markers, JumpMovesThePlayheadThroughTheScrubHook) {
-    Editor e;
-    e.track->setMarkers({point("a", 100), point("b", 900)});
-    int64_t scrubbedTo = -1;
-    e.model.setPlayheadHooks({[](const AudioTrack&) { return std::optional<int64_t>(500); },
-                              [&](AudioTrack&, int64_t frame) { scrubbedTo = frame; }});
-    e.model.jumpToMarker(1);
-    EXPECT_EQ(scrubbedTo, 900);
-    EXPECT_EQ(e.track->cursor(), 0); // the hook owns the playhead now
 }

@@ -100,20 +100,6 @@ TEST(PlaybackEngine, SpeedOneBypassesTheStretcher) {
     EXPECT_EQ(m.engine->stretchLatency(), 0.0);
 }
 
-TEST(PlaybackEngine, OutputFailingToStartIsAPlaybackErrorWithTheDevicesText) {
-    ManualEngine m;
-    m.output->failStart = true;
-    auto source = m.engine->prepare(AudioDataContent::make(countingAudio(1000)), nullptr);
-    source->start({0, 1000}, 0, false);
-    try {
-        m.engine->start();
-        FAIL() << "start succeeded";
-    } catch (const PlaybackError& error) {
-        EXPECT_STREQ(error.what(), "The audio output could not start: Device unavailable");
-        EXPECT_STREQ(playbackFailedTitle, "Playback failed");
-    }
-}
-
 TEST(PlaybackEngine, ContentWithoutChannelsCannotBePrepared) {
     ManualEngine m;
     EXPECT_THROW(m.engine->prepare(AudioDataContent::make(makeAudio(48000, 0, 0, {})), nullptr),

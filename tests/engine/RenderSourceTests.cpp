@@ -45,18 +45,12 @@ RenderSource makeSource(AudioDataPtr audio, float gain = 1.0f) {
 
 } // namespace
 
-TEST(RenderSource, RendersSilenceUntilStarted) {
+TEST(RenderSource, RendersSilenceUntilStartedThenEachChannelFromTheGivenFrame) {
     auto source = makeSource(countingAudio(1000));
     Block block(64);
     EXPECT_FALSE(source.render(64, block.buffers(), 2, 0));
-    for (float x : block.left)
-        EXPECT_EQ(x, 0.0f);
-}
-
-TEST(RenderSource, StartsAtTheGivenFrameAndCopiesEachChannel) {
-    auto source = makeSource(countingAudio(1000));
+    EXPECT_EQ(block.left, std::vector<float>(64, 0.0f));
     source.start({0, 1000}, 100, false);
-    Block block(64);
     EXPECT_FALSE(source.render(64, block.buffers(), 2, 0));
     for (int64_t k = 0; k < 64; ++k) {
         EXPECT_EQ(block.left[size_t(k)], float(100 + k));
@@ -75,29 +69,23 @@ TEST(RenderSource, MonoContentIsHeardOnBothChannels) {
     EXPECT_EQ(block.right[31], 31.0f);
 }
 
-TEST(RenderSource, SeekRequestedWhilePlayingIsAppliedAtTheNextBuffer) {
+// The stamp pairs the buffer's first frame with its time, kept only when the platform gives one.
+TEST(RenderSource, SeekRequestedWhilePlayingIsAppliedAtTheNextBufferAndStamped) {
     auto source = makeSource(countingAudio(100000));
     source.start({0, 100000}, 0, false);
     Block block(256);
-    source.render(256, block.buffers(), 2, hostTimeFromSeconds(1.0));
+    source.render(256, block.buffers(), 2, 0);
+    EXPECT_EQ(source.rendered.load().time, 0u);
+    source.render(256, block.buffers(), 2, 12345);
+    EXPECT_EQ(source.rendered.load().time, 12345u);
+    EXPECT_EQ(source.rendered.load().frame, 256);
     source.seek(50000);
-    EXPECT_EQ(source.position.load(), 256); // nothing moves until the next buffer
+    EXPECT_EQ(source.position.load(), 512); // nothing moves until the next buffer
     source.render(256, block.buffers(), 2, hostTimeFromSeconds(1.1));
     EXPECT_EQ(block.left[0], 50000.0f);
     EXPECT_EQ(block.left[255], 50255.0f);
     EXPECT_EQ(source.rendered.load().frame, 50000);
     EXPECT_EQ(source.seekRequest.load(), -1);
-}
-
-TEST(RenderSource, TimeStampIsKeptOnlyWhenThePlatformGivesOne) {
-    auto source = makeSource(countingAudio(10000));
-    source.start({0, 10000}, 0, false);
-    Block block(128);
-    source.render(128, block.buffers(), 2, 0);
-    EXPECT_EQ(source.rendered.load().time, 0u);
-    source.render(128, block.buffers(), 2, 12345);
-    EXPECT_EQ(source.rendered.load().time, 12345u);
-    EXPECT_EQ(source.rendered.load().frame, 128);
 }
 
 // Content of 1000 frames (50 for the loop past its end) counting up from 0, one buffer each.

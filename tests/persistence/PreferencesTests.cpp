@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 
 using namespace sonvale;
@@ -113,53 +114,50 @@ TEST_F(PreferencesFile, WrongTypesGiveEachSettingItsDefault) {
     EXPECT_EQ(readText(file), before);
 }
 
-TEST_F(PreferencesFile, BooleanIsNotTakenForANumberNorANumberForABoolean) {
-    store({{"customLoudnessTarget", true}, {"snapToZeroCrossings", 1}});
-    Preferences preferences(file);
-    EXPECT_FALSE(preferences.customLoudnessTarget());
-    EXPECT_TRUE(preferences.snapToZeroCrossings());
-}
-
-TEST_F(PreferencesFile, UnknownThemeNamesFallBackPerMember) {
-    store({{"canvasTheme", "Ocean"}, {"lightCanvasTheme", "nope"}});
-    Preferences preferences(file);
-    EXPECT_EQ(preferences.canvasTheme(), CanvasThemeID::classic);
-    EXPECT_EQ(preferences.lightCanvasTheme(), CanvasThemeID::nativeLight);
-    EXPECT_EQ(preferences.darkCanvasTheme(), CanvasThemeID::classic);
-}
-
-TEST_F(PreferencesFile, RecordingFormatMatchesCaseNamesExactly) {
-    const std::pair<json, RecordingFormat> cases[] = {
-        {"wav16", RecordingFormat::wav16},      {"wav32Float", RecordingFormat::wav32Float},
-        {"wav24", RecordingFormat::wav24},      {"WAV16", RecordingFormat::wav24},
-        {"wav32float", RecordingFormat::wav24}, {json(), RecordingFormat::wav24},
+// Names match exactly, a boolean is no number, and each key falls back on its own.
+TEST_F(PreferencesFile, StoredValuesCountOnlyInTheirExactForm) {
+    using P = const Preferences&;
+    const struct {
+        json stored;
+        std::function<void(P)> check;
+    } cases[] = {
+        {{{"customLoudnessTarget", true}}, [](P p) { EXPECT_FALSE(p.customLoudnessTarget()); }},
+        {{{"canvasTheme", "Ocean"}, {"lightCanvasTheme", "nope"}, {"darkCanvasTheme", "paper"}},
+         [](P p) {
+             EXPECT_EQ(p.canvasTheme(), CanvasThemeID::classic);
+             EXPECT_EQ(p.lightCanvasTheme(), CanvasThemeID::nativeLight);
+             EXPECT_EQ(p.darkCanvasTheme(), CanvasThemeID::paper);
+         }},
+        {{{"recordingFormat", "wav16"}},
+         [](P p) { EXPECT_EQ(p.recordingFormat(), RecordingFormat::wav16); }},
+        {{{"recordingFormat", "wav32Float"}},
+         [](P p) { EXPECT_EQ(p.recordingFormat(), RecordingFormat::wav32Float); }},
+        {{{"recordingFormat", "WAV16"}},
+         [](P p) { EXPECT_EQ(p.recordingFormat(), RecordingFormat::wav24); }},
+        {{{"recordingFormat", "wav32float"}},
+         [](P p) { EXPECT_EQ(p.recordingFormat(), RecordingFormat::wav24); }},
+        {{{"launchSession", "empty"}},
+         [](P p) { EXPECT_EQ(p.launchSession(), Preferences::LaunchSession::empty); }},
+        {{{"launchSession", "Empty"}},
+         [](P p) { EXPECT_EQ(p.launchSession(), Preferences::LaunchSession::lastSession); }},
+        {{{"spectrogramFFTSize", 3000}, {"spectrogramColorMap", "viridis"}},
+         [](P p) {
+             EXPECT_EQ(p.spectrogramSettings(),
+                       (SpectrogramSettings{2048, SpectrogramColorMap::viridis, true}));
+         }},
+        {{{"spectrogramFFTSize", 512.0},
+          {"spectrogramColorMap", "plasma"},
+          {"spectrogramLogFrequency", false}},
+         [](P p) {
+             EXPECT_EQ(p.spectrogramSettings(),
+                       (SpectrogramSettings{512, SpectrogramColorMap::inferno, false}));
+         }},
     };
-    for (const auto& [value, expected] : cases) {
-        store(value.is_null() ? json::object() : json{{"recordingFormat", value}});
-        EXPECT_EQ(Preferences(file).recordingFormat(), expected) << value;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.stored.dump());
+        store(c.stored);
+        c.check(Preferences(file));
     }
-}
-
-TEST_F(PreferencesFile, LaunchSessionIsEmptyOnlyForTheExactWord) {
-    store({{"launchSession", "empty"}});
-    EXPECT_EQ(Preferences(file).launchSession(), Preferences::LaunchSession::empty);
-    store({{"launchSession", "Empty"}});
-    EXPECT_EQ(Preferences(file).launchSession(), Preferences::LaunchSession::lastSession);
-}
-
-TEST_F(PreferencesFile, SpectrogramSettingsFallBackPerKey) {
-    store({{"spectrogramFFTSize", 3000}, {"spectrogramColorMap", "viridis"}});
-    auto settings = Preferences(file).spectrogramSettings();
-    EXPECT_EQ(settings.fftSize, 2048);
-    EXPECT_EQ(settings.colorMap, SpectrogramColorMap::viridis);
-    EXPECT_TRUE(settings.logFrequency);
-    store({{"spectrogramFFTSize", 512.0},
-           {"spectrogramColorMap", "plasma"},
-           {"spectrogramLogFrequency", false}});
-    settings = Preferences(file).spectrogramSettings();
-    EXPECT_EQ(settings.fftSize, 512);
-    EXPECT_EQ(settings.colorMap, SpectrogramColorMap::inferno);
-    EXPECT_FALSE(settings.logFrequency);
 }
 
 // ---- writing ---------------------------------------------------------------------------
@@ -221,23 +219,16 @@ TEST_F(PreferencesFile, EverySettingRoundTripsUnderItsKey) {
     EXPECT_EQ(p.lastDocumentBookmark(), (std::vector<uint8_t>{0, 1, 2, 250, 255}));
 }
 
-TEST_F(PreferencesFile, UnsettingAnOptionalRemovesItsKey) {
+TEST_F(PreferencesFile, UnsettingAnOptionalOrANonFiniteTargetRemovesItsKey) {
     Preferences p(file);
     p.setCustomLoudnessTarget(-16);
     p.setRecordingsFolderPath("/x");
     p.setLastDocumentBookmark(std::vector<uint8_t>{1});
-    p.setCustomLoudnessTarget(std::nullopt);
+    p.setCustomLoudnessTarget(std::numeric_limits<double>::quiet_NaN());
+    EXPECT_FALSE(p.customLoudnessTarget());
     p.setRecordingsFolderPath(std::nullopt);
     p.setLastDocumentBookmark(std::nullopt);
     EXPECT_EQ(stored(), json::object());
-}
-
-TEST_F(PreferencesFile, NonFiniteLoudnessTargetCountsAsNotSet) {
-    Preferences p(file);
-    p.setCustomLoudnessTarget(-16);
-    p.setCustomLoudnessTarget(std::numeric_limits<double>::quiet_NaN());
-    EXPECT_FALSE(p.customLoudnessTarget());
-    EXPECT_FALSE(stored().contains("customLoudnessTarget"));
 }
 
 TEST_F(PreferencesFile, KeysSonvaleDoesNotKnowSurviveAWrite) {
@@ -267,27 +258,21 @@ TEST_F(PreferencesFile, WriteFailureKeepsTheValueAndDoesNotThrow) {
 
 // ---- effect memory ---------------------------------------------------------------------
 
-TEST_F(PreferencesFile, RememberingAnEffectRewritesTheWholeDictionaryKeepingOtherEntries) {
-    store({{"effects", {{"reverb", {0.5, 0.3}}, {"broken", "x"}}}});
+TEST_F(PreferencesFile, RememberingAnEffectKeepsOtherEntriesAndOnlyFiniteNumbersCount) {
+    store({{"effects",
+            {{"reverb", {0.5, 0.3}}, {"broken", "x"}, {"eq", {1, "2", 3}}, {"gate", {1, true}}}}});
     Preferences p(file);
     EXPECT_EQ(p.effectValues("reverb"), (std::vector<double>{0.5, 0.3}));
-    EXPECT_FALSE(p.effectValues("broken"));
+    for (const char* unusable : {"broken", "eq", "gate"})
+        EXPECT_FALSE(p.effectValues(unusable)) << unusable;
     p.rememberEffectValues("delay", {250, 0.4});
-    EXPECT_EQ(stored()["effects"],
-              (json{{"reverb", {0.5, 0.3}}, {"broken", "x"}, {"delay", {250.0, 0.4}}}));
-}
-
-TEST_F(PreferencesFile, EffectEntryWithANonNumberIsNotUsed) {
-    store({{"effects", {{"eq", {1, "2", 3}}, {"gate", {1, true}}}}});
-    Preferences p(file);
-    EXPECT_FALSE(p.effectValues("eq"));
-    EXPECT_FALSE(p.effectValues("gate"));
-}
-
-TEST(Preferences, NonFiniteEffectValuesAreNotRemembered) {
-    Preferences p;
-    p.rememberEffectValues("eq", {1, std::nan("")});
-    EXPECT_FALSE(p.effectValues("eq"));
+    p.rememberEffectValues("limiter", {1, std::nan("")});
+    EXPECT_FALSE(p.effectValues("limiter"));
+    EXPECT_EQ(stored()["effects"], (json{{"reverb", {0.5, 0.3}},
+                                         {"broken", "x"},
+                                         {"eq", {1, "2", 3}},
+                                         {"gate", {1, true}},
+                                         {"delay", {250.0, 0.4}}}));
 }
 
 // ---- themes ------------------------------------------------------------------------------
