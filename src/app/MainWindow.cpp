@@ -172,6 +172,10 @@ QWidget* MainWindow::buildSingleTrackEditor() {
 // dock, and zooming the view.
 void MainWindow::connectCommands() {
     using ID = ActionID;
+    // A command of the multitrack view while it shows, else of the waveform canvas.
+    auto inView = [this](std::function<void()> timeline, std::function<void()> canvas) {
+        return [this, timeline, canvas] { model.isShowingTimeline() ? timeline() : canvas(); };
+    };
     const std::pair<ActionID, std::function<void()>> commands[] = {
         {ID::newSession, [this] { newSession(); }},
         {ID::open, [this] { presentOpenDialog(); }},
@@ -190,28 +194,11 @@ void MainWindow::connectCommands() {
              dialog->show();
          }},
         {ID::quit, [this] { close(); }},
-        {ID::zoomIn,
-         [this] {
-             if (model.isShowingTimeline())
-                 timelineView->zoomBy(0.5);
-             else
-                 waveform->zoomIn();
-         }},
-        {ID::zoomOut,
-         [this] {
-             if (model.isShowingTimeline())
-                 timelineView->zoomBy(2);
-             else
-                 waveform->zoomOut();
-         }},
+        {ID::zoomIn, inView([this] { timelineView->zoomBy(0.5); }, [this] { waveform->zoomIn(); })},
+        {ID::zoomOut, inView([this] { timelineView->zoomBy(2); }, [this] { waveform->zoomOut(); })},
         {ID::zoomToSelection, [this] { waveform->zoomToSelection(); }},
         {ID::zoomToFit,
-         [this] {
-             if (model.isShowingTimeline())
-                 timelineView->zoomToFit();
-             else
-                 waveform->zoomToFit();
-         }},
+         inView([this] { timelineView->zoomToFit(); }, [this] { waveform->zoomToFit(); })},
         {ID::verticalZoomIn, [this] { waveform->verticalZoomIn(); }},
         {ID::verticalZoomOut, [this] { waveform->verticalZoomOut(); }},
         {ID::showEffects,

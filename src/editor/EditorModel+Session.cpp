@@ -25,14 +25,6 @@ std::string lowercased(std::string text) {
     return text;
 }
 
-// The path of `file` relative to `folder` when it lies inside it.
-std::optional<std::string> inside(const fs::path& file, const fs::path& folder) {
-    const std::string f = file.lexically_normal().string();
-    const std::string d = folder.lexically_normal().string() + "/";
-    if (f.size() > d.size() && f.compare(0, d.size(), d) == 0) return f.substr(d.size());
-    return std::nullopt;
-}
-
 // An absolute, normal path without a trailing separator.
 fs::path bundlePath(const fs::path& url) {
     fs::path path = fs::absolute(url).lexically_normal();
@@ -40,6 +32,14 @@ fs::path bundlePath(const fs::path& url) {
 }
 
 } // namespace
+
+std::optional<std::string> EditorModel::relativeInside(const fs::path& file,
+                                                       const fs::path& folder) {
+    const std::string f = file.lexically_normal().string();
+    const std::string d = folder.lexically_normal().string() + "/";
+    if (f.size() > d.size() && f.compare(0, d.size(), d) == 0) return f.substr(d.size());
+    return std::nullopt;
+}
 
 // ---- the automatic store ----------------------------------------------------------------------
 
@@ -256,9 +256,8 @@ std::string EditorModel::documentName() const {
 
 bool EditorModel::isDocumentEdited() const {
     if (!openDocument_) return false;
-    if (!pendingTimeline &&
-        (timelineModel->editRevision() != openDocument_->timelineRevision ||
-         timelineRecord().state.value_or(TimelineState{}).mixer != openDocument_->mixer))
+    if (!pendingTimeline && (timelineModel->editRevision() != openDocument_->timelineRevision ||
+                             timelineModel->mixerState() != openDocument_->mixer))
         return true;
     const auto& saved = openDocument_->saved;
     if (saved.size() != trackList.size()) return true;
@@ -289,7 +288,7 @@ EditorModel::SessionDocument EditorModel::recordDocument(const fs::path& url,
         const TrackState& t = saved.tracks[i];
         const Uuid id = i < trackList.size() ? trackList[i]->id() : Uuid::random();
         document.saved.push_back({id, t.path, t.gainDB, t.markers, t.transcript, 0});
-        if (auto relative = inside(t.path, url)) document.bundlePaths[id] = *relative;
+        if (auto relative = relativeInside(t.path, url)) document.bundlePaths[id] = *relative;
     }
     document.timelineRevision = timelineModel->editRevision();
     if (saved.timeline) document.mixer = saved.timeline->mixer;

@@ -15,13 +15,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-bool isInside(const fs::path& file, const fs::path& folder) {
-    const std::string f = file.lexically_normal().string();
-    const std::string d = folder.lexically_normal().string() + "/";
-    return f.size() > d.size() && f.compare(0, d.size(), d) == 0;
-}
-
-template <typename Visit> void forEachFileClip(TimelineState& state, Visit&& visit) {
+template <typename State, typename Visit> void forEachFileClip(State& state, Visit&& visit) {
     for (auto& lane : state.lanes)
         for (auto& clip : lane.clips)
             if (auto* file = std::get_if<TimelineState::Clip::FileSource>(&clip.source))
@@ -109,8 +103,10 @@ EditorModel::timelineForDocument(std::vector<SessionBundle::ClipAudioFile>& clip
         const AudioDataPtr& audio = record.audio[index++];
         clipAudio.push_back(audio);
         const bool inMemory = file.path.empty() || file.path[0] != '/';
-        const bool inStore = !inMemory && store && isInside(file.path, store->audioFolder());
-        const bool inBundle = !inMemory && openDocument_ && isInside(file.path, openDocument_->url);
+        const bool inStore =
+            !inMemory && store && relativeInside(file.path, store->audioFolder()).has_value();
+        const bool inBundle =
+            !inMemory && openDocument_ && relativeInside(file.path, openDocument_->url).has_value();
         // A file the user has stays where it is; the bundle keeps its own copies of the rest.
         if (!(inMemory || inStore || inBundle) || !listed.insert(file.path).second) return;
         if (inBundle)
@@ -124,8 +120,7 @@ EditorModel::timelineForDocument(std::vector<SessionBundle::ClipAudioFile>& clip
 void EditorModel::noteSavedClipFiles(const std::vector<AudioDataPtr>& clipAudio,
                                      const TimelineState& saved, const fs::path& bundle) {
     size_t index = 0;
-    TimelineState state = saved;
-    forEachFileClip(state, [&](auto&, TimelineState::Clip::FileSource& file) {
+    forEachFileClip(saved, [&](auto&, const TimelineState::Clip::FileSource& file) {
         if (index >= clipAudio.size()) return;
         const AudioDataPtr& audio = clipAudio[index++];
         if (audio && !file.path.empty() && file.path[0] != '/')
@@ -192,7 +187,7 @@ void EditorModel::finishTimelineRestore() {
         if (audio) clipHomes[audio.get()] = {audio, path};
     if (documentAwaitsTimeline && openDocument_) {
         openDocument_->timelineRevision = timelineModel->editRevision();
-        openDocument_->mixer = timelineRecord().state.value_or(TimelineState{}).mixer;
+        openDocument_->mixer = timelineModel->mixerState();
     }
     documentAwaitsTimeline = false;
     if (missing > 0) reportMissingClips(restored, missing);

@@ -54,14 +54,10 @@ EditorModel::trackRemovalQuestion(const std::set<Uuid>& ids) const {
     const size_t count = removed.size();
     question.title = count == 1 ? "Remove “" + removed[0]->name() + "” from the list?"
                                 : "Remove " + std::to_string(count) + " tracks from the list?";
-    if (used.size() == 1 && count == 1) {
-        question.message = "Its audio plays in " + used[0].second.description() + ".";
-    } else {
-        for (const auto& [t, u] : used)
-            question.message += "“" + t->name() + "” plays in " + u.description() + ". ";
-    }
-    if (!question.message.empty() && question.message.back() == ' ') question.message.pop_back();
-    question.message += " Remove the clips too (with lanes left empty and buses only they fed), "
+    for (const auto& [t, u] : used)
+        question.message += (count == 1 ? "Its audio" : "“" + t->name() + "”") + " plays in " +
+                            u.description() + ". ";
+    question.message += "Remove the clips too (with lanes left empty and buses only they fed), "
                         "or keep them: kept clips go on playing the audio, and the session keeps "
                         "it with them.";
     return question;
@@ -77,6 +73,7 @@ void EditorModel::requestTrackRemoval(const std::set<Uuid>& ids) {
 void EditorModel::removeTracks(const std::set<Uuid>& ids, bool removeClips) {
     if (removeClips) {
         const auto usage = timelineModel->usageByTrack();
+        UndoGroup group(timelineModel->undoStack(), "Remove Clips of Track");
         for (const Uuid& id : ids)
             if (usage.count(id)) timelineModel->removeClips(id, true, "Remove Clips of Track");
     }

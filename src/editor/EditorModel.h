@@ -87,7 +87,7 @@ public:
     // clips play their audio; the answer comes back through removeTracks(ids, removeClips).
     void requestTrackRemoval(const std::set<Uuid>& ids);
     // Removes the tracks and, with `removeClips`, their clips, the lanes that held nothing
-    // else and the buses only those lanes fed (an undo step on the timeline per track). Kept clips
+    // else and the buses only those lanes fed (one undo step on the timeline). Kept clips
     // go on playing the audio, which the session then keeps with them.
     void removeTracks(const std::set<Uuid>& ids, bool removeClips);
     sigc::signal<void(TrackRemovalQuestion)> trackRemovalRequested;
@@ -487,6 +487,9 @@ private:
     SessionDocument recordDocument(const std::filesystem::path& url,
                                    const SessionState& saved) const;
     void noteDocument(const std::filesystem::path& url);
+    // The path of `file` relative to `folder` when it lies inside it.
+    static std::optional<std::string> relativeInside(const std::filesystem::path& file,
+                                                     const std::filesystem::path& folder);
     bool readDocument(const std::filesystem::path& url, const std::string& failureTitle);
     std::shared_ptr<SessionStore> store;
     std::optional<SessionDocument> openDocument_;

@@ -155,6 +155,11 @@ Timeline::state(const std::function<TimelineState::Clip::Source(const TimelineCl
         }
         state.lanes.push_back(std::move(stored));
     }
+    state.mixer = mixerState();
+    return state;
+}
+
+std::optional<TimelineState::Mixer> Timeline::mixerState() const {
     TimelineState::Mixer mixer;
     for (const auto& bus : content.buses) {
         const auto channel = MixerChannel::forBus(bus.id);
@@ -164,8 +169,8 @@ Timeline::state(const std::function<TimelineState::Clip::Source(const TimelineCl
     mixer.master = chainState(existingChain(MixerChannel::master()));
     mixer.masterGainDB = content.masterGainDB;
     mixer.isMasterMinimized = minimized.contains(MixerChannel::master());
-    if (mixer != TimelineState::Mixer{}) state.mixer = std::move(mixer);
-    return state;
+    if (mixer == TimelineState::Mixer{}) return std::nullopt;
+    return mixer;
 }
 
 } // namespace sonvale

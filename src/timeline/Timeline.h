@@ -221,6 +221,8 @@ public:
     TimelineState
     state(const std::function<TimelineState::Clip::Source(const TimelineClip&)>& source,
           const std::function<std::optional<int64_t>(const Uuid&)>& trackIndex) const;
+    // The record's buses and master; none while they are as a new timeline has them.
+    std::optional<TimelineState::Mixer> mixerState() const;
 
     // ---- signals
     sigc::signal<void()> contentChanged;   // lanes, clips, buses, master gain, markers

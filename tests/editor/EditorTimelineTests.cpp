@@ -37,6 +37,14 @@ struct Multitrack {
         timeline->insertCopy(clip, lane, 24000, "Paste Clip");
         model->setShowingTimeline(true);
     }
+    // A second of mono noise as the selected track "Talk".
+    AudioTrackPtr addTalk() {
+        auto track = AudioTrack::create("/music/Talk.wav");
+        track->finishLoading(makeNoise(48000, 1, 48000, 9));
+        model->addTrack(track);
+        model->setSelectedTrackIDs({track->id()});
+        return track;
+    }
     // The mixer's own render of [from, from + 512).
     std::vector<float> mixed(int64_t from) const {
         TimelineMixer::Scratch scratch(512);
@@ -54,10 +62,7 @@ struct Multitrack {
 // to the waveform editor stops the timeline.
 TEST(EditorTimeline, TheTransportPlaysTheTimelineWhileItShows) {
     Multitrack m;
-    auto track = AudioTrack::create("/music/Talk.wav");
-    track->finishLoading(makeNoise(48000, 1, 48000, 9));
-    m.model->addTrack(track);
-    m.model->setSelectedTrackIDs({track->id()});
+    auto track = m.addTalk();
     m.model->addEffect(EffectKind::distortion); // the waveform editor's chain: not the mix's
     m.timeline->setCursor(30000);
     ASSERT_TRUE(m.model->canPlay());
@@ -79,10 +84,7 @@ TEST(EditorTimeline, TheTransportPlaysTheTimelineWhileItShows) {
 // Undo acts on the history of what shows: the timeline's, or the active track's.
 TEST(EditorTimeline, UndoFollowsTheViewThatShows) {
     Multitrack m;
-    auto track = AudioTrack::create("/music/Talk.wav");
-    track->finishLoading(makeNoise(48000, 1, 48000, 9));
-    m.model->addTrack(track);
-    m.model->setSelectedTrackIDs({track->id()});
+    auto track = m.addTalk();
     track->setSelection(FrameRange{100, 200});
     m.model->deleteSelection();
     EXPECT_EQ(m.model->undoMenuTitle(), "Undo Paste Clip");
@@ -137,9 +139,7 @@ TEST(EditorTimeline, MixdownOpensTheMixAsANewTrack) {
 TEST(EditorTimeline, RemovingATrackWhoseClipsPlayAsksWhatBecomesOfThem) {
     for (bool removeClips : {true, false}) {
         Multitrack m;
-        auto track = AudioTrack::create("/music/Talk.wav");
-        track->finishLoading(makeNoise(48000, 1, 48000, 9));
-        m.model->addTrack(track);
+        auto track = m.addTalk();
         const Uuid talk = m.timeline->addLane("Talk").id, bus = m.timeline->addBus().id;
         m.timeline->setOutput(talk, bus);
         const TimelineClip clip{Uuid::random(), "Talk", track->audio(), 0, 4800, 0, 0, 0,

@@ -30,7 +30,6 @@ TimelineView::TimelineView(EditorModel& model, QWidget* parent)
     , timeline(*model.timeline()) {
     setObjectName("timelineView");
     setFocusPolicy(Qt::StrongFocus);
-    setMouseTracking(false);
     setMinimumSize(400, 200);
     auto repaint = [this] { update(); };
     for (auto* signal : {&timeline.contentChanged, &timeline.selectionChanged,
@@ -253,8 +252,8 @@ void TimelineView::paintClip(QPainter& painter, const TimelineClip& clip, int ro
     auto fadeCurve = [&](int64_t frames, bool in) {
         if (frames <= 0) return;
         QPainterPath path;
-        const double from = in ? x0 : x1 - (xOfFrame(double(start + frames)) - x0);
         const double span = xOfFrame(double(start + frames)) - x0;
+        const double from = in ? x0 : x1 - span;
         const int steps = std::clamp(int(span / 3), 2, 64);
         for (int i = 0; i <= steps; ++i) {
             const double t = double(i) / steps;
