@@ -94,8 +94,12 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     views = new QStackedWidget(this);
     views->setObjectName("views");
     views->addWidget(buildSingleTrackEditor());
-    timelineView = new TimelineView(model, this);
-    views->addWidget(timelineView);
+    // The multitrack page: the timeline above, the mixer below.
+    multitrackPage = new QSplitter(Qt::Vertical, this);
+    multitrackPage->setObjectName("multitrackPage");
+    timelineView = new TimelineView(model, multitrackPage);
+    multitrackPage->addWidget(timelineView);
+    views->addWidget(multitrackPage);
     transport = new TransportBar(model, this);
     connect(transport, &TransportBar::exportRequested, this, [this] { presentExportPanel(); });
 
@@ -235,7 +239,7 @@ void MainWindow::observeModel() {
         }
     }));
     auto showView = [this] {
-        views->setCurrentWidget(model.isShowingTimeline() ? static_cast<QWidget*>(timelineView)
+        views->setCurrentWidget(model.isShowingTimeline() ? static_cast<QWidget*>(multitrackPage)
                                                           : views->widget(0));
     };
     modelConnections.add(model.timelineShowingChanged.connect(showView));

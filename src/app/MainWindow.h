@@ -17,6 +17,7 @@ class QFileDialog;
 class QListWidget;
 class QMessageBox;
 class QPushButton;
+class QSplitter;
 class QStackedWidget;
 class QTreeWidget;
 class QUrl;
@@ -121,6 +122,7 @@ private:
     // The views beside the track list; the window shows one at a time.
     QStackedWidget* views = nullptr;
     WaveformCanvas* waveform = nullptr;
+    QSplitter* multitrackPage = nullptr;
     TimelineView* timelineView = nullptr;
     MarkerPanel* markers = nullptr;
     EffectsPanel* effects = nullptr;
