@@ -53,6 +53,11 @@ enum class ActionID {
     // Multitrack
     showMultitrack,
     addToTimeline,
+    splitClip,
+    duplicateClip,
+    snapClips,
+    addLane,
+    removeLane,
     mixdown,
     // Effects
     showEffects,

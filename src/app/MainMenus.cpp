@@ -11,6 +11,7 @@
 #include <QMenuBar>
 #include <filesystem>
 #include <map>
+#include <tuple>
 
 namespace sonvale {
 
@@ -30,7 +31,9 @@ MainMenus::MainMenus(EditorModel& model, QMainWindow& window, QMenu& effectKinds
          {&model.tracksChanged, &model.clipboardChanged, &model.exportProgressChanged,
           &model.effectChainChanged, &model.effectsApplyProgressChanged, &model.transportChanged,
           &model.timelineShowingChanged, &model.mixdownProgressChanged,
-          &model.timeline()->contentChanged, &model.timeline()->selectionChanged})
+          &model.timeline()->contentChanged, &model.timeline()->selectionChanged,
+          &model.timeline()->undoStack().changed, &model.clipClipboardChanged,
+          &model.snapsClipsChanged})
         modelConnections.add(signal->connect([this] { refresh(); }));
     modelConnections.add(model.documentChanged.connect([this] { refreshSessionActions(); }));
     modelConnections.add(model.preferences().changed.connect([this](Preferences::Setting setting) {
@@ -100,14 +103,19 @@ void MainMenus::build(QMenu& effectKinds) {
     edit->addAction(
         makeAction(ID::redo, "redo", "Redo", QKeySequence("Ctrl+Shift+Z"), [&m] { m.redo(); }));
     edit->addSeparator();
+    // While the timeline shows, these act on its selected clip.
+    auto onClipOrAudio = [&m](void (EditorModel::*clip)(), void (EditorModel::*audio)()) {
+        return [&m, clip, audio] { (m.*(m.isShowingTimeline() ? clip : audio))(); };
+    };
+    edit->addAction(makeAction(ID::cut, "cut", "Cut", QKeySequence::Cut,
+                               onClipOrAudio(&EditorModel::cutClip, &EditorModel::cutSelection)));
+    edit->addAction(makeAction(ID::copy, "copy", "Copy", QKeySequence::Copy,
+                               onClipOrAudio(&EditorModel::copyClip, &EditorModel::copySelection)));
+    edit->addAction(makeAction(ID::paste, "paste", "Paste", QKeySequence::Paste,
+                               onClipOrAudio(&EditorModel::pasteClip, &EditorModel::paste)));
     edit->addAction(
-        makeAction(ID::cut, "cut", "Cut", QKeySequence::Cut, [&m] { m.cutSelection(); }));
-    edit->addAction(
-        makeAction(ID::copy, "copy", "Copy", QKeySequence::Copy, [&m] { m.copySelection(); }));
-    edit->addAction(
-        makeAction(ID::paste, "paste", "Paste", QKeySequence::Paste, [&m] { m.paste(); }));
-    edit->addAction(makeAction(ID::deleteSelection, "delete", "Delete", QKeySequence::Delete,
-                               [&m] { m.deleteSelection(); }));
+        makeAction(ID::deleteSelection, "delete", "Delete", QKeySequence::Delete,
+                   onClipOrAudio(&EditorModel::deleteClip, &EditorModel::deleteSelection)));
     edit->addSeparator();
     edit->addAction(makeAction(ID::trimToSelection, "trimToSelection", "Trim to Selection",
                                QKeySequence("Ctrl+T"), [&m] { m.trimToSelection(); }));
@@ -177,6 +185,24 @@ void MainMenus::build(QMenu& effectKinds) {
                                      EditorModel::addToTimelineTitle, QKeySequence("Ctrl+Shift+A"),
                                      [&m] { m.addToTimeline(); }));
     multitrack->addSeparator();
+    multitrack->addAction(makeAction(ID::splitClip, "splitClip", "Split Clip at Cursor",
+                                     QKeySequence("Ctrl+K"), [&m] { m.splitClipsAtCursor(); }));
+    multitrack->addAction(makeAction(ID::duplicateClip, "duplicateClip", "Duplicate Clip",
+                                     QKeySequence("Ctrl+D"), [&m] { m.duplicateClip(); }));
+    QAction* snap = makeAction(ID::snapClips, "snapClips", "Snap Clips", {},
+                               [&m] { m.setSnapsClips(!m.snapsClips()); });
+    snap->setCheckable(true);
+    snap->setToolTip("Snap dragged clips to the cursor, markers and clip edges (hold Shift to "
+                     "drag freely)");
+    multitrack->addAction(snap);
+    multitrack->addSeparator();
+    multitrack->addAction(
+        makeAction(ID::addLane, "addLane", "Add Lane", QKeySequence("Ctrl+Shift+L"), [&m] {
+            const auto& timeline = m.timeline();
+            timeline->addLane("Lane " + std::to_string(timeline->lanes().size() + 1));
+        }));
+    multitrack->addAction(makeAction(ID::removeLane, "removeLane", "Remove Lane", {}));
+    multitrack->addSeparator();
     multitrack->addAction(
         makeAction(ID::mixdown, "mixdown", EditorModel::mixdownTitle, {}, [&m] { m.mixdown(); }));
     multitrack->setToolTipsVisible(true);
@@ -223,10 +249,24 @@ void MainMenus::refresh() {
     set(ID::redo, m.canRedo());
     action(ID::undo)->setText(qs(m.undoMenuTitle()));
     action(ID::redo)->setText(qs(m.redoMenuTitle()));
-    set(ID::cut, m.canEdit());
-    set(ID::copy, m.canCopy());
-    set(ID::paste, m.canPaste());
-    set(ID::deleteSelection, m.canEdit());
+    if (m.isShowingTimeline()) {
+        for (auto [id, title, enabled] :
+             {std::tuple{ID::cut, "Cut Clip", m.hasSelectedClip()},
+              std::tuple{ID::copy, "Copy Clip", m.hasSelectedClip()},
+              std::tuple{ID::paste, "Paste Clip", m.canPasteClip()},
+              std::tuple{ID::deleteSelection, "Delete Clip", m.hasSelectedClip()}}) {
+            set(id, enabled);
+            action(id)->setText(title);
+        }
+    } else {
+        for (auto [id, title, enabled] :
+             {std::tuple{ID::cut, "Cut", m.canEdit()}, std::tuple{ID::copy, "Copy", m.canCopy()},
+              std::tuple{ID::paste, "Paste", m.canPaste()},
+              std::tuple{ID::deleteSelection, "Delete", m.canEdit()}}) {
+            set(id, enabled);
+            action(id)->setText(title);
+        }
+    }
     set(ID::trimToSelection, m.canEdit());
     set(ID::trimSilence, audio && !track->isRecording());
     set(ID::selectAll, audio);
@@ -253,6 +293,10 @@ void MainMenus::refresh() {
     addEffectMenu->setEnabled(m.canAddEffect());
     action(ID::showMultitrack)->setChecked(m.isShowingTimeline());
     set(ID::addToTimeline, m.canAddToTimeline());
+    set(ID::splitClip, m.canSplitClips());
+    set(ID::duplicateClip, m.hasSelectedClip());
+    action(ID::snapClips)->setChecked(m.snapsClips());
+    set(ID::removeLane, m.isShowingTimeline() && !m.timeline()->lanes().empty());
     set(ID::mixdown, m.canMixdown());
     action(ID::mixdown)->setToolTip(qs(m.mixdownHelp()));
     set(ID::previousTrack, !m.tracks().empty());

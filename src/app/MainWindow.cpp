@@ -203,6 +203,7 @@ void MainWindow::connectCommands() {
         {ID::zoomToSelection, [this] { waveform->zoomToSelection(); }},
         {ID::zoomToFit,
          inView([this] { timelineView->zoomToFit(); }, [this] { waveform->zoomToFit(); })},
+        {ID::removeLane, [this] { timelineView->removeCurrentLane(); }},
         {ID::verticalZoomIn, [this] { waveform->verticalZoomIn(); }},
         {ID::verticalZoomOut, [this] { waveform->verticalZoomOut(); }},
         {ID::showEffects,

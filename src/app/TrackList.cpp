@@ -1,8 +1,10 @@
 #include "app/TrackList.h"
 
 #include "app/DurationText.h"
+#include "app/timeline/TimelineView.h"
 #include "editor/EditorModel.h"
 
+#include <QDrag>
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QMimeData>
@@ -44,6 +46,22 @@ TrackList::TrackList(EditorModel& model, QWidget* parent)
     modelConnections.add(model.selectionChanged.connect([this] { refresh(); }));
     watchTracks();
     refresh();
+}
+
+// A row dragged out carries its track (and the track's selection) so that the multitrack view
+// can place it on a lane; dropped back on the list it reorders the rows.
+void TrackList::startDrag(Qt::DropActions) {
+    const auto id = trackID(currentItem());
+    const auto track = id ? model.track(*id) : nullptr;
+    if (!track) return;
+    QMimeData* data = mimeData(selectedItems());
+    std::string text = track->id().text();
+    if (const auto selection = track->selection())
+        text += " " + std::to_string(selection->lower) + " " + std::to_string(selection->upper);
+    data->setData(TimelineView::trackMimeType, QByteArray::fromStdString(text));
+    auto* drag = new QDrag(this);
+    drag->setMimeData(data);
+    drag->exec(Qt::MoveAction | Qt::CopyAction, Qt::MoveAction);
 }
 
 void TrackList::dragEnterEvent(QDragEnterEvent* event) {

@@ -342,6 +342,36 @@ public:
     // recordings folder on the background pool, then opens it as a new track.
     void mixdown();
     const std::optional<double>& mixdownProgress() const { return mixdownFraction; }
+
+    // Clip drags snap to the timeline start, the cursor, markers and clip edges while on.
+    bool snapsClips() const { return snapping; }
+    void setSnapsClips(bool flag);
+    // The clip clipboard: a clip and the lane it was copied from.
+    const std::optional<TimelineClip>& clipClipboard() const { return copiedClip; }
+    bool hasSelectedClip() const { return timelineModel->selectedClip().has_value(); }
+    bool canPasteClip() const { return copiedClip.has_value(); }
+    // Some clip can be split at the timeline's cursor.
+    bool canSplitClips() const;
+    void copyClip();
+    void cutClip();    // "Cut Clip"
+    void deleteClip(); // "Delete Clip"
+    // "Paste Clip": on the lane it was copied from (a new lane when that is gone) at the
+    // cursor; the cursor moves to the pasted clip's end.
+    void pasteClip();
+    // "Duplicate Clip": a copy right after the selected clip on its lane.
+    void duplicateClip();
+    // "Split Clip at Cursor".
+    void splitClipsAtCursor();
+    // Places a track's audio (its `range`, or all of it) on a lane at `frame` as "Place Track";
+    // with no lane, on a new lane named after the track.
+    void placeTrack(const Uuid& trackID, std::optional<FrameRange> range,
+                    std::optional<Uuid> laneID, int64_t frame);
+    // Opens audio files and places each on `laneID` at `frame` once it has loaded, one after
+    // another; files that fail to open are reported as any open is.
+    void openOntoLane(const std::vector<std::filesystem::path>& urls, std::optional<Uuid> laneID,
+                      int64_t frame);
+    sigc::signal<void()> clipClipboardChanged;
+    sigc::signal<void()> snapsClipsChanged;
     sigc::signal<void()> timelineShowingChanged;
     sigc::signal<void()> mixdownProgressChanged;
 
@@ -560,6 +590,9 @@ private:
     TimelinePtr timelineModel = Timeline::create();
     bool showingTimeline = false;
     std::optional<double> mixdownFraction;
+    bool snapping = true;
+    std::optional<TimelineClip> copiedClip;
+    std::optional<Uuid> copiedClipLane;
     void playTimeline();
     // Prepares and starts `content` from `at` within `range`; on failure shows the alert and
     // returns false with nothing playing.

@@ -1,12 +1,18 @@
 #include "app/MainWindow.h"
 #include "app/QtExecutor.h"
+#include "app/timeline/LaneHeader.h"
 #include "app/timeline/TimelineView.h"
 #include "editor/EditorModel.h"
 #include "persistence/Preferences.h"
 
 #include <QAction>
+#include <QComboBox>
 #include <QDir>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QSlider>
 #include <QStackedWidget>
+#include <QToolButton>
 #include <QtTest>
 
 using namespace sonvale;
@@ -38,9 +44,24 @@ struct Harness {
     }
     QPoint pointAt(int64_t frame, int lane) const {
         return QPoint(int(std::lround(view.xOfFrame(double(frame)))),
-                      TimelineView::rulerHeight + lane * TimelineView::laneHeight +
-                          TimelineView::laneHeight / 2);
+                      view.laneTop(lane) + TimelineView::laneHeight / 2);
     }
+    void showWindow() {
+        window.resize(1200, 700);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+    }
+    // Presses at `from`, moves past the drag threshold, then to `to`, and lets go.
+    void dragMouse(QPoint from, QPoint to, Qt::KeyboardModifiers keys = {}) {
+        QTest::mousePress(&view, Qt::LeftButton, keys, from);
+        QTest::mouseMove(&view, from + QPoint(to.x() > from.x() ? 5 : -5, 0));
+        QMouseEvent move(QEvent::MouseMove, to, view.mapToGlobal(to), Qt::NoButton, Qt::LeftButton,
+                         keys);
+        QCoreApplication::sendEvent(&view, &move);
+        QTest::mouseRelease(&view, Qt::LeftButton, keys, to);
+    }
+    QString undoTitle() { return window.action(ActionID::undo)->text(); }
+    void trigger(ActionID id) { window.action(id)->trigger(); }
 };
 
 } // namespace
@@ -79,9 +100,7 @@ private Q_SLOTS:
     void dragsMoveClipsBetweenLanesAndSnap() {
         Harness h;
         QVERIFY(h.addTracks({"speech.wav", "mono.wav"}));
-        h.window.resize(1200, 600);
-        h.window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&h.window));
+        h.showWindow();
         const double rate = h.timeline.sampleRate();
         const int64_t cursor = int64_t(rate);
         const QPoint ruler(int(std::lround(h.view.xOfFrame(double(cursor)))), 5);
@@ -91,17 +110,13 @@ private Q_SLOTS:
         const int64_t snapped = h.timeline.cursor();
 
         const Uuid moved = h.timeline.lanes()[1].clips.at(0).id;
+        const int64_t grab = h.timeline.lanes()[1].clips.at(0).length / 2;
         for (bool shift : {true, false}) {
-            // Grab the clip 1000 frames in and let go 3 points after the cursor.
-            const QPoint from = h.pointAt(1000, 1);
-            const QPoint to = h.pointAt(snapped + 1000, 0) + QPoint(3, 0);
+            // Grab the clip in its middle and let go 3 points after the cursor.
+            const QPoint from = h.pointAt(grab, 1);
+            const QPoint to = h.pointAt(snapped + grab, 0) + QPoint(3, 0);
             const Qt::KeyboardModifiers keys = shift ? Qt::ShiftModifier : Qt::NoModifier;
-            QTest::mousePress(&h.view, Qt::LeftButton, keys, from);
-            QTest::mouseMove(&h.view, from + QPoint(10, 0));
-            QMouseEvent move(QEvent::MouseMove, to, h.view.mapToGlobal(to), Qt::NoButton,
-                             Qt::LeftButton, keys);
-            QCoreApplication::sendEvent(&h.view, &move);
-            QTest::mouseRelease(&h.view, Qt::LeftButton, keys, to);
+            h.dragMouse(from, to, keys);
             const auto clip = h.timeline.clip(moved);
             QCOMPARE(clip->second, h.timeline.lanes()[0].id);
             if (shift)
@@ -112,6 +127,181 @@ private Q_SLOTS:
             h.window.action(ActionID::undo)->trigger();
             QCOMPARE(h.timeline.clip(moved)->second, h.timeline.lanes()[1].id);
         }
+    }
+
+    // Dragging a clip's edges trims it and dragging the handles at its top corners sets its
+    // fades, by the frames the pointer moved; each drag is one undo step under its name.
+    void edgesAndHandlesTrimAndFade() {
+        Harness h;
+        QVERIFY(h.addTracks({"speech.wav"}));
+        h.model.setSnapsClips(false);
+        h.showWindow();
+        const TimelineClip original = h.timeline.lanes()[0].clips.at(0);
+        const int x0 = int(std::lround(h.view.xOfFrame(0)));
+        const int x1 = int(std::lround(h.view.xOfFrame(double(original.length))));
+        const int middle = h.view.laneTop(0) + TimelineView::laneHeight / 2;
+        const int handles = h.view.laneTop(0) + 3 + TimelineView::handleSize / 2;
+        const int dx = 40;
+        const double perPoint = h.timeline.scale().framesPerPoint;
+        struct Case {
+            QPoint press;
+            int move;
+            int64_t TimelineClip::*field;
+            int64_t change; // in points
+            const char* undo;
+        } cases[] = {
+            {{x0 + 1, middle}, dx, &TimelineClip::sourceStart, dx, "Undo Trim Clip"},
+            {{x1 - 1, middle}, -dx, &TimelineClip::length, -dx, "Undo Trim Clip"},
+            {{x0 + 4, handles}, dx, &TimelineClip::fadeIn, dx, "Undo Fade In"},
+            {{x1 - 4, handles}, -dx, &TimelineClip::fadeOut, dx, "Undo Fade Out"},
+        };
+        for (const Case& c : cases) {
+            h.dragMouse(c.press, c.press + QPoint(c.move, 0));
+            const TimelineClip clip = h.timeline.lanes()[0].clips.at(0);
+            const double expected = double(original.*c.field) + double(c.change) * perPoint;
+            QVERIFY2(std::fabs(double(clip.*c.field) - expected) <= 1.5 * perPoint, c.undo);
+            QCOMPARE(h.undoTitle(), QString(c.undo));
+            h.trigger(ActionID::undo);
+            QCOMPARE(h.timeline.lanes()[0].clips.at(0), original);
+        }
+    }
+
+    // While the timeline shows, the Edit menu's commands act on clips, and Split and Duplicate
+    // sit in the Multitrack menu; each is one undo step.
+    void editMenuActsOnClips() {
+        Harness h;
+        QVERIFY(h.addTracks({"speech.wav"}));
+        h.showWindow();
+        const auto clips = [&] { return h.timeline.lanes()[0].clips; };
+        const TimelineClip first = clips().at(0);
+        QCOMPARE(h.window.action(ActionID::copy)->text(), QString("Copy Clip"));
+        QVERIFY(!h.window.action(ActionID::paste)->isEnabled());
+        h.timeline.selectClip(first.id);
+        h.trigger(ActionID::copy);
+        h.timeline.setCursor(first.end() + 1000);
+        h.trigger(ActionID::paste);
+        QCOMPARE(clips().size(), size_t(2));
+        QCOMPARE(clips()[1].start, first.end() + 1000);
+        QCOMPARE(h.timeline.cursor(), clips()[1].end());
+        QCOMPARE(h.undoTitle(), QString("Undo Paste Clip"));
+
+        h.timeline.selectClip(first.id);
+        h.trigger(ActionID::duplicateClip);
+        QCOMPARE(clips().size(), size_t(3));
+        QCOMPARE(clips()[2].start, first.end());
+        QCOMPARE(h.undoTitle(), QString("Undo Duplicate Clip"));
+
+        h.timeline.selectClip(first.id);
+        h.timeline.setCursor(first.length / 2);
+        QVERIFY(h.window.action(ActionID::splitClip)->isEnabled());
+        h.trigger(ActionID::splitClip);
+        QCOMPARE(clips().size(), size_t(4));
+        QCOMPARE(clips()[0].length, first.length / 2);
+        QCOMPARE(h.undoTitle(), QString("Undo Split Clip"));
+
+        h.timeline.selectClip(first.id);
+        h.trigger(ActionID::cut);
+        QCOMPARE(clips().size(), size_t(3));
+        QCOMPARE(h.undoTitle(), QString("Undo Cut Clip"));
+        QCOMPARE(h.model.clipClipboard()->id, first.id);
+        h.timeline.selectClip(clips()[0].id);
+        h.trigger(ActionID::deleteSelection);
+        QCOMPARE(clips().size(), size_t(2));
+        for (int step = 0; step < 5; ++step)
+            h.trigger(ActionID::undo);
+        QCOMPARE(clips(), std::vector{first});
+    }
+
+    // The lane header's controls: Alt-click on the switch hears only the lane and again all,
+    // a click turns it off; the name is edited in place; a gain slider drag is one step; the
+    // output box routes the lane to a bus; the colour grip drags the lane down.
+    void laneHeaderControls() {
+        Harness h;
+        QVERIFY(h.addTracks({"speech.wav", "mono.wav"}));
+        h.showWindow();
+        const Uuid first = h.timeline.lanes()[0].id;
+        LaneHeader* header = h.view.header(first);
+        auto muted = [&] {
+            std::vector<bool> flags;
+            for (const auto& lane : h.timeline.lanes())
+                flags.push_back(lane.isMuted);
+            return flags;
+        };
+        QCOMPARE(header->switchButton()->toolTip(),
+                 QString("Turn this lane off (Alt-click: hear only this lane)"));
+        QTest::mouseClick(header->switchButton(), Qt::LeftButton, Qt::AltModifier);
+        QCOMPARE(muted(), (std::vector{false, true}));
+        QCOMPARE(h.undoTitle(), QString("Undo Only This Lane"));
+        QTest::mouseClick(header->switchButton(), Qt::LeftButton, Qt::AltModifier);
+        QCOMPARE(muted(), (std::vector{false, false}));
+        QCOMPARE(h.undoTitle(), QString("Undo All Lanes On"));
+        QTest::mouseClick(header->switchButton(), Qt::LeftButton);
+        QCOMPARE(muted(), (std::vector{true, false}));
+        QCOMPARE(header->switchButton()->toolTip(),
+                 QString("Turn this lane on (Alt-click: hear only this lane)"));
+
+        header->nameField()->setFocus();
+        header->nameField()->selectAll();
+        QTest::keyClicks(header->nameField(), "Voice");
+        QTest::keyClick(header->nameField(), Qt::Key_Return);
+        QCOMPARE(h.timeline.lane(first)->name, std::string("Voice"));
+
+        QSlider* gain = header->gainSlider();
+        gain->setSliderDown(true);
+        for (int value : {-10, -35, -60})
+            gain->setValue(value);
+        gain->setSliderDown(false);
+        QCOMPARE(h.timeline.lane(first)->gainDB, -6.0f);
+        QCOMPARE(h.undoTitle(), QString("Undo Lane Gain"));
+        h.trigger(ActionID::undo);
+        QCOMPARE(h.timeline.lane(first)->gainDB, 0.0f);
+
+        const Uuid bus = h.timeline.addBus().id;
+        header->outputBox()->setCurrentIndex(1);
+        Q_EMIT header->outputBox()->activated(1);
+        QCOMPARE(h.timeline.lane(first)->output, std::optional(bus));
+
+        const QPoint grip(3, TimelineView::laneHeight / 2);
+        QTest::mousePress(header, Qt::LeftButton, {}, grip);
+        QTest::mouseMove(&h.view, h.pointAt(0, 1));
+        QTest::mouseRelease(&h.view, Qt::LeftButton, {}, h.pointAt(0, 1));
+        QCOMPARE(h.timeline.lanes()[1].id, first);
+        QCOMPARE(h.undoTitle(), QString("Undo Move Lane"));
+    }
+
+    // A track dragged from the list lands on the lane under the pointer (or a new lane below
+    // the last), and an audio file from the file manager opens and lands the same way.
+    void dropsPlaceTracksAndFiles() {
+        Harness h;
+        QVERIFY(h.addTracks({"speech.wav"}));
+        h.showWindow();
+        const auto& speech = h.model.tracks()[0];
+        auto drop = [&](QMimeData* data, QPoint at) {
+            QDragEnterEvent enter(at, Qt::CopyAction, data, Qt::LeftButton, {});
+            QCoreApplication::sendEvent(&h.view, &enter);
+            QDragMoveEvent move(at, Qt::CopyAction, data, Qt::LeftButton, {});
+            QCoreApplication::sendEvent(&h.view, &move);
+            QDropEvent event(at, Qt::CopyAction, data, Qt::LeftButton, {});
+            QCoreApplication::sendEvent(&h.view, &event);
+            delete data;
+        };
+        auto* data = new QMimeData;
+        data->setData(TimelineView::trackMimeType,
+                      QByteArray::fromStdString(speech->id().text() + " 100 4100"));
+        const int64_t at = int64_t(h.timeline.sampleRate() * 5);
+        drop(data, h.pointAt(at, 0));
+        const auto& clips = h.timeline.lanes()[0].clips;
+        QCOMPARE(clips.size(), size_t(2));
+        QVERIFY(std::llabs(clips[1].start - at) <= int64_t(h.timeline.scale().framesPerPoint));
+        QCOMPARE(clips[1].length, int64_t(4000));
+        QCOMPARE(clips[1].trackID, std::optional(speech->id()));
+
+        data = new QMimeData;
+        data->setUrls({QUrl::fromLocalFile(fixturePath("mono.wav"))});
+        drop(data, h.pointAt(0, 0) + QPoint(0, 2 * TimelineView::laneHeight));
+        QVERIFY(QTest::qWaitFor([&] { return h.timeline.lanes().size() == 2; }, 10000));
+        QCOMPARE(h.timeline.lanes()[1].name, std::string("mono"));
+        QCOMPARE(h.model.tracks().size(), size_t(2));
     }
 
     // Two lanes with fades and a crossfade, at 1x and 2x, for a person to look at.

@@ -1,15 +1,17 @@
 #include "app/timeline/TimelineView.h"
 
 #include "app/DurationText.h"
+#include "app/timeline/LaneHeader.h"
 #include "editor/EditorModel.h"
 #include "timeline/Timeline.h"
 
-#include <QKeyEvent>
-#include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
-#include <QWheelEvent>
+#include <QScrollBar>
+#include <QSignalBlocker>
+#include <QTimer>
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 
 namespace sonvale {
@@ -30,12 +32,50 @@ TimelineView::TimelineView(EditorModel& model, QWidget* parent)
     , timeline(*model.timeline()) {
     setObjectName("timelineView");
     setFocusPolicy(Qt::StrongFocus);
+    setMouseTracking(true);
+    setAcceptDrops(true);
     setMinimumSize(400, 200);
+
+    vertical = new QScrollBar(Qt::Vertical, this);
+    horizontal = new QScrollBar(Qt::Horizontal, this);
+    connect(vertical, &QScrollBar::valueChanged, this, [this](int value) {
+        scrollY = value;
+        layoutHeaders();
+        update();
+    });
+    connect(horizontal, &QScrollBar::valueChanged, this, [this](int value) {
+        const TimelineScale scale = timeline.scale();
+        const double start = double(value) * scale.framesPerPoint;
+        if (std::fabs(start - scale.start) >= scale.framesPerPoint)
+            timeline.update(TimelineScale{start, scale.framesPerPoint}, width() - headerWidth);
+    });
+    meterTimer = new QTimer(this);
+    meterTimer->setInterval(33);
+    connect(meterTimer, &QTimer::timeout, this, [this] { refreshMeters(); });
+
     auto repaint = [this] { update(); };
-    for (auto* signal : {&timeline.contentChanged, &timeline.selectionChanged,
-                         &timeline.viewChanged, &model.playheadChanged, &model.transportChanged})
+    for (auto* signal : {&timeline.selectionChanged, &model.transportChanged})
         connections.add(signal->connect(repaint));
+    connections.add(timeline.contentChanged.connect([this] {
+        syncHeaders();
+        syncScrollBars();
+        update();
+    }));
+    connections.add(timeline.viewChanged.connect([this] {
+        syncScrollBars();
+        update();
+    }));
+    connections.add(model.playheadChanged.connect([this] {
+        followPlayhead();
+        update();
+    }));
+    connections.add(model.transportChanged.connect([this] {
+        if (this->model.isPlayingTimeline()) meterTimer->start();
+    }));
+    syncHeaders();
 }
+
+TimelineView::~TimelineView() = default;
 
 QColor TimelineView::laneColor(int index) {
     static const int hues[] = {210, 28, 140, 340, 48, 265, 185, 0};
@@ -53,11 +93,136 @@ int64_t TimelineView::frameAt(double x) const {
         0, int64_t(std::llround(scale.start + (x - headerWidth) * scale.framesPerPoint)));
 }
 
+int TimelineView::laneTop(int row) const { return rulerHeight + row * laneHeight - scrollY; }
+
 std::optional<int> TimelineView::laneAt(double y) const {
     if (y < rulerHeight) return std::nullopt;
-    const int row = int((y - rulerHeight) / laneHeight);
-    if (row >= int(timeline.lanes().size())) return std::nullopt;
+    const int row = int(std::floor((y - rulerHeight + scrollY) / laneHeight));
+    if (row < 0 || row >= int(timeline.lanes().size())) return std::nullopt;
     return row;
+}
+
+std::optional<Uuid> TimelineView::laneIDAt(double y) const {
+    const auto row = laneAt(y);
+    if (!row) return std::nullopt;
+    return timeline.lanes()[size_t(*row)].id;
+}
+
+LaneHeader* TimelineView::header(const Uuid& laneID) const {
+    const auto it = headers.find(laneID);
+    return it == headers.end() ? nullptr : it->second;
+}
+
+std::optional<Uuid> TimelineView::currentLane() const {
+    if (const auto selected = timeline.selectedClip()) return selected->second;
+    if (timeline.lane(lastLane)) return lastLane;
+    if (!timeline.lanes().empty()) return timeline.lanes().back().id;
+    return std::nullopt;
+}
+
+void TimelineView::removeCurrentLane() {
+    if (const auto lane = currentLane()) timeline.removeLane(*lane);
+}
+
+// One header widget per lane, made and dropped as lanes come and go.
+void TimelineView::syncHeaders() {
+    const auto& lanes = timeline.lanes();
+    for (auto it = headers.begin(); it != headers.end();)
+        if (!timeline.lane(it->first)) {
+            it->second->deleteLater();
+            it->second->hide();
+            it = headers.erase(it);
+        } else {
+            ++it;
+        }
+    for (const TimelineLane& lane : lanes) {
+        LaneHeader*& header = headers[lane.id];
+        if (!header) {
+            header = new LaneHeader(timeline, lane.id, this);
+            connect(header, &LaneHeader::reorderStarted, this, [this](const Uuid& laneID) {
+                reordering = laneID;
+                lastLane = laneID;
+                for (int row = 0; row < int(timeline.lanes().size()); ++row)
+                    if (timeline.lanes()[size_t(row)].id == laneID) reorderRow = row;
+                grabMouse(Qt::ClosedHandCursor);
+            });
+            header->show();
+        }
+        header->sync(lane);
+    }
+    vertical->raise();
+    horizontal->raise();
+    layoutHeaders();
+}
+
+void TimelineView::layoutHeaders() {
+    const auto& lanes = timeline.lanes();
+    const int bottom = height() - (horizontal->isVisible() ? horizontal->height() : 0);
+    for (int row = 0; row < int(lanes.size()); ++row) {
+        LaneHeader* header = headers[lanes[size_t(row)].id];
+        const int top = laneTop(row);
+        header->setGeometry(0, top, headerWidth, laneHeight - 1);
+        // Headers scrolled under the ruler or the bottom edge hide instead of overlapping it.
+        header->setVisible(top >= rulerHeight - laneHeight / 2 && top < bottom);
+    }
+}
+
+// Scroll bars show only while there is something to scroll to.
+void TimelineView::syncScrollBars() {
+    const int extent = std::max(vertical->sizeHint().width(), 12);
+    const int content = int(timeline.lanes().size()) * laneHeight;
+    const TimelineScale scale = timeline.scale();
+    const double viewFrames = (width() - headerWidth) * scale.framesPerPoint;
+    const double endFrames =
+        std::max(double(timeline.frameCount()) * 1.1, scale.start + viewFrames);
+    const bool wide = scale.start > 0 || double(timeline.frameCount()) > viewFrames;
+    horizontal->setVisible(wide);
+    const int laneArea = height() - rulerHeight - (wide ? extent : 0);
+    const bool tall = content > laneArea;
+    vertical->setVisible(tall);
+    vertical->setGeometry(width() - extent, rulerHeight, extent, laneArea);
+    horizontal->setGeometry(headerWidth, height() - extent, width() - headerWidth, extent);
+    {
+        const QSignalBlocker block(vertical);
+        vertical->setRange(0, std::max(0, content - laneArea));
+        vertical->setPageStep(std::max(laneArea, 1));
+        vertical->setSingleStep(laneHeight / 4);
+        scrollY = std::clamp(scrollY, 0, vertical->maximum());
+        vertical->setValue(scrollY);
+    }
+    {
+        const QSignalBlocker block(horizontal);
+        const double perPoint = std::max(scale.framesPerPoint, 1e-9);
+        horizontal->setRange(0, int(std::min(2e9, (endFrames - viewFrames) / perPoint)));
+        horizontal->setPageStep(std::max(1, width() - headerWidth));
+        horizontal->setSingleStep(20);
+        horizontal->setValue(int(std::min(2e9, scale.start / perPoint)));
+    }
+    layoutHeaders();
+}
+
+// While the timeline plays, each lane header's meter follows its lane; afterwards the meters
+// fall to the floor and the timer stops.
+void TimelineView::refreshMeters() {
+    const double now =
+        std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+    const int64_t heardBy = timeline.meters()->mixedFrames();
+    const auto& lanes = timeline.lanes();
+    for (int row = 0; row < int(lanes.size()); ++row)
+        headers[lanes[size_t(row)].id]->refreshMeter(row, heardBy, now);
+    if (!model.isPlayingTimeline() && ++idleMeterFrames > 60) meterTimer->stop();
+    if (model.isPlayingTimeline()) idleMeterFrames = 0;
+}
+
+// Pages the view on when the heard playhead leaves it.
+void TimelineView::followPlayhead() {
+    const auto heard = model.timelinePlayhead();
+    if (!heard || drag || rangeDrag) return;
+    const TimelineScale scale = timeline.scale();
+    const double x = xOfFrame(double(*heard));
+    if (x >= headerWidth && x <= width() - 20) return;
+    const double start = std::max(0.0, double(*heard) - 20 * scale.framesPerPoint);
+    timeline.update(TimelineScale{start, scale.framesPerPoint}, width() - headerWidth);
 }
 
 void TimelineView::zoomBy(double factor, std::optional<double> aroundX) {
@@ -75,6 +240,7 @@ void TimelineView::zoomToFit() { timeline.update(std::nullopt, width() - headerW
 
 void TimelineView::resizeEvent(QResizeEvent*) {
     timeline.update(timeline.zoom(), width() - headerWidth);
+    syncScrollBars();
 }
 
 // ---- painting --------------------------------------------------------------------------------
@@ -102,20 +268,55 @@ void TimelineView::paintEvent(QPaintEvent*) {
         const double x = xOfFrame(double(*heard));
         painter.drawLine(QPointF(x, 0), QPointF(x, height()));
     }
-    if (drag && drag->snappedTo) {
+    if (guide) {
         painter.setPen(QPen(QColor(250, 190, 40), 1, Qt::DashLine));
-        const double x = std::round(xOfFrame(double(*drag->snappedTo))) + 0.5;
+        const double x = std::round(xOfFrame(double(*guide))) + 0.5;
         painter.drawLine(QPointF(x, rulerHeight), QPointF(x, height()));
     }
     painter.setClipping(false);
+
+    // Where a lane being reordered or a drop would land.
+    const int count = int(timeline.lanes().size());
+    auto markRow = [&](int row) {
+        painter.setPen(QPen(palette().highlight().color(), 2));
+        const int y = std::clamp(laneTop(row), rulerHeight, height() - 1);
+        painter.drawLine(0, y, width(), y);
+    };
+    if (reordering) markRow(reorderRow > laneRowOf(*reordering) ? reorderRow + 1 : reorderRow);
+    if (dropRow) {
+        if (*dropRow >= 0) {
+            QColor shade = palette().highlight().color();
+            shade.setAlpha(40);
+            painter.fillRect(QRect(0, laneTop(*dropRow), width(), laneHeight), shade);
+        } else {
+            markRow(count);
+        }
+    }
 
     if (timeline.lanes().empty()) {
         painter.setPen(palette().placeholderText().color());
         painter.drawText(rect().adjusted(headerWidth, rulerHeight, -20, 0),
                          Qt::AlignCenter | Qt::TextWordWrap,
                          "The timeline is empty.\nSelect a track and choose Multitrack \u203A Add "
-                         "to Timeline (Ctrl+Shift+A) to place it on a lane of its own.");
+                         "to Timeline (Ctrl+Shift+A), or drag tracks or audio files here.");
     }
+}
+
+QRectF TimelineView::fadeHandle(const TimelineClip& clip, int row, bool in,
+                                std::optional<int64_t> start) const {
+    const int64_t at = start.value_or(clip.start);
+    const double x0 = xOfFrame(double(at)), x1 = xOfFrame(double(at + clip.length));
+    const double x = xOfFrame(double(in ? at + clip.fadeIn : at + clip.length - clip.fadeOut));
+    const double half = handleSize / 2.0;
+    const double centre = std::clamp(x, x0 + half, std::max(x0 + half, x1 - half));
+    return QRectF(centre - half, laneTop(row) + 3, handleSize, handleSize);
+}
+
+int TimelineView::laneRowOf(const Uuid& laneID) const {
+    const auto& lanes = timeline.lanes();
+    for (int row = 0; row < int(lanes.size()); ++row)
+        if (lanes[size_t(row)].id == laneID) return row;
+    return -1;
 }
 
 void TimelineView::paintRuler(QPainter& painter) const {
@@ -158,62 +359,57 @@ void TimelineView::paintRuler(QPainter& painter) const {
 
 void TimelineView::paintLanes(QPainter& painter) const {
     const auto& lanes = timeline.lanes();
+    painter.save();
+    painter.setClipRect(0, rulerHeight, width(), height() - rulerHeight);
     for (int row = 0; row < int(lanes.size()); ++row) {
         const TimelineLane& lane = lanes[size_t(row)];
-        const int top = rulerHeight + row * laneHeight;
+        const int top = laneTop(row);
+        if (top + laneHeight < rulerHeight || top > height()) continue;
         const QColor color = laneColor(lane.colorIndex);
         painter.setPen(palette().mid().color());
         painter.drawLine(0, top + laneHeight - 1, width(), top + laneHeight - 1);
-        // Clips first, clipped to the lane area; the header covers their left.
         painter.save();
-        painter.setClipRect(headerWidth, top, width() - headerWidth, laneHeight - 1);
+        painter.setClipRect(
+            QRect(headerWidth, std::max(top, rulerHeight), width() - headerWidth, laneHeight - 1)
+                .intersected(QRect(0, rulerHeight, width(), height())));
         for (const TimelineClip& clip : lane.clips)
-            if (!(drag && drag->moved && clip.id == drag->clipID))
+            if (!(drag && drag->grip == Grip::body && drag->moved && clip.id == drag->clipID))
                 paintClip(painter, clip, row, lane.isMuted ? color.darker(160) : color, clip.start);
+        paintCrossfades(painter, lane, row);
         painter.restore();
-
-        const QRect header(0, top, headerWidth, laneHeight - 1);
-        painter.fillRect(header, palette().window());
-        painter.fillRect(QRect(0, top, 5, laneHeight - 1), color);
-        painter.setPen(palette().windowText().color());
-        QFont bold = font();
-        bold.setBold(true);
-        painter.setFont(bold);
-        painter.drawText(
-            header.adjusted(12, 6, -6, 0), Qt::AlignTop | Qt::AlignLeft,
-            painter.fontMetrics().elidedText(qs(lane.name), Qt::ElideRight, headerWidth - 18));
-        painter.setFont(font());
-        QString details = QString::asprintf("%+.1f dB", double(lane.gainDB));
-        if (lane.pan != 0)
-            details += QString::asprintf("  %s %d", lane.pan < 0 ? "L" : "R",
-                                         int(std::lround(std::fabs(lane.pan) * 100)));
-        if (const TimelineBus* bus = timeline.bus(lane.output))
-            details += QString::fromUtf8("  \u2192 ") + qs(bus->name);
-        painter.drawText(header.adjusted(12, 26, -6, 0), Qt::AlignTop | Qt::AlignLeft, details);
-        if (lane.isMuted) {
-            painter.setPen(palette().placeholderText().color());
-            painter.drawText(header.adjusted(12, 46, -6, 0), Qt::AlignTop | Qt::AlignLeft, "Off");
-        }
-        painter.setPen(palette().mid().color());
-        painter.drawLine(headerWidth - 1, top, headerWidth - 1, top + laneHeight - 1);
     }
-    // The clip being dragged, where it would land.
-    if (drag && drag->moved)
+    // The clip being moved, where it would land.
+    if (drag && drag->grip == Grip::body && drag->moved)
         if (const auto found = timeline.clip(drag->clipID)) {
             const TimelineLane* lane =
                 drag->lane < int(lanes.size()) ? &lanes[size_t(drag->lane)] : nullptr;
-            painter.save();
             painter.setClipRect(headerWidth, rulerHeight, width() - headerWidth, height());
             painter.setOpacity(0.8);
             paintClip(painter, found->first, drag->lane, laneColor(lane ? lane->colorIndex : 0),
                       drag->start);
-            painter.restore();
+        }
+    painter.restore();
+}
+
+// Where two clips of a lane overlap, the stretch they fade across is shaded and crossed by
+// the two fade curves.
+void TimelineView::paintCrossfades(QPainter& painter, const TimelineLane& lane, int row) const {
+    const double top = laneTop(row) + 3, height = laneHeight - 7;
+    for (size_t i = 0; i < lane.clips.size(); ++i)
+        for (size_t j = 0; j < lane.clips.size(); ++j) {
+            const TimelineClip &a = lane.clips[i], &b = lane.clips[j];
+            if (!(a.start < b.start && a.end() < b.end() && a.end() > b.start)) continue;
+            const double x0 = xOfFrame(double(b.start)), x1 = xOfFrame(double(a.end()));
+            if (x1 < headerWidth || x0 > width()) continue;
+            QColor shade = palette().text().color();
+            shade.setAlpha(35);
+            painter.fillRect(QRectF(x0, top, x1 - x0, height), QBrush(shade, Qt::BDiagPattern));
         }
 }
 
 void TimelineView::paintClip(QPainter& painter, const TimelineClip& clip, int row, QColor color,
                              int64_t start) const {
-    const double top = rulerHeight + row * laneHeight + 3, height = laneHeight - 7;
+    const double top = laneTop(row) + 3, height = laneHeight - 7;
     const double x0 = xOfFrame(double(start)), x1 = xOfFrame(double(start + clip.length));
     if (x1 < headerWidth || x0 > width()) return;
     const QRectF box(x0, top, std::max(x1 - x0, 1.0), height);
@@ -266,112 +462,18 @@ void TimelineView::paintClip(QPainter& painter, const TimelineClip& clip, int ro
     fadeCurve(clip.fadeIn, true);
     fadeCurve(clip.fadeOut, false);
     painter.setRenderHint(QPainter::Antialiasing, false);
-
+    // The fade handles: small squares at the top where each fade ends.
+    if (x1 - x0 >= 3 * handleSize) {
+        painter.setPen(color.darker(170));
+        painter.setBrush(palette().base());
+        for (bool in : {true, false})
+            painter.drawRect(fadeHandle(clip, row, in, start));
+        painter.setBrush(Qt::NoBrush);
+    }
     painter.setPen(palette().text().color());
     painter.drawText(
-        box.adjusted(6, 2, -4, 0), Qt::AlignTop | Qt::AlignLeft,
+        box.adjusted(handleSize + 4, 1, -handleSize - 2, 0), Qt::AlignTop | Qt::AlignLeft,
         painter.fontMetrics().elidedText(qs(clip.name), Qt::ElideRight, int(box.width()) - 10));
-}
-
-// ---- the mouse and the keys ------------------------------------------------------------------
-
-std::optional<std::pair<Uuid, int>> TimelineView::clipAt(double x, double y) const {
-    const auto row = laneAt(y);
-    if (!row || x < headerWidth) return std::nullopt;
-    const int64_t frame = frameAt(x);
-    const auto& clips = timeline.lanes()[size_t(*row)].clips;
-    // The topmost (last drawn) clip under the pointer.
-    for (auto it = clips.rbegin(); it != clips.rend(); ++it)
-        if (frame >= it->start && frame < it->end()) return std::pair(it->id, *row);
-    return std::nullopt;
-}
-
-void TimelineView::mousePressEvent(QMouseEvent* event) {
-    if (event->button() != Qt::LeftButton) return QWidget::mousePressEvent(event);
-    const QPointF at = event->position();
-    if (at.x() < headerWidth) return;
-    if (const auto hit = clipAt(at.x(), at.y())) {
-        timeline.selectClip(hit->first);
-        const auto clip = timeline.clip(hit->first);
-        drag = Drag{hit->first,
-                    frameAt(at.x()) - clip->first.start,
-                    clip->first.start,
-                    hit->second,
-                    std::nullopt,
-                    false,
-                    at.x()};
-        return;
-    }
-    timeline.selectClip(std::nullopt);
-    timeline.setSelection(std::nullopt);
-    timeline.setCursor(frameAt(at.x()));
-}
-
-void TimelineView::updateDrag(double x, double y, bool snap) {
-    int64_t start = std::max<int64_t>(frameAt(x) - drag->grabOffset, 0);
-    drag->snappedTo.reset();
-    if (snap) {
-        const auto clip = timeline.clip(drag->clipID);
-        const int64_t within = std::llround(snapDistance * timeline.scale().framesPerPoint);
-        // Either edge of the clip may snap; the nearer wins.
-        const auto atStart = timeline.snapTarget(start, within, drag->clipID);
-        const auto atEnd =
-            clip ? timeline.snapTarget(start + clip->first.length, within, drag->clipID)
-                 : std::nullopt;
-        if (atStart && (!atEnd || std::llabs(*atStart - start) <=
-                                      std::llabs(*atEnd - start - clip->first.length))) {
-            start = *atStart;
-            drag->snappedTo = *atStart;
-        } else if (atEnd) {
-            start = std::max<int64_t>(*atEnd - clip->first.length, 0);
-            drag->snappedTo = *atEnd;
-        }
-    }
-    drag->start = start;
-    if (const auto row =
-            laneAt(std::clamp(y, double(rulerHeight),
-                              double(rulerHeight + laneHeight * int(timeline.lanes().size()) - 1))))
-        drag->lane = *row;
-}
-
-void TimelineView::mouseMoveEvent(QMouseEvent* event) {
-    if (!drag) return;
-    const QPointF at = event->position();
-    if (!drag->moved && std::fabs(at.x() - drag->pressX) < 3) return;
-    drag->moved = true;
-    updateDrag(at.x(), at.y(), !(event->modifiers() & Qt::ShiftModifier));
-    update();
-}
-
-void TimelineView::mouseReleaseEvent(QMouseEvent* event) {
-    if (!drag || event->button() != Qt::LeftButton) return;
-    const Drag done = *drag;
-    drag.reset();
-    if (done.moved && done.lane < int(timeline.lanes().size()))
-        timeline.moveClip(done.clipID, done.start, timeline.lanes()[size_t(done.lane)].id);
-    update();
-}
-
-void TimelineView::wheelEvent(QWheelEvent* event) {
-    const double steps = event->angleDelta().y() / 120.0;
-    if (event->modifiers() & Qt::ControlModifier) {
-        zoomBy(std::pow(0.8, steps), event->position().x());
-    } else {
-        const TimelineScale scale = timeline.scale();
-        const double shift = -steps * (width() - headerWidth) * 0.1 * scale.framesPerPoint;
-        timeline.update(TimelineScale{std::max(0.0, scale.start + shift), scale.framesPerPoint},
-                        width() - headerWidth);
-    }
-    event->accept();
-}
-
-void TimelineView::keyPressEvent(QKeyEvent* event) {
-    if ((event->key() == Qt::Key_Delete || event->key() == Qt::Key_Backspace) &&
-        timeline.selectedClipID()) {
-        timeline.removeClip(*timeline.selectedClipID());
-        return;
-    }
-    QWidget::keyPressEvent(event);
 }
 
 } // namespace sonvale
