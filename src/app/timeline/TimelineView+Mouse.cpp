@@ -129,7 +129,7 @@ void TimelineView::updateLaneDrag(double y) {
     const int count = int(timeline.lanes().size());
     reorderRow = std::clamp(int(std::floor((y - rulerHeight + scrollY) / laneHeight)), 0,
                             std::max(count - 1, 0));
-    update();
+    repaintArea();
 }
 
 void TimelineView::mouseMoveEvent(QMouseEvent* event) {
@@ -158,7 +158,7 @@ void TimelineView::mouseMoveEvent(QMouseEvent* event) {
         if (drag->grip != Grip::body) timeline.undoStack().beginGroup(actionName(int(drag->grip)));
     }
     updateDrag(at.x(), at.y(), snapping(event->modifiers()));
-    update();
+    repaintArea();
 }
 
 void TimelineView::mouseReleaseEvent(QMouseEvent* event) {
@@ -170,7 +170,7 @@ void TimelineView::mouseReleaseEvent(QMouseEvent* event) {
         reordering.reset();
         releaseMouse();
         timeline.moveLane(lane, reorderRow);
-        update();
+        repaintArea();
         return;
     }
     if (!drag) return;
@@ -180,7 +180,7 @@ void TimelineView::mouseReleaseEvent(QMouseEvent* event) {
         timeline.moveClip(done.clipID, done.start, timeline.lanes()[size_t(done.lane)].id);
     else if (done.moved && done.grip != Grip::body)
         timeline.undoStack().endGroup();
-    update();
+    repaintArea();
 }
 
 void TimelineView::wheelEvent(QWheelEvent* event) {
@@ -214,12 +214,12 @@ void TimelineView::dragMoveEvent(QDragMoveEvent* event) {
         event->acceptProposedAction();
     else
         event->ignore();
-    update();
+    repaintArea();
 }
 
 void TimelineView::dragLeaveEvent(QDragLeaveEvent*) {
     dropRow.reset();
-    update();
+    repaintArea();
 }
 
 void TimelineView::dropEvent(QDropEvent* event) {
@@ -239,7 +239,7 @@ void TimelineView::dropEvent(QDropEvent* event) {
         // A copy: the list the track came from keeps its row.
         event->setDropAction(Qt::CopyAction);
         event->accept();
-        update();
+        repaintArea();
         return;
     } else {
         std::vector<std::filesystem::path> paths;
@@ -248,7 +248,7 @@ void TimelineView::dropEvent(QDropEvent* event) {
         if (!paths.empty()) model.openOntoLane(paths, lane, frame);
     }
     event->acceptProposedAction();
-    update();
+    repaintArea();
 }
 
 } // namespace sonvale

@@ -11,6 +11,7 @@
 #include <optional>
 
 class QPainter;
+class QRegion;
 class QScrollBar;
 class QTimer;
 
@@ -63,6 +64,9 @@ public:
     std::optional<Uuid> currentLane() const;
     void removeCurrentLane();
 
+    // What a change of the timeline repaints: all but the lane headers and the scroll bars.
+    QRegion repaintRegion() const;
+
     void zoomBy(double factor, std::optional<double> aroundX = {});
     void zoomToFit();
 
@@ -111,6 +115,7 @@ private:
                       std::optional<int64_t> start = {}) const;
     void paintCrossfades(QPainter& painter, const TimelineLane& lane, int row) const;
 
+    void repaintArea();
     void syncHeaders();
     void layoutHeaders();
     void syncScrollBars();
