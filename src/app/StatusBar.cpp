@@ -51,7 +51,8 @@ StatusBar::StatusBar(EditorModel& model, QWidget* parent)
         refreshStatus();
     }));
     modelConnections.add(model.clipboardChanged.connect([this] { refreshMemory(); }));
-    for (auto* signal : {&model.exportProgressChanged, &model.documentChanged})
+    for (auto* signal :
+         {&model.exportProgressChanged, &model.documentChanged, &model.mixdownProgressChanged})
         modelConnections.add(signal->connect([this] { refreshStatus(); }));
     auto* memoryTimer = new QTimer(this);
     memoryTimer->setInterval(2000);
@@ -74,7 +75,7 @@ void StatusBar::watchTracks() {
             }));
 }
 
-// Loading, export and save progress show here, where the eye goes after a command.
+// Loading, export, mixdown and save progress show here, where the eye goes after a command.
 void StatusBar::refreshStatus() {
     if (const auto& progress = model.documentSaveProgress()) {
         statusText->setText(QString::fromUtf8("Saving Session\u2026"));
@@ -84,6 +85,12 @@ void StatusBar::refreshStatus() {
     }
     if (const auto& progress = model.exportProgress()) {
         statusText->setText(QString::fromUtf8("Exporting\u2026"));
+        statusProgress->setValue(int(*progress * 1000));
+        statusProgress->show();
+        return;
+    }
+    if (const auto& progress = model.mixdownProgress()) {
+        statusText->setText(QString::fromUtf8("Mixing Down\u2026"));
         statusProgress->setValue(int(*progress * 1000));
         statusProgress->show();
         return;

@@ -12,6 +12,7 @@
 #include <QMimeData>
 #include <QSlider>
 #include <QStackedWidget>
+#include <QTemporaryDir>
 #include <QToolButton>
 #include <QtTest>
 
@@ -302,6 +303,25 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitFor([&] { return h.timeline.lanes().size() == 2; }, 10000));
         QCOMPARE(h.timeline.lanes()[1].name, std::string("mono"));
         QCOMPARE(h.model.tracks().size(), size_t(2));
+    }
+
+    // Mixdown to New Track shows its progress in the status bar and opens the mix as a track.
+    void mixdownShowsProgressAndOpensTheMix() {
+        Harness h;
+        QTemporaryDir folder;
+        h.preferences.setRecordingsFolderPath(folder.path().toStdString());
+        QVERIFY(h.addTracks({"speech.wav"}));
+        h.showWindow();
+        QAction* mixdown = h.window.action(ActionID::mixdown);
+        QCOMPARE(mixdown->toolTip(), QString("Mixdown to a new track: the timeline as a stereo "
+                                             "track, with the mixer's effects"));
+        mixdown->trigger();
+        auto* progress = h.window.findChild<QWidget*>("statusProgress");
+        QVERIFY(progress->isVisible());
+        QVERIFY(!mixdown->isEnabled());
+        QVERIFY(QTest::qWaitFor([&] { return h.model.tracks().size() == 2; }, 10000));
+        QCOMPARE(h.model.tracks()[1]->name(), std::string("Multitrack mix"));
+        QVERIFY(QTest::qWaitFor([&] { return !progress->isVisible(); }, 10000));
     }
 
     // Two lanes with fades and a crossfade, at 1x and 2x, for a person to look at.

@@ -6,6 +6,7 @@
 #include <QDragEnterEvent>
 #include <QMimeData>
 #include <QMouseEvent>
+#include <QNativeGestureEvent>
 #include <QScrollBar>
 #include <QWheelEvent>
 #include <cmath>
@@ -181,6 +182,17 @@ void TimelineView::mouseReleaseEvent(QMouseEvent* event) {
     else if (done.moved && done.grip != Grip::body)
         timeline.undoStack().endGroup();
     repaintArea();
+}
+
+bool TimelineView::event(QEvent* event) {
+    if (event->type() == QEvent::NativeGesture) {
+        const auto* gesture = static_cast<QNativeGestureEvent*>(event);
+        if (gesture->gestureType() == Qt::ZoomNativeGesture) {
+            zoomBy(1.0 / (1.0 + gesture->value()), mapFromGlobal(gesture->globalPosition()).x());
+            return true;
+        }
+    }
+    return QWidget::event(event);
 }
 
 void TimelineView::wheelEvent(QWheelEvent* event) {

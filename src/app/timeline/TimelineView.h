@@ -71,6 +71,7 @@ public:
     void zoomToFit();
 
 protected:
+    bool event(QEvent* event) override; // pinch to zoom
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
