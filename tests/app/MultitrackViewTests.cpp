@@ -215,7 +215,8 @@ private Q_SLOTS:
 
     // The lane header's controls: Alt-click on the switch hears only the lane and again all,
     // a click turns it off; the name is edited in place; a gain slider drag is one step; the
-    // output box routes the lane to a bus; the colour grip drags the lane down.
+    // output box routes the lane to a bus; the colour grip drags the lane down; lanes are
+    // added and removed.
     void laneHeaderControls() {
         Harness h;
         QVERIFY(h.addTracks({"speech.wav", "mono.wav"}));
@@ -268,6 +269,14 @@ private Q_SLOTS:
         QTest::mouseRelease(&h.view, Qt::LeftButton, {}, h.pointAt(0, 1));
         QCOMPARE(h.timeline.lanes()[1].id, first);
         QCOMPARE(h.undoTitle(), QString("Undo Move Lane"));
+
+        // The button under the lanes adds one; Remove Lane removes the one last touched.
+        QTest::mouseClick(h.view.addButton(), Qt::LeftButton);
+        QCOMPARE(h.timeline.lanes().size(), size_t(3));
+        QCOMPARE(h.timeline.lanes()[2].name, std::string("Lane 3"));
+        h.trigger(ActionID::removeLane);
+        QCOMPARE(h.timeline.lanes().size(), size_t(2));
+        QCOMPARE(h.timeline.lanes()[1].id, first);
     }
 
     // A track dragged from the list lands on the lane under the pointer (or a new lane below

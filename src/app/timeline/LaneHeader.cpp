@@ -49,6 +49,7 @@ LaneHeader::LaneHeader(Timeline& timeline, const Uuid& laneID, QWidget* parent)
     , id(laneID) {
     setAutoFillBackground(true);
     setBackgroundRole(QPalette::Window);
+    setToolTip("Drag the colour strip to move the lane up or down; right-click for more");
     auto* grid = new QGridLayout(this);
     grid->setContentsMargins(10, 2, 4, 3);
     grid->setHorizontalSpacing(4);

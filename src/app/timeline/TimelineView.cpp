@@ -10,6 +10,7 @@
 #include <QScrollBar>
 #include <QSignalBlocker>
 #include <QTimer>
+#include <QToolButton>
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -49,6 +50,13 @@ TimelineView::TimelineView(EditorModel& model, QWidget* parent)
         const double start = double(value) * scale.framesPerPoint;
         if (std::fabs(start - scale.start) >= scale.framesPerPoint)
             timeline.update(TimelineScale{start, scale.framesPerPoint}, width() - headerWidth);
+    });
+    addLaneButton = new QToolButton(this);
+    addLaneButton->setText("+ Add Lane");
+    addLaneButton->setAutoRaise(true);
+    addLaneButton->setToolTip("Add an empty lane (Ctrl+Shift+L)");
+    connect(addLaneButton, &QToolButton::clicked, this, [this] {
+        lastLane = timeline.addLane("Lane " + std::to_string(timeline.lanes().size() + 1)).id;
     });
     meterTimer = new QTimer(this);
     meterTimer->setInterval(33);
@@ -127,8 +135,8 @@ LaneHeader* TimelineView::header(const Uuid& laneID) const {
 }
 
 std::optional<Uuid> TimelineView::currentLane() const {
-    if (const auto selected = timeline.selectedClip()) return selected->second;
     if (timeline.lane(lastLane)) return lastLane;
+    if (const auto selected = timeline.selectedClip()) return selected->second;
     if (!timeline.lanes().empty()) return timeline.lanes().back().id;
     return std::nullopt;
 }
@@ -178,6 +186,9 @@ void TimelineView::layoutHeaders() {
         // Headers scrolled under the ruler or the bottom edge hide instead of overlapping it.
         header->setVisible(top >= rulerHeight - laneHeight / 2 && top < bottom);
     }
+    const int below = laneTop(int(lanes.size())) + 4;
+    addLaneButton->setGeometry(8, below, headerWidth - 16, 24);
+    addLaneButton->setVisible(!lanes.empty() && below >= rulerHeight && below + 24 < bottom);
 }
 
 // Scroll bars show only while there is something to scroll to.

@@ -14,6 +14,7 @@ class QPainter;
 class QRegion;
 class QScrollBar;
 class QTimer;
+class QToolButton;
 
 namespace sonvale {
 
@@ -60,7 +61,9 @@ public:
     std::optional<int> laneAt(double y) const;
     // The header of the lane with `laneID`.
     LaneHeader* header(const Uuid& laneID) const;
-    // The lane the user last clicked or dropped on, or the selected clip's.
+    // The button under the last lane that adds one.
+    QToolButton* addButton() const { return addLaneButton; }
+    // The lane the user last clicked, added or dropped on, else the selected clip's.
     std::optional<Uuid> currentLane() const;
     void removeCurrentLane();
 
@@ -139,6 +142,7 @@ private:
     QScrollBar* vertical = nullptr;
     QScrollBar* horizontal = nullptr;
     QTimer* meterTimer = nullptr;
+    QToolButton* addLaneButton = nullptr;
     int scrollY = 0;
     std::optional<Drag> drag;
     std::optional<RangeDrag> rangeDrag;
