@@ -73,8 +73,10 @@ void InspectorPanel::refresh() {
         loudnessLabel->setText(none);
     else if (auto lufs = track->currentLoudness())
         loudnessLabel->setText(QString::asprintf("%.1f LUFS", *lufs));
-    else
+    else if (!track->isLoudnessMeasured())
         loudnessLabel->setText(QString::fromUtf8("Measuring\u2026"));
+    else // measured without a result: too short to gate, or all below the absolute gate
+        loudnessLabel->setText(audio->duration() < 0.4 ? "Too short to measure" : "Silent");
     gainLabel->setText(track ? QString::asprintf("%+.1f dB", double(track->gainDB())) : none);
 }
 

@@ -81,8 +81,20 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     gainSlider->setRange(-300, 300);
     gainSlider->setFixedWidth(110);
     gainSlider->setToolTip("Gain applied on playback and export");
+    // A drag is one undo step: the group opens when the handle is pressed.
     connect(gainSlider, &QSlider::valueChanged, this, [this](int tenths) {
-        if (auto track = this->model.activeTrack()) track->setGainDB(float(tenths) / 10.0f);
+        if (auto track = this->model.activeTrack())
+            track->changeGain(float(tenths) / 10.0f, "Gain");
+    });
+    connect(gainSlider, &QSlider::sliderPressed, this, [this] {
+        if (auto track = this->model.activeTrack()) {
+            gainTrack = track;
+            track->undoStack().beginGroup("Gain");
+        }
+    });
+    connect(gainSlider, &QSlider::sliderReleased, this, [this] {
+        if (auto track = gainTrack.lock()) track->undoStack().endGroup();
+        gainTrack.reset();
     });
     gainLabel = new QLabel(this);
     gainLabel->setObjectName("gainText");

@@ -3,6 +3,7 @@
 #include "app/SignalConnections.h"
 
 #include <QWidget>
+#include <memory>
 
 class QLabel;
 class QSlider;
@@ -10,6 +11,7 @@ class QToolButton;
 
 namespace sonvale {
 
+class AudioTrack;
 class EditorModel;
 class LevelMeterWidget;
 
@@ -43,6 +45,7 @@ private:
     QToolButton* normalizeButton = nullptr;
     LevelMeterWidget* outputMeter = nullptr;
     QToolButton* exportButton = nullptr;
+    std::weak_ptr<AudioTrack> gainTrack; // the track whose gain the slider drag changes
     SignalConnections trackConnections;
     SignalConnections modelConnections;
 };

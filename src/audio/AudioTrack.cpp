@@ -208,6 +208,14 @@ void AudioTrack::setGainDB(float dB) {
     if (changed) gainChanged.emit();
 }
 
+void AudioTrack::changeGain(float dB, const std::string& actionName) {
+    if (dB == gain) return;
+    undo.registerUndo(actionName, [weak = weak_from_this(), saved = gain, actionName] {
+        if (auto track = weak.lock()) track->changeGain(saved, actionName);
+    });
+    setGainDB(dB);
+}
+
 // ---- revisions ---------------------------------------------------------------------------
 
 void AudioTrack::setExportedRevision(int64_t revision) {
@@ -246,6 +254,11 @@ void AudioTrack::setIntegratedLoudness(std::optional<double> lufs, const AudioDa
     loudness = lufs;
     loudnessAudio = source;
     cachesChanged.emit();
+}
+
+bool AudioTrack::isLoudnessMeasured() const {
+    const auto source = loudnessAudio.lock();
+    return source && source == currentAudio;
 }
 
 std::optional<double> AudioTrack::currentLoudness() const {

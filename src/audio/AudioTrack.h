@@ -191,6 +191,9 @@ public:
     float gainDB() const { return gain; }
     // Stores the gain and writes 10^(dB/20) into the gain box, every time.
     void setGainDB(float dB);
+    // The same as an undo step named `actionName` ("Gain", "Normalize"); nothing when the
+    // gain is already `dB`.
+    void changeGain(float dB, const std::string& actionName);
     const std::shared_ptr<GainBox>& gainBox() const { return box; }
 
     // ---- undo and revisions
@@ -225,6 +228,8 @@ public:
     void setIntegratedLoudness(std::optional<double> lufs, const AudioDataPtr& source);
     // The cached loudness when it belongs to the current audio.
     std::optional<double> currentLoudness() const;
+    // The current audio was measured, with or without a result (silence, or under 400 ms).
+    bool isLoudnessMeasured() const;
 
     // ---- change signals
     sigc::signal<void()> urlChanged;

@@ -21,7 +21,7 @@ void EditorModel::watchTrack(const AudioTrackPtr& track) {
 
 void EditorModel::measureLoudness(const AudioTrackPtr& track) {
     const AudioDataPtr audio = track ? track->audio() : nullptr;
-    if (!audio || track->currentLoudness()) return;
+    if (!audio || track->isLoudnessMeasured()) return;
     auto& inFlight = loudnessInFlight[track->id()];
     if (inFlight.lock() == audio) return;
     inFlight = audio;
@@ -58,16 +58,22 @@ bool EditorModel::canNormalizeToLoudness() const {
     return canNormalize() && track->currentLoudness().has_value();
 }
 
+namespace {
+constexpr const char* normalizeTitle = "Normalize";
+} // namespace
+
 void EditorModel::normalizePeak() {
     if (!canNormalize()) return;
     const auto track = activeTrack();
-    if (auto gain = peakNormalizationGain(track->audio()->peak)) track->setGainDB(*gain);
+    if (auto gain = peakNormalizationGain(track->audio()->peak))
+        track->changeGain(*gain, normalizeTitle);
 }
 
 void EditorModel::normalizeLoudness(const LoudnessTarget& target) {
     if (!canNormalizeToLoudness()) return;
     const auto track = activeTrack();
-    track->setGainDB(loudnessNormalizationGain(target.value, *track->currentLoudness()));
+    track->changeGain(loudnessNormalizationGain(target.value, *track->currentLoudness()),
+                      normalizeTitle);
 }
 
 void EditorModel::trimSilence() {

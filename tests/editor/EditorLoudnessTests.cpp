@@ -47,9 +47,28 @@ TEST(EditorLoudness, LoadedAudioIsMeasuredInTheBackgroundAndEnablesLoudnessTarge
 
     editor.model.normalizeLoudness({-16, "podcasts"});
     EXPECT_NEAR(track->gainDB(), -16.0f, 0.05f);
-    // Normalizing sets the gain only: the samples and the edit history stay as they were.
+    // Normalizing sets the gain only: the samples stay as they were, and Undo takes it back.
     EXPECT_EQ(track->audio()->peak, 1.0f);
     EXPECT_EQ(track->audioEditDepth(), 0);
+    EXPECT_EQ(editor.model.undoMenuTitle(), "Undo Normalize");
+    editor.model.undo();
+    EXPECT_EQ(track->gainDB(), 0.0f);
+    editor.model.redo();
+    EXPECT_NEAR(track->gainDB(), -16.0f, 0.05f);
+}
+
+// A measurement without a result (silence, or under 400 ms) still ends the measuring, and the
+// track is not measured again.
+TEST(EditorLoudness, SilentAndShortAudioAreMeasuredWithoutAResult) {
+    Editor editor;
+    for (auto samples : {std::vector<float>(48000, 0.0f), tone(9600, 1.0f)}) {
+        auto track = editor.add(test::makeAudio(48000, {samples}));
+        editor.executor.drain();
+        EXPECT_TRUE(track->isLoudnessMeasured());
+        EXPECT_FALSE(track->currentLoudness());
+        editor.model.measureLoudness(track);
+        EXPECT_EQ(editor.executor.pendingBackground(), 0u);
+    }
 }
 
 TEST(EditorLoudness, AMeasurementOfAudioThatChangedMeanwhileIsDropped) {
