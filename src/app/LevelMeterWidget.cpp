@@ -6,9 +6,10 @@
 
 namespace sonvale {
 
-LevelMeterWidget::LevelMeterWidget(QWidget* parent)
-    : QWidget(parent) {
-    setMinimumSize(100, 18);
+LevelMeterWidget::LevelMeterWidget(QWidget* parent, Qt::Orientation orientation)
+    : QWidget(parent)
+    , orientation(orientation) {
+    setMinimumSize(orientation == Qt::Horizontal ? QSize(100, 18) : QSize(10, 60));
     setToolTip("Output level (click to reset the clip light)");
 }
 
@@ -25,8 +26,15 @@ void LevelMeterWidget::mousePressEvent(QMouseEvent* event) {
 
 void LevelMeterWidget::paintEvent(QPaintEvent*) {
     QPainter p(this);
+    // Drawn lying down: a vertical meter is the horizontal one turned a quarter to the left.
+    QSize size = this->size();
+    if (orientation == Qt::Vertical) {
+        size.transpose();
+        p.translate(0, height());
+        p.rotate(-90);
+    }
     const int lightWidth = 10;
-    const QRect bars = rect().adjusted(0, 0, -lightWidth - 3, 0);
+    const QRect bars = QRect(QPoint(0, 0), size).adjusted(0, 0, -lightWidth - 3, 0);
     p.fillRect(bars, QColor(30, 30, 30));
     const int channels = std::max<int>(1, int(ballistics.levels.size()));
     const double rowHeight = double(bars.height()) / channels;
@@ -49,7 +57,7 @@ void LevelMeterWidget::paintEvent(QPaintEvent*) {
             p.fillRect(QRectF(hold - 1, row.top(), 2, row.height()), Qt::white);
         }
     }
-    const QRect light(width() - lightWidth, 0, lightWidth, height());
+    const QRect light(size.width() - lightWidth, 0, lightWidth, size.height());
     p.fillRect(light, ballistics.clipped ? QColor(230, 40, 30) : QColor(70, 30, 30));
 }
 

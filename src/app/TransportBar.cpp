@@ -182,9 +182,7 @@ void TransportBar::refresh() {
 void TransportBar::refreshMeter() {
     const double now = steadySeconds();
     auto& b = outputMeter->ballistics;
-    const bool idle = std::all_of(b.levels.begin(), b.levels.end(), [](const auto& l) {
-        return l.peakDB <= MeterBallistics::floorDB && l.holdDB <= MeterBallistics::floorDB;
-    });
+    const bool idle = b.isResting();
     if (model.isPlaying()) {
         auto track = model.activeTrack();
         if (track && track->audio()) {
