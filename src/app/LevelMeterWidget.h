@@ -2,6 +2,7 @@
 
 #include "engine/LevelMeter.h"
 
+#include <QPixmap>
 #include <QWidget>
 
 namespace sonvale {
@@ -18,13 +19,18 @@ public:
 
     // Puts out the clip light and drops the held peaks (a click does this).
     void reset();
+    // Now, in seconds on the steady clock the meters' ballistics run on.
+    static double clockSeconds();
 
 protected:
     void mousePressEvent(QMouseEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    const QPixmap& scaleColors(QSize size, double ratio);
+
     Qt::Orientation orientation;
+    QPixmap scaleCache;
 };
 
 } // namespace sonvale
