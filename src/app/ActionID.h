@@ -53,6 +53,7 @@ enum class ActionID {
     // Multitrack
     showMultitrack,
     addToTimeline,
+    newBus,
     mixdown,
     // Effects
     showEffects,

@@ -30,7 +30,8 @@ MainMenus::MainMenus(EditorModel& model, QMainWindow& window, QMenu& effectKinds
          {&model.tracksChanged, &model.clipboardChanged, &model.exportProgressChanged,
           &model.effectChainChanged, &model.effectsApplyProgressChanged, &model.transportChanged,
           &model.timelineShowingChanged, &model.mixdownProgressChanged,
-          &model.timeline()->contentChanged, &model.timeline()->selectionChanged})
+          &model.timeline()->contentChanged, &model.timeline()->selectionChanged,
+          &model.timeline()->undoStack().changed})
         modelConnections.add(signal->connect([this] { refresh(); }));
     modelConnections.add(model.documentChanged.connect([this] { refreshSessionActions(); }));
     modelConnections.add(model.preferences().changed.connect([this](Preferences::Setting setting) {
@@ -176,6 +177,8 @@ void MainMenus::build(QMenu& effectKinds) {
     multitrack->addAction(makeAction(ID::addToTimeline, "addToTimeline",
                                      EditorModel::addToTimelineTitle, QKeySequence("Ctrl+Shift+A"),
                                      [&m] { m.addToTimeline(); }));
+    multitrack->addAction(
+        makeAction(ID::newBus, "newBus", "New Bus", {}, [&m] { m.timeline()->addBus(); }));
     multitrack->addSeparator();
     multitrack->addAction(
         makeAction(ID::mixdown, "mixdown", EditorModel::mixdownTitle, {}, [&m] { m.mixdown(); }));
@@ -248,11 +251,13 @@ void MainMenus::refresh() {
     set(ID::faster, m.playbackRate() < PlaybackEngine::playbackRates.back());
     set(ID::normalizePeak, m.canNormalize());
     set(ID::showEffects, m.effectChain() != nullptr);
-    set(ID::applyEffects, m.effectChain() != nullptr && !m.effectsApplyProgress());
+    set(ID::applyEffects,
+        m.effectChain() != nullptr && !m.mixerEffectsChannel() && !m.effectsApplyProgress());
     set(ID::closeEffects, m.effectChain() != nullptr && !m.effectsApplyProgress());
     addEffectMenu->setEnabled(m.canAddEffect());
     action(ID::showMultitrack)->setChecked(m.isShowingTimeline());
     set(ID::addToTimeline, m.canAddToTimeline());
+    set(ID::newBus, m.isShowingTimeline());
     set(ID::mixdown, m.canMixdown());
     action(ID::mixdown)->setToolTip(qs(m.mixdownHelp()));
     set(ID::previousTrack, !m.tracks().empty());

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "app/MainWindow.h"
+#include "app/QtExecutor.h"
+#include "editor/EditorModel.h"
+#include "persistence/Preferences.h"
+
+#include <QImage>
+#include <QString>
+#include <initializer_list>
+
+namespace sonvale::test {
+
+// The whole window over a fresh model, for tests of the multitrack page.
+struct MultitrackHarness {
+    QtExecutor executor;
+    Preferences preferences;
+    EditorModel model{executor, preferences};
+    MainWindow window{model};
+    Timeline& timeline = *model.timeline();
+
+    ~MultitrackHarness() { executor.waitForBackground(); }
+
+    // Opens each fixture and places it on the timeline with Add to Timeline.
+    bool addTracks(std::initializer_list<const char*> names);
+};
+
+// Saves the window as build/dev/screenshots/NAME-1x.png and NAME-2x.png, for a person to look
+// at; returns the 1x picture, or a null image when a file couldn't be written.
+QImage saveScreenshots(QWidget& window, const QString& name);
+
+} // namespace sonvale::test
