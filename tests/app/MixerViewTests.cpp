@@ -237,6 +237,23 @@ private Q_SLOTS:
         QVERIFY(!h.mixer.refreshMeters(16.0));
     }
 
+    // While the timeline plays, each strip's meter shows what its lane or the master plays;
+    // a lane that is off shows nothing.
+    void metersFollowPlayback() {
+        Harness h({"stereo.flac", "mono.wav"});
+        h.timeline.toggleLane(h.timeline.lanes()[1].id, false);
+        QTRY_VERIFY(!h.mixer.isMetering());
+        h.window.action(ActionID::play)->trigger();
+        QVERIFY(h.model.isPlayingTimeline());
+        QVERIFY(h.mixer.isMetering());
+        for (int i = 1; i <= 4; ++i)
+            h.output->pull(4096, hostTimeFromSeconds(i * 0.1));
+        QTRY_VERIFY(h.lane(0).meter()->ballistics.levels.size() == 2 &&
+                    h.lane(0).meter()->ballistics.levels[0].peakDB > -12);
+        QVERIFY(!h.mixer.strip(Kind::master)->meter()->ballistics.isResting());
+        QVERIFY(h.lane(1).meter()->ballistics.isResting());
+    }
+
     // Three lanes and a bus, at 1x and 2x, for a person to look at.
     void screenshotOfThreeLanesAndABus() {
         Harness h({"speech.wav", "mono.wav", "stereo.flac"});

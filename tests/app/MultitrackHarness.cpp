@@ -6,6 +6,12 @@
 
 namespace sonvale::test {
 
+std::unique_ptr<PlaybackEngine> manualEngine(ManualOutput*& output) {
+    auto manual = std::make_unique<ManualOutput>();
+    output = manual.get();
+    return std::make_unique<PlaybackEngine>(std::move(manual));
+}
+
 bool MultitrackHarness::addTracks(std::initializer_list<const char*> names) {
     for (const char* name : names) {
         const QString path = QString(SONVALE_FIXTURE_DIR) + "/" + name;

@@ -3,7 +3,9 @@
 #include "app/MainWindow.h"
 #include "app/QtExecutor.h"
 #include "editor/EditorModel.h"
+#include "engine/PlaybackEngine.h"
 #include "persistence/Preferences.h"
+#include "support/PlaybackTestAudio.h"
 
 #include <QImage>
 #include <QString>
@@ -11,11 +13,16 @@
 
 namespace sonvale::test {
 
-// The whole window over a fresh model, for tests of the multitrack page.
+// An engine that plays into a hand-driven output; `output` is set to it.
+std::unique_ptr<PlaybackEngine> manualEngine(ManualOutput*& output);
+
+// The whole window over a fresh model, for tests of the multitrack page. What plays goes to
+// `output`, which renders a buffer whenever the test pulls one.
 struct MultitrackHarness {
     QtExecutor executor;
     Preferences preferences;
-    EditorModel model{executor, preferences};
+    ManualOutput* output = nullptr;
+    EditorModel model{executor, preferences, manualEngine(output)};
     MainWindow window{model};
     Timeline& timeline = *model.timeline();
 
