@@ -301,7 +301,10 @@ void MixerStrip::buildMinimized() {
     connect(minimize, &QToolButton::clicked, this,
             [this] { timeline.setMinimized(*channel(), false); });
     column->addWidget(minimize, 0, Qt::AlignHCenter);
-    column->addSpacing(minimizedNameLength + minimizedNameTop - bandHeight - 3 - 20 - 3);
+    // Room for the name, written upwards between the button and the meter (paintEvent).
+    const int buttonBottom = bandHeight + 3 + minimize->height();
+    column->addSpacing(minimizedNameTop + minimizedNameLength - buttonBottom -
+                       2 * column->spacing());
     levelMeter->setFixedWidth(14);
     column->addWidget(levelMeter, 1, Qt::AlignHCenter);
 }
