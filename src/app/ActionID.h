@@ -58,6 +58,7 @@ enum class ActionID {
     snapClips,
     addLane,
     removeLane,
+    newBus,
     mixdown,
     // Effects
     showEffects,

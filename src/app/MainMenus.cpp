@@ -184,6 +184,8 @@ void MainMenus::build(QMenu& effectKinds) {
     multitrack->addAction(makeAction(ID::addToTimeline, "addToTimeline",
                                      EditorModel::addToTimelineTitle, QKeySequence("Ctrl+Shift+A"),
                                      [&m] { m.addToTimeline(); }));
+    multitrack->addAction(
+        makeAction(ID::newBus, "newBus", "New Bus", {}, [&m] { m.timeline()->addBus(); }));
     multitrack->addSeparator();
     multitrack->addAction(makeAction(ID::splitClip, "splitClip", "Split Clip at Cursor",
                                      QKeySequence("Ctrl+K"), [&m] { m.splitClipsAtCursor(); }));
@@ -288,7 +290,8 @@ void MainMenus::refresh() {
     set(ID::faster, m.playbackRate() < PlaybackEngine::playbackRates.back());
     set(ID::normalizePeak, m.canNormalize());
     set(ID::showEffects, m.effectChain() != nullptr);
-    set(ID::applyEffects, m.effectChain() != nullptr && !m.effectsApplyProgress());
+    set(ID::applyEffects,
+        m.effectChain() != nullptr && !m.mixerEffectsChannel() && !m.effectsApplyProgress());
     set(ID::closeEffects, m.effectChain() != nullptr && !m.effectsApplyProgress());
     addEffectMenu->setEnabled(m.canAddEffect());
     action(ID::showMultitrack)->setChecked(m.isShowingTimeline());
@@ -297,6 +300,7 @@ void MainMenus::refresh() {
     set(ID::duplicateClip, m.hasSelectedClip());
     action(ID::snapClips)->setChecked(m.snapsClips());
     set(ID::removeLane, m.isShowingTimeline() && !m.timeline()->lanes().empty());
+    set(ID::newBus, m.isShowingTimeline());
     set(ID::mixdown, m.canMixdown());
     action(ID::mixdown)->setToolTip(qs(m.mixdownHelp()));
     set(ID::previousTrack, !m.tracks().empty());

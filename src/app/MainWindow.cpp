@@ -10,6 +10,7 @@
 #include "app/TransportBar.h"
 #include "app/canvas/WaveformCanvas.h"
 #include "app/effects/EffectsPanel.h"
+#include "app/timeline/MixerView.h"
 #include "app/timeline/TimelineView.h"
 #include "audio/ExportOptions.h"
 #include "editor/EditorModel.h"
@@ -99,6 +100,9 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     multitrackPage->setObjectName("multitrackPage");
     timelineView = new TimelineView(model, multitrackPage);
     multitrackPage->addWidget(timelineView);
+    mixer = new MixerView(model, multitrackPage);
+    multitrackPage->addWidget(mixer);
+    multitrackPage->setStretchFactor(0, 1);
     views->addWidget(multitrackPage);
     transport = new TransportBar(model, this);
     connect(transport, &TransportBar::exportRequested, this, [this] { presentExportPanel(); });
@@ -127,6 +131,9 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     addDockWidget(Qt::BottomDockWidgetArea, effectsDock);
     effectsDock->hide();
     connect(effects, &EffectsPanel::closed, effectsDock, &QWidget::hide);
+    // "Effects", or "Effects: Bus 1" while the panel shows a bus's chain.
+    connect(effects, &QWidget::windowTitleChanged, effectsDock, &QWidget::setWindowTitle);
+    effectsDock->setWindowTitle(effects->windowTitle());
 
     menus = new MainMenus(model, *this, *effects->addMenu());
     connectCommands();

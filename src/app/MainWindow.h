@@ -30,6 +30,7 @@ class ExportOptions;
 class LevelMeterWidget;
 class MainMenus;
 class MarkerPanel;
+class MixerView;
 class TrackList;
 struct TrackRemovalQuestion;
 class TimelineView;
@@ -59,6 +60,7 @@ public:
     QListWidget* trackList() const;
     WaveformCanvas* canvas() const { return waveform; }
     TimelineView* multitrackView() const { return timelineView; }
+    MixerView* mixerView() const { return mixer; }
     QTreeWidget* markerList() const;
     // The export dialog or region folder chooser being shown, if any.
     QFileDialog* exportDialog() const { return currentExportDialog; }
@@ -124,6 +126,7 @@ private:
     WaveformCanvas* waveform = nullptr;
     QSplitter* multitrackPage = nullptr;
     TimelineView* timelineView = nullptr;
+    MixerView* mixer = nullptr;
     MarkerPanel* markers = nullptr;
     EffectsPanel* effects = nullptr;
     QDockWidget* effectsDock = nullptr;

@@ -13,7 +13,6 @@
 #include <QTimer>
 #include <QToolButton>
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 
 namespace sonvale {
@@ -21,11 +20,6 @@ namespace sonvale {
 namespace {
 
 QString qs(const std::string& text) { return QString::fromStdString(text); }
-
-double steadySeconds() {
-    using namespace std::chrono;
-    return duration<double>(steady_clock::now().time_since_epoch()).count();
-}
 
 } // namespace
 
@@ -192,11 +186,9 @@ void TransportBar::refresh() {
 
 // While the audio plays the meter follows the playhead; afterwards it falls back to the floor.
 void TransportBar::refreshMeter() {
-    const double now = steadySeconds();
+    const double now = LevelMeterWidget::clockSeconds();
     auto& b = outputMeter->ballistics;
-    const bool idle = std::all_of(b.levels.begin(), b.levels.end(), [](const auto& l) {
-        return l.peakDB <= MeterBallistics::floorDB && l.holdDB <= MeterBallistics::floorDB;
-    });
+    const bool idle = b.isResting();
     if (model.isPlaying()) {
         auto track = model.activeTrack();
         if (track && track->audio()) {

@@ -4,6 +4,8 @@
 #include "effects/EffectRenderer.h"
 #include "persistence/Preferences.h"
 
+#include <utility>
+
 namespace sonvale {
 
 // What an apply needs once its render is back on the main thread. The track is held weakly:
@@ -30,7 +32,8 @@ void EditorModel::setEffectChain(EffectChainPtr chain) {
     chainEffectsConnection.disconnect();
     trackSwitchConnection.disconnect();
     effects = std::move(chain);
-    if (effects) {
+    // A mixer channel's chain is played by the timeline's own insert, never by the preview.
+    if (effects && !mixerChannel) {
         // Membership and order changes need a new preview; knob and bypass changes reach the
         // running one through the banks and flags.
         chainEffectsConnection =
@@ -47,7 +50,29 @@ void EditorModel::setEffectChain(EffectChainPtr chain) {
     effectChainChanged.emit();
 }
 
+void EditorModel::editMixerEffects(const MixerChannel& channel) {
+    if (mixerChannel == channel || (effects && effects->isApplying())) return;
+    if (!channel.isMaster() && !timelineModel->bus(channel.bus)) return;
+    if (!mixerChannel) editorEffects = effects;
+    mixerChannel = channel;
+    setEffectChain(timelineModel->chain(channel));
+}
+
+void EditorModel::checkMixerEffects() {
+    if (!mixerChannel) return;
+    const bool gone = !mixerChannel->isMaster() && !timelineModel->bus(mixerChannel->bus);
+    if (gone || timelineModel->existingChain(*mixerChannel) != effects) closeEffects();
+}
+
+std::string EditorModel::effectsTitle() const {
+    if (!mixerChannel) return "Effects";
+    if (mixerChannel->isMaster()) return "Effects: Master";
+    const TimelineBus* bus = timelineModel->bus(mixerChannel->bus);
+    return "Effects: " + (bus ? bus->name : std::string());
+}
+
 bool EditorModel::canAddEffect() const {
+    if (mixerChannel) return true;
     const auto track = activeTrack();
     return track && track->audio() && !(effects && effects->isApplying());
 }
@@ -67,6 +92,13 @@ void EditorModel::removeEffect(const Uuid& id) {
 
 void EditorModel::closeEffects() {
     if (!effects || effects->isApplying()) return;
+    if (mixerChannel) {
+        mixerChannel.reset();
+        setEffectChain(std::exchange(editorEffects, nullptr));
+        // The active track may have changed meanwhile.
+        if (effects) rebuildEffectPreview();
+        return;
+    }
     setEffectChain(nullptr);
     installEffectPreview({});
     if (previewHooks.setBypassed)
@@ -78,6 +110,7 @@ void EditorModel::closeEffects() {
 void EditorModel::setEffectsBypassed(bool flag) {
     if (!effects) return;
     effects->setBypassed(flag);
+    if (mixerChannel) return; // the timeline takes the insert out by itself
     if (previewHooks.setBypassed)
         previewHooks.setBypassed(flag);
     else
@@ -92,13 +125,15 @@ void EditorModel::setEffectPreviewHooks(EffectPreviewHooks hooks) {
     previewInsert->setBypassed(false);
     previewHooks = std::move(hooks);
     rebuildEffectPreview();
-    if (previewHooks.setBypassed) previewHooks.setBypassed(effects && effects->isBypassed());
+    const EffectChainPtr& editor = mixerChannel ? editorEffects : effects;
+    if (previewHooks.setBypassed) previewHooks.setBypassed(editor && editor->isBypassed());
 }
 
 void EditorModel::rebuildEffectPreview() {
-    if (!effects) return installEffectPreview({});
+    const EffectChainPtr& editor = mixerChannel ? editorEffects : effects;
+    if (!editor) return installEffectPreview({});
     installEffectPreview(
-        [weak = std::weak_ptr<EffectChain>(effects)](
+        [weak = std::weak_ptr<EffectChain>(editor)](
             double sampleRate, int channelCount) -> std::unique_ptr<EffectProcessor> {
             if (auto chain = weak.lock()) return chain->previewProcessor(sampleRate, channelCount);
             return nullptr;
@@ -127,7 +162,7 @@ void EditorModel::setEffectsApplyProgress(std::optional<double> value) {
 }
 
 void EditorModel::applyEffects() {
-    if (!effects || effects->isApplying()) return;
+    if (!effects || mixerChannel || effects->isApplying()) return;
     const auto active = effects->activeEffects();
     const auto track = activeTrack();
     if (active.empty() || !track || !track->audio() || track->isRecording()) return;

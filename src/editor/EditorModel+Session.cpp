@@ -167,6 +167,7 @@ SessionState EditorModel::sessionState() const {
 
 void EditorModel::restoreSession(const SessionState& state) {
     if (isPlaying()) stop();
+    if (mixerChannel) closeEffects(); // the editor's own chain comes back, to be closed too
     if (effects) closeEffects();
     restoring = true;
     restoredStates.clear();

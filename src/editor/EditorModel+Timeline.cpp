@@ -13,6 +13,8 @@ void EditorModel::setShowingTimeline(bool flag) {
     if (flag == showingTimeline) return;
     // What plays belongs to the view that is going away.
     if (isPlaying()) finishPlayback(false);
+    // The mixer's effects go with the timeline.
+    if (!flag && mixerChannel) closeEffects();
     showingTimeline = flag;
     timelineShowingChanged.emit();
 }

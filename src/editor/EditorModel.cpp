@@ -35,6 +35,8 @@ EditorModel::EditorModel(Executor& executor, Preferences& preferences,
                          &timelineShowingChanged, &timelineModel->contentChanged,
                          &timelineModel->effectsChanged, &timelineModel->selectionChanged})
         signal->connect([this] { sessionContentChanged(); });
+    for (auto* signal : {&timelineModel->contentChanged, &timelineModel->effectsChanged})
+        signal->connect([this] { checkMixerEffects(); });
 }
 
 EditorModel::~EditorModel() = default;

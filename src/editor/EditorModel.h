@@ -165,14 +165,25 @@ public:
     // ==== effects of the waveform editor (EditorModel+Effects.cpp) ====
     // The chain being edited; none while the effects are closed.
     const EffectChainPtr& effectChain() const { return effects; }
-    // An active track with audio, and no apply running.
+    // Shows the chain of the master or a bus of the timeline in place of the editor's own:
+    // its edits are heard in the timeline's mix at once and are never applied to a track. The
+    // editor's chain is kept aside and comes back when the mixer's is closed, when the
+    // timeline is hidden, or when the channel goes. Ignored while an apply runs and for a bus
+    // that doesn't exist.
+    void editMixerEffects(const MixerChannel& channel);
+    // The mixer channel whose chain effectChain() is; none for the editor's own.
+    const std::optional<MixerChannel>& mixerEffectsChannel() const { return mixerChannel; }
+    // "Effects", or "Effects: Master", "Effects: Bus 1" while a mixer channel's chain shows.
+    std::string effectsTitle() const;
+    // A mixer channel's chain shows, or an active track with audio and no apply running.
     bool canAddEffect() const;
     // Appends a new effect, starting from the values last applied for its kind (else the
     // defaults), opens the chain when it is closed, and selects the new effect's panel.
     void addEffect(EffectKind kind);
     void removeEffect(const Uuid& id);
     // Drops the chain without touching the audio ("Close without changing the audio") and
-    // takes the preview out of playback. Ignored while an apply runs.
+    // takes the preview out of playback. Ignored while an apply runs. A mixer channel's chain
+    // stays with its channel; the editor's chain kept aside comes back.
     void closeEffects();
     // Hear the audio without any of the effects.
     void setEffectsBypassed(bool flag);
@@ -204,12 +215,16 @@ public:
 
 private:
     void setEffectChain(EffectChainPtr chain);
+    // Closes a mixer channel's chain whose channel or chain the timeline no longer has.
+    void checkMixerEffects();
     void setEffectsApplyProgress(std::optional<double> value);
     void installEffectPreview(EffectFactory factory);
     struct EffectApply; // one apply's chain, track, range and values, kept while it renders
     void finishApplyingEffects(const EffectApply& job, AudioClip rendered);
 
     EffectChainPtr effects;
+    std::optional<MixerChannel> mixerChannel;
+    EffectChainPtr editorEffects; // the editor's chain, kept aside while a mixer chain shows
     std::optional<double> applyProgress;
     EffectPreviewHooks previewHooks;
     std::shared_ptr<EffectInsert> previewInsert = std::make_shared<EffectInsert>();

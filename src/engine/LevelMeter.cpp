@@ -36,6 +36,12 @@ void MeterBallistics::apply(size_t c, float peak, double dt, double now) {
     }
 }
 
+bool MeterBallistics::isResting() const {
+    return std::all_of(levels.begin(), levels.end(), [](const Level& level) {
+        return level.peakDB <= floorDB && level.holdDB <= floorDB;
+    });
+}
+
 void MeterBallistics::update(std::span<const float> peaks, double now) {
     double dt = advance(now, peaks.size());
     for (size_t c = 0; c < peaks.size(); ++c) {

@@ -39,6 +39,8 @@ public:
     // (at most a quarter second of it, or `trackWindow` frames ending at `frame`), times `gain`.
     void update(int64_t frame, const AudioData& audio, float gain, double now);
     void resetClip() { clipped = false; }
+    // Every channel's peak and held peak are down at the floor: nothing left to show falling.
+    bool isResting() const;
 
     bool clipped = false;
     std::optional<int64_t> lastFrame;

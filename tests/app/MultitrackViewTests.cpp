@@ -1,13 +1,9 @@
-#include "app/MainWindow.h"
-#include "app/QtExecutor.h"
+#include "app/MultitrackHarness.h"
 #include "app/timeline/LaneHeader.h"
 #include "app/timeline/TimelineView.h"
-#include "editor/EditorModel.h"
-#include "persistence/Preferences.h"
 
 #include <QAction>
 #include <QComboBox>
-#include <QDir>
 #include <QLineEdit>
 #include <QMimeData>
 #include <QSlider>
@@ -20,29 +16,9 @@ using namespace sonvale;
 
 namespace {
 
-QString fixturePath(const char* name) { return QString(SONVALE_FIXTURE_DIR) + "/" + name; }
-
-struct Harness {
-    QtExecutor executor;
-    Preferences preferences;
-    EditorModel model{executor, preferences};
-    MainWindow window{model};
+struct Harness : test::MultitrackHarness {
     TimelineView& view = *window.multitrackView();
-    Timeline& timeline = *model.timeline();
 
-    ~Harness() { executor.waitForBackground(); }
-
-    // Opens each fixture and places it on the timeline with Add to Timeline.
-    bool addTracks(std::initializer_list<const char*> names) {
-        for (const char* name : names) {
-            auto opened = model.open({fixturePath(name).toStdString()});
-            if (opened.size() != 1 || !QTest::qWaitFor([&] { return opened[0]->isReady(); }, 10000))
-                return false;
-            model.setSelectedTrackIDs({opened[0]->id()});
-            window.action(ActionID::addToTimeline)->trigger();
-        }
-        return true;
-    }
     QPoint pointAt(int64_t frame, int lane) const {
         return QPoint(int(std::lround(view.xOfFrame(double(frame)))),
                       view.laneTop(lane) + TimelineView::laneHeight / 2);
@@ -307,7 +283,7 @@ private Q_SLOTS:
         QCOMPARE(clips[1].trackID, std::optional(speech->id()));
 
         data = new QMimeData;
-        data->setUrls({QUrl::fromLocalFile(fixturePath("mono.wav"))});
+        data->setUrls({QUrl::fromLocalFile(QString(SONVALE_FIXTURE_DIR) + "/mono.wav")});
         drop(data, h.pointAt(0, 0) + QPoint(0, 2 * TimelineView::laneHeight));
         QVERIFY(QTest::qWaitFor([&] { return h.timeline.lanes().size() == 2; }, 10000));
         QCOMPARE(h.timeline.lanes()[1].name, std::string("mono"));
@@ -351,14 +327,8 @@ private Q_SLOTS:
         QCOMPARE(h.timeline.lanes()[1].clips.size(), size_t(2));
         QVERIFY(h.timeline.lanes()[1].clips[1].fadeIn > 0); // the crossfade
 
-        const QImage normal = h.window.grab().toImage();
-        QImage sharp(h.window.size() * 2, QImage::Format_ARGB32_Premultiplied);
-        sharp.setDevicePixelRatio(2);
-        h.window.render(&sharp);
-        const QString dir = QDir(QString(SONVALE_FIXTURE_DIR) + "/../screenshots").absolutePath();
-        QDir().mkpath(dir);
-        QVERIFY(normal.save(dir + "/multitrack-1x.png"));
-        QVERIFY(sharp.save(dir + "/multitrack-2x.png"));
+        const QImage normal = test::saveScreenshots(h.window, "multitrack");
+        QVERIFY(!normal.isNull());
         // The first lane's colour is drawn in its header strip.
         const QPoint strip = h.view.mapTo(&h.window, QPoint(2, TimelineView::rulerHeight + 10));
         QCOMPARE(normal.pixel(strip), TimelineView::laneColor(lanes[0].colorIndex).rgb());

@@ -157,6 +157,9 @@ EffectsPanel::EffectsPanel(EditorModel& editor, QWidget* parent)
         model.effectsApplyProgressChanged.connect([this] { syncButtons(); }));
     modelConnections.push_back(model.transportChanged.connect([this] { syncButtons(); }));
     modelConnections.push_back(model.selectionChanged.connect([this] { syncButtons(); }));
+    // A renamed bus renames the panel showing its chain.
+    modelConnections.push_back(model.timeline()->contentChanged.connect(
+        [this] { setWindowTitle(qs(model.effectsTitle())); }));
     chainOpenedOrClosed();
 }
 
@@ -188,6 +191,7 @@ void EffectsPanel::chainOpenedOrClosed() {
         chainConnections.push_back(observed->bypassChanged.connect([this] { syncButtons(); }));
         chainConnections.push_back(observed->applyingChanged.connect([this] { syncButtons(); }));
     }
+    setWindowTitle(qs(model.effectsTitle()));
     rebuildList();
     rebuildEditor();
     if (wasOpen && !observed) Q_EMIT closed();
@@ -294,7 +298,8 @@ void EffectsPanel::rebuildEditor() {
     editorLayout->addLayout(header);
 
     const auto track = model.activeTrack();
-    const double rate = track && track->audio() ? track->audio()->sampleRate : 48000;
+    double rate = track && track->audio() ? track->audio()->sampleRate : 48000;
+    if (model.mixerEffectsChannel()) rate = model.timeline()->sampleRate();
     parts = buildEffectEditor(shown, rate, editorArea, editorLayout);
 
     auto* grid = new QGridLayout;
@@ -358,9 +363,14 @@ void EffectsPanel::syncButtons() {
     }
     removeButton->setEnabled(open && shown && !applying);
     chain->setEnabled(open && !applying);
-    apply->setEnabled(open && !applying && !observed->activeEffects().empty() &&
+    // A mixer channel's effects play in the mix; there is nothing to write them into.
+    const bool mixer = model.mixerEffectsChannel().has_value();
+    apply->setVisible(!mixer);
+    apply->setEnabled(open && !mixer && !applying && !observed->activeEffects().empty() &&
                       model.activeTrack());
     close->setEnabled(open && !applying);
+    close->setToolTip(mixer ? "Close the panel; the effects go on playing in the mix"
+                            : "Close without changing the audio");
     play->setText(model.isPlaying() ? "Stop" : "Play");
     play->setIcon(
         style()->standardIcon(model.isPlaying() ? QStyle::SP_MediaStop : QStyle::SP_MediaPlay));

@@ -3,6 +3,7 @@
 #include "app/DurationText.h"
 #include "app/timeline/LaneHeader.h"
 #include "editor/EditorModel.h"
+#include "engine/PlaybackEngine.h"
 #include "timeline/Timeline.h"
 
 #include <QPainter>
@@ -230,7 +231,8 @@ void TimelineView::syncScrollBars() {
 void TimelineView::refreshMeters() {
     const double now =
         std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-    const int64_t heardBy = timeline.meters()->mixedFrames();
+    const int64_t latency = model.isPlaying() ? model.player().latencyFrames() : 0;
+    const int64_t heardBy = timeline.meters()->mixedFrames() - latency;
     const auto& lanes = timeline.lanes();
     for (int row = 0; row < int(lanes.size()); ++row)
         headers[lanes[size_t(row)].id]->refreshMeter(row, heardBy, now);
