@@ -103,16 +103,21 @@ public:
             qWarning("no answer to %s", qPrintable(method));
         return pending.reply();
     }
+    QDBusMessage player(const QString& method, const QVariantList& arguments = {}) {
+        return call(MprisService::playerInterface, method, arguments);
+    }
 
     QVariant property(const QString& interface, const QString& name) {
         const QDBusMessage reply = call(propertiesInterface, "Get", {interface, name});
         if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return {};
         return reply.arguments().first().value<QDBusVariant>().variant();
     }
+    QVariant playerProperty(const QString& name) {
+        return property(MprisService::playerInterface, name);
+    }
 
     QVariantMap metadata() {
-        return qdbus_cast<QVariantMap>(
-            property(MprisService::playerInterface, "Metadata").value<QDBusArgument>());
+        return qdbus_cast<QVariantMap>(playerProperty("Metadata").value<QDBusArgument>());
     }
 
     bool listen(ChangeListener& listener) {
@@ -129,12 +134,22 @@ public:
     QDBusConnection bus;
 };
 
+// The service over an editor, with a client on its own connection.
+struct Session {
+    Editor editor;
+    MprisService service{*editor.model};
+    Client client;
+    ChangeListener listener;
+};
+
 // Metadata inside a PropertiesChanged signal arrives still marshalled.
 QVariantMap unmarshalled(const QVariant& value) {
     if (value.canConvert<QDBusArgument>())
         return qdbus_cast<QVariantMap>(value.value<QDBusArgument>());
     return value.toMap();
 }
+
+QVariant microseconds(qlonglong value) { return QVariant::fromValue(value); }
 
 } // namespace
 
@@ -156,21 +171,19 @@ private Q_SLOTS:
 
     void identifiesItselfAsSonvaleAndRaisesTheWindow() {
         REQUIRE_PRIVATE_BUS();
-        Editor editor;
-        MprisService service(*editor.model);
-        QVERIFY(service.isRegistered());
-        QCOMPARE(service.registeredName(), QString(MprisService::serviceName));
-        Client client;
-        QVERIFY(client.bus.interface()->isServiceRegistered(MprisService::serviceName));
-        QCOMPARE(client.property(MprisService::rootInterface, "Identity").toString(),
-                 QString("Sonvale"));
-        QCOMPARE(client.property(MprisService::rootInterface, "DesktopEntry").toString(),
-                 QString("sonvale"));
-        QCOMPARE(client.property(MprisService::rootInterface, "CanQuit").toBool(), false);
-        QCOMPARE(client.property(MprisService::rootInterface, "CanRaise").toBool(), true);
-        QCOMPARE(client.property(MprisService::playerInterface, "CanControl").toBool(), true);
-        QSignalSpy raised(&service, &MprisService::raiseRequested);
-        client.call(MprisService::rootInterface, "Raise");
+        Session s;
+        QVERIFY(s.service.isRegistered());
+        QCOMPARE(s.service.registeredName(), QString(MprisService::serviceName));
+        QVERIFY(s.client.bus.interface()->isServiceRegistered(MprisService::serviceName));
+        const QVariantMap expected{{"Identity", "Sonvale"},
+                                   {"DesktopEntry", "sonvale"},
+                                   {"CanQuit", false},
+                                   {"CanRaise", true}};
+        for (auto it = expected.begin(); it != expected.end(); ++it)
+            QCOMPARE(s.client.property(MprisService::rootInterface, it.key()), it.value());
+        QCOMPARE(s.client.playerProperty("CanControl").toBool(), true);
+        QSignalSpy raised(&s.service, &MprisService::raiseRequested);
+        s.client.call(MprisService::rootInterface, "Raise");
         QCOMPARE(raised.count(), 1);
     }
 
@@ -191,151 +204,119 @@ private Q_SLOTS:
 
     void theMetadataNamesTheActiveTrackWithItsLength() {
         REQUIRE_PRIVATE_BUS();
-        Editor editor;
-        MprisService service(*editor.model);
-        Client client;
-        const QVariantMap metadata = client.metadata();
+        Session s;
+        const QVariantMap metadata = s.client.metadata();
         QCOMPARE(metadata.value("xesam:title").toString(), QString("stereo-s16"));
         // Three seconds at 48 kHz.
         QCOMPARE(metadata.value("mpris:length").toLongLong(), 3'000'000LL);
         const QString trackID = metadata.value("mpris:trackid").value<QDBusObjectPath>().path();
         QVERIFY2(trackID.startsWith("/org/mpris/MediaPlayer2/sonvale/track/"), qPrintable(trackID));
-        QCOMPARE(trackID, service.trackObjectPath());
+        QCOMPARE(trackID, s.service.trackObjectPath());
     }
 
     void playPauseChangesThePlaybackStatusAndAnnouncesIt() {
         REQUIRE_PRIVATE_BUS();
-        Editor editor;
-        MprisService service(*editor.model);
-        Client client;
-        ChangeListener listener;
-        QVERIFY(client.listen(listener));
-        QCOMPARE(client.property(MprisService::playerInterface, "PlaybackStatus").toString(),
-                 QString("Stopped"));
-
-        client.call(MprisService::playerInterface, "PlayPause");
-        QVERIFY(editor.model->isPlaying());
-        QCOMPARE(client.property(MprisService::playerInterface, "PlaybackStatus").toString(),
-                 QString("Playing"));
-        QTRY_COMPARE(listener.last("PlaybackStatus").toString(), QString("Playing"));
-
-        client.call(MprisService::playerInterface, "PlayPause");
-        QVERIFY(!editor.model->isPlaying());
-        QCOMPARE(client.property(MprisService::playerInterface, "PlaybackStatus").toString(),
-                 QString("Paused"));
-        QTRY_COMPARE(listener.last("PlaybackStatus").toString(), QString("Paused"));
-
-        client.call(MprisService::playerInterface, "Play");
-        client.call(MprisService::playerInterface, "Stop");
-        QTRY_COMPARE(listener.last("PlaybackStatus").toString(), QString("Stopped"));
+        Session s;
+        QVERIFY(s.client.listen(s.listener));
+        QCOMPARE(s.client.playerProperty("PlaybackStatus").toString(), QString("Stopped"));
+        for (const bool playing : {true, false}) {
+            const QString status = playing ? "Playing" : "Paused";
+            s.client.player("PlayPause");
+            QCOMPARE(s.editor.model->isPlaying(), playing);
+            QCOMPARE(s.client.playerProperty("PlaybackStatus").toString(), status);
+            QTRY_COMPARE(s.listener.last("PlaybackStatus").toString(), status);
+        }
+        s.client.player("Play");
+        s.client.player("Stop");
+        QTRY_COMPARE(s.listener.last("PlaybackStatus").toString(), QString("Stopped"));
 
         // Playing and looping from the window are announced too.
-        editor.model->togglePlayback(); // Space in the window
-        QTRY_COMPARE(listener.last("PlaybackStatus").toString(), QString("Playing"));
-        editor.model->loopPlayback();
-        QTRY_COMPARE(listener.last("LoopStatus").toString(), QString("Track"));
+        s.editor.model->togglePlayback(); // Space in the window
+        QTRY_COMPARE(s.listener.last("PlaybackStatus").toString(), QString("Playing"));
+        s.editor.model->loopPlayback();
+        QTRY_COMPARE(s.listener.last("LoopStatus").toString(), QString("Track"));
     }
 
     void nextSelectsTheFollowingTrackAndAnnouncesItsMetadata() {
         REQUIRE_PRIVATE_BUS();
-        Editor editor;
-        MprisService service(*editor.model);
-        Client client;
-        ChangeListener listener;
-        QVERIFY(client.listen(listener));
-        QCOMPARE(client.property(MprisService::playerInterface, "CanGoPrevious").toBool(), false);
-        QCOMPARE(client.property(MprisService::playerInterface, "CanGoNext").toBool(), true);
+        Session s;
+        QVERIFY(s.client.listen(s.listener));
+        QCOMPARE(s.client.playerProperty("CanGoPrevious").toBool(), false);
+        QCOMPARE(s.client.playerProperty("CanGoNext").toBool(), true);
 
-        client.call(MprisService::playerInterface, "Next");
-        QCOMPARE(editor.model->activeTrack(), editor.second);
-        QTRY_VERIFY(listener.last("Metadata").isValid());
-        QCOMPARE(unmarshalled(listener.last("Metadata")).value("xesam:title").toString(),
+        s.client.player("Next");
+        QCOMPARE(s.editor.model->activeTrack(), s.editor.second);
+        QTRY_VERIFY(s.listener.last("Metadata").isValid());
+        QCOMPARE(unmarshalled(s.listener.last("Metadata")).value("xesam:title").toString(),
                  QString("stereo"));
-        QCOMPARE(listener.last("CanGoNext").toBool(), false);
-        QCOMPARE(listener.last("CanGoPrevious").toBool(), true);
+        QCOMPARE(s.listener.last("CanGoNext").toBool(), false);
+        QCOMPARE(s.listener.last("CanGoPrevious").toBool(), true);
 
         // At the end of the list Next does nothing.
-        client.call(MprisService::playerInterface, "Next");
-        QCOMPARE(editor.model->activeTrack(), editor.second);
-        client.call(MprisService::playerInterface, "Previous");
-        QCOMPARE(editor.model->activeTrack(), editor.first);
+        s.client.player("Next");
+        QCOMPARE(s.editor.model->activeTrack(), s.editor.second);
+        s.client.player("Previous");
+        QCOMPARE(s.editor.model->activeTrack(), s.editor.first);
     }
 
     void anUnchangedStateIsNotAnnouncedAgain() {
         REQUIRE_PRIVATE_BUS();
-        Editor editor;
-        MprisService service(*editor.model);
-        Client client;
-        ChangeListener listener;
-        QVERIFY(client.listen(listener));
-        client.call(MprisService::playerInterface, "Play");
-        QTRY_COMPARE(listener.changes.size(), 1);
+        Session s;
+        QVERIFY(s.client.listen(s.listener));
+        s.client.player("Play");
+        QTRY_COMPARE(s.listener.changes.size(), 1);
         // Playing again, and a track added after the active one, change nothing the bus sees.
-        client.call(MprisService::playerInterface, "Play");
+        s.client.player("Play");
         auto third = AudioTrack::create(test::fixture("stereo-s24.wav"));
         third->finishLoading(AudioLoader::load(third->url()));
-        editor.model->addTrack(third);
-        client.property(MprisService::playerInterface, "PlaybackStatus"); // a round trip
-        QCOMPARE(listener.changes.size(), 1);
+        s.editor.model->addTrack(third);
+        s.client.playerProperty("PlaybackStatus"); // a round trip
+        QCOMPARE(s.listener.changes.size(), 1);
     }
 
     void setPositionMovesThePlayheadOfTheNamedTrackOnly() {
         REQUIRE_PRIVATE_BUS();
-        Editor editor;
-        MprisService service(*editor.model);
-        Client client;
-        ChangeListener listener;
-        QVERIFY(client.listenForSeeks(listener));
-        const QDBusObjectPath track(service.trackObjectPath());
-        client.call(MprisService::playerInterface, "SetPosition",
-                    {QVariant::fromValue(track), QVariant::fromValue(qlonglong(1'500'000))});
-        QCOMPARE(editor.first->cursor(), 72'000);
-        QCOMPARE(client.property(MprisService::playerInterface, "Position").toLongLong(),
-                 1'500'000LL);
-        QTRY_COMPARE(listener.seeks, QList<qlonglong>{1'500'000});
+        Session s;
+        QVERIFY(s.client.listenForSeeks(s.listener));
+        const auto track = QVariant::fromValue(QDBusObjectPath(s.service.trackObjectPath()));
+        s.client.player("SetPosition", {track, microseconds(1'500'000)});
+        QCOMPARE(s.editor.first->cursor(), 72'000);
+        QCOMPARE(s.client.playerProperty("Position").toLongLong(), 1'500'000LL);
+        QTRY_COMPARE(s.listener.seeks, QList<qlonglong>{1'500'000});
 
         // Another track's id, a negative position and one past the end are ignored.
-        const QDBusObjectPath other("/org/mpris/MediaPlayer2/sonvale/track/other");
-        client.call(MprisService::playerInterface, "SetPosition",
-                    {QVariant::fromValue(other), QVariant::fromValue(qlonglong(500'000))});
-        client.call(MprisService::playerInterface, "SetPosition",
-                    {QVariant::fromValue(track), QVariant::fromValue(qlonglong(-1))});
-        client.call(MprisService::playerInterface, "SetPosition",
-                    {QVariant::fromValue(track), QVariant::fromValue(qlonglong(3'000'001))});
-        QCOMPARE(editor.first->cursor(), 72'000);
-        QCOMPARE(listener.seeks.size(), 1);
+        const auto other =
+            QVariant::fromValue(QDBusObjectPath("/org/mpris/MediaPlayer2/sonvale/track/other"));
+        s.client.player("SetPosition", {other, microseconds(500'000)});
+        s.client.player("SetPosition", {track, microseconds(-1)});
+        s.client.player("SetPosition", {track, microseconds(3'000'001)});
+        QCOMPARE(s.editor.first->cursor(), 72'000);
+        QCOMPARE(s.listener.seeks.size(), 1);
     }
 
     void seekMovesByAnOffsetAndStopsAtTheStart() {
         REQUIRE_PRIVATE_BUS();
-        Editor editor;
-        MprisService service(*editor.model);
-        Client client;
-        editor.first->setCursor(48'000);
-        client.call(MprisService::playerInterface, "Seek",
-                    {QVariant::fromValue(qlonglong(500'000))});
-        QCOMPARE(editor.first->cursor(), 72'000);
-        client.call(MprisService::playerInterface, "Seek",
-                    {QVariant::fromValue(qlonglong(-10'000'000))});
-        QCOMPARE(editor.first->cursor(), 0);
+        Session s;
+        s.editor.first->setCursor(48'000);
+        s.client.player("Seek", {microseconds(500'000)});
+        QCOMPARE(s.editor.first->cursor(), 72'000);
+        s.client.player("Seek", {microseconds(-10'000'000)});
+        QCOMPARE(s.editor.first->cursor(), 0);
         // Past the end goes on to the next track.
-        client.call(MprisService::playerInterface, "Seek",
-                    {QVariant::fromValue(qlonglong(10'000'000))});
-        QCOMPARE(editor.model->activeTrack(), editor.second);
+        s.client.player("Seek", {microseconds(10'000'000)});
+        QCOMPARE(s.editor.model->activeTrack(), s.editor.second);
     }
 
     void theRateIsOneOfThePlaybackSpeeds() {
         REQUIRE_PRIVATE_BUS();
-        Editor editor;
-        MprisService service(*editor.model);
-        Client client;
-        QCOMPARE(client.property(MprisService::playerInterface, "MinimumRate").toDouble(), 0.5);
-        QCOMPARE(client.property(MprisService::playerInterface, "MaximumRate").toDouble(), 2.0);
-        client.call(propertiesInterface, "Set",
-                    {QString(MprisService::playerInterface), QString("Rate"),
-                     QVariant::fromValue(QDBusVariant(1.4))});
-        QCOMPARE(editor.model->playbackRate(), 1.5f);
-        QCOMPARE(client.property(MprisService::playerInterface, "Rate").toDouble(), 1.5);
+        Session s;
+        QCOMPARE(s.client.playerProperty("MinimumRate").toDouble(), 0.5);
+        QCOMPARE(s.client.playerProperty("MaximumRate").toDouble(), 2.0);
+        s.client.call(propertiesInterface, "Set",
+                      {QString(MprisService::playerInterface), QString("Rate"),
+                       QVariant::fromValue(QDBusVariant(1.4))});
+        QCOMPARE(s.editor.model->playbackRate(), 1.5f);
+        QCOMPARE(s.client.playerProperty("Rate").toDouble(), 1.5);
     }
 };
 

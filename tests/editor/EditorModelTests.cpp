@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <random>
 #include <tuple>
 
@@ -32,6 +33,13 @@ struct Editor {
         executor.drain(); // the loudness measurement every new audio gets
         return track;
     }
+    // Mono noise tracks named "a", "b", ...; the last one ends up selected.
+    template <size_t N> std::array<AudioTrackPtr, N> addTracks() {
+        std::array<AudioTrackPtr, N> tracks;
+        for (size_t i = 0; i < N; ++i)
+            tracks[i] = add(makeNoise(48000, 1, 100), std::string(1, char('a' + i)));
+        return tracks;
+    }
 };
 
 std::vector<float> channel(const AudioTrack& track, int c) {
@@ -40,13 +48,17 @@ std::vector<float> channel(const AudioTrack& track, int c) {
 
 } // namespace
 
+// Each test gets an editor and a folder of its own.
+class EditorModelTest : public ::testing::Test {
+protected:
+    Editor e;
+    TempFolder folder;
+};
+
 // ---- track list ----------------------------------------------------------------------------
 
-TEST(EditorModel, ActiveTrackIsTheFirstSelectedInListOrder) {
-    Editor e;
-    auto a = e.add(makeNoise(48000, 1, 100), "a");
-    auto b = e.add(makeNoise(48000, 1, 100), "b");
-    auto c = e.add(makeNoise(48000, 1, 100), "c");
+TEST_F(EditorModelTest, ActiveTrackIsTheFirstSelectedInListOrder) {
+    const auto [a, b, c] = e.addTracks<3>();
     e.model.setSelectedTrackIDs({c->id(), b->id(), Uuid::random()});
     EXPECT_EQ(e.model.activeTrack(), b);
     EXPECT_EQ(e.model.selectedTrackIDs().size(), 2u); // the unknown id is left out
@@ -55,11 +67,8 @@ TEST(EditorModel, ActiveTrackIsTheFirstSelectedInListOrder) {
     EXPECT_EQ(e.model.undoMenuTitle(), "Undo");
 }
 
-TEST(EditorModel, SelectAdjacentTrackStopsAtTheEndsAndSelectsOnlyThatTrack) {
-    Editor e;
-    auto a = e.add(makeNoise(48000, 1, 100), "a");
-    auto b = e.add(makeNoise(48000, 1, 100), "b");
-    auto c = e.add(makeNoise(48000, 1, 100), "c");
+TEST_F(EditorModelTest, SelectAdjacentTrackStopsAtTheEndsAndSelectsOnlyThatTrack) {
+    const auto [a, b, c] = e.addTracks<3>();
     const struct {
         std::set<Uuid> selected;
         int step;
@@ -75,12 +84,8 @@ TEST(EditorModel, SelectAdjacentTrackStopsAtTheEndsAndSelectsOnlyThatTrack) {
     }
 }
 
-TEST(EditorModel, RemovingTheSelectedTrackSelectsTheOneThatTookItsPlace) {
-    Editor e;
-    auto a = e.add(makeNoise(48000, 1, 100), "a");
-    auto b = e.add(makeNoise(48000, 1, 100), "b");
-    auto c = e.add(makeNoise(48000, 1, 100), "c");
-    auto d = e.add(makeNoise(48000, 1, 100), "d");
+TEST_F(EditorModelTest, RemovingTheSelectedTrackSelectsTheOneThatTookItsPlace) {
+    const auto [a, b, c, d] = e.addTracks<4>();
     e.model.setSelectedTrackIDs({b->id()});
     int signals = 0;
     e.model.selectionChanged.connect([&] { ++signals; });
@@ -97,11 +102,8 @@ TEST(EditorModel, RemovingTheSelectedTrackSelectsTheOneThatTookItsPlace) {
     EXPECT_TRUE(e.model.selectedTrackIDs().empty());
 }
 
-TEST(EditorModel, ReorderingPutsNamedTracksFirstAndKeepsTheRestInOrder) {
-    Editor e;
-    auto a = e.add(makeNoise(48000, 1, 100), "a");
-    auto b = e.add(makeNoise(48000, 1, 100), "b");
-    auto c = e.add(makeNoise(48000, 1, 100), "c");
+TEST_F(EditorModelTest, ReorderingPutsNamedTracksFirstAndKeepsTheRestInOrder) {
+    const auto [a, b, c] = e.addTracks<3>();
     int changes = 0;
     e.model.tracksChanged.connect([&] { ++changes; });
     e.model.reorderTracks({c->id(), Uuid::random(), a->id(), c->id()});
@@ -115,8 +117,7 @@ TEST(EditorModel, ReorderingPutsNamedTracksFirstAndKeepsTheRestInOrder) {
 
 // ---- copy, cut, delete ---------------------------------------------------------------------
 
-TEST(EditorModel, CopyKeepsRateAndEveryChannelAndAnEmptySelectionKeepsTheClipboard) {
-    Editor e;
+TEST_F(EditorModelTest, CopyKeepsRateAndEveryChannelAndAnEmptySelectionKeepsTheClipboard) {
     auto track = e.add(makeRamp(44100, 3, 1000));
     track->select(100, 110, false);
     e.model.copySelection();
@@ -130,7 +131,7 @@ TEST(EditorModel, CopyKeepsRateAndEveryChannelAndAnEmptySelectionKeepsTheClipboa
     EXPECT_EQ(e.model.clipboard()->length(), 10);
 }
 
-TEST(EditorModel, CutAndDeleteRemoveTheSelectionAndOnlyCutCopiesIt) {
+TEST_F(EditorModelTest, CutAndDeleteRemoveTheSelectionAndOnlyCutCopiesIt) {
     for (const bool cut : {true, false}) {
         SCOPED_TRACE(cut ? "cut" : "delete");
         Editor e;
@@ -154,7 +155,7 @@ TEST(EditorModel, CutAndDeleteRemoveTheSelectionAndOnlyCutCopiesIt) {
 }
 
 // Taking everything away, by any command, is refused with the command's alert.
-TEST(EditorModel, EditsThatWouldEmptyTheTrackFailWithAnAlertAndChangeNothing) {
+TEST_F(EditorModelTest, EditsThatWouldEmptyTheTrackFailWithAnAlertAndChangeNothing) {
     const struct {
         std::string title;
         void (*run)(EditorModel&);
@@ -180,8 +181,7 @@ TEST(EditorModel, EditsThatWouldEmptyTheTrackFailWithAnAlertAndChangeNothing) {
     }
 }
 
-TEST(EditorModel, RecordingTrackIsCopiedFromButNotEditedAndTrimBeeps) {
-    Editor e;
+TEST_F(EditorModelTest, RecordingTrackIsCopiedFromButNotEditedAndTrimBeeps) {
     auto audio = makeNoise(48000, 1, 1000);
     auto track = e.add(audio);
     track->setIsRecording(true);
@@ -200,8 +200,7 @@ TEST(EditorModel, RecordingTrackIsCopiedFromButNotEditedAndTrimBeeps) {
     EXPECT_FALSE(track->undoStack().canUndo());
 }
 
-TEST(EditorModel, CommandsWithoutAnActiveTrackDoNothing) {
-    Editor e;
+TEST_F(EditorModelTest, CommandsWithoutAnActiveTrackDoNothing) {
     e.model.setClipboard(makeClip(48000, {{0.1f}}));
     e.model.copySelection();
     e.model.cutSelection();
@@ -216,7 +215,7 @@ TEST(EditorModel, CommandsWithoutAnActiveTrackDoNothing) {
 
 // ---- paste ---------------------------------------------------------------------------------
 
-TEST(EditorModel, PasteInsertsAtTheCursorOrReplacesTheSelectionAndSelectsWhatItPasted) {
+TEST_F(EditorModelTest, PasteInsertsAtTheCursorOrReplacesTheSelectionAndSelectsWhatItPasted) {
     const struct {
         std::optional<FrameRange> selected; // else the cursor stands at 400
         int64_t frames;
@@ -244,8 +243,7 @@ TEST(EditorModel, PasteInsertsAtTheCursorOrReplacesTheSelectionAndSelectsWhatItP
     }
 }
 
-TEST(EditorModel, PastingFortyFourPointOneIntoFortyEightFailsNamingBothRates) {
-    Editor e;
+TEST_F(EditorModelTest, PastingFortyFourPointOneIntoFortyEightFailsNamingBothRates) {
     auto source = e.add(makeNoise(44100, 2, 1000), "source");
     source->select(0, 100, false);
     e.model.copySelection();
@@ -259,43 +257,31 @@ TEST(EditorModel, PastingFortyFourPointOneIntoFortyEightFailsNamingBothRates) {
     EXPECT_FALSE(target->undoStack().canUndo());
 }
 
-TEST(EditorModel, PasteMatchesTheClipToTheTracksChannels) {
-    Editor e;
-    // mono into stereo: the channel is copied into both
-    auto stereo = e.add(makeAudio(48000, {std::vector<float>(4, 0.f), std::vector<float>(4, 0.f)}));
-    e.model.setClipboard(makeClip(48000, {{0.5f, 0.25f}}));
-    stereo->setCursor(4);
-    e.model.paste();
-    EXPECT_EQ(channel(*stereo, 0), (std::vector<float>{0, 0, 0, 0, 0.5f, 0.25f}));
-    EXPECT_EQ(channel(*stereo, 1), (std::vector<float>{0, 0, 0, 0, 0.5f, 0.25f}));
-
-    // stereo into mono: averaged
-    auto mono = e.add(makeAudio(48000, {std::vector<float>(2, 0.f)}));
-    e.model.setClipboard(makeClip(48000, {{0.5f}, {0.25f}}));
-    mono->setCursor(0);
-    e.model.paste();
-    EXPECT_EQ(channel(*mono, 0), (std::vector<float>{0.375f, 0, 0}));
-
-    // three channels into stereo: the third is dropped
-    auto stereo2 =
-        e.add(makeAudio(48000, {std::vector<float>(1, 0.f), std::vector<float>(1, 0.f)}));
-    e.model.setClipboard(makeClip(48000, {{0.1f}, {0.2f}, {0.3f}}));
-    e.model.paste();
-    EXPECT_EQ(channel(*stereo2, 0)[0], 0.1f);
-    EXPECT_EQ(channel(*stereo2, 1)[0], 0.2f);
-
-    // stereo into three channels: the last one repeats
-    auto three = e.add(makeAudio(48000, {{0.f}, {0.f}, {0.f}}));
-    e.model.setClipboard(makeClip(48000, {{0.1f}, {0.2f}}));
-    e.model.paste();
-    EXPECT_EQ(channel(*three, 2)[0], 0.2f);
-    EXPECT_FALSE(e.model.alert());
+// Pasted at the start: a mono clip goes into both channels, stereo into mono is averaged, a
+// third channel is dropped and the last one repeats into a third.
+TEST_F(EditorModelTest, PasteMatchesTheClipToTheTracksChannels) {
+    using Channels = std::vector<std::vector<float>>;
+    const struct {
+        Channels track, clip, expected;
+    } cases[] = {{{{0, 0}, {0, 0}}, {{0.5f, 0.25f}}, {{0.5f, 0.25f, 0, 0}, {0.5f, 0.25f, 0, 0}}},
+                 {{{0, 0}}, {{0.5f}, {0.25f}}, {{0.375f, 0, 0}}},
+                 {{{0}, {0}}, {{0.1f}, {0.2f}, {0.3f}}, {{0.1f, 0}, {0.2f, 0}}},
+                 {{{0}, {0}, {0}}, {{0.1f}, {0.2f}}, {{0.1f, 0}, {0.2f, 0}, {0.2f, 0}}}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.clip.size() << " into " << c.track.size());
+        Editor e;
+        auto track = e.add(makeAudio(48000, c.track));
+        e.model.setClipboard(makeClip(48000, c.clip));
+        track->setCursor(0);
+        e.model.paste();
+        EXPECT_EQ(samplesOf(*track->audio()), c.expected);
+        EXPECT_FALSE(e.model.alert());
+    }
 }
 
 // ---- trim ----------------------------------------------------------------------------------
 
-TEST(EditorModel, TrimCutsBothEndsAsOneUndoStep) {
-    Editor e;
+TEST_F(EditorModelTest, TrimCutsBothEndsAsOneUndoStep) {
     auto original = makeRamp(48000, 2, 1000);
     auto track = e.add(original);
     track->setMarkers({{Uuid::random(), "m", 500, std::nullopt}});
@@ -321,7 +307,7 @@ TEST(EditorModel, TrimCutsBothEndsAsOneUndoStep) {
     EXPECT_EQ(track->undoStack().undoCount(), 1u);
 }
 
-TEST(EditorModel, TrimAtEitherEndMakesOneCutOnly) {
+TEST_F(EditorModelTest, TrimAtEitherEndMakesOneCutOnly) {
     for (const FrameRange kept : {FrameRange{0, 600}, FrameRange{400, 1000}}) {
         SCOPED_TRACE(kept.lower);
         Editor e;
@@ -349,8 +335,7 @@ TrackSnapshot capture(const AudioTrack& track) {
 }
 } // namespace
 
-TEST(EditorModel, RandomEditsUndoneRestoreTheOriginalAndRedoneRestoreTheEdit) {
-    Editor e;
+TEST_F(EditorModelTest, RandomEditsUndoneRestoreTheOriginalAndRedoneRestoreTheEdit) {
     auto track = e.add(makeNoise(48000, 2, 3000, 5));
     track->setMarkers(
         {{Uuid::random(), "Intro", 100, 900}, {Uuid::random(), "Marker 1", 1500, std::nullopt}});
@@ -404,8 +389,7 @@ TEST(EditorModel, RandomEditsUndoneRestoreTheOriginalAndRedoneRestoreTheEdit) {
     EXPECT_FALSE(e.model.alert());
 }
 
-TEST(EditorModel, UndoFollowsTheActiveTrack) {
-    Editor e;
+TEST_F(EditorModelTest, UndoFollowsTheActiveTrack) {
     auto a = e.add(makeNoise(48000, 1, 1000), "a");
     a->select(0, 10, false);
     e.model.cutSelection();
@@ -423,8 +407,7 @@ TEST(EditorModel, UndoFollowsTheActiveTrack) {
 
 // ---- alerts ----------------------------------------------------------------------------------
 
-TEST(EditorModel, NewAlertReplacesTheOneShown) {
-    Editor e;
+TEST_F(EditorModelTest, NewAlertReplacesTheOneShown) {
     int signals = 0;
     e.model.alertChanged.connect([&] { ++signals; });
     e.model.showAlert({"Cut failed", "one"});
@@ -438,9 +421,7 @@ TEST(EditorModel, NewAlertReplacesTheOneShown) {
 
 // ---- new track from selection ---------------------------------------------------------------
 
-TEST(EditorModel, NewTrackThatCannotBeWrittenShowsAnAlert) {
-    Editor e;
-    TempFolder folder;
+TEST_F(EditorModelTest, NewTrackThatCannotBeWrittenShowsAnAlert) {
     writeText(folder / "blocker", "a file where the recordings folder should be");
     e.preferences.setRecordingsFolderPath((folder / "blocker/recordings").string());
     auto track = e.add(makeNoise(48000, 1, 1000));
@@ -454,10 +435,9 @@ TEST(EditorModel, NewTrackThatCannotBeWrittenShowsAnAlert) {
     EXPECT_EQ(e.model.tracks().size(), 1u);
 }
 
-TEST(EditorModel, WorkFinishingAfterTheModelIsGoneIsDropped) {
+TEST_F(EditorModelTest, WorkFinishingAfterTheModelIsGoneIsDropped) {
     ManualExecutor executor;
     Preferences preferences;
-    TempFolder folder;
     preferences.setRecordingsFolderPath((folder / "blocker/x").string());
     writeText(folder / "blocker", "");
     {
@@ -476,9 +456,7 @@ TEST(EditorModel, WorkFinishingAfterTheModelIsGoneIsDropped) {
 
 // ---- loading ---------------------------------------------------------------------------------
 
-TEST(EditorModel, TrackThatCannotBeDecodedShowsWhyInItsState) {
-    Editor e;
-    TempFolder folder;
+TEST_F(EditorModelTest, TrackThatCannotBeDecodedShowsWhyInItsState) {
     auto track = AudioTrack::create(folder / "missing.wav");
     e.model.addTrack(track);
     e.model.load(track);
@@ -493,9 +471,7 @@ TEST(EditorModel, TrackThatCannotBeDecodedShowsWhyInItsState) {
     EXPECT_FALSE(track->audio());
 }
 
-TEST(EditorModel, ASessionDocumentAmongOpenedFilesOpensAsTheDocument) {
-    Editor e;
-    TempFolder folder;
+TEST_F(EditorModelTest, ASessionDocumentAmongOpenedFilesOpensAsTheDocument) {
     const auto url = folder / "Show.SONVALE";
     SessionBundle::write({}, {}, true, std::nullopt, {}, {}, std::nullopt, url);
     const auto opened = e.model.open({url / "", folder / "other.sonvale"});
@@ -507,8 +483,7 @@ TEST(EditorModel, ASessionDocumentAmongOpenedFilesOpensAsTheDocument) {
 
 // ---- export ----------------------------------------------------------------------------------
 
-TEST(EditorModel, ExportNeedsAnIdleActiveTrackWithAudio) {
-    Editor e;
+TEST_F(EditorModelTest, ExportNeedsAnIdleActiveTrackWithAudio) {
     EXPECT_FALSE(e.model.canExport());
     auto loading = AudioTrack::create("/music/loading.wav");
     e.model.addTrack(loading);
@@ -526,9 +501,7 @@ TEST(EditorModel, ExportNeedsAnIdleActiveTrackWithAudio) {
     EXPECT_FALSE(e.model.canExportRegions());
 }
 
-TEST(EditorModel, FailedExportClearsProgressAndShowsExportFailed) {
-    Editor e;
-    TempFolder folder;
+TEST_F(EditorModelTest, FailedExportClearsProgressAndShowsExportFailed) {
     writeText(folder / "blocker", "");
     auto track = e.add(makeNoise(48000, 1, 1000));
     std::vector<std::optional<double>> seen;
@@ -561,23 +534,22 @@ std::vector<std::string> relativeNames(const std::vector<AudioTrackPtr>& tracks,
     return names;
 }
 
+// Copies fixture `name` to `to`, making the folders on the way.
+void place(const char* name, const std::filesystem::path& to) {
+    std::filesystem::create_directories(to.parent_path());
+    std::filesystem::copy_file(sonvale::test::fixture(name), to);
+}
+
 } // namespace
 
-TEST(EditorModel, OpeningAFolderTreeFindsVisibleAudioFilesInPathOrder) {
-    Editor e;
-    TempFolder folder;
+TEST_F(EditorModelTest, OpeningAFolderTreeFindsVisibleAudioFilesInPathOrder) {
     const auto tree = folder / "tree";
-    std::filesystem::create_directories(tree / "b");
-    std::filesystem::create_directories(tree / ".cache");
-    std::filesystem::create_directories(tree / "Old.sonvale/Audio");
-    std::filesystem::copy_file(sonvale::test::fixture("stereo-s16.wav"), tree / "b/second.wav");
-    std::filesystem::copy_file(sonvale::test::fixture("stereo.flac"), tree / "A.flac");
-    std::filesystem::copy_file(sonvale::test::fixture("mono.mp3"), tree / "c.MP3");
-    std::filesystem::copy_file(sonvale::test::fixture("noise.wav"), tree / "d-noise.wav");
-    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), tree / ".hidden.wav");
-    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), tree / ".cache/inner.wav");
-    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"),
-                               tree / "Old.sonvale/Audio/take.wav");
+    place("stereo-s16.wav", tree / "b/second.wav");
+    place("stereo.flac", tree / "A.flac");
+    place("mono.mp3", tree / "c.MP3");
+    place("noise.wav", tree / "d-noise.wav");
+    for (const char* skipped : {".hidden.wav", ".cache/inner.wav", "Old.sonvale/Audio/take.wav"})
+        place("mono.wav", tree / skipped);
     writeText(tree / "notes.txt", "not audio");
     writeText(tree / "cover.jpg", "not audio either");
     std::filesystem::create_symlink(tree / "gone.wav", tree / "dangling.wav");
@@ -606,10 +578,8 @@ TEST(EditorModel, OpeningAFolderTreeFindsVisibleAudioFilesInPathOrder) {
     EXPECT_FALSE(opened[3]->audio());
 }
 
-TEST(EditorModel, FilesGivenByNameAndInsideGivenFoldersOpenOnce) {
-    Editor e;
-    TempFolder folder;
-    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), folder / "one.wav");
+TEST_F(EditorModelTest, FilesGivenByNameAndInsideGivenFoldersOpenOnce) {
+    place("mono.wav", folder / "one.wav");
     writeText(folder / "readme.md", "x");
     const auto opened = e.model.open({folder / "one.wav", folder.path(), folder / "readme.md"});
     EXPECT_EQ(opened.size(), 1u);
@@ -617,22 +587,17 @@ TEST(EditorModel, FilesGivenByNameAndInsideGivenFoldersOpenOnce) {
     EXPECT_EQ(e.model.tracks().size(), 1u);
 }
 
-TEST(EditorModel, UnreadableEntriesInAFolderArePassedOver) {
+TEST_F(EditorModelTest, UnreadableEntriesInAFolderArePassedOver) {
     if (geteuid() == 0) GTEST_SKIP() << "permissions don't stop the superuser from reading";
-    Editor e;
-    TempFolder folder;
-    std::filesystem::create_directories(folder / "locked");
-    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), folder / "locked/inside.wav");
-    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), folder / "closed.wav");
-    std::filesystem::copy_file(sonvale::test::fixture("mono.wav"), folder / "open.wav");
+    for (const char* name : {"locked/inside.wav", "closed.wav", "open.wav"})
+        place("mono.wav", folder / name);
     std::filesystem::permissions(folder / "locked", std::filesystem::perms::none);
     std::filesystem::permissions(folder / "closed.wav", std::filesystem::perms::none);
     const auto opened = e.model.open({folder.path()});
     EXPECT_EQ(relativeNames(opened, folder.path()), std::vector<std::string>{"open.wav"});
 }
 
-TEST(EditorModel, LoadingReportsRisingProgressOnTheMainThreadThenReady) {
-    Editor e;
+TEST_F(EditorModelTest, LoadingReportsRisingProgressOnTheMainThreadThenReady) {
     auto track = AudioTrack::create(sonvale::test::fixture("stereo-s16.wav"));
     track->updateWidth(1000);
     e.model.addTrack(track);
@@ -656,8 +621,7 @@ TEST(EditorModel, LoadingReportsRisingProgressOnTheMainThreadThenReady) {
     EXPECT_DOUBLE_EQ(track->viewport().samplesPerPoint, 144);
 }
 
-TEST(EditorModel, TrackRemovedWhileLoadingIsLeftAlone) {
-    Editor e;
+TEST_F(EditorModelTest, TrackRemovedWhileLoadingIsLeftAlone) {
     auto opened = e.model.open({sonvale::test::fixture("stereo-s16.wav")});
     ASSERT_EQ(opened.size(), 1u);
     std::weak_ptr<AudioTrack> weak = opened[0];
@@ -668,9 +632,7 @@ TEST(EditorModel, TrackRemovedWhileLoadingIsLeftAlone) {
     EXPECT_TRUE(e.model.tracks().empty());
 }
 
-TEST(EditorModel, NewTrackFromSelectionCarriesSamplesMarkersAndGain) {
-    Editor e;
-    TempFolder folder;
+TEST_F(EditorModelTest, NewTrackFromSelectionCarriesSamplesMarkersAndGain) {
     e.preferences.setRecordingsFolderPath((folder / "Recordings").string());
     auto source = e.add(makeNoise(44100, 2, 10000, 3), "Interview");
     source->setMarkers({{Uuid::random(), "before", 100, std::nullopt},
@@ -703,9 +665,7 @@ TEST(EditorModel, NewTrackFromSelectionCarriesSamplesMarkersAndGain) {
     EXPECT_FALSE(made->undoStack().canUndo());
 }
 
-TEST(EditorModel, NewTracksStartedTogetherGetDistinctFiles) {
-    Editor e;
-    TempFolder folder;
+TEST_F(EditorModelTest, NewTracksStartedTogetherGetDistinctFiles) {
     e.preferences.setRecordingsFolderPath(folder.path().string());
     writeText(folder / "take (selection).wav", "already there");
     auto source = e.add(makeNoise(48000, 1, 1000));
@@ -720,9 +680,7 @@ TEST(EditorModel, NewTracksStartedTogetherGetDistinctFiles) {
     EXPECT_FALSE(e.model.alert());
 }
 
-TEST(EditorModel, WholeTrackExportMarksTheRevisionItStartedFrom) {
-    Editor e;
-    TempFolder folder;
+TEST_F(EditorModelTest, WholeTrackExportMarksTheRevisionItStartedFrom) {
     auto track = e.add(makeNoise(48000, 2, 200000));
     track->select(0, 10, false);
     e.model.deleteSelection();
@@ -752,9 +710,7 @@ TEST(EditorModel, WholeTrackExportMarksTheRevisionItStartedFrom) {
     EXPECT_FALSE(track->hasUnexportedEdits());
 }
 
-TEST(EditorModel, SelectionExportWritesTheSelectionWithGainAndLeavesTheRevision) {
-    Editor e;
-    TempFolder folder;
+TEST_F(EditorModelTest, SelectionExportWritesTheSelectionWithGainAndLeavesTheRevision) {
     std::vector<float> ramp(1000);
     for (size_t i = 0; i < ramp.size(); ++i)
         ramp[i] = float(i) / 1000.0f;
@@ -770,9 +726,7 @@ TEST(EditorModel, SelectionExportWritesTheSelectionWithGainAndLeavesTheRevision)
     EXPECT_NEAR(written->samples(0)[299], 1.0f, 1e-4);
 }
 
-TEST(EditorModel, RegionsExportAsOneFileEachNamedAfterTrackAndRegion) {
-    Editor e;
-    TempFolder folder;
+TEST_F(EditorModelTest, RegionsExportAsOneFileEachNamedAfterTrackAndRegion) {
     auto track = e.add(makeNoise(48000, 1, 48000), "Track");
     track->setMarkers({{Uuid::random(), "Intro", 0, 1000},
                        {Uuid::random(), "intro", 2000, 2500},

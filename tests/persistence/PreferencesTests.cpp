@@ -31,10 +31,8 @@ void expectDefaults(const Preferences& p) {
     EXPECT_FALSE(p.followsSystemAppearance());
     EXPECT_EQ(p.lightCanvasTheme(), CanvasThemeID::nativeLight);
     EXPECT_EQ(p.darkCanvasTheme(), CanvasThemeID::classic);
-    EXPECT_EQ(p.spectrogramSettings(), SpectrogramSettings{});
-    EXPECT_EQ(p.spectrogramSettings().fftSize, 2048);
-    EXPECT_EQ(p.spectrogramSettings().colorMap, SpectrogramColorMap::inferno);
-    EXPECT_TRUE(p.spectrogramSettings().logFrequency);
+    EXPECT_EQ(p.spectrogramSettings(),
+              (SpectrogramSettings{2048, SpectrogramColorMap::inferno, true}));
     EXPECT_TRUE(p.snapToZeroCrossings());
     EXPECT_FALSE(p.customLoudnessTarget());
     EXPECT_FALSE(p.recordingsFolderPath());
@@ -293,17 +291,15 @@ TEST(Preferences, CanvasThemeFollowsTheAppearanceOnlyWhenAskedTo) {
 
 TEST(Preferences, StorePathIsUnderTheXDGConfigFolder) {
     ScopedEnvironment home("HOME", "/home/someone");
-    {
-        ScopedEnvironment xdg("XDG_CONFIG_HOME", "/tmp/cfg");
-        EXPECT_EQ(Preferences::standardStorePath(), "/tmp/cfg/sonvale/preferences.json");
+    const std::string inHome = "/home/someone/.config/sonvale/preferences.json";
+    const std::pair<std::optional<std::string>, std::string> cases[] = {
+        {"/tmp/cfg", "/tmp/cfg/sonvale/preferences.json"},
+        {"relative/cfg", inHome},
+        {std::nullopt, inHome}};
+    for (const auto& [xdgValue, expected] : cases) {
+        ScopedEnvironment xdg("XDG_CONFIG_HOME", xdgValue);
+        EXPECT_EQ(Preferences::standardStorePath(), expected) << xdgValue.value_or("(unset)");
     }
-    {
-        ScopedEnvironment xdg("XDG_CONFIG_HOME", "relative/cfg");
-        EXPECT_EQ(Preferences::standardStorePath(),
-                  "/home/someone/.config/sonvale/preferences.json");
-    }
-    ScopedEnvironment xdg("XDG_CONFIG_HOME", std::nullopt);
-    EXPECT_EQ(Preferences::standardStorePath(), "/home/someone/.config/sonvale/preferences.json");
 }
 
 TEST(Preferences, DefaultRecordingsFolderIsTheConfiguredMusicFolderOrMusicInHome) {
@@ -329,17 +325,11 @@ TEST(Preferences, DefaultRecordingsFolderIsTheConfiguredMusicFolderOrMusicInHome
 
 // ---- base64 ------------------------------------------------------------------------------
 
-TEST(Preferences, BookmarkDataSurvivesBase64) {
-    for (size_t n = 0; n < 8; ++n) {
-        std::vector<uint8_t> data;
-        for (size_t i = 0; i < n; ++i)
-            data.push_back(uint8_t(i * 97 + 3));
+TEST_F(PreferencesFile, BookmarkDataSurvivesBase64AndTextThatIsNotBase64IsNotSet) {
+    std::vector<uint8_t> data;
+    for (size_t n = 0; n < 8; data.push_back(uint8_t(n++ * 97 + 3)))
         EXPECT_EQ(base64Decode(base64Encode(data)), data);
-    }
     EXPECT_EQ(base64Encode({'f', 'o', 'o', 'b'}), "Zm9vYg==");
-}
-
-TEST_F(PreferencesFile, BookmarkThatIsNotBase64IsNotSet) {
     for (const char* text : {"Zm9vYg=", "Zm9v!g==", "Zm=vYg==", "Zg==Zg=="}) {
         store({{"lastSessionDocument", text}});
         EXPECT_FALSE(Preferences(file).lastDocumentBookmark()) << text;
