@@ -79,23 +79,32 @@ void EditorModel::splitClipsAtCursor() { timelineModel->splitClips(timelineModel
 
 void EditorModel::placeTrack(const Uuid& trackID, std::optional<FrameRange> range,
                              std::optional<Uuid> laneID, int64_t frame) {
-    const auto track = this->track(trackID);
-    if (!track || !track->audio() || track->frameCount() == 0) return;
-    const FrameRange part = range.value_or(FrameRange{0, track->frameCount()});
-    if (part.upper <= part.lower) return;
+    if (const auto track = this->track(trackID))
+        placeOnTimeline(*track, range, laneID, frame, placeTrackTitle,
+                        std::string("Can't ") + placeTrackTitle);
+}
+
+bool EditorModel::placeOnTimeline(const AudioTrack& track, std::optional<FrameRange> range,
+                                  std::optional<Uuid> laneID, int64_t frame,
+                                  const std::string& actionName, const std::string& failureTitle) {
+    if (!track.audio() || track.frameCount() == 0) return false;
+    const FrameRange part = range.value_or(FrameRange{0, track.frameCount()});
+    if (part.upper <= part.lower) return false;
     Timeline& timeline = *timelineModel;
-    if (timeline.frameCount() == 0) timeline.setSampleRate(track->sampleRate());
+    if (timeline.frameCount() == 0) timeline.setSampleRate(track.sampleRate());
     UndoStack& undo = timeline.undoStack();
-    undo.beginGroup(placeTrackTitle);
+    undo.beginGroup(actionName);
     try {
-        const Uuid lane = timeline.lane(laneID) ? *laneID : timeline.addLane(track->name()).id;
-        timeline.insertCopy({Uuid::random(), track->name(), track->audio(), part.lower,
-                             part.length(), 0, 0, 0, track->id()},
-                            lane, frame, placeTrackTitle);
+        const Uuid lane = timeline.lane(laneID) ? *laneID : timeline.addLane(track.name()).id;
+        timeline.insertCopy({Uuid::random(), track.name(), track.audio(), part.lower, part.length(),
+                             0, 0, 0, track.id()},
+                            lane, frame, actionName);
         undo.endGroup();
+        return true;
     } catch (const std::exception& error) {
         undo.cancelGroup();
-        showAlert({std::string("Can't ") + placeTrackTitle, userMessage(error)});
+        showAlert({failureTitle, userMessage(error)});
+        return false;
     }
 }
 

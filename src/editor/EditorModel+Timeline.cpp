@@ -94,24 +94,9 @@ bool EditorModel::canAddToTimeline() const {
 void EditorModel::addToTimeline() {
     if (!canAddToTimeline()) return;
     const auto track = activeTrack();
-    const FrameRange range = track->selection().value_or(FrameRange{0, track->frameCount()});
-    if (range.upper <= range.lower) return;
-    Timeline& timeline = *timelineModel;
-    if (timeline.frameCount() == 0) timeline.setSampleRate(track->sampleRate());
-    UndoStack& undo = timeline.undoStack();
-    undo.beginGroup(addToTimelineTitle);
-    try {
-        const Uuid lane = timeline.addLane(track->name()).id;
-        timeline.insertCopy({Uuid::random(), track->name(), track->audio(), range.lower,
-                             range.length(), 0, 0, 0, track->id()},
-                            lane, timeline.cursor(), addToTimelineTitle);
-        undo.endGroup();
-    } catch (const std::exception& error) {
-        undo.cancelGroup();
-        showAlert({"Can't add to the timeline", userMessage(error)});
-        return;
-    }
-    setShowingTimeline(true);
+    if (placeOnTimeline(*track, track->selection(), std::nullopt, timelineModel->cursor(),
+                        addToTimelineTitle, "Can't add to the timeline"))
+        setShowingTimeline(true);
 }
 
 std::string EditorModel::mixdownHelp() const {

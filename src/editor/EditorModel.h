@@ -501,6 +501,12 @@ private:
     bool attemptEdit(const std::string& actionName, const std::function<void()>& edit);
     // Starts following a track that joined the list (loudness measurement on new audio).
     void watchTrack(const AudioTrackPtr& track);
+    // Places a track's `range` (all of it with none) on `laneID` (a new lane named after the
+    // track when there is no such lane) at `frame`, as one undo step; an empty timeline takes
+    // the track's rate first. A failure shows `failureTitle`'s alert and returns false.
+    bool placeOnTimeline(const AudioTrack& track, std::optional<FrameRange> range,
+                         std::optional<Uuid> laneID, int64_t frame, const std::string& actionName,
+                         const std::string& failureTitle);
     std::filesystem::path reserveNewTrackFile(const std::filesystem::path& folder,
                                               const std::string& name);
 
