@@ -122,6 +122,22 @@ void applyToWholeFile(const std::string& input, const std::string& output,
     }
 }
 
+// Only `rangeText` of the file is processed; the rest is copied around it.
+void applyToRange(const std::string& input, const std::string& output, const std::string& rangeText,
+                  const std::vector<EffectSetup>& setups) {
+    DecodeReport report;
+    auto audio = AudioLoader::load(input, {}, &report);
+    warnAboutDamage(input, report, audio->sampleRate);
+    FrameRange range = parseRange(rangeText, *audio, input);
+    if (range.isEmpty()) throw UsageError{"\"" + input + "\" has no audio to process"};
+
+    auto chain = makeChain(setups);
+    auto render = chain.renderProcessor(audio->sampleRate, audio->channelCount());
+    auto tail = EffectRenderer::tailFrames(render.tailSeconds, audio->sampleRate);
+    auto rendered = EffectRenderer::render(*audio, range, tail, *render.processor);
+    AudioExporter::writeLossless(spliced(*audio, range, std::move(rendered)), output);
+}
+
 } // namespace
 
 int apply(const Arguments& args) {
@@ -155,21 +171,15 @@ int apply(const Arguments& args) {
         throw UsageError{"usage: apply IN -o OUT [--range START:END] --effect "
                          "KIND[@PRESET][,NAME=VALUE...] [--effect ...]"};
 
-    if (!rangeText) {
-        applyToWholeFile(*input, *output, setups);
-        return 0;
+    try {
+        if (!rangeText) {
+            applyToWholeFile(*input, *output, setups);
+            return 0;
+        }
+        applyToRange(*input, *output, *rangeText, setups);
+    } catch (...) {
+        rethrowNamingInput(*input);
     }
-    DecodeReport report;
-    auto audio = AudioLoader::load(*input, {}, &report);
-    warnAboutDamage(*input, report, audio->sampleRate);
-    FrameRange range = parseRange(*rangeText, *audio, *input);
-    if (range.isEmpty()) throw UsageError{"\"" + *input + "\" has no audio to process"};
-
-    auto chain = makeChain(setups);
-    auto render = chain.renderProcessor(audio->sampleRate, audio->channelCount());
-    auto tail = EffectRenderer::tailFrames(render.tailSeconds, audio->sampleRate);
-    auto rendered = EffectRenderer::render(*audio, range, tail, *render.processor);
-    AudioExporter::writeLossless(spliced(*audio, range, std::move(rendered)), *output);
     return 0;
 }
 

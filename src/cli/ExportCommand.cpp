@@ -139,7 +139,12 @@ void exportStreamed(const Options& options) {
 } // namespace
 
 int exportCommand(const Arguments& args) {
-    exportStreamed(parse(args));
+    const Options options = parse(args);
+    try {
+        exportStreamed(options);
+    } catch (...) {
+        rethrowNamingInput(options.input);
+    }
     return 0;
 }
 

@@ -1,5 +1,7 @@
 #include "cli/Options.h"
 
+#include "audio/AudioErrors.h"
+
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -8,6 +10,14 @@
 namespace sonvale::cli {
 
 std::string curlyQuoted(const std::string& text) { return "\u201C" + text + "\u201D"; }
+
+void rethrowNamingInput(const std::string& input) {
+    try {
+        throw;
+    } catch (const AudioLoaderError& error) {
+        throw UserError(input + ": " + error.what());
+    }
+}
 
 std::string exportFormatList() {
     std::string list;

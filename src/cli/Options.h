@@ -13,6 +13,9 @@ namespace sonvale::cli {
 // Shared pieces of the commands' argument handling, so every command words its errors alike.
 
 std::string curlyQuoted(const std::string& text);
+// Inside a catch block: rethrows the error being handled, naming `input` in front of it when
+// it is about the input's audio ("in.wav: The file contains no audio.") as `info` does.
+[[noreturn]] void rethrowNamingInput(const std::string& input);
 // "wav16, wav24, aiff16 or aac"
 std::string exportFormatList();
 // --format's value, or a UsageError listing the formats.

@@ -340,11 +340,18 @@ TEST(CliExport, UnreadableInputFullDiskAndImpossiblePathsFailNamingTheFile) {
         {{"export", path("mono.wav"), "-o", (folder / "file.wav" / "x.wav").string()},
          "Couldn't write \u201Cx.wav\u201D: Not a directory"},
         {{"export", path("mono.wav"), "-o", "/dev/full", "--format", "aac"},
-         "Couldn't write \u201Cfull\u201D: No space left on device"}};
+         "Couldn't write \u201Cfull\u201D: No space left on device"},
+        {{"export", path("empty.wav"), "-o", (folder / "x.wav").string()},
+         path("empty.wav") + ": The file contains no audio."},
+        {{"apply", path("empty.wav"), "-o", (folder / "x.wav").string(), "-e", "reverb"},
+         path("empty.wav") + ": The file contains no audio."},
+        {{"apply", path("empty.wav"), "-o", (folder / "x.wav").string(), "-e", "reverb", "--range",
+          "0:10"},
+         path("empty.wav") + ": The file contains no audio."}};
     for (const auto& [args, message] : cases) {
         const CliRun run = cli(args);
         EXPECT_EQ(run.status, 1);
-        EXPECT_EQ(run.err, "sonvale-cli export: " + message + "\n");
+        EXPECT_EQ(run.err, "sonvale-cli " + args[0] + ": " + message + "\n");
     }
 }
 
