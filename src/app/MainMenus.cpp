@@ -199,10 +199,8 @@ void MainMenus::build(QMenu& effectKinds) {
     multitrack->addAction(snap);
     multitrack->addSeparator();
     multitrack->addAction(
-        makeAction(ID::addLane, "addLane", "Add Lane", QKeySequence("Ctrl+Shift+L"), [&m] {
-            const auto& timeline = m.timeline();
-            timeline->addLane("Lane " + std::to_string(timeline->lanes().size() + 1));
-        }));
+        makeAction(ID::addLane, "addLane", "Add Lane", QKeySequence("Ctrl+Shift+L"),
+                   [&m] { m.timeline()->addLane(m.timeline()->nextLaneName()); }));
     multitrack->addAction(makeAction(ID::removeLane, "removeLane", "Remove Lane", {}));
     multitrack->addSeparator();
     multitrack->addAction(

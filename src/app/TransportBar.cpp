@@ -1,5 +1,6 @@
 #include "app/TransportBar.h"
 
+#include "app/ChannelControls.h"
 #include "app/DurationText.h"
 #include "app/LevelMeterWidget.h"
 #include "audio/Loudness.h"
@@ -75,20 +76,14 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     gainSlider->setRange(-300, 300);
     gainSlider->setFixedWidth(110);
     gainSlider->setToolTip("Gain applied on playback and export");
-    // A drag is one undo step: the group opens when the handle is pressed.
     connect(gainSlider, &QSlider::valueChanged, this, [this](int tenths) {
         if (auto track = this->model.activeTrack())
             track->changeGain(float(tenths) / 10.0f, "Gain");
     });
-    connect(gainSlider, &QSlider::sliderPressed, this, [this] {
-        if (auto track = this->model.activeTrack()) {
-            gainTrack = track;
-            track->undoStack().beginGroup("Gain");
-        }
-    });
-    connect(gainSlider, &QSlider::sliderReleased, this, [this] {
-        if (auto track = gainTrack.lock()) track->undoStack().endGroup();
-        gainTrack.reset();
+    // A drag is one undo step in the active track's history.
+    new DragStep(gainSlider, [this]() -> std::shared_ptr<UndoStack> {
+        const auto track = this->model.activeTrack();
+        return track ? std::shared_ptr<UndoStack>(track, &track->undoStack()) : nullptr;
     });
     gainLabel = new QLabel(this);
     gainLabel->setObjectName("gainText");

@@ -3,7 +3,6 @@
 #include "app/SignalConnections.h"
 
 #include <QWidget>
-#include <memory>
 
 class QLabel;
 class QSlider;
@@ -11,7 +10,6 @@ class QToolButton;
 
 namespace sonvale {
 
-class AudioTrack;
 class EditorModel;
 class LevelMeterWidget;
 
@@ -45,7 +43,6 @@ private:
     QToolButton* normalizeButton = nullptr;
     LevelMeterWidget* outputMeter = nullptr;
     QToolButton* exportButton = nullptr;
-    std::weak_ptr<AudioTrack> gainTrack; // the track whose gain the slider drag changes
     SignalConnections trackConnections;
     SignalConnections modelConnections;
 };

@@ -4,6 +4,8 @@
 
 namespace sonvale {
 
+std::string Timeline::nextLaneName() const { return firstFreeName("Lane ", content.lanes); }
+
 int Timeline::nextLaneColor() const {
     std::set<int> used;
     for (const auto& lane : content.lanes)

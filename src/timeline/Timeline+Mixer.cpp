@@ -6,14 +6,7 @@
 
 namespace sonvale {
 
-std::string Timeline::nextBusName() const {
-    for (int number = 1;; ++number) {
-        std::string name = "Bus " + std::to_string(number);
-        if (std::none_of(content.buses.begin(), content.buses.end(),
-                         [&](const TimelineBus& bus) { return bus.name == name; }))
-            return name;
-    }
-}
+std::string Timeline::nextBusName() const { return firstFreeName("Bus ", content.buses); }
 
 TimelineBus Timeline::addBus() {
     TimelineBus bus;

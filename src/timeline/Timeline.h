@@ -14,6 +14,7 @@
 
 #include <sigc++/signal.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
@@ -105,6 +106,9 @@ public:
     // ---- lanes (Timeline+Lanes.cpp)
     // "Add Lane": a new lane at the bottom feeding the master, in the first free colour.
     TimelineLane addLane(const std::string& name);
+    // "Lane N" for the smallest N from 1 that no lane is named (the name of an added empty
+    // lane).
+    std::string nextLaneName() const;
     // The first colour no lane has; with all eight taken, the lane count modulo eight.
     int nextLaneColor() const;
     void renameLane(const Uuid& laneID, const std::string& name);
@@ -247,6 +251,9 @@ private:
     void registerRestore(const std::string& actionName, Content saved);
     void restoreContent(Content saved);
     void announce(bool mixToo);
+    // `prefix` followed by the smallest number from 1 that none of `items` is named.
+    template <typename Items>
+    static std::string firstFreeName(const std::string& prefix, const Items& items);
     TimelineLane* findLane(const Uuid& laneID);
     // The clip and its lane, in `content`.
     std::pair<TimelineLane*, TimelineClip*> findClip(const Uuid& clipID);
@@ -276,6 +283,16 @@ private:
 };
 
 using TimelinePtr = std::shared_ptr<Timeline>;
+
+template <typename Items>
+std::string Timeline::firstFreeName(const std::string& prefix, const Items& items) {
+    for (int number = 1;; ++number) {
+        std::string name = prefix + std::to_string(number);
+        if (std::none_of(items.begin(), items.end(),
+                         [&](const auto& item) { return item.name == name; }))
+            return name;
+    }
+}
 
 template <typename Change> bool Timeline::edit(const std::string& actionName, Change&& change) {
     Content before = content;

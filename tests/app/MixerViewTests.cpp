@@ -1,3 +1,4 @@
+#include "app/ChannelControls.h"
 #include "app/LevelMeterWidget.h"
 #include "app/MultitrackHarness.h"
 #include "app/effects/EffectsPanel.h"

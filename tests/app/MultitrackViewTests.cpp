@@ -1,3 +1,4 @@
+#include "app/ChannelControls.h"
 #include "app/MultitrackHarness.h"
 #include "app/timeline/LaneHeader.h"
 #include "app/timeline/TimelineView.h"
@@ -249,7 +250,7 @@ private Q_SLOTS:
         // The button under the lanes adds one; Remove Lane removes the one last touched.
         QTest::mouseClick(h.view.addButton(), Qt::LeftButton);
         QCOMPARE(h.timeline.lanes().size(), size_t(3));
-        QCOMPARE(h.timeline.lanes()[2].name, std::string("Lane 3"));
+        QCOMPARE(h.timeline.lanes()[2].name, std::string("Lane 1"));
         h.trigger(ActionID::removeLane);
         QCOMPARE(h.timeline.lanes().size(), size_t(2));
         QCOMPARE(h.timeline.lanes()[1].id, first);

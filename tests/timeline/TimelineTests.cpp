@@ -232,6 +232,9 @@ TEST(Timeline, BusesAreNumberedFromTheFirstGapAndRemovingOneFeedsItsLanesToTheMa
     EXPECT_EQ(a.timeline->addBus().name, "Bus 1");
     a.timeline->setOutput(a.lane, Uuid::random()); // no such bus: the master
     EXPECT_EQ(a.timeline->lanes()[0].output, std::nullopt);
+    // Empty lanes are numbered the same way.
+    a.timeline->renameLane(a.lane, "Lane 1");
+    EXPECT_EQ(a.timeline->nextLaneName(), "Lane 2");
 }
 
 TEST(Timeline, TrackUsageAndRemovingATracksClipsWithTheLanesAndBusesLeftEmpty) {

@@ -1,5 +1,6 @@
 #include "app/timeline/LaneHeader.h"
 
+#include "app/ChannelControls.h"
 #include "app/LevelMeterWidget.h"
 #include "app/timeline/TimelineView.h"
 #include "timeline/Timeline.h"
@@ -7,7 +8,6 @@
 #include <QComboBox>
 #include <QContextMenuEvent>
 #include <QGridLayout>
-#include <QGuiApplication>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -24,22 +24,6 @@ namespace {
 QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 constexpr int gainSteps = 10; // slider steps per decibel
-
-QString gainText(float dB) { return QString::asprintf("Gain %+.1f dB", double(dB)); }
-
-QString panText(float pan) {
-    const int amount = int(std::lround(std::fabs(pan) * 100));
-    if (amount == 0) return "Pan: centre";
-    return QString("Pan: %1 % %2").arg(amount).arg(pan < 0 ? "left" : "right");
-}
-
-// Makes a slider drag one undo step: the group opens on press and closes on release.
-void groupWhileDragged(QSlider* slider, Timeline& timeline, const char* actionName) {
-    QObject::connect(slider, &QSlider::sliderPressed, slider,
-                     [&timeline, actionName] { timeline.undoStack().beginGroup(actionName); });
-    QObject::connect(slider, &QSlider::sliderReleased, slider,
-                     [&timeline] { timeline.undoStack().endGroup(); });
-}
 
 } // namespace
 
@@ -72,21 +56,17 @@ LaneHeader::LaneHeader(Timeline& timeline, const Uuid& laneID, QWidget* parent)
         name->clearFocus();
     });
 
-    onOff = new QToolButton(this);
-    onOff->setCheckable(true);
-    onOff->setAutoRaise(true);
+    onOff = new ChannelSwitch(this);
     onOff->setFixedSize(36, 20);
-    connect(onOff, &QToolButton::clicked, this, [this] {
-        const bool only = QGuiApplication::keyboardModifiers() & Qt::AltModifier;
-        this->timeline.toggleLane(id, only);
-    });
+    connect(onOff, &ChannelSwitch::clicked, this,
+            [this] { this->timeline.toggleLane(id, onOff->takeAlt()); });
 
     gain = new QSlider(Qt::Horizontal, this);
     gain->setRange(-60 * gainSteps, 12 * gainSteps);
     gain->setPageStep(3 * gainSteps);
     connect(gain, &QSlider::valueChanged, this,
             [this](int value) { this->timeline.setLaneGain(id, float(value) / gainSteps); });
-    groupWhileDragged(gain, timeline, "Lane Gain");
+    new DragStep(gain, historyOf(timeline));
 
     pan = new QSlider(Qt::Horizontal, this);
     pan->setRange(-100, 100);
@@ -94,7 +74,7 @@ LaneHeader::LaneHeader(Timeline& timeline, const Uuid& laneID, QWidget* parent)
     pan->setFixedWidth(70);
     connect(pan, &QSlider::valueChanged, this,
             [this](int value) { this->timeline.setLanePan(id, float(value) / 100); });
-    groupWhileDragged(pan, timeline, "Lane Pan");
+    new DragStep(pan, historyOf(timeline));
 
     output = new QComboBox(this);
     output->setToolTip("Where the lane plays: the master or a bus");
@@ -129,19 +109,18 @@ void LaneHeader::sync(const TimelineLane& lane) {
         onOff->setChecked(!lane.isMuted);
     }
     onOff->setText(lane.isMuted ? "Off" : "On");
-    onOff->setToolTip(lane.isMuted ? "Turn this lane on (Alt-click: hear only this lane)"
-                                   : "Turn this lane off (Alt-click: hear only this lane)");
+    onOff->setToolTip(ChannelSwitch::laneToolTip(!lane.isMuted));
     if (!gain->isSliderDown()) {
         const QSignalBlocker block(gain);
         gain->setValue(int(std::lround(lane.gainDB * gainSteps)));
     }
-    gain->setToolTip(gainText(lane.gainDB));
-    gainLabel->setText(QString::asprintf("%+.1f dB", double(lane.gainDB)));
+    gain->setToolTip("Gain " + gainText(lane.gainDB));
+    gainLabel->setText(gainText(lane.gainDB));
     if (!pan->isSliderDown()) {
         const QSignalBlocker block(pan);
         pan->setValue(int(std::lround(lane.pan * 100)));
     }
-    pan->setToolTip(panText(lane.pan));
+    pan->setToolTip("Pan " + panText(lane.pan));
     fillOutputs(lane);
     update();
 }

@@ -9,10 +9,10 @@ class QComboBox;
 class QLabel;
 class QLineEdit;
 class QSlider;
-class QToolButton;
 
 namespace sonvale {
 
+class ChannelSwitch;
 class LevelMeterWidget;
 class Timeline;
 struct TimelineLane;
@@ -32,7 +32,7 @@ public:
     // One meter frame: the lane's peaks heard by `heardBy` (its `row` is its meter slot).
     void refreshMeter(int row, int64_t heardBy, double now);
 
-    QToolButton* switchButton() const { return onOff; }
+    ChannelSwitch* switchButton() const { return onOff; }
     QSlider* gainSlider() const { return gain; }
     QSlider* panSlider() const { return pan; }
     QComboBox* outputBox() const { return output; }
@@ -54,7 +54,7 @@ private:
     Uuid id;
     int colorIndex = 0;
     QLineEdit* name = nullptr;
-    QToolButton* onOff = nullptr;
+    ChannelSwitch* onOff = nullptr;
     QSlider* gain = nullptr;
     QLabel* gainLabel = nullptr;
     QSlider* pan = nullptr;

@@ -1,5 +1,6 @@
 #include "app/timeline/MixerStrip.h"
 
+#include "app/ChannelControls.h"
 #include "app/LevelMeterWidget.h"
 #include "app/timeline/TimelineView.h"
 #include "editor/EditorModel.h"
@@ -51,42 +52,6 @@ private:
     std::function<void()> reset;
 };
 
-// Makes one undo step of a slider's drag: what it writes while the mouse holds it goes into
-// one group of the timeline's history.
-class DragStep : public QObject {
-public:
-    DragStep(QSlider* slider, UndoStack& undo)
-        : QObject(slider)
-        , undo(undo) {
-        connect(slider, &QSlider::sliderPressed, this, [this] {
-            if (open) return;
-            this->undo.beginGroup();
-            open = true;
-        });
-        connect(slider, &QSlider::sliderReleased, this, [this] { finish(); });
-    }
-    ~DragStep() override { finish(); }
-
-private:
-    void finish() {
-        if (!open) return;
-        open = false;
-        undo.endGroup();
-    }
-    UndoStack& undo;
-    bool open = false;
-};
-
-QString gainText(float gainDB) {
-    return QString::asprintf("%+.1f dB", double(gainDB)).replace('-', QChar(0x2212));
-}
-
-QString panText(float pan) {
-    const int percent = int(std::lround(std::fabs(pan) * 100));
-    if (percent == 0) return "C";
-    return (pan < 0 ? "L" : "R") + QString::number(percent);
-}
-
 QIcon swatch(const QColor& color) {
     QPixmap pixmap(14, 14);
     pixmap.fill(color);
@@ -105,21 +70,6 @@ QHBoxLayout* addRow(QVBoxLayout* column, QWidget* parent) {
 }
 
 } // namespace
-
-ChannelSwitch::ChannelSwitch(QWidget* parent)
-    : QToolButton(parent) {
-    setCheckable(true);
-    setObjectName("channelSwitch");
-    setStyleSheet("QToolButton { padding: 1px 6px; }"
-                  "QToolButton:checked { background: #3d9a52; color: white; border-radius: 3px; }");
-}
-
-bool ChannelSwitch::takeAlt() { return std::exchange(alt, false); }
-
-void ChannelSwitch::mouseReleaseEvent(QMouseEvent* event) {
-    alt = event->modifiers().testFlag(Qt::AltModifier);
-    QToolButton::mouseReleaseEvent(event);
-}
 
 MixerStrip::MixerStrip(EditorModel& model, Kind kind, std::optional<Uuid> id, bool minimized,
                        QWidget* parent)
@@ -217,7 +167,7 @@ void MixerStrip::buildFull() {
         pan->setRange(-100, 100);
         pan->setPageStep(10);
         pan->setToolTip("Pan (double-click: centre)");
-        new DragStep(pan, timeline.undoStack());
+        new DragStep(pan, historyOf(timeline));
         connect(pan, &QSlider::valueChanged, this,
                 [this](int value) { timeline.setLanePan(*channelID, float(value) / 100); });
         panLabel = new QLabel(this);
@@ -272,7 +222,7 @@ void MixerStrip::buildFull() {
     gainFader->setTickPosition(QSlider::TicksLeft);
     gainFader->setTickInterval(60);
     gainFader->setToolTip("Gain (double-click: 0 dB)");
-    new DragStep(gainFader, timeline.undoStack());
+    new DragStep(gainFader, historyOf(timeline));
     connect(gainFader, &QSlider::valueChanged, this,
             [this](int value) { writeGain(float(value) / 10); });
     faderRow->addStretch();
@@ -367,8 +317,7 @@ void MixerStrip::sync(const Timeline& t) {
         power->setChecked(on);
         power->setText(on ? "On" : "Off");
         if (stripKind == Kind::lane)
-            power->setToolTip(on ? "Turn this lane off (Alt-click: hear only this lane)"
-                                 : "Turn this lane on (Alt-click: hear only this lane)");
+            power->setToolTip(ChannelSwitch::laneToolTip(on));
         else
             power->setToolTip(on ? "Turn this bus off" : "Turn this bus on");
     }

@@ -14,24 +14,10 @@ class QSlider;
 
 namespace sonvale {
 
+class ChannelSwitch;
 class EditorModel;
 class LevelMeterWidget;
 class Timeline;
-
-// The on/off switch of a lane or bus strip. It remembers whether Alt was held on the click
-// that triggered it (Alt-click hears only this lane).
-class ChannelSwitch : public QToolButton {
-public:
-    explicit ChannelSwitch(QWidget* parent = nullptr);
-    // Alt was held when the button was last clicked with the mouse; cleared by reading it.
-    bool takeAlt();
-
-protected:
-    void mouseReleaseEvent(QMouseEvent* event) override;
-
-private:
-    bool alt = false;
-};
 
 // One strip of the mixer: a lane (name, output, pan, on/off), a bus (name to rename, colour,
 // on/off, effects, remove) or the master (effects); each with its fader and level meter.

@@ -1,6 +1,7 @@
 #include "app/timeline/TimelineView.h"
 
 #include "app/DurationText.h"
+#include "app/LevelMeterWidget.h"
 #include "app/timeline/LaneHeader.h"
 #include "editor/EditorModel.h"
 #include "engine/PlaybackEngine.h"
@@ -13,7 +14,6 @@
 #include <QTimer>
 #include <QToolButton>
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <vector>
 
@@ -56,9 +56,8 @@ TimelineView::TimelineView(EditorModel& model, QWidget* parent)
     addLaneButton->setText("+ Add Lane");
     addLaneButton->setAutoRaise(true);
     addLaneButton->setToolTip("Add an empty lane (Ctrl+Shift+L)");
-    connect(addLaneButton, &QToolButton::clicked, this, [this] {
-        lastLane = timeline.addLane("Lane " + std::to_string(timeline.lanes().size() + 1)).id;
-    });
+    connect(addLaneButton, &QToolButton::clicked, this,
+            [this] { lastLane = timeline.addLane(timeline.nextLaneName()).id; });
     meterTimer = new QTimer(this);
     meterTimer->setInterval(33);
     connect(meterTimer, &QTimer::timeout, this, [this] { refreshMeters(); });
@@ -229,8 +228,7 @@ void TimelineView::syncScrollBars() {
 // While the timeline plays, each lane header's meter follows its lane; afterwards the meters
 // fall to the floor and the timer stops.
 void TimelineView::refreshMeters() {
-    const double now =
-        std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+    const double now = LevelMeterWidget::clockSeconds();
     const int64_t latency = model.isPlaying() ? model.player().latencyFrames() : 0;
     const int64_t heardBy = timeline.meters()->mixedFrames() - latency;
     const auto& lanes = timeline.lanes();
