@@ -37,6 +37,8 @@ enum class ActionID {
     zoomToFit,
     verticalZoomIn,
     verticalZoomOut,
+    showTrackList,
+    showInspector,
     // Markers
     addMarker,
     previousMarker,
@@ -65,6 +67,7 @@ enum class ActionID {
     applyEffects,
     closeEffects,
     // Help
+    keyboardShortcuts,
     about,
 };
 

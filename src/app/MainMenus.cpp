@@ -142,6 +142,16 @@ void MainMenus::build(QMenu& effectKinds) {
                                QKeySequence("Ctrl+Alt+=")));
     view->addAction(makeAction(ID::verticalZoomOut, "verticalZoomOut", "Vertical Zoom Out",
                                QKeySequence("Ctrl+Alt+-")));
+    view->addSeparator();
+    // The panels beside the views; the window remembers them and steps them aside when narrow.
+    for (auto [id, name, title, key] :
+         {std::tuple{ID::showTrackList, "showTrackList", "Track List", "Ctrl+Alt+1"},
+          std::tuple{ID::showInspector, "showInspector", "Inspector and Markers", "Ctrl+Alt+2"}}) {
+        QAction* panel = makeAction(id, name, title, QKeySequence(key));
+        panel->setCheckable(true);
+        panel->setChecked(true);
+        view->addAction(panel);
+    }
 
     QMenu* markerMenu = bar->addMenu("&Markers");
     markerMenu->addAction(makeAction(ID::addMarker, "addMarker", "Add Marker at Playhead",
@@ -221,6 +231,8 @@ void MainMenus::build(QMenu& effectKinds) {
                                       [&m] { m.closeEffects(); }));
 
     QMenu* help = bar->addMenu("&Help");
+    help->addAction(makeAction(ID::keyboardShortcuts, "keyboardShortcuts", "Keyboard Shortcuts",
+                               QKeySequence("Ctrl+/")));
     help->addAction(makeAction(ID::about, "about", "About Sonvale", {}));
 }
 

@@ -104,7 +104,12 @@ private:
 // ---- sessions ---------------------------------------------------------------------------------
 
 void MainWindow::refreshTitle() {
-    setWindowTitle(qs(model.documentName()) + "[*]");
+    // The file the editor shows, then the session: "take.wav — Untitled Session".
+    QString title = qs(model.documentName()) + "[*]";
+    if (auto track = model.activeTrack(); track && !model.isShowingTimeline())
+        title = QString::fromStdString(track->url().filename().string()) +
+                QString::fromUtf8(" \u2014 ") + title;
+    setWindowTitle(title);
     setWindowModified(model.needsSaving());
 }
 
@@ -128,6 +133,30 @@ void MainWindow::askToRemoveTracks(const TrackRemovalQuestion& question) {
         currentQuestion = nullptr;
         if (box->clickedButton() == remove || box->clickedButton() == keep)
             model.removeTracks(ids, box->clickedButton() == remove);
+    });
+    box->open();
+}
+
+void MainWindow::askAboutClipping(const ClippingQuestion& question) {
+    if (currentQuestion) return;
+    auto* box = new QMessageBox(this);
+    box->setObjectName("clippingQuestion");
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setIcon(QMessageBox::Warning);
+    box->setWindowTitle(qs(question.title));
+    box->setText(qs(question.title));
+    box->setInformativeText(qs(question.message));
+    QPushButton* limit = box->addButton(ClippingQuestion::limitTitle, QMessageBox::AcceptRole);
+    limit->setObjectName("limitPeaks");
+    QPushButton* clean = box->addButton(qs(question.cleanTitle), QMessageBox::AcceptRole);
+    clean->setObjectName("stopAtCleanGain");
+    box->addButton(QMessageBox::Cancel);
+    box->setDefaultButton(limit);
+    currentQuestion = box;
+    connect(box, &QMessageBox::finished, this, [this, box, limit, clean, question] {
+        currentQuestion = nullptr;
+        if (box->clickedButton() == limit) model.limitPeaksForLoudness(question);
+        if (box->clickedButton() == clean) model.normalizeToCleanGain();
     });
     box->open();
 }

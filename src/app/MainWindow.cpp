@@ -1,10 +1,12 @@
 #include "app/MainWindow.h"
 
 #include "app/AboutDialog.h"
+#include "app/Appearance.h"
 #include "app/InspectorPanel.h"
 #include "app/MainMenus.h"
 #include "app/MarkerPanel.h"
 #include "app/SettingsDialog.h"
+#include "app/ShortcutsDialog.h"
 #include "app/StatusBar.h"
 #include "app/TrackList.h"
 #include "app/TransportBar.h"
@@ -14,11 +16,16 @@
 #include "app/timeline/TimelineView.h"
 #include "audio/ExportOptions.h"
 #include "editor/EditorModel.h"
+#include "persistence/Preferences.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDataStream>
+#include <QDesktopServices>
 #include <QDockWidget>
 #include <QDragEnterEvent>
 #include <QDropEvent>
@@ -26,15 +33,21 @@
 #include <QFileInfo>
 #include <QFormLayout>
 #include <QGridLayout>
+#include <QHBoxLayout>
 #include <QLabel>
+#include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPointer>
 #include <QPushButton>
+#include <QScreen>
+#include <QScrollArea>
 #include <QSplitter>
 #include <QStackedWidget>
+#include <QStatusBar>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <algorithm>
 #include <utility>
 
 namespace sonvale {
@@ -75,6 +88,54 @@ QWidget* makeExportAccessory(ExportOptions& options, bool offerRange, QWidget* p
     return box;
 }
 
+// Gives every alert and question of the program room for a sentence or two per line: Qt's
+// message boxes otherwise wrap short texts into a narrow column.
+class MessageBoxWidth final : public QObject {
+public:
+    using QObject::QObject;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() != QEvent::Show) return false;
+        auto* box = qobject_cast<QMessageBox*>(watched);
+        if (!box) return false;
+        const QScreen* screen = box->screen();
+        for (const char* name : {"qt_msgbox_label", "qt_msgbox_informativelabel"}) {
+            auto* label = box->findChild<QLabel*>(name);
+            if (!label) continue;
+            int width = label->fontMetrics().averageCharWidth() * 56;
+            if (screen) width = std::min(width, screen->availableGeometry().width() / 2);
+            label->setMinimumWidth(width);
+        }
+        return false;
+    }
+};
+
+// Opens the file manager at `path`, with the file selected where the file manager can do that.
+void showInFileManager(const std::filesystem::path& path) {
+    const QString file = QString::fromStdString(path.string());
+    QDBusMessage call = QDBusMessage::createMethodCall("org.freedesktop.FileManager1",
+                                                       "/org/freedesktop/FileManager1",
+                                                       "org.freedesktop.FileManager1", "ShowItems");
+    call << QStringList{QUrl::fromLocalFile(file).toString()} << QString();
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(call, QDBus::Block, 2000);
+    if (reply.type() == QDBusMessage::ReplyMessage) return;
+    const QFileInfo info(file);
+    QDesktopServices::openUrl(QUrl::fromLocalFile(info.isDir() ? file : info.absolutePath()));
+}
+
+// The export dialogs choose the format in their accessory, so the dialog's own file type row
+// would only repeat it; and they open wide enough for the file list's columns.
+void fitExportDialog(QFileDialog* dialog, QWidget* window) {
+    for (const char* name : {"fileTypeCombo", "fileTypeLabel"})
+        if (auto* row = dialog->findChild<QWidget*>(name)) row->hide();
+    dialog->setViewMode(QFileDialog::Detail);
+    QSize size(920, 560);
+    if (const QScreen* screen = window->screen())
+        size = size.boundedTo(screen->availableGeometry().size() * 9 / 10);
+    dialog->resize(size);
+}
+
 } // namespace
 
 const char* const MainWindow::audioFilesFilter =
@@ -84,6 +145,8 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     : QMainWindow(parent)
     , model(model) {
     setWindowIcon(applicationIcon());
+    qApp->installEventFilter(new MessageBoxWidth(this));
+    appearance::apply(model.preferences());
     setAcceptDrops(true);
     resize(1200, 720);
 
@@ -104,29 +167,39 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     multitrackPage->addWidget(mixer);
     multitrackPage->setStretchFactor(0, 1);
     views->addWidget(multitrackPage);
+    views->addWidget(buildStartPage());
     transport = new TransportBar(model, this);
     connect(transport, &TransportBar::exportRequested, this, [this] { presentExportPanel(); });
 
-    auto* split = new QSplitter(Qt::Horizontal, this);
-    split->addWidget(tracks);
-    split->addWidget(views);
-    split->setStretchFactor(1, 1);
-    split->setSizes({220, 1040 + split->handleWidth()});
+    panes = new QSplitter(Qt::Horizontal, this);
+    panes->setObjectName("panes");
+    panes->setChildrenCollapsible(false);
+    panes->addWidget(tracks);
+    panes->addWidget(views);
+    panes->setStretchFactor(1, 1);
+    panes->setSizes({220, 1040 + panes->handleWidth()});
     // The transport bar spans the window above the list and the views.
     auto* main = new QWidget(this);
     auto* column = new QVBoxLayout(main);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
     column->addWidget(transport);
-    column->addWidget(split, 1);
+    column->addWidget(panes, 1);
     setCentralWidget(main);
 
-    // The effects panel docks beside the canvas while a chain is open.
+    // The effects panel docks under the views while a chain is open. It scrolls inside the
+    // dock rather than growing it, so the window keeps its size whatever effect shows.
     effects = new EffectsPanel(model, this);
     effects->setObjectName("effectsPanel");
     effectsDock = new QDockWidget("Effects", this);
     effectsDock->setObjectName("effectsDock");
-    effectsDock->setWidget(effects);
+    auto* effectsScroller = new QScrollArea(effectsDock);
+    effectsScroller->setObjectName("effectsScroller");
+    effectsScroller->setWidgetResizable(true);
+    effectsScroller->setFrameShape(QFrame::NoFrame);
+    effectsScroller->setWidget(effects);
+    effectsScroller->setMinimumHeight(120);
+    effectsDock->setWidget(effectsScroller);
     effectsDock->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable);
     addDockWidget(Qt::BottomDockWidgetArea, effectsDock);
     effectsDock->hide();
@@ -138,12 +211,24 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     menus = new MainMenus(model, *this, *effects->addMenu());
     connectCommands();
     setStatusBar(new StatusBar(model, this));
+    showExportButton = new QPushButton("Show in Folder", this);
+    showExportButton->setObjectName("showExported");
+    showExportButton->setFlat(true);
+    showExportButton->hide();
+    statusBar()->addPermanentWidget(showExportButton);
+    connect(showExportButton, &QPushButton::clicked, this, [this] { showInFileManager(exported); });
+    connect(statusBar(), &QStatusBar::messageChanged, this, [this](const QString& text) {
+        if (text.isEmpty()) showExportButton->hide();
+    });
     // Right-click on the list offers what applies to the selected tracks.
     tracks->setContextMenuPolicy(Qt::ActionsContextMenu);
     for (ActionID id : {ActionID::locateMissing, ActionID::removeTracks, ActionID::exportAudio})
         tracks->addAction(action(id));
     observeModel();
     model.windowPicture = [this] { return windowPicture(); };
+    for (ActionID id : {ActionID::showTrackList, ActionID::showInspector})
+        connect(action(id), &QAction::toggled, this, [this] { fitPanels(); });
+    restoreLayout();
     refreshTitle();
 }
 
@@ -153,7 +238,7 @@ MainWindow::~MainWindow() { model.windowPicture = nullptr; }
 QWidget* MainWindow::buildSingleTrackEditor() {
     waveform = new WaveformCanvas(model, this);
     waveform->setObjectName("waveformCanvas");
-    waveform->setMinimumSize(400, 200);
+    waveform->setMinimumSize(320, 200);
     // Under the canvas's message for a track whose file has gone.
     locateButton = new QPushButton(QString::fromUtf8("Locate\u2026"), waveform);
     locateButton->setObjectName("locateButton");
@@ -162,21 +247,23 @@ QWidget* MainWindow::buildSingleTrackEditor() {
     connect(locateButton, &QPushButton::clicked, this, [this] { presentLocateDialog(); });
     waveform->installEventFilter(this);
 
-    auto* side = new QSplitter(Qt::Vertical, this);
-    side->addWidget(new InspectorPanel(model, side));
-    markers = new MarkerPanel(model, side);
+    sidePanel = new QSplitter(Qt::Vertical, this);
+    sidePanel->setObjectName("inspectorAndMarkers");
+    sidePanel->addWidget(new InspectorPanel(model, sidePanel));
+    markers = new MarkerPanel(model, sidePanel);
     connect(markers, &MarkerPanel::exportRegionsRequested, this,
             [this] { presentExportRegionsPanel(); });
-    side->addWidget(markers);
-    side->setMinimumWidth(260);
+    sidePanel->addWidget(markers);
+    sidePanel->setMinimumWidth(220);
 
-    auto* editor = new QSplitter(Qt::Horizontal, this);
-    editor->setObjectName("singleTrackEditor");
-    editor->addWidget(waveform);
-    editor->addWidget(side);
-    editor->setStretchFactor(0, 1);
-    editor->setSizes({760, 280});
-    return editor;
+    editorSplit = new QSplitter(Qt::Horizontal, this);
+    editorSplit->setObjectName("singleTrackEditor");
+    editorSplit->setChildrenCollapsible(false);
+    editorSplit->addWidget(waveform);
+    editorSplit->addWidget(sidePanel);
+    editorSplit->setStretchFactor(0, 1);
+    editorSplit->setSizes({760, 280});
+    return editorSplit;
 }
 
 // The commands whose work is the window's: its dialogs and questions, quitting, the effects
@@ -218,6 +305,12 @@ void MainWindow::connectCommands() {
              effectsDock->show();
              effectsDock->raise();
          }},
+        {ID::keyboardShortcuts,
+         [this] {
+             auto* dialog = new ShortcutsDialog(*menuBar(), this);
+             dialog->setAttribute(Qt::WA_DeleteOnClose);
+             dialog->show();
+         }},
         {ID::about,
          [this] {
              auto* dialog = new AboutDialog(this);
@@ -236,8 +329,12 @@ void MainWindow::connectCommands() {
 
 void MainWindow::observeModel() {
     modelConnections.add(model.alertChanged.connect([this] { showAlert(); }));
-    modelConnections.add(model.effectChainChanged.connect(
-        [this] { effectsDock->setVisible(model.effectChain() != nullptr); }));
+    modelConnections.add(model.effectChainChanged.connect([this] {
+        effectsDock->setVisible(model.effectChain() != nullptr);
+        // Half the window at first; after that the height the user gave it.
+        if (effectsDock->isVisible() && !std::exchange(effectsDockSized, true))
+            resizeDocks({effectsDock}, {std::max(240, height() / 2)}, Qt::Vertical);
+    }));
     modelConnections.add(model.beepRequested.connect([] { QApplication::beep(); }));
     modelConnections.add(model.documentChanged.connect([this] {
         refreshTitle();
@@ -246,12 +343,28 @@ void MainWindow::observeModel() {
             if (!model.needsSaving()) QTimer::singleShot(0, this, [this] { close(); });
         }
     }));
-    auto showView = [this] {
-        views->setCurrentWidget(model.isShowingTimeline() ? static_cast<QWidget*>(multitrackPage)
-                                                          : views->widget(0));
-    };
-    modelConnections.add(model.timelineShowingChanged.connect(showView));
-    showView();
+    modelConnections.add(model.timelineShowingChanged.connect([this] {
+        showCurrentView();
+        refreshTitle();
+    }));
+    modelConnections.add(model.tracksChanged.connect([this] {
+        showCurrentView();
+        refreshTitle();
+    }));
+    modelConnections.add(model.selectionChanged.connect([this] { refreshTitle(); }));
+    modelConnections.add(model.preferences().changed.connect([this](Preferences::Setting setting) {
+        using S = Preferences::Setting;
+        if (setting == S::recentSessions) refreshStartPage();
+        if (setting == S::canvasTheme || setting == S::followsSystemAppearance)
+            appearance::apply(model.preferences());
+    }));
+    modelConnections.add(
+        model.exportFinished.connect([this](const std::filesystem::path& written, size_t count) {
+            showExportFinished(written, count);
+        }));
+    showCurrentView();
+    modelConnections.add(model.clippingQuestionRequested.connect(
+        [this](const ClippingQuestion& question) { askAboutClipping(question); }));
     modelConnections.add(model.trackRemovalRequested.connect(
         [this](const TrackRemovalQuestion& question) { askToRemoveTracks(question); }));
     modelConnections.add(model.documentReplaceRequested.connect([this](std::filesystem::path url) {
@@ -260,6 +373,155 @@ void MainWindow::observeModel() {
             if (self) self->model.openDocumentNow(url);
         });
     }));
+}
+
+void MainWindow::showCurrentView() {
+    QWidget* page = views->widget(0);
+    if (model.isShowingTimeline())
+        page = multitrackPage;
+    else if (model.tracks().empty())
+        page = startPage;
+    views->setCurrentWidget(page);
+}
+
+QWidget* MainWindow::buildStartPage() {
+    startPage = new QWidget(this);
+    startPage->setObjectName("startPage");
+    startPage->setAcceptDrops(false); // drops reach the window, which opens them
+    auto* outer = new QVBoxLayout(startPage);
+    outer->addStretch(2);
+    auto* box = new QWidget(startPage);
+    auto* column = new QVBoxLayout(box);
+    column->setSpacing(10);
+    auto* heading = new QLabel("Drop audio files here", box);
+    QFont big = heading->font();
+    big.setPointSizeF(big.pointSizeF() * 1.6);
+    big.setBold(true);
+    heading->setFont(big);
+    heading->setAlignment(Qt::AlignCenter);
+    column->addWidget(heading);
+    auto* hint = new QLabel(QString::fromUtf8("WAV, AIFF, FLAC, MP3, AAC, Ogg and Opus; a folder "
+                                              "opens the audio files inside it."),
+                            box);
+    hint->setAlignment(Qt::AlignCenter);
+    hint->setWordWrap(true);
+    column->addWidget(hint);
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    for (auto [id, text] : {std::pair{ActionID::open, "Open Audio Files\u2026"},
+                            std::pair{ActionID::openSession, "Open Session\u2026"}}) {
+        auto* button = new QPushButton(QString::fromUtf8(text), box);
+        button->setObjectName(id == ActionID::open ? "startOpen" : "startOpenSession");
+        connect(button, &QPushButton::clicked, this, [this, id] { action(id)->trigger(); });
+        buttons->addWidget(button);
+    }
+    buttons->addStretch(1);
+    column->addLayout(buttons);
+    auto* keys = new QLabel(QString::fromUtf8("Ctrl+O opens files \u00b7 Space plays \u00b7 "
+                                              "Ctrl+/ lists every shortcut"),
+                            box);
+    keys->setAlignment(Qt::AlignCenter);
+    keys->setForegroundRole(QPalette::PlaceholderText);
+    column->addWidget(keys);
+    recentSessions = new QWidget(box);
+    recentSessions->setObjectName("startRecent");
+    new QVBoxLayout(recentSessions);
+    column->addSpacing(12);
+    column->addWidget(recentSessions);
+    box->setMaximumWidth(520);
+    outer->addWidget(box, 0, Qt::AlignHCenter);
+    outer->addStretch(3);
+    refreshStartPage();
+    return startPage;
+}
+
+void MainWindow::refreshStartPage() {
+    auto* list = static_cast<QVBoxLayout*>(recentSessions->layout());
+    while (QLayoutItem* item = list->takeAt(0)) {
+        delete item->widget();
+        delete item;
+    }
+    const auto& recents = model.preferences().recentSessions();
+    recentSessions->setVisible(!recents.empty());
+    if (recents.empty()) return;
+    auto* title = new QLabel("<b>Recent sessions</b>", recentSessions);
+    title->setAlignment(Qt::AlignCenter);
+    list->addWidget(title);
+    for (size_t i = 0; i < std::min<size_t>(recents.size(), 5); ++i) {
+        const QString path = qs(recents[i]);
+        auto* button = new QPushButton(QFileInfo(path).completeBaseName(), recentSessions);
+        button->setFlat(true);
+        button->setToolTip(path);
+        connect(button, &QPushButton::clicked, this,
+                [this, path] { openSession(path.toStdString()); });
+        list->addWidget(button);
+    }
+}
+
+void MainWindow::fitPanels() {
+    if (!menus) return; // a resize while the window is being made
+    // The waveform keeps most of the width: below these widths the inspector, then the list,
+    // step aside until the window is wide again.
+    constexpr int roomForInspector = 1000, roomForList = 720;
+    const int width = this->width();
+    tracks->setVisible(action(ActionID::showTrackList)->isChecked() && width >= roomForList);
+    sidePanel->setVisible(action(ActionID::showInspector)->isChecked() &&
+                          width >= roomForInspector);
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event) {
+    QMainWindow::resizeEvent(event);
+    fitPanels();
+}
+
+namespace {
+constexpr quint32 layoutVersion = 1;
+}
+
+void MainWindow::saveLayout() {
+    QByteArray bytes;
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    out << layoutVersion << saveGeometry() << saveState() << panes->saveState()
+        << editorSplit->saveState() << sidePanel->saveState() << multitrackPage->saveState()
+        << action(ActionID::showTrackList)->isChecked()
+        << action(ActionID::showInspector)->isChecked();
+    model.preferences().setWindowLayout(std::vector<uint8_t>(bytes.begin(), bytes.end()));
+}
+
+void MainWindow::restoreLayout() {
+    const auto& saved = model.preferences().windowLayout();
+    if (!saved) return;
+    const QByteArray bytes(reinterpret_cast<const char*>(saved->data()), qsizetype(saved->size()));
+    QDataStream in(bytes);
+    quint32 version = 0;
+    QByteArray geometry, state, panesState, editorState, sideState, multitrackState;
+    bool listShown = true, inspectorShown = true;
+    in >> version >> geometry >> state >> panesState >> editorState >> sideState >>
+        multitrackState >> listShown >> inspectorShown;
+    if (version != layoutVersion || in.status() != QDataStream::Ok) return;
+    restoreGeometry(geometry);
+    restoreState(state);
+    panes->restoreState(panesState);
+    editorSplit->restoreState(editorState);
+    sidePanel->restoreState(sideState);
+    multitrackPage->restoreState(multitrackState);
+    action(ActionID::showTrackList)->setChecked(listShown);
+    action(ActionID::showInspector)->setChecked(inspectorShown);
+    // The dock's height comes back; whether it shows is the open chain's to say.
+    effectsDock->setVisible(model.effectChain() != nullptr);
+    effectsDockSized = true;
+    fitPanels();
+}
+
+void MainWindow::showExportFinished(const std::filesystem::path& written, size_t count) {
+    exported = written;
+    const QString where = qs(written.string());
+    const QString text =
+        count == 1 ? QString("Exported \u201c%1\u201d to %2")
+                         .arg(QFileInfo(where).fileName(), QFileInfo(where).absolutePath())
+                   : QString("Exported %1 files to %2").arg(count).arg(where);
+    statusBar()->showMessage(text, 30000);
+    showExportButton->show();
 }
 
 QAction* MainWindow::action(ActionID id) const { return menus->action(id); }
@@ -360,6 +622,7 @@ void MainWindow::presentExportPanel() {
     if (auto* grid = qobject_cast<QGridLayout*>(dialog->layout()))
         grid->addWidget(makeExportAccessory(*exportOptions, true, dialog), grid->rowCount(), 0, 1,
                         -1);
+    fitExportDialog(dialog, this);
     currentExportDialog = dialog;
     connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& file) {
         model.exportActiveTrack(file.toStdString(), exportOptions->format(),
@@ -388,6 +651,7 @@ void MainWindow::presentExportRegionsPanel() {
         grid->addWidget(makeExportAccessory(*exportOptions, false, dialog), grid->rowCount(), 0, 1,
                         -1);
     }
+    fitExportDialog(dialog, this);
     currentExportDialog = dialog;
     connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& folder) {
         model.exportRegions(folder.toStdString(), exportOptions->format());
@@ -432,6 +696,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         }
     }
     if (model.isPlaying()) model.stop();
+    saveLayout();
     QMainWindow::closeEvent(event);
 }
 

@@ -32,6 +32,7 @@ class MainMenus;
 class MarkerPanel;
 class MixerView;
 class TrackList;
+struct ClippingQuestion;
 struct TrackRemovalQuestion;
 class TimelineView;
 class TransportBar;
@@ -78,6 +79,7 @@ protected:
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dropEvent(QDropEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
@@ -85,6 +87,17 @@ private:
     static const char* const audioFilesFilter;
 
     QWidget* buildSingleTrackEditor();
+    // What the views show before any track is open: what to do, and the recent sessions.
+    QWidget* buildStartPage();
+    void refreshStartPage();
+    void showCurrentView();
+    // Shows the track list and the inspector as the View menu asks, stepping them aside
+    // while the window is too narrow for them and a waveform that reads.
+    void fitPanels();
+    // The window's size, place, splitters and panels, kept in the preferences at close.
+    void saveLayout();
+    void restoreLayout();
+    void showExportFinished(const std::filesystem::path& written, size_t count);
     void connectCommands();
     void observeModel();
 
@@ -104,6 +117,8 @@ private:
     void askToLeaveSession(bool quitting, std::function<void()> proceed);
     // Whether to remove the clips that play the tracks' audio with them.
     void askToRemoveTracks(const TrackRemovalQuestion& question);
+    // Whether to limit the peaks or stop at the clean gain when a loudness target would clip.
+    void askAboutClipping(const ClippingQuestion& question);
     // Saves the open document, or asks where first when there is none; `then` runs after a
     // save that succeeded.
     void saveSession(std::function<void()> then = {});
@@ -125,6 +140,15 @@ private:
     QStackedWidget* views = nullptr;
     WaveformCanvas* waveform = nullptr;
     QSplitter* multitrackPage = nullptr;
+    QWidget* startPage = nullptr;
+    QWidget* recentSessions = nullptr; // the start page's list
+    // The track list | the views; the waveform | the inspector above the markers.
+    QSplitter* panes = nullptr;
+    QSplitter* editorSplit = nullptr;
+    QSplitter* sidePanel = nullptr;
+    QPushButton* showExportButton = nullptr; // in the status bar after an export
+    std::filesystem::path exported;
+    bool effectsDockSized = false;
     TimelineView* timelineView = nullptr;
     MixerView* mixer = nullptr;
     MarkerPanel* markers = nullptr;

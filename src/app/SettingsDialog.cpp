@@ -1,5 +1,6 @@
 #include "app/SettingsDialog.h"
 
+#include "app/Features.h"
 #include "persistence/Preferences.h"
 
 #include <QCheckBox>
@@ -105,7 +106,10 @@ SettingsDialog::SettingsDialog(Preferences& preferences, QWidget* parent)
     tabs->addTab(makeEditingPage(), "Editing");
     QWidget* recordingPage = makeRecordingPage();
     tabs->addTab(recordingPage, "Recording");
-    tabs->addTab(makeTranscriptionPage(), "Transcription");
+    QWidget* transcriptionPage = makeTranscriptionPage();
+    tabs->addTab(transcriptionPage, "Transcription");
+    tabs->setTabVisible(tabs->indexOf(recordingPage), features::recording);
+    tabs->setTabVisible(tabs->indexOf(transcriptionPage), features::transcription);
 
     // Settings apply as they change; the one button only closes the window.
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close);
@@ -213,6 +217,11 @@ QWidget* SettingsDialog::makeWaveformPage() {
         preferences.setSpectrogramSettings(settings);
     });
     form->addRow(spectrogramLogFrequency);
+    for (QWidget* row :
+         {static_cast<QWidget*>(spectrogramTitle), static_cast<QWidget*>(spectrogramFFTSize),
+          static_cast<QWidget*>(spectrogramColorMap),
+          static_cast<QWidget*>(spectrogramLogFrequency)})
+        form->setRowVisible(row, features::spectrogram);
     return page;
 }
 

@@ -100,9 +100,11 @@ void EditorModel::exportJobs(AudioDataPtr audio, std::vector<ExportJob> jobs, fl
                         });
                     });
             }
-            toMain([onSuccess](EditorModel& m) {
+            const fs::path written = jobs.size() == 1 ? jobs[0].url : jobs[0].url.parent_path();
+            toMain([onSuccess, written, count = jobs.size()](EditorModel& m) {
                 m.setExportProgress(std::nullopt);
                 if (onSuccess) onSuccess();
+                m.exportFinished.emit(written, count);
             });
         } catch (const std::exception& error) {
             toMain([message = userMessage(error)](EditorModel& m) {

@@ -1,8 +1,12 @@
 #include "editor/EditorModel.h"
 
 #include "base/Executor.h"
+#include "effects/EffectChain.h"
+#include "effects/EffectSession.h"
+#include "effects/LimiterProcessor.h"
 #include "persistence/Preferences.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace sonvale {
@@ -69,11 +73,52 @@ void EditorModel::normalizePeak() {
         track->changeGain(*gain, normalizeTitle);
 }
 
+std::optional<ClippingQuestion> EditorModel::clippingQuestion(const LoudnessTarget& target) const {
+    if (!canNormalizeToLoudness()) return std::nullopt;
+    const auto track = activeTrack();
+    const float gain = loudnessNormalizationGain(target.value, *track->currentLoudness());
+    const auto clean = peakNormalizationGain(track->audio()->peak);
+    // Within a hundredth of a dB of full scale counts as clean, as the gain display rounds.
+    if (!clean || gain <= *clean + 0.01f) return std::nullopt;
+    ClippingQuestion question{target, gain, *clean};
+    char text[256];
+    std::snprintf(text, sizeof text, "Normalizing to %s would clip", target.name.c_str());
+    question.title = text;
+    std::snprintf(text, sizeof text,
+                  "Reaching %.1f LUFS needs %+.1f dB of gain, which takes the loudest peaks "
+                  "%.1f dB over 0 dBFS. A limiter can hold the peaks down, or the gain can stop "
+                  "where the peaks just reach 0 dBFS (%.1f LUFS).",
+                  target.value, double(gain), double(gain - *clean),
+                  *track->currentLoudness() + double(*clean));
+    question.message = text;
+    std::snprintf(text, sizeof text, "Stop at %+.1f dB", double(*clean));
+    question.cleanTitle = text;
+    return question;
+}
+
 void EditorModel::normalizeLoudness(const LoudnessTarget& target) {
     if (!canNormalizeToLoudness()) return;
+    if (auto question = clippingQuestion(target)) {
+        clippingQuestionRequested(*question);
+        return;
+    }
     const auto track = activeTrack();
     track->changeGain(loudnessNormalizationGain(target.value, *track->currentLoudness()),
                       normalizeTitle);
+}
+
+void EditorModel::normalizeToCleanGain() { normalizePeak(); }
+
+void EditorModel::limitPeaksForLoudness(const ClippingQuestion& question) {
+    if (!canNormalize() || !canAddEffect()) return;
+    activeTrack()->changeGain(0, normalizeTitle);
+    if (mixerChannel) closeEffects(); // the limiter goes into the editor's own chain
+    addEffect(EffectKind::limiter);
+    // The limiter's gain reaches +24 dB at most; its release keeps its remembered value.
+    if (auto limiter = effects ? effects->selected() : nullptr) {
+        limiter->setValue(LimiterProcessor::gain, std::min(double(question.gain), 24.0));
+        limiter->setValue(LimiterProcessor::ceiling, -1.0);
+    }
 }
 
 void EditorModel::trimSilence() {

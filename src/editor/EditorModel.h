@@ -52,6 +52,17 @@ struct TrackRemovalQuestion {
     static constexpr const char* keepClipsTitle = "Keep the Clips";
 };
 
+// Asked when reaching a loudness target needs more gain than the peaks allow.
+struct ClippingQuestion {
+    LoudnessTarget target;
+    float gain = 0;      // dB the target needs
+    float cleanGain = 0; // dB that bring the peak to 0 dBFS, the most that doesn't clip
+    std::string title;
+    std::string message;
+    std::string cleanTitle; // "Stop at +4.2 dB"
+    static constexpr const char* limitTitle = "Limit the Peaks";
+};
+
 // The object the whole window works on: the track list and which tracks are selected, the
 // audio clipboard, the editing commands of the waveform editor, opening files into tracks
 // with background decoding, exports, markers, and the alert being shown.
@@ -292,8 +303,18 @@ public:
     bool canNormalizeToLoudness() const; // ... whose loudness has been measured
     // "Peak to 0 dBFS": the gain that brings the peak to full scale, within ±30 dB.
     void normalizePeak();
-    // The gain that brings the measured loudness to the target, within ±30 dB.
+    // The gain that brings the measured loudness to the target, within ±30 dB. When that gain
+    // would take the peaks over 0 dBFS nothing changes yet: clippingQuestionRequested asks
+    // whether to limit the peaks or to stop at the highest clean gain.
     void normalizeLoudness(const LoudnessTarget& target);
+    // What normalizeLoudness would ask for the active track; none when the gain fits.
+    std::optional<ClippingQuestion> clippingQuestion(const LoudnessTarget& target) const;
+    sigc::signal<void(ClippingQuestion)> clippingQuestionRequested;
+    // The answers: the gain that brings the peak to 0 dBFS ("Normalize"), or the track's gain
+    // back to 0 dB and a limiter in the effects panel that adds the gain with its ceiling at
+    // -1 dBFS, to be heard and applied.
+    void normalizeToCleanGain();
+    void limitPeaksForLoudness(const ClippingQuestion& question);
     // Cuts what lies below -60 dBFS at both ends, keeping 10 ms, as one undo step.
     void trimSilence();
 
@@ -490,6 +511,8 @@ public:
     sigc::signal<void()> tracksChanged;
     sigc::signal<void()> selectionChanged; // selectedTrackIDs, and so activeTrack
     sigc::signal<void()> clipboardChanged;
+    // An export wrote everything: the file, or for regions the folder and the number of files.
+    sigc::signal<void(std::filesystem::path, size_t)> exportFinished;
     sigc::signal<void()> exportProgressChanged;
     sigc::signal<void()> alertChanged;
     // The shell sounds the system beep (a refused edit on a recording track).

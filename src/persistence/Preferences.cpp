@@ -223,6 +223,7 @@ void Preferences::read() {
                  ? LaunchSession::empty
                  : LaunchSession::lastSession;
     if (auto text = readString(values, "lastSessionDocument")) bookmark = base64Decode(*text);
+    if (auto text = readString(values, "windowLayout")) layout = base64Decode(*text);
     if (auto it = values.find("recentSessions"); it != values.end() && it->is_array())
         for (const json& entry : *it)
             if (entry.is_string() && recents.size() < recentSessionLimit)
@@ -392,6 +393,13 @@ void Preferences::setLastDocumentBookmark(std::optional<std::vector<uint8_t>> va
     bookmark = std::move(value);
     commit(Setting::lastDocumentBookmark, "lastSessionDocument",
            bookmark ? std::optional<json>(json(base64Encode(*bookmark))) : std::nullopt);
+}
+
+void Preferences::setWindowLayout(std::optional<std::vector<uint8_t>> value) {
+    if (value == layout) return;
+    layout = std::move(value);
+    commit(Setting::windowLayout, "windowLayout",
+           layout ? std::optional<json>(json(base64Encode(*layout))) : std::nullopt);
 }
 
 void Preferences::noteRecentSession(const std::string& path) {

@@ -51,6 +51,7 @@ public:
         launchSession,
         lastDocumentBookmark,
         recentSessions,
+        windowLayout,
     };
 
     Preferences();
@@ -139,6 +140,11 @@ public:
     void noteRecentSession(const std::string& path);
     void clearRecentSessions();
 
+    // The window's size, place, splitters and panels as the window packs them, kept as base64
+    // text under "windowLayout"; none until a window has closed.
+    const std::optional<std::vector<uint8_t>>& windowLayout() const { return layout; }
+    void setWindowLayout(std::optional<std::vector<uint8_t>> value);
+
     // Fires after a setting changed (and was written).
     sigc::signal<void(Setting)> changed;
 
@@ -172,6 +178,7 @@ private:
     bool showsAI = true;
     LaunchSession launch = LaunchSession::lastSession;
     std::optional<std::vector<uint8_t>> bookmark;
+    std::optional<std::vector<uint8_t>> layout;
     std::vector<std::string> recents;
 };
 

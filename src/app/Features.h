@@ -1,0 +1,11 @@
+#pragma once
+
+// The parts of the program still being built. Their settings and commands stay out of the
+// window until they work, so nobody is offered something that does nothing.
+namespace sonvale::features {
+
+inline constexpr bool recording = false;
+inline constexpr bool spectrogram = false;
+inline constexpr bool transcription = false;
+
+} // namespace sonvale::features
