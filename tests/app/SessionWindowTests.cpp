@@ -98,7 +98,8 @@ private Q_SLOTS:
         QVERIFY(!h.window.isWindowModified());
         track->setSelection(FrameRange{0, 1000});
         h.window.action(ActionID::deleteSelection)->trigger();
-        QCOMPARE(h.window.windowTitle(), QString("Untitled Session[*]"));
+        QCOMPARE(h.window.windowTitle(),
+                 QString::fromUtf8("stereo-s16.wav \u2014 Untitled Session[*]"));
         QVERIFY(h.window.isWindowModified());
 
         // Save without a document asks where, proposing the untitled name.
@@ -111,7 +112,7 @@ private Q_SLOTS:
 
         QVERIFY(h.saveAs(folder / "Take.sonvale"));
         QVERIFY(fs::is_regular_file(folder / "Take.sonvale" / "Session.json"));
-        QCOMPARE(h.window.windowTitle(), QString("Take[*]"));
+        QCOMPARE(h.window.windowTitle(), QString::fromUtf8("stereo-s16.wav \u2014 Take[*]"));
         QVERIFY(!h.window.isWindowModified());
         QVERIFY(h.window.action(ActionID::snapshots)->isEnabled());
         QVERIFY(!h.window.action(ActionID::revertToSaved)->isEnabled());
@@ -197,7 +198,8 @@ private Q_SLOTS:
 
         // File > Open Recent opens it again.
         h.window.findChild<QMenu*>("openRecentMenu")->actions().first()->trigger();
-        QTRY_COMPARE_WITH_TIMEOUT(h.window.windowTitle(), QString("Take[*]"), 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(h.window.windowTitle(),
+                                  QString::fromUtf8("mono.wav \u2014 Take[*]"), 10000);
         QCOMPARE(h.model.tracks().size(), size_t(1));
     }
 
