@@ -409,7 +409,8 @@ private:
                     codecName(parameters);
             if (parameters.codec_type == AVMEDIA_TYPE_AUDIO)
                 list += ", " + std::to_string(parameters.sample_rate) + " Hz, " +
-                        std::to_string(parameters.ch_layout.nb_channels) + " channels";
+                        std::to_string(parameters.ch_layout.nb_channels) +
+                        (parameters.ch_layout.nb_channels == 1 ? " channel" : " channels");
             list += ")";
         }
         return list.empty() ? "no streams" : list;

@@ -297,8 +297,7 @@ openSndfileDecoder(FileHandle& file, const std::filesystem::path& path, std::str
         if (const auto format = headerFormat(file.get()); format && !failure.empty()) {
             if (format->sampleRate == 0)
                 throw AudioFileError(AudioFileError::Kind::noSampleRate, path, failure);
-            if (format->channels == 0)
-                throw AudioLoaderError::empty(failure + " (the header gives 0 channels)");
+            if (format->channels == 0) throw AudioLoaderError::empty(failure);
         }
         return nullptr;
     }

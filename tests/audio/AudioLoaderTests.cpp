@@ -441,7 +441,7 @@ TEST(AudioLoader, FilesThatDontOpenSayWhyInPlainWordsWithTheLibrarysLineAsDetail
          "Invalid data found when processing input"},
         {folder / "cut-header.wav", "The file's header is damaged.", "Error"},
         {folder / "no-rate.wav", "The header says the sample rate is 0 Hz.", "SF_INFO"},
-        {folder / "no-channels.wav", "The file contains no audio.", "0 channels"},
+        {folder / "no-channels.wav", "The file contains no audio.", "Channel count is zero."},
         {folder / "codec.wav", "The codec (format 0x1234) is not supported.", "Decoder not found"},
         {folder / "cut-header.flac", "The file's header is damaged.", "FLAC__STREAM_DECODER"},
         {folder / "junk-streaminfo.flac", "The file's header is damaged.",
