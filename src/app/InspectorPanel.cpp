@@ -8,6 +8,8 @@
 #include <QFormLayout>
 #include <QLabel>
 #include <QLocale>
+#include <QToolButton>
+#include <variant>
 
 namespace sonvale {
 
@@ -25,7 +27,7 @@ InspectorPanel::InspectorPanel(EditorModel& model, QWidget* parent)
     : QWidget(parent)
     , model(model) {
     setObjectName("inspector");
-    auto* form = new QFormLayout(this);
+    form = new QFormLayout(this);
     auto add = [&](const char* label, QLabel*& field, const char* name) {
         field = new QLabel(this);
         field->setObjectName(name);
@@ -41,6 +43,24 @@ InspectorPanel::InspectorPanel(EditorModel& model, QWidget* parent)
     add("Peak:", peakLabel, "inspectorPeak");
     add("Loudness:", loudnessLabel, "inspectorLoudness");
     add("Gain:", gainLabel, "inspectorGain");
+    add("Problem:", problemLabel, "inspectorProblem");
+    detailsButton = new QToolButton(this);
+    detailsButton->setObjectName("inspectorDetailsButton");
+    detailsButton->setText("Details");
+    detailsButton->setCheckable(true);
+    detailsButton->setArrowType(Qt::RightArrow);
+    detailsButton->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    detailsButton->setAutoRaise(true);
+    form->addRow(detailsButton);
+    detailsLabel = new QLabel(this);
+    detailsLabel->setObjectName("inspectorDetails");
+    detailsLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    detailsLabel->setWordWrap(true);
+    form->addRow(detailsLabel);
+    connect(detailsButton, &QToolButton::toggled, this, [this](bool shown) {
+        detailsButton->setArrowType(shown ? Qt::DownArrow : Qt::RightArrow);
+        detailsLabel->setVisible(shown);
+    });
     modelConnections.add(model.selectionChanged.connect([this] { watchActiveTrack(); }));
     watchActiveTrack();
 }
@@ -78,6 +98,16 @@ void InspectorPanel::refresh() {
     else // measured without a result: too short to gate, or all below the absolute gate
         loudnessLabel->setText(audio->duration() < 0.4 ? "Too short to measure" : "Silent");
     gainLabel->setText(track ? QString::asprintf("%+.1f dB", double(track->gainDB())) : none);
+
+    const auto* failed = track ? std::get_if<AudioTrack::Failed>(&track->state()) : nullptr;
+    problemLabel->setText(failed ? QString::fromStdString(failed->message) : QString());
+    form->setRowVisible(problemLabel, failed != nullptr);
+    const bool hasDetails = failed && !failed->details.empty();
+    detailsLabel->setText(hasDetails ? QString::fromStdString(failed->details) : QString());
+    problemLabel->setToolTip(detailsLabel->text());
+    detailsButton->setVisible(hasDetails);
+    if (!hasDetails) detailsButton->setChecked(false);
+    detailsLabel->setVisible(hasDetails && detailsButton->isChecked());
 }
 
 } // namespace sonvale

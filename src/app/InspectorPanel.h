@@ -4,7 +4,9 @@
 
 #include <QWidget>
 
+class QFormLayout;
 class QLabel;
+class QToolButton;
 
 namespace sonvale {
 
@@ -30,6 +32,10 @@ private:
     QLabel* peakLabel = nullptr;
     QLabel* loudnessLabel = nullptr;
     QLabel* gainLabel = nullptr;
+    QFormLayout* form = nullptr;
+    QLabel* problemLabel = nullptr;
+    QToolButton* detailsButton = nullptr;
+    QLabel* detailsLabel = nullptr;
     SignalConnections trackConnections;
     SignalConnections modelConnections;
 };

@@ -24,17 +24,26 @@ public:
     bool lengthIsExact() const { return exactLength; }
 
     // Decodes up to `maxFrames` frames, writing channel c's samples to channels[c][0...].
-    // Returns the number of frames written; 0 at the end of the audio. Throws FileError
-    // when the file can't be read.
-    virtual int64_t read(float* const* channels, int64_t maxFrames) = 0;
+    // Returns the number of frames written; 0 at the end of the audio. Throws
+    // AudioFileError when the file can't be read on (damagedAfter once audio was read).
+    int64_t read(float* const* channels, int64_t maxFrames);
 
     // What could not be decoded so far: complete once read() has returned 0.
     const DecodeReport& report() const { return damage; }
 
 protected:
+    explicit AudioDecoder(std::filesystem::path path)
+        : path(std::move(path)) {}
+    // read() without its bookkeeping. Throws FileError when the file can't be read on.
+    virtual int64_t decode(float* const* channels, int64_t maxFrames) = 0;
+
+    std::filesystem::path path;
     AudioLoader::FileInfo fileInfo;
     bool exactLength = true;
     DecodeReport damage;
+
+private:
+    int64_t delivered = 0; // frames read() has returned
 };
 
 // Replaces NaN and infinite samples (a damaged stream, a broken float file) with silence,
@@ -52,14 +61,16 @@ inline int64_t silenceNonFinite(float* samples, int64_t count) {
 }
 
 // Opens `path` with libFLAC when it holds FLAC, with libsndfile when it holds PCM that
-// libsndfile reads, else with FFmpeg. Throws FileError naming the file when neither can, and
-// AudioLoaderError::empty when the file has no audio stream.
+// libsndfile reads, else with FFmpeg. Throws AudioFileError naming the file and saying in
+// plain words why when none can, and AudioLoaderError::empty (with details) when the file has
+// no audio stream or no channels.
 std::unique_ptr<AudioDecoder> openAudioDecoder(const std::filesystem::path& path);
 
 // The two back ends, reading an open file from its start; on success the decoder takes
 // the handle over. libsndfile's returns nullptr for a file it can't read or leaves to
-// FFmpeg, with its reason in `failure` when it recognised the format but found it broken.
-// FFmpeg's throws FileError naming the file, with FFmpeg's reason.
+// FFmpeg, with its reason in `failure` when it recognised the format but found it broken; it
+// throws when the header itself says why nothing can decode it (a rate of 0 Hz, no
+// channels). FFmpeg's throws AudioFileError, with FFmpeg's reason as details.
 std::unique_ptr<AudioDecoder>
 openSndfileDecoder(FileHandle& file, const std::filesystem::path& path, std::string& failure);
 std::unique_ptr<AudioDecoder> openFFmpegDecoder(FileHandle& file,

@@ -180,36 +180,68 @@ Signature signatureOf(int fd) {
 
 } // namespace
 
+int64_t AudioDecoder::read(float* const* channels, int64_t maxFrames) {
+    try {
+        const int64_t got = decode(channels, maxFrames);
+        delivered += std::max<int64_t>(got, 0);
+        return got;
+    } catch (const AudioLoaderError&) {
+        throw;
+    } catch (const UserError& failure) {
+        // Audio came before the failure: the file is damaged from there on.
+        if (delivered > 0 && fileInfo.sampleRate > 0)
+            throw AudioFileError::damagedAfter(path, double(delivered) / fileInfo.sampleRate,
+                                               failure);
+        throw;
+    }
+}
+
 std::unique_ptr<AudioDecoder> openAudioDecoder(const std::filesystem::path& path) {
+    using Kind = AudioFileError::Kind;
     // Opened without waiting: a pipe named like an audio file would otherwise block until
     // something writes to it.
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) throw fileErrorFromErrno("Couldn't open", path.string(), errno);
+    if (fd < 0) throw AudioFileError::fromErrno(path, errno);
     FileHandle file(fd);
     struct stat status {};
-    if (::fstat(fd, &status) != 0) throw fileErrorFromErrno("Couldn't open", path.string(), errno);
-    if (S_ISDIR(status.st_mode)) throw fileErrorFromErrno("Couldn't open", path.string(), EISDIR);
+    if (::fstat(fd, &status) != 0) throw AudioFileError::fromErrno(path, errno);
+    if (S_ISDIR(status.st_mode)) throw AudioFileError::fromErrno(path, EISDIR);
     if (!S_ISREG(status.st_mode))
-        throw FileError(describeFileError("Couldn't open", path.string(),
-                                          "It isn't a file but a pipe or a device."));
+        throw AudioFileError(Kind::notAFile, path,
+                             S_ISFIFO(status.st_mode) ? "A named pipe (FIFO)" : "A device file");
+    if (status.st_size == 0) throw AudioFileError(Kind::emptyFile, path, "0 bytes");
     ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
 
     std::string failure;
     const Signature signature = signatureOf(fd);
+    std::unique_ptr<AudioDecoder> decoder;
     if (signature == Signature::flac) {
-        if (auto decoder = openFlacDecoder(file, path, failure)) return decoder;
+        // libFLAC is the reference: a header it can't read is damaged, and FFmpeg would only
+        // guess at it.
+        decoder = openFlacDecoder(file, path, failure);
+        if (!decoder) throw AudioFileError(Kind::damagedHeader, path, failure);
     } else if (signature == Signature::sndfile) {
-        if (auto decoder = openSndfileDecoder(file, path, failure)) return decoder;
+        decoder = openSndfileDecoder(file, path, failure);
     }
-    try {
-        return openFFmpegDecoder(file, path);
-    } catch (const FileError&) {
-        // libFLAC or libsndfile knew the format but found the file broken, and FFmpeg could
-        // make nothing of it either: their reason is the more specific one.
-        if (!failure.empty())
-            throw FileError(describeFileError("Couldn't open", path.string(), failure));
-        throw;
+    if (!decoder) {
+        try {
+            decoder = openFFmpegDecoder(file, path);
+        } catch (const AudioFileError& error) {
+            // libFLAC or libsndfile knew the format but found the file broken, and FFmpeg
+            // could make nothing of it either: the header is damaged, and their reason is the
+            // more specific one.
+            if (!failure.empty() && error.kind() == Kind::notAudio)
+                throw AudioFileError(Kind::damagedHeader, path, failure);
+            throw;
+        }
     }
+    const auto& info = decoder->info();
+    if (!(info.sampleRate > 0))
+        throw AudioFileError(Kind::noSampleRate, path,
+                             "The " + info.container + " header gives a sample rate of 0 Hz");
+    if (info.channels < 1)
+        throw AudioLoaderError::empty("The " + info.container + " header gives 0 channels");
+    return decoder;
 }
 
 AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress& progress,
@@ -217,7 +249,7 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
     auto decoder = openAudioDecoder(path);
     const FileInfo info = decoder->info();
     const bool exact = decoder->lengthIsExact();
-    if (info.channels < 1 || (exact && info.frames < 1)) throw AudioLoaderError::empty();
+    if (exact && info.frames < 1) throw AudioLoaderError::empty();
 
     // Each channel is allocated once at the length the file announces. Where that is only
     // an estimate, the buffers get headroom (untouched pages cost nothing) and grow or

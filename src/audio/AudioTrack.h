@@ -49,7 +49,8 @@ public:
         friend bool operator==(const Loading&, const Loading&) = default;
     };
     struct Failed {
-        std::string message;
+        std::string message;      // plain words, naming the file
+        std::string details = {}; // the decoding library's or the system's own line, if any
         friend bool operator==(const Failed&, const Failed&) = default;
     };
     struct Ready {

@@ -9,6 +9,7 @@
 #include "base/Errors.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <sys/stat.h>
@@ -26,7 +27,9 @@ namespace sonvale {
 
 namespace {
 
-// Consecutive undecodable packets after which the rest of the stream is given up.
+using Kind = AudioFileError::Kind;
+
+// Consecutive undecodable packets after which the file counts as damaged from there on.
 constexpr int maxConsecutiveErrors = 100;
 
 // The longest MPEG audio Layer III frame: 320 kbit/s at 32 kHz, with its padding byte.
@@ -71,13 +74,13 @@ MP3FrameHeader readMP3FrameHeader(const unsigned char* header) {
 class FFmpegDecoder final : public AudioDecoder {
 public:
     FFmpegDecoder(FileHandle handle, const std::filesystem::path& path)
-        : file(std::move(handle))
-        , path(path)
+        : AudioDecoder(path)
+        , file(std::move(handle))
         , io(file.get(), false) {
         open();
     }
 
-    int64_t read(float* const* channels, int64_t maxFrames) override {
+    int64_t decode(float* const* channels, int64_t maxFrames) override {
         int64_t total = 0;
         while (total < maxFrames) {
             int64_t room = maxFrames - total;
@@ -116,22 +119,34 @@ private:
         format->pb = io.context();
         // The name only helps format detection by extension; data comes through `io`.
         int error = avformat_open_input(&format, name.c_str(), nullptr, nullptr);
-        if (error < 0) fail("Couldn't open", error);
+        if (error < 0) fail(Kind::notAudio, error);
         error = avformat_find_stream_info(format, nullptr);
-        if (error < 0) fail("Couldn't open", error);
+        if (error < 0) fail(Kind::damagedHeader, error);
 
         const AVCodec* decoder = nullptr;
         const int index = av_find_best_stream(format, AVMEDIA_TYPE_AUDIO, -1, -1, &decoder, 0);
-        if (index == AVERROR_STREAM_NOT_FOUND) throw AudioLoaderError::empty();
+        if (index == AVERROR_STREAM_NOT_FOUND) {
+            // An audio stream FFmpeg passes over lacks a rate or channels; with neither, the
+            // reader only guessed at the file from its name.
+            const std::string details = ffmpegErrorText(index) + ": " + streamList();
+            if (const AVStream* audio = firstAudioStream()) {
+                if (audio->codecpar->sample_rate <= 0)
+                    throw AudioFileError(audio->codecpar->ch_layout.nb_channels > 0
+                                             ? Kind::noSampleRate
+                                             : Kind::notAudio,
+                                         path, details);
+            }
+            throw AudioLoaderError::empty(details);
+        }
         if (index < 0 || !decoder) {
             if (index >= 0 || index == AVERROR_DECODER_NOT_FOUND) {
-                const AVCodecID id =
-                    index >= 0 ? format->streams[index]->codecpar->codec_id : AV_CODEC_ID_NONE;
-                throw FileError(describeFileError("Couldn't open", name,
-                                                  std::string("No decoder for ") +
-                                                      avcodec_get_name(id) + " audio"));
+                const AVStream* audio = index >= 0 ? format->streams[index] : firstAudioStream();
+                throw AudioFileError(Kind::unsupportedCodec, path,
+                                     ffmpegErrorText(AVERROR_DECODER_NOT_FOUND) + ": " +
+                                         streamList(),
+                                     audio ? codecName(*audio->codecpar) : "unknown");
             }
-            fail("Couldn't open", index);
+            fail(Kind::notAudio, index);
         }
         stream = format->streams[index];
         for (unsigned i = 0; i < format->nb_streams; ++i)
@@ -140,20 +155,27 @@ private:
         codec = avcodec_alloc_context3(decoder);
         if (!codec) throw AudioLoaderError::outOfMemory();
         error = avcodec_parameters_to_context(codec, stream->codecpar);
-        if (error < 0) fail("Couldn't open", error);
+        if (error < 0) fail(Kind::damagedHeader, error);
         codec->pkt_timebase = stream->time_base;
         codec->thread_count = 1;
         // A packet whose checksum fails (WavPack, FLAC, MP3 with CRCs) is dropped rather than
         // decoded to noise; its time then shows as a gap before the next.
         codec->err_recognition |= AV_EF_CRCCHECK;
         error = avcodec_open2(codec, decoder, nullptr);
-        if (error < 0) fail("Couldn't open", error);
+        if (error < 0) fail(Kind::damagedHeader, error);
 
         fileInfo.container = format->iformat->name;
         fileInfo.codec = avcodec_get_name(stream->codecpar->codec_id);
         fileInfo.sampleRate = codec->sample_rate;
         fileInfo.channels = codec->ch_layout.nb_channels;
-        if (fileInfo.sampleRate <= 0) throw AudioLoaderError::empty();
+        // Without a rate nor channels FFmpeg has only guessed the format from the name.
+        if (fileInfo.sampleRate <= 0 && fileInfo.channels <= 0)
+            throw AudioFileError(Kind::notAudio, path,
+                                 "No sample rate nor channels in the " + fileInfo.codec +
+                                     " stream FFmpeg's " + fileInfo.container + " reader found");
+        if (fileInfo.sampleRate <= 0)
+            throw AudioFileError(Kind::noSampleRate, path,
+                                 "The " + fileInfo.codec + " stream has a sample rate of 0 Hz");
 
         const AVRational perFrame{1, codec->sample_rate};
         int64_t frames = 0;
@@ -367,12 +389,46 @@ private:
         }
     }
 
-    [[noreturn]] void fail(const char* what, int error) const {
-        if (io.systemError()) throw fileErrorFromErrno(what, path.string(), io.systemError());
+    // Throws what FFmpeg's `error` means to the user: `kind`, unless the system failed to
+    // read the file.
+    [[noreturn]] void fail(Kind kind, int error) const {
+        if (io.systemError()) throw AudioFileError::fromErrno(path, io.systemError());
         // A demuxer that took the file for its format on weak evidence (an extension) and
         // then failed reports "Invalid argument"; to the user the data is what's wrong.
         if (error == AVERROR(EINVAL)) error = AVERROR_INVALIDDATA;
-        throw FileError(describeFileError(what, path.string(), ffmpegErrorText(error)));
+        throw AudioFileError(kind, path, ffmpegErrorText(error));
+    }
+
+    // Every stream, as "video (mpeg4), audio (xyz)".
+    std::string streamList() const {
+        std::string list;
+        for (unsigned i = 0; i < format->nb_streams; ++i) {
+            const AVCodecParameters& parameters = *format->streams[i]->codecpar;
+            const char* type = av_get_media_type_string(parameters.codec_type);
+            list += (list.empty() ? "" : ", ") + std::string(type ? type : "unknown") + " (" +
+                    codecName(parameters);
+            if (parameters.codec_type == AVMEDIA_TYPE_AUDIO)
+                list += ", " + std::to_string(parameters.sample_rate) + " Hz, " +
+                        std::to_string(parameters.ch_layout.nb_channels) +
+                        (parameters.ch_layout.nb_channels == 1 ? " channel" : " channels");
+            list += ")";
+        }
+        return list.empty() ? "no streams" : list;
+    }
+
+    const AVStream* firstAudioStream() const {
+        for (unsigned i = 0; i < format->nb_streams; ++i)
+            if (format->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO)
+                return format->streams[i];
+        return nullptr;
+    }
+
+    // FFmpeg's name for the codec, or the container's tag for one FFmpeg doesn't know.
+    static std::string codecName(const AVCodecParameters& parameters) {
+        if (parameters.codec_id != AV_CODEC_ID_NONE) return avcodec_get_name(parameters.codec_id);
+        char tag[32];
+        std::snprintf(tag, sizeof tag, "format 0x%04X", parameters.codec_tag);
+        return tag;
     }
 
     // Fetches the next decoded frame; false at the end of the stream.
@@ -397,7 +453,7 @@ private:
             if (received == AVERROR_EOF) return false;
             if (received != AVERROR(EAGAIN)) {
                 // A damaged packet: skip it as players do, unless nothing decodes any more.
-                if (++errors > maxConsecutiveErrors) return false;
+                if (++errors > maxConsecutiveErrors) fail(Kind::undecodable, received);
                 continue;
             }
             sendPacket(errors);
@@ -413,7 +469,7 @@ private:
             }
             const int got = av_read_frame(format, packet);
             if (got < 0) {
-                if (io.systemError()) fail("Couldn't read", got);
+                if (io.systemError()) fail(Kind::unreadable, got);
                 if (got != AVERROR_EOF && findNextWavPackBlock()) continue;
                 // End of file, or the container breaks off: decode what the codec holds.
                 flushing = true;
@@ -427,10 +483,8 @@ private:
             if (rawMP3) placeMP3Packet();
             const int sent = avcodec_send_packet(codec, packet);
             av_packet_unref(packet);
-            if (sent < 0 && sent != AVERROR(EAGAIN) && ++errors > maxConsecutiveErrors) {
-                flushing = true;
-                avcodec_send_packet(codec, nullptr);
-            }
+            if (sent < 0 && sent != AVERROR(EAGAIN) && ++errors > maxConsecutiveErrors)
+                fail(Kind::undecodable, sent);
             return;
         }
     }
@@ -486,7 +540,7 @@ private:
                                             frame->sample_rate, &frame->ch_layout, sampleFormat,
                                             frame->sample_rate, 0, nullptr);
             if (error >= 0) error = swr_init(converter);
-            if (error < 0) fail("Couldn't read", error);
+            if (error < 0) fail(Kind::undecodable, error);
             converterFormat = sampleFormat;
         }
         const int bytesPerSample = av_get_bytes_per_sample(sampleFormat);
@@ -501,7 +555,7 @@ private:
         }
         const int converted =
             swr_convert(converter, outputs.data(), int(count), inputs.data(), int(count));
-        if (converted < 0) fail("Couldn't read", converted);
+        if (converted < 0) fail(Kind::undecodable, converted);
         if (converted < count)
             for (int c = 0; c < n; ++c)
                 std::fill(channels[c] + at + converted, channels[c] + at + count, 0.0f);
@@ -511,7 +565,6 @@ private:
     }
 
     FileHandle file;
-    std::filesystem::path path;
     FFmpegFileIO io;
     FFmpegContexts contexts{FFmpegContexts::Direction::reading}; // after `io`
     AVFormatContext*& format = contexts.format;

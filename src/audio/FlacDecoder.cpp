@@ -16,6 +16,7 @@
 #include <cstring>
 #include <deque>
 #include <fcntl.h>
+#include <optional>
 #include <unistd.h>
 
 namespace sonvale {
@@ -25,7 +26,7 @@ namespace {
 class FlacDecoder final : public AudioDecoder {
 public:
     explicit FlacDecoder(std::filesystem::path path)
-        : path(std::move(path)) {}
+        : AudioDecoder(std::move(path)) {}
     ~FlacDecoder() override {
         if (decoder) FLAC__stream_decoder_delete(decoder);
     }
@@ -47,20 +48,26 @@ public:
             throw AudioLoaderError::outOfMemory();
         }
         // libFLAC closes `stream` from here on, also when initialising fails.
-        if (FLAC__stream_decoder_init_FILE(decoder, stream, &FlacDecoder::write,
-                                           &FlacDecoder::metadata, &FlacDecoder::error,
-                                           this) != FLAC__STREAM_DECODER_INIT_STATUS_OK) {
-            failure = "The FLAC stream can't be decoded.";
+        const auto status =
+            FLAC__stream_decoder_init_FILE(decoder, stream, &FlacDecoder::write,
+                                           &FlacDecoder::metadata, &FlacDecoder::error, this);
+        if (status != FLAC__STREAM_DECODER_INIT_STATUS_OK) {
+            failure = FLAC__StreamDecoderInitStatusString[status];
             return false;
         }
-        if (!FLAC__stream_decoder_process_until_end_of_metadata(decoder) || !haveStreamInfo) {
-            failure = "The FLAC stream's header is damaged.";
+        const bool read = FLAC__stream_decoder_process_until_end_of_metadata(decoder);
+        if (!read || !haveStreamInfo) {
+            // libFLAC's own words: the error it reported, else the state it stopped in.
+            failure = !badStreamInfo.empty() ? badStreamInfo
+                      : firstError
+                          ? FLAC__StreamDecoderErrorStatusString[*firstError]
+                          : FLAC__StreamDecoderStateString[FLAC__stream_decoder_get_state(decoder)];
             return false;
         }
         return true;
     }
 
-    int64_t read(float* const* channels, int64_t maxFrames) override {
+    int64_t decode(float* const* channels, int64_t maxFrames) override {
         const int n = fileInfo.channels;
         int64_t total = 0;
         while (total < maxFrames) {
@@ -191,6 +198,15 @@ private:
         if (metadata->type != FLAC__METADATA_TYPE_STREAMINFO) return;
         auto* self = static_cast<FlacDecoder*>(data);
         const auto& info = metadata->data.stream_info;
+        // Values no encoder writes: the block is damaged, and nothing after it can be trusted.
+        if (info.min_blocksize < 16 || info.max_blocksize < info.min_blocksize ||
+            info.sample_rate > 655350) {
+            self->badStreamInfo = "STREAMINFO gives blocks of " +
+                                  std::to_string(info.min_blocksize) + " to " +
+                                  std::to_string(info.max_blocksize) + " samples at " +
+                                  std::to_string(info.sample_rate) + " Hz";
+            return;
+        }
         self->haveStreamInfo = true;
         self->fileInfo.container = "flac";
         self->fileInfo.codec = "flac";
@@ -205,11 +221,11 @@ private:
 
     static void error(const FLAC__StreamDecoder*, FLAC__StreamDecoderErrorStatus status,
                       void* data) {
-        (void)status;
-        ++static_cast<FlacDecoder*>(data)->errorsInFrame;
+        auto* self = static_cast<FlacDecoder*>(data);
+        if (!self->firstError) self->firstError = status;
+        ++self->errorsInFrame;
     }
 
-    std::filesystem::path path;
     FLAC__StreamDecoder* decoder = nullptr;
     // What is still to be delivered, in order: decoded frames (their samples in `block`)
     // and silence.
@@ -225,6 +241,8 @@ private:
     int64_t next = 0;         // the frame after everything scheduled so far
     int64_t statedFrames = 0; // STREAMINFO's total; 0 when the encoder didn't know it
     int errorsInFrame = 0;    // reported by libFLAC while decoding the current frame
+    std::optional<FLAC__StreamDecoderErrorStatus> firstError; // reported while reading the header
+    std::string badStreamInfo;                                // why STREAMINFO was refused
     bool haveStreamInfo = false;
     bool ended = false;
 };
@@ -234,9 +252,12 @@ private:
 std::unique_ptr<AudioDecoder> openFlacDecoder(FileHandle& file, const std::filesystem::path& path,
                                               std::string& failure) {
     failure.clear();
-    if (::lseek(file.get(), 0, SEEK_SET) != 0) return nullptr;
-    const int own = ::fcntl(file.get(), F_DUPFD_CLOEXEC, 0);
-    if (own < 0) return nullptr;
+    const int own =
+        ::lseek(file.get(), 0, SEEK_SET) == 0 ? ::fcntl(file.get(), F_DUPFD_CLOEXEC, 0) : -1;
+    if (own < 0) {
+        failure = std::strerror(errno);
+        return nullptr;
+    }
     auto decoder = std::make_unique<FlacDecoder>(path);
     if (!decoder->open(own, failure)) return nullptr;
     file.reset();

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cctype>
 #include <fcntl.h>
+#include <optional>
 #include <sndfile.h>
 #include <string_view>
 #include <sys/stat.h>
@@ -127,6 +128,49 @@ int64_t overstatedDataSize(int fd) {
     return 0;
 }
 
+// The channel count and sample rate a WAV's "fmt " or an AIFF's "COMM" chunk gives (a rate
+// of 0 stands for any AIFF rate that isn't 0); none when the file is of another kind or
+// has no such chunk.
+struct HeaderFormat {
+    int channels = 0;
+    double sampleRate = 0;
+};
+
+std::optional<HeaderFormat> headerFormat(int fd) {
+    unsigned char head[12];
+    if (::pread(fd, head, sizeof head, 0) != ssize_t(sizeof head)) return std::nullopt;
+    const std::string_view form(reinterpret_cast<const char*>(head), 4);
+    const std::string_view kind(reinterpret_cast<const char*>(head) + 8, 4);
+    const bool wav = (form == "RIFF" || form == "RIFX") && kind == "WAVE";
+    const bool aiff = form == "FORM" && (kind == "AIFF" || kind == "AIFC");
+    if (!wav && !aiff) return std::nullopt;
+    const bool bigEndian = form != "RIFF";
+    int64_t offset = 12;
+    for (int chunk = 0; chunk < 64; ++chunk) {
+        unsigned char header[26];
+        const ssize_t got = ::pread(fd, header, sizeof header, offset);
+        if (got < 8) return std::nullopt;
+        const std::string_view id(reinterpret_cast<const char*>(header), 4);
+        if ((wav && id == "fmt " && got < 16) || (aiff && id == "COMM" && got < 26))
+            return std::nullopt;
+        if (wav && id == "fmt ") {
+            const int channels =
+                bigEndian ? header[10] << 8 | header[11] : header[11] << 8 | header[10];
+            return HeaderFormat{channels, double(readWord(header + 12, bigEndian))};
+        }
+        if (aiff && id == "COMM") {
+            // The rate is an 80-bit float: it is 0 when its exponent and mantissa are.
+            bool zero = true;
+            for (int i = 16; i < 26; ++i)
+                zero = zero && (header[i] & (i == 16 ? 0x7f : 0xff)) == 0;
+            return HeaderFormat{header[8] << 8 | header[9], zero ? 0.0 : 1.0};
+        }
+        const int64_t size = readWord(header + 4, bigEndian);
+        offset += 8 + size + (size & 1);
+    }
+    return std::nullopt;
+}
+
 // Bytes per sample of the uncompressed codecs, whose frame count follows from a data size.
 int bytesPerSample(int format) {
     switch (format & SF_FORMAT_SUBMASK) {
@@ -146,8 +190,8 @@ int bytesPerSample(int format) {
 class SndfileDecoder final : public AudioDecoder {
 public:
     SndfileDecoder(SNDFILE* sndfile, const SF_INFO& sfInfo, std::filesystem::path path)
-        : sndfile(sndfile)
-        , path(std::move(path)) {
+        : AudioDecoder(std::move(path))
+        , sndfile(sndfile) {
         fileInfo.container = containerName(sfInfo.format);
         fileInfo.codec = codecName(sfInfo.format);
         fileInfo.sampleRate = sfInfo.samplerate;
@@ -162,7 +206,7 @@ public:
     }
     ~SndfileDecoder() override { sf_close(sndfile); }
 
-    int64_t read(float* const* channels, int64_t maxFrames) override {
+    int64_t decode(float* const* channels, int64_t maxFrames) override {
         const int64_t got = readSamples(channels, maxFrames);
         if (floatingPoint)
             for (int c = 0; c < fileInfo.channels; ++c)
@@ -197,8 +241,7 @@ private:
     // A short read is the end of the audio, unless the system failed to read the file.
     int64_t checked(sf_count_t got, int64_t wanted) {
         if (got < wanted && sf_error(sndfile) == SF_ERR_SYSTEM)
-            throw FileError(
-                describeFileError("Couldn't read", path.string(), sf_strerror(sndfile)));
+            throw AudioFileError::unreadable(path, sf_strerror(sndfile));
         return std::max<int64_t>(got, 0);
     }
 
@@ -221,7 +264,6 @@ private:
     }
 
     SNDFILE* sndfile;
-    std::filesystem::path path;
     FloatBuffer interleaved;
     bool floatingPoint = false; // samples stored as floats may be NaN or infinite
 };
@@ -248,8 +290,16 @@ openSndfileDecoder(FileHandle& file, const std::filesystem::path& path, std::str
         sndfile = sf_open_fd(own, SFM_READ, &info, SF_TRUE);
         if (!sndfile) {
             if (sf_error(nullptr) != SF_ERR_UNRECOGNISED_FORMAT) failure = sf_strerror(nullptr);
-            return nullptr;
         }
+    }
+    if (!sndfile) {
+        // A header that gives no rate or no channels can't be decoded by anything.
+        if (const auto format = headerFormat(file.get()); format && !failure.empty()) {
+            if (format->sampleRate == 0)
+                throw AudioFileError(AudioFileError::Kind::noSampleRate, path, failure);
+            if (format->channels == 0) throw AudioLoaderError::empty(failure);
+        }
+        return nullptr;
     }
     // Lossy codecs go to FFmpeg. libsndfile decodes Opus at the rate the encoder was fed
     // (FFmpeg, like every player, at Opus's own 48 kHz); stops an MP3 without a length

@@ -5,6 +5,12 @@
 
 namespace sonvale {
 
+FileError::FileError(const std::string& what, const std::string& path, std::string problem,
+                     std::string details)
+    : UserError(describeFileError(what, path, problem), std::move(details))
+    , plainWords(std::move(problem))
+    , filePath(path) {}
+
 std::string describeFileError(const std::string& what, const std::string& path,
                               const std::string& reason) {
     std::string name = std::filesystem::path(path).filename().string();

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace sonvale {
 
@@ -10,6 +11,17 @@ namespace sonvale {
 class UserError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
+    UserError(const std::string& message, std::string details)
+        : std::runtime_error(message)
+        , technical(std::move(details)) {}
+
+    // The technical line behind the message, in a library's or the system's own words
+    // ("Invalid data found when processing input"): shown apart from it, on request. Empty
+    // when there is none.
+    const std::string& details() const { return technical; }
+
+private:
+    std::string technical;
 };
 
 // A failure reported by the file system or a codec library, with its own description
@@ -17,6 +29,20 @@ public:
 class FileError : public UserError {
 public:
     using UserError::UserError;
+    // About one file: what() is `what`, the file's name and `problem` (as describeFileError
+    // makes it), and problem() and path() keep the parts for those who name the file
+    // their own way.
+    FileError(const std::string& what, const std::string& path, std::string problem,
+              std::string details);
+
+    // The plain words about the file ("This is not an audio file."); empty for an error
+    // made from a whole message.
+    const std::string& problem() const { return plainWords; }
+    const std::string& path() const { return filePath; }
+
+private:
+    std::string plainWords;
+    std::string filePath;
 };
 
 // Builds a FileError's text: what + the file's name in curly quotes + the reason.

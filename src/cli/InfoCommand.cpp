@@ -1,6 +1,7 @@
 // sonvale-cli info: what each file holds, decoded in full for its peak.
 
 #include "cli/Commands.h"
+#include "cli/Options.h"
 #include "cli/Progress.h"
 
 #include "audio/AudioLoader.h"
@@ -116,7 +117,7 @@ int info(const Arguments& args) {
                 std::printf("%s\n", formatLine(summary).c_str());
         } catch (const std::exception& error) {
             std::fflush(stdout);
-            std::fprintf(stderr, "sonvale-cli info: %s: %s\n", file.c_str(), error.what());
+            std::fprintf(stderr, "sonvale-cli info: %s\n", failureText(error, file).c_str());
             status = 1;
         }
     }

@@ -22,7 +22,12 @@ namespace {
 AudioDataPtr loadWithProgress(const std::string& file) {
     ProgressLine progress("Reading " + file);
     DecodeReport report;
-    auto audio = AudioLoader::load(file, progress.callback(), &report);
+    AudioDataPtr audio;
+    try {
+        audio = AudioLoader::load(file, progress.callback(), &report);
+    } catch (...) {
+        rethrowNamingInput(file);
+    }
     progress.clear();
     warnAboutDamage(file, report, audio->sampleRate);
     return audio;
@@ -96,8 +101,7 @@ int loudness(const Arguments& args) {
                 std::snprintf(peakText, sizeof peakText, "-inf dBFS");
             std::printf("%s: integrated %s, peak %s\n", file.c_str(), loudnessText, peakText);
         } catch (const std::exception& error) {
-            std::fprintf(stderr, "sonvale-cli loudness: %s: %s\n", fileName(file).c_str(),
-                         error.what());
+            std::fprintf(stderr, "sonvale-cli loudness: %s\n", failureText(error, file).c_str());
             status = 1;
         }
     }

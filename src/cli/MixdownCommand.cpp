@@ -85,10 +85,15 @@ struct StreamedFiles {
             if (file->path == path) return file->standIn;
         auto file = std::make_shared<StreamedFile>();
         file->path = path;
-        file->decoder = openAudioDecoder(path);
+        try {
+            file->decoder = openAudioDecoder(path);
+        } catch (...) {
+            rethrowNamingInput(path);
+        }
         const auto& info = file->decoder->info();
         const bool exact = file->decoder->lengthIsExact();
-        if (info.channels < 1 || (exact && info.frames < 1)) throw AudioLoaderError::empty();
+        if (exact && info.frames < 1)
+            throw FileError("Couldn't open", path, AudioLoaderError::empty().what(), {});
         file->limit = exact ? info.frames : std::numeric_limits<int64_t>::max();
         file->standIn = AudioLoader::makeAudioDataForPlaying(
             info.sampleRate, std::vector<FloatBuffer>(size_t(info.channels)), 0);
@@ -189,7 +194,7 @@ int mixdown(const Arguments& args) {
     } catch (const UsageError& failure) {
         std::fprintf(stderr, "sonvale-cli mixdown: %s\n", failure.message.c_str());
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "sonvale-cli mixdown: %s\n", failure.what());
+        std::fprintf(stderr, "sonvale-cli mixdown: %s\n", failureText(failure).c_str());
     }
     return 1;
 }

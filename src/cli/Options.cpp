@@ -15,8 +15,18 @@ void rethrowNamingInput(const std::string& input) {
     try {
         throw;
     } catch (const AudioLoaderError& error) {
-        throw UserError(input + ": " + error.what());
+        throw FileError("Couldn't open", input, error.what(), error.details());
     }
+}
+
+std::string failureText(const std::exception& error, const std::string& file) {
+    const auto* onFile = dynamic_cast<const FileError*>(&error);
+    std::string text = onFile && !onFile->problem().empty()
+                           ? onFile->path() + ": " + onFile->problem()
+                           : (file.empty() ? "" : file + ": ") + error.what();
+    const auto* user = dynamic_cast<const UserError*>(&error);
+    if (user && !user->details().empty()) text += "\n  (details: " + user->details() + ")";
+    return text;
 }
 
 std::string exportFormatList() {

@@ -4,6 +4,7 @@
 #include "audio/ExportFormat.h"
 #include "cli/Commands.h"
 
+#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,9 +14,14 @@ namespace sonvale::cli {
 // Shared pieces of the commands' argument handling, so every command words its errors alike.
 
 std::string curlyQuoted(const std::string& text);
-// Inside a catch block: rethrows the error being handled, naming `input` in front of it when
-// it is about the input's audio ("in.wav: The file contains no audio.") as `info` does.
+// Inside a catch block: rethrows the error being handled, as a FileError about `input` when
+// it is about the input's audio but doesn't name a file ("The file contains no audio.").
 [[noreturn]] void rethrowNamingInput(const std::string& input);
+// What the tool prints for a failure: the file it is about (the error's own, else `file`),
+// the plain words, and the technical line on a line of its own:
+//   in.wav: This is not an audio file.
+//     (details: Invalid data found when processing input)
+std::string failureText(const std::exception& error, const std::string& file = {});
 // "wav16, wav24, aiff16 or aac"
 std::string exportFormatList();
 // --format's value, or a UsageError listing the formats.

@@ -79,7 +79,12 @@ int play(const Arguments& args) {
         chain->append(EffectSession::make(setup.kind, setup.values));
     }
     DecodeReport report;
-    auto audio = AudioLoader::load(file, {}, &report);
+    AudioDataPtr audio;
+    try {
+        audio = AudioLoader::load(file, {}, &report);
+    } catch (...) {
+        rethrowNamingInput(file);
+    }
     warnAboutDamage(file, report, audio->sampleRate);
     const int64_t start =
         std::min<int64_t>(std::llround(from * audio->sampleRate), audio->frameCount);

@@ -4,6 +4,7 @@
 #include "cli/Options.h"
 
 #include "audio/AudioLoader.h"
+#include "base/Errors.h"
 #include "persistence/SessionBundle.h"
 
 #include <chrono>
@@ -36,7 +37,8 @@ struct TrackSummary {
     std::string path;
     bool found = false;
     std::optional<double> duration; // seconds, from the file's header
-    std::string unreadable;         // why a found file gave no duration
+    std::string unreadable;         // why a found file gave no duration, in plain words
+    std::string details;            // the library's own line about it, if any
 };
 
 TrackSummary summarise(const TrackState& track) {
@@ -53,7 +55,11 @@ TrackSummary summarise(const TrackState& track) {
         else
             summary.unreadable = "no sample rate";
     } catch (const std::exception& failure) {
-        summary.unreadable = failure.what();
+        const auto* onFile = dynamic_cast<const FileError*>(&failure);
+        summary.unreadable =
+            onFile && !onFile->problem().empty() ? onFile->problem() : failure.what();
+        if (const auto* user = dynamic_cast<const UserError*>(&failure))
+            summary.details = user->details();
     }
     return summary;
 }
@@ -133,9 +139,11 @@ void printText(const std::string& bundle, int64_t format, const SessionState& st
             std::printf("  %s: missing\n", track.path.c_str());
         else if (track.duration)
             std::printf("  %s: found, %.3f s\n", track.path.c_str(), *track.duration);
-        else
+        else {
             std::printf("  %s: found, unreadable (%s)\n", track.path.c_str(),
                         track.unreadable.c_str());
+            if (!track.details.empty()) std::printf("    (details: %s)\n", track.details.c_str());
+        }
     }
     if (state.timeline) {
         std::printf("lanes: %zu\n", state.timeline->lanes.size());

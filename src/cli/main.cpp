@@ -1,6 +1,7 @@
 // sonvale-cli: Sonvale's batch tool for scripted audio work.
 
 #include "cli/Commands.h"
+#include "cli/Options.h"
 
 #include "base/Errors.h"
 
@@ -85,7 +86,7 @@ int main(int argc, char** argv) {
     } catch (const UsageError& error) {
         std::fprintf(stderr, "sonvale-cli %s: %s\n", argv[1], error.message.c_str());
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "sonvale-cli %s: %s\n", argv[1], error.what());
+        std::fprintf(stderr, "sonvale-cli %s: %s\n", argv[1], failureText(error).c_str());
     }
     return 1;
 }

@@ -239,8 +239,10 @@ void EditorModel::load(const AudioTrackPtr& track) {
                 std::error_code missing;
                 const std::string message =
                     fs::exists(url, missing) ? userMessage(error) : missingFileMessage(url);
-                report([token, message](AudioTrack& t) {
-                    t.setState(AudioTrack::Failed{message});
+                const auto* user = dynamic_cast<const UserError*>(&error);
+                std::string details = user ? user->details() : std::string();
+                report([token, message, details = std::move(details)](AudioTrack& t) {
+                    t.setState(AudioTrack::Failed{message, details});
                     if (auto alive = token.lock()) (*alive)->finishTimelineRestore();
                 });
             }

@@ -153,18 +153,37 @@ private Q_SLOTS:
                  QString("long take\nThe file contains no audio."));
     }
 
-    void aFileThatFailsToLoadShowsItsMessageInTheList() {
+    // Plain words naming the file in the list and the inspector; FFmpeg's own line only
+    // behind the inspector's Details button.
+    void aFileThatFailsToLoadShowsWhyInPlainWordsWithTheDetailsApart() {
         Harness h;
         h.window.openFiles({fixturePath("noise.mp3")});
         auto track = h.model.tracks().at(0);
         QTRY_VERIFY_WITH_TIMEOUT(std::holds_alternative<AudioTrack::Failed>(track->state()), 10000);
-        const auto message =
-            QString::fromStdString(std::get<AudioTrack::Failed>(track->state()).message);
-        QVERIFY(!message.isEmpty());
+        const auto& failed = std::get<AudioTrack::Failed>(track->state());
+        const QString message = QString::fromStdString(failed.message);
+        QCOMPARE(message, QString::fromUtf8("Couldn't open \u201Cnoise.mp3\u201D: This is not an "
+                                            "audio file."));
+        QCOMPARE(failed.details, std::string("Invalid data found when processing input"));
         QListWidgetItem* item = h.window.trackList()->item(0);
         QVERIFY2(item->text().endsWith(message), qPrintable(item->text()));
         QCOMPARE(item->toolTip(), message);
         QVERIFY(!h.enabled(ID::exportAudio));
+
+        auto* problem = child<QLabel>(&h.window, "inspectorProblem");
+        auto* button = child<QToolButton>(&h.window, "inspectorDetailsButton");
+        auto* details = child<QLabel>(&h.window, "inspectorDetails");
+        QCOMPARE(problem->text(), message);
+        QVERIFY(!button->isHidden());
+        QVERIFY(details->isHidden());
+        button->click();
+        QVERIFY(!details->isHidden());
+        QCOMPARE(details->text(), QString("Invalid data found when processing input"));
+        // A track that loads has neither.
+        QVERIFY(h.openAndLoad("mono.wav"));
+        QVERIFY(problem->isHidden());
+        QVERIFY(button->isHidden());
+        QVERIFY(details->isHidden());
     }
 
     void removingFromTheListDropsTheSelectedTracks() {
