@@ -6,6 +6,9 @@
 #include <QToolTip>
 #include <algorithm>
 #include <chrono>
+#include <iterator>
+#include <utility>
+#include <vector>
 
 namespace sonvale {
 
@@ -199,8 +202,8 @@ const QPixmap& LevelMeterWidget::background(const Layout& lay, double ratio) {
                                 lay.bars.width(), rowHeight - 2)),
                    trough);
     const QRectF light = place(lay.light);
-    p.fillRect(light, mix(trough, clipColour, 0.3));
-    p.setPen(QPen(mix(trough, clipColour, 0.7), 0));
+    p.fillRect(light, mix(trough, clipColour, 0.12));
+    p.setPen(QPen(mix(trough, clipColour, 0.45), 0));
     p.drawRect(light.adjusted(0.5, 0.5, -0.5, -0.5));
     if (!showsScale) return backgroundCache;
 
@@ -211,21 +214,28 @@ const QPixmap& LevelMeterWidget::background(const Layout& lay, double ratio) {
         const QRectF row(0, lay.bars.top() + c * rowHeight, lay.names - 3, rowHeight);
         p.drawText(row, Qt::AlignRight | Qt::AlignVCenter, channelName(c, rows));
     }
-    // From 0 dBFS down, a mark's number is left out where it would run into the one before.
+    // 0 dBFS and the floor are always numbered; a mark between them only where its number
+    // keeps clear of those already drawn.
     const QColor faint = mix(palette().color(QPalette::Window), text, 0.7);
-    double leftmost = lay.scale.right() + 1.0 + metrics.horizontalAdvance(' ');
-    for (auto mark = std::rbegin(scaleMarks); mark != std::rend(scaleMarks); ++mark) {
-        const double x = std::round(positionOf(*mark));
+    std::vector<std::pair<double, double>> taken;
+    const float first = scaleMarks[std::size(scaleMarks) - 1], second = scaleMarks[0];
+    std::vector<float> marks = {first, second};
+    marks.insert(marks.end(), std::rbegin(scaleMarks) + 1, std::rend(scaleMarks) - 1);
+    p.setPen(faint);
+    for (const float mark : marks) {
+        const double x = std::round(positionOf(mark));
         p.fillRect(QRectF(std::min(x, double(lay.bars.right())), lay.scale.top(), 1, tickLength),
                    faint);
         const QString label =
-            *mark == 0 ? QString("0") : QString::fromUtf8("\u2212%1").arg(int(-*mark));
+            mark == 0 ? QString("0") : QString::fromUtf8("\u2212%1").arg(int(-mark));
         const int w = metrics.horizontalAdvance(label);
         const double left =
             std::clamp(x - w / 2.0, double(lay.bars.left()), double(lay.bars.right() + 1 - w));
-        if (left + w + 3 > leftmost) continue;
-        leftmost = left;
-        p.setPen(faint);
+        const bool clear = std::all_of(taken.begin(), taken.end(), [&](const auto& span) {
+            return left + w + 3 <= span.first || left >= span.second + 3;
+        });
+        if (!clear) continue;
+        taken.emplace_back(left, left + w);
         p.drawText(QPointF(left, lay.scale.top() + tickLength + metrics.ascent()), label);
     }
     return backgroundCache;

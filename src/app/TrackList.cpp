@@ -57,10 +57,12 @@ public:
         painter->fillRect(
             QRect(option.rect.left() + 4, option.rect.bottom(), option.rect.width() - 8, 1),
             palette.color(QPalette::Mid));
+        // On a selected row the accent takes the selection's text colour to stand out.
+        const bool selected = option.state & QStyle::State_Selected;
         if (index.data(TrackList::activeRole).toBool())
             painter->fillRect(
-                QRect(option.rect.left() + 1, option.rect.top() + 4, 3, option.rect.height() - 8),
-                palette.color(QPalette::Highlight));
+                QRect(option.rect.left() + 1, option.rect.top() + 3, 4, option.rect.height() - 6),
+                palette.color(selected ? QPalette::HighlightedText : QPalette::Highlight));
     }
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
         return QStyledItemDelegate::sizeHint(option, index) + QSize(6, 8);

@@ -19,9 +19,11 @@
 #include <QTimer>
 #include <QToolButton>
 #include <QToolTip>
+#include <QVBoxLayout>
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <initializer_list>
 
 namespace sonvale {
 
@@ -35,7 +37,7 @@ public:
         : QLineEdit(parent) {
         setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
         setAlignment(Qt::AlignRight);
-        setFixedWidth(fontMetrics().horizontalAdvance("00:00:00.000") + 12);
+        setFixedWidth(fontMetrics().horizontalAdvance("0:00:00.000") + 10);
     }
     std::function<void(double)> entered;
     std::function<void()> cancelled;
@@ -159,16 +161,37 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     , model(model) {
     setObjectName("transportBar");
     auto* row = new QHBoxLayout(this);
-    row->setContentsMargins(8, 4, 8, 4);
+    row->setContentsMargins(8, 2, 8, 4);
     row->setSpacing(4);
+    // A group of controls with its name in small type above it.
+    auto captioned = [this, row](const QString& caption, std::initializer_list<QWidget*> widgets,
+                                 const QString& tip) {
+        auto* column = new QVBoxLayout;
+        column->setContentsMargins(0, 0, 0, 0);
+        column->setSpacing(0);
+        auto* label = new QLabel(caption, this);
+        QFont small = label->font();
+        small.setPointSizeF(small.pointSizeF() * 0.85);
+        label->setFont(small);
+        label->setToolTip(tip);
+        label->setForegroundRole(QPalette::PlaceholderText);
+        column->addWidget(label);
+        auto* line = new QHBoxLayout;
+        line->setSpacing(2);
+        for (QWidget* w : widgets)
+            line->addWidget(w);
+        column->addLayout(line);
+        row->addLayout(column);
+        return label;
+    };
 
-    auto button = [this, row](const char* name, const QString& tip, auto run) {
+    auto button = [this](const char* name, const QString& tip, auto run) {
         auto* b = new QToolButton(this);
         b->setObjectName(name);
         b->setToolTip(tip);
         b->setAutoRaise(true);
         connect(b, &QToolButton::clicked, this, run);
-        row->addWidget(b);
+        b->setIconSize(QSize(18, 18));
         return b;
     };
     const auto withKey = [](const char* text, const char* key) {
@@ -189,11 +212,9 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     loopButton = button("loopButton", EditorModel::loopPlaybackToolTip,
                         [this] { this->model.loopPlayback(); });
     loopButton->setCheckable(true);
+    captioned(" ", {startButton, playButton, stopButton, endButton, loopButton}, {});
     row->addSpacing(10);
 
-    auto* speed = new QLabel("Speed", this);
-    speed->setToolTip(EditorModel::playbackRateToolTip);
-    row->addWidget(speed);
     auto* slower = new QToolButton(this);
     slower->setText(QString::fromUtf8("\u2212"));
     slower->setToolTip(EditorModel::playbackRateToolTip);
@@ -207,20 +228,18 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     faster->setText("+");
     faster->setToolTip(EditorModel::playbackRateToolTip);
     connect(faster, &QToolButton::clicked, this, [this] { this->model.changePlaybackRate(1); });
-    row->addWidget(slower);
-    row->addWidget(rateLabel);
-    row->addWidget(faster);
+    captioned("Speed", {slower, rateLabel, faster}, EditorModel::playbackRateToolTip);
     row->addSpacing(10);
 
     timeLabel = new QLabel(this);
     timeLabel->setObjectName("timeDisplay");
     QFont clock = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    clock.setPointSizeF(clock.pointSizeF() * 1.3);
+    clock.setPointSizeF(clock.pointSizeF() * 1.2);
     clock.setBold(true);
     timeLabel->setFont(clock);
     timeLabel->setToolTip("Playhead");
     timeLabel->setMinimumWidth(QFontMetrics(clock).horizontalAdvance("0:00:00.000") + 4);
-    row->addWidget(timeLabel);
+    captioned("Position", {timeLabel}, timeLabel->toolTip());
     row->addSpacing(8);
 
     static constexpr const char* captions[] = {"Start", "End", "Length"};
@@ -228,22 +247,14 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     static constexpr const char* tips[] = {"Selection start (the cursor without a selection)",
                                            "Selection end", "Selection length"};
     for (int i = 0; i < 3; ++i) {
-        auto* caption = new QLabel(captions[i], this);
         auto* field = fields[i] = new TimeField(this);
         field->setObjectName(names[i]);
         field->setToolTip(QString("%1: %2, then Enter").arg(tips[i], TimeField::hint));
-        caption->setBuddy(field);
-        caption->setToolTip(field->toolTip());
         field->entered = [this, i](double seconds) { enterSelection(i, seconds); };
         field->cancelled = [this] { refresh(); };
-        row->addWidget(caption);
-        row->addWidget(field);
-        if (i == 0) {
-            startCaption = caption;
-            startCaption->setMinimumWidth(
-                std::max(caption->sizeHint().width(),
-                         caption->fontMetrics().horizontalAdvance("Cursor") + 2));
-        }
+        QLabel* caption = captioned(captions[i], {field}, field->toolTip());
+        caption->setBuddy(field);
+        if (i == 0) startCaption = caption;
     }
     row->addStretch(1);
 
@@ -266,11 +277,7 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     gainLabel->setObjectName("gainText");
     gainLabel->setMinimumWidth(gainLabel->fontMetrics().horizontalAdvance("+30.0 dB applied") + 4);
     gainLabel->setToolTip(gainSlider->toolTip());
-    auto* gainCaption = new QLabel("Gain", this);
-    gainCaption->setToolTip(gainSlider->toolTip());
-    row->addWidget(gainCaption);
-    row->addWidget(gainSlider);
-    row->addWidget(gainLabel);
+    captioned("Gain", {gainSlider, gainLabel}, gainSlider->toolTip());
 
     normalizeButton = new QToolButton(this);
     normalizeButton->setObjectName("normalizeButton");
@@ -295,12 +302,12 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     });
     normalizeButton->setMenu(normalizeMenu);
     connect(normalizeButton, &QToolButton::clicked, this, [this] { this->model.normalizePeak(); });
-    row->addWidget(normalizeButton);
+    captioned(" ", {normalizeButton}, {});
     row->addSpacing(10);
 
     outputMeter = new LevelMeterWidget(this);
     outputMeter->setObjectName("outputMeter");
-    outputMeter->setFixedWidth(180);
+    outputMeter->setFixedWidth(170);
     outputMeter->setShowsScale(true);
     outputMeter->setToolTip("Output level in dBFS (click to reset the clip light)");
     row->addWidget(outputMeter);
@@ -311,7 +318,7 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     exportButton->setText(QString::fromUtf8("Export\u2026"));
     exportButton->setToolTip("Export selection or track with gain applied (Ctrl+Shift+E)");
     connect(exportButton, &QToolButton::clicked, this, &TransportBar::exportRequested);
-    row->addWidget(exportButton);
+    captioned(" ", {exportButton}, {});
 
     modelConnections.add(model.selectionChanged.connect([this] { watchActiveTrack(); }));
     for (auto* signal :
@@ -331,7 +338,7 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
 QLineEdit* TransportBar::selectionField(int index) const { return fields[index]; }
 
 void TransportBar::changeEvent(QEvent* event) {
-    if (event->type() == QEvent::PaletteChange) refreshIcons();
+    if (event->type() == QEvent::PaletteChange && startButton) refreshIcons();
     QWidget::changeEvent(event);
 }
 
