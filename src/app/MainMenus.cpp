@@ -160,8 +160,8 @@ void MainMenus::build(QMenu& effectKinds) {
     // Pause, Stop and the ends, which the transport bar's buttons share.
     for (auto [id, name, text, keys, run] :
          {std::tuple{ID::pause, "pause", "Pause", EditorModel::pauseShortcut, &EditorModel::pause},
-          std::tuple{ID::stopAndReturn, "stopAndReturn", "Stop", EditorModel::stopShortcut,
-                     &EditorModel::stopAndReturn},
+          std::tuple{ID::stopAndReturn, "stopAndReturn", "Stop and Go Back",
+                     EditorModel::stopShortcut, &EditorModel::stopAndReturn},
           std::tuple{ID::goToStart, "goToStart", "Go to Start", EditorModel::goToStartShortcut,
                      &EditorModel::goToStart},
           std::tuple{ID::goToEnd, "goToEnd", "Go to End", EditorModel::goToEndShortcut,
