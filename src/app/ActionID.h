@@ -46,6 +46,10 @@ enum class ActionID {
     removeAllMarkers,
     // Playback
     play,
+    pause,
+    stopAndReturn,
+    goToStart,
+    goToEnd,
     loop,
     slower,
     faster,

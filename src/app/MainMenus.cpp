@@ -167,6 +167,17 @@ void MainMenus::build(QMenu& effectKinds) {
     QMenu* playback = bar->addMenu("&Playback");
     playback->addAction(makeAction(ID::play, "play", "Play", QKeySequence(Qt::Key_Space),
                                    [&m] { m.togglePlayback(); }));
+    // Pause, Stop and the ends, which the transport bar's buttons share.
+    for (auto [id, name, text, keys, run] :
+         {std::tuple{ID::pause, "pause", "Pause", EditorModel::pauseShortcut, &EditorModel::pause},
+          std::tuple{ID::stopAndReturn, "stopAndReturn", "Stop and Go Back",
+                     EditorModel::stopShortcut, &EditorModel::stopAndReturn},
+          std::tuple{ID::goToStart, "goToStart", "Go to Start", EditorModel::goToStartShortcut,
+                     &EditorModel::goToStart},
+          std::tuple{ID::goToEnd, "goToEnd", "Go to End", EditorModel::goToEndShortcut,
+                     &EditorModel::goToEnd}})
+        playback->addAction(
+            makeAction(id, name, text, QKeySequence(keys), [&m, run = run] { (m.*run)(); }));
     QAction* loop = makeAction(ID::loop, "loop", "Loop Playback", QKeySequence("Ctrl+L"),
                                [&m] { m.loopPlayback(); });
     loop->setCheckable(true);
@@ -294,6 +305,10 @@ void MainMenus::refresh() {
     set(ID::removeAllMarkers, m.hasMarkers());
     set(ID::play, m.canPlay() || m.isPlaying());
     action(ID::play)->setText(m.isPlaying() ? "Stop" : "Play");
+    for (ID id : {ID::pause, ID::stopAndReturn})
+        set(id, m.isPlaying());
+    for (ID id : {ID::goToStart, ID::goToEnd})
+        set(id, m.canPlay() || m.isPlaying());
     set(ID::loop, m.canPlay() || m.isPlaying());
     action(ID::loop)->setChecked(m.isLooping());
     set(ID::slower, m.playbackRate() > PlaybackEngine::playbackRates.front());

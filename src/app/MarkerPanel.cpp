@@ -33,6 +33,9 @@ MarkerPanel::MarkerPanel(EditorModel& model, QWidget* parent)
     markers->setHeaderLabels({"Name", "Start", "End"});
     markers->setRootIsDecorated(false);
     markers->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed);
+    // The times keep their width and the name takes what is left, so End stays in view.
+    markers->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    markers->header()->setMinimumSectionSize(40);
     markers->header()->setStretchLastSection(false);
     markers->header()->setSectionResizeMode(0, QHeaderView::Stretch);
     markers->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);

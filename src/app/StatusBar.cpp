@@ -116,7 +116,7 @@ void StatusBar::refreshStatus() {
 
 void StatusBar::refreshMemory() {
     const AudioMemory memory = measureMemory(model);
-    memoryButton->setText(QLocale().formattedDataSize(memory.total()));
+    memoryButton->setText("Memory: " + QLocale().formattedDataSize(memory.total()));
 }
 
 void StatusBar::showMemoryDetails() {

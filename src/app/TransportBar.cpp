@@ -6,21 +6,153 @@
 #include "audio/Loudness.h"
 #include "editor/EditorModel.h"
 
+#include <QEvent>
 #include <QFontDatabase>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
+#include <QPainter>
+#include <QPainterPath>
 #include <QSlider>
 #include <QTimer>
 #include <QToolButton>
+#include <QToolTip>
+#include <QVBoxLayout>
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <initializer_list>
 
 namespace sonvale {
+
+// A time that can be typed: Enter hands the time on (text that isn't a time stays, with a
+// hint), Escape or leaving the field puts the shown time back.
+class TimeField final : public QLineEdit {
+public:
+    static constexpr const char* hint = "Type a time like 1:02.500 or 62.5";
+
+    explicit TimeField(QWidget* parent)
+        : QLineEdit(parent) {
+        setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+        setAlignment(Qt::AlignRight);
+        setFixedWidth(fontMetrics().horizontalAdvance("0:00:00.000") + 10);
+    }
+    std::function<void(double)> entered;
+    std::function<void()> cancelled;
+
+    // Shows `text` unless the field holds something being typed.
+    void showTime(const QString& text) {
+        if (hasFocus() && isModified()) return;
+        if (text != this->text()) setText(text);
+        setModified(false);
+    }
+
+protected:
+    bool event(QEvent* event) override {
+        // Enter and Escape belong to the field while it has the focus, not to shortcuts.
+        if (event->type() == QEvent::ShortcutOverride) {
+            const int key = static_cast<QKeyEvent*>(event)->key();
+            if (key == Qt::Key_Escape || key == Qt::Key_Return || key == Qt::Key_Enter) {
+                event->accept();
+                return true;
+            }
+        }
+        return QLineEdit::event(event);
+    }
+    void keyPressEvent(QKeyEvent* event) override {
+        switch (event->key()) {
+        case Qt::Key_Escape:
+            setModified(false);
+            cancelled();
+            clearFocus();
+            return;
+        case Qt::Key_Return:
+        case Qt::Key_Enter:
+            if (const auto seconds = parseTimeText(text())) {
+                setModified(false);
+                entered(*seconds);
+                selectAll();
+            } else {
+                QToolTip::showText(mapToGlobal(QPoint(0, height())), hint, this);
+            }
+            return;
+        default: QLineEdit::keyPressEvent(event);
+        }
+    }
+    void focusOutEvent(QFocusEvent* event) override {
+        QLineEdit::focusOutEvent(event);
+        setModified(false);
+        cancelled();
+    }
+};
 
 namespace {
 
 QString qs(const std::string& text) { return QString::fromStdString(text); }
+
+enum class Glyph { toStart, play, pause, stop, toEnd, loop };
+
+// The transport's symbols, drawn in the palette's button text colour so that they read in
+// light and dark themes alike (a font need not have them).
+QIcon transportIcon(Glyph glyph, const QColor& colour) {
+    QPixmap pixmap(QSize(16, 16) * 3);
+    pixmap.setDevicePixelRatio(3);
+    pixmap.fill(Qt::transparent);
+    QPainter p(&pixmap);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(Qt::NoPen);
+    p.setBrush(colour);
+    auto triangle = [&](QPointF a, QPointF b, QPointF c) { p.drawPolygon(QPolygonF({a, b, c})); };
+    switch (glyph) {
+    case Glyph::toStart:
+        p.drawRect(QRectF(3, 3, 2, 10));
+        triangle({13, 3}, {13, 13}, {5.5, 8});
+        break;
+    case Glyph::play: triangle({4, 2.5}, {4, 13.5}, {13.5, 8}); break;
+    case Glyph::pause:
+        p.drawRect(QRectF(4, 3, 3, 10));
+        p.drawRect(QRectF(9, 3, 3, 10));
+        break;
+    case Glyph::stop: p.drawRect(QRectF(3.5, 3.5, 9, 9)); break;
+    case Glyph::toEnd:
+        triangle({3, 3}, {3, 13}, {10.5, 8});
+        p.drawRect(QRectF(11, 3, 2, 10));
+        break;
+    case Glyph::loop: {
+        p.setPen(QPen(colour, 1.6, Qt::SolidLine, Qt::FlatCap));
+        p.setBrush(Qt::NoBrush);
+        p.drawArc(QRectF(3, 3, 10, 10), 100 * 16, 290 * 16);
+        p.setPen(Qt::NoPen);
+        p.setBrush(colour);
+        triangle({7.5, 0.8}, {7.5, 6.2}, {11, 3.5});
+        break;
+    }
+    }
+    return QIcon(pixmap);
+}
+
+// What the selection fields show and set: the timeline while it shows, else the active track.
+struct Shown {
+    double rate = 0;
+    int64_t frames = 0;
+    std::optional<FrameRange> selection;
+    int64_t cursor = 0;
+};
+
+Shown shownRange(const EditorModel& model) {
+    if (model.isShowingTimeline()) {
+        const Timeline& t = *model.timeline();
+        Shown s{t.sampleRate(), t.frameCount(), std::nullopt, t.cursor()};
+        if (const auto& range = t.selection())
+            s.selection = FrameRange{range->first, range->second};
+        return s;
+    }
+    const auto track = model.activeTrack();
+    if (!track || !track->audio()) return {};
+    return {track->sampleRate(), track->frameCount(), track->selection(), track->cursor()};
+}
 
 } // namespace
 
@@ -29,22 +161,59 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     , model(model) {
     setObjectName("transportBar");
     auto* row = new QHBoxLayout(this);
-    row->setContentsMargins(8, 4, 8, 4);
+    row->setContentsMargins(8, 2, 8, 4);
+    row->setSpacing(4);
+    // A group of controls with its name in small type above it.
+    auto captioned = [this, row](const QString& caption, std::initializer_list<QWidget*> widgets,
+                                 const QString& tip) {
+        auto* column = new QVBoxLayout;
+        column->setContentsMargins(0, 0, 0, 0);
+        column->setSpacing(0);
+        auto* label = new QLabel(caption, this);
+        QFont small = label->font();
+        small.setPointSizeF(small.pointSizeF() * 0.85);
+        label->setFont(small);
+        label->setToolTip(tip);
+        label->setForegroundRole(QPalette::PlaceholderText);
+        column->addWidget(label);
+        auto* line = new QHBoxLayout;
+        line->setSpacing(2);
+        for (QWidget* w : widgets)
+            line->addWidget(w);
+        column->addLayout(line);
+        row->addLayout(column);
+        return label;
+    };
 
-    playButton = new QToolButton(this);
-    playButton->setObjectName("playButton");
-    playButton->setText(QString::fromUtf8("\u25B6"));
-    playButton->setToolTip("Play or stop (Space)");
-    connect(playButton, &QToolButton::clicked, this, [this] { this->model.togglePlayback(); });
-    row->addWidget(playButton);
-
-    loopButton = new QToolButton(this);
-    loopButton->setObjectName("loopButton");
-    loopButton->setText(QString::fromUtf8("\u21BB"));
+    auto button = [this](const char* name, const QString& tip, auto run) {
+        auto* b = new QToolButton(this);
+        b->setObjectName(name);
+        b->setToolTip(tip);
+        b->setAutoRaise(true);
+        connect(b, &QToolButton::clicked, this, run);
+        b->setIconSize(QSize(18, 18));
+        return b;
+    };
+    const auto withKey = [](const char* text, const char* key) {
+        return QString("%1 (%2)").arg(text, QKeySequence(key).toString(QKeySequence::NativeText));
+    };
+    startButton = button("goToStartButton", withKey("Go to start", EditorModel::goToStartShortcut),
+                         [this] { this->model.goToStart(); });
+    playButton = button("playButton", {}, [this] {
+        if (this->model.isPlaying())
+            this->model.pause();
+        else
+            this->model.play();
+    });
+    stopButton = button("stopButton", withKey("Stop and go back", EditorModel::stopShortcut),
+                        [this] { this->model.stopAndReturn(); });
+    endButton = button("goToEndButton", withKey("Go to end", EditorModel::goToEndShortcut),
+                       [this] { this->model.goToEnd(); });
+    loopButton = button("loopButton", EditorModel::loopPlaybackToolTip,
+                        [this] { this->model.loopPlayback(); });
     loopButton->setCheckable(true);
-    loopButton->setToolTip(EditorModel::loopPlaybackToolTip);
-    connect(loopButton, &QToolButton::clicked, this, [this] { this->model.loopPlayback(); });
-    row->addWidget(loopButton);
+    captioned(" ", {startButton, playButton, stopButton, endButton, loopButton}, {});
+    row->addSpacing(10);
 
     auto* slower = new QToolButton(this);
     slower->setText(QString::fromUtf8("\u2212"));
@@ -53,29 +222,48 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     rateLabel = new QLabel(this);
     rateLabel->setObjectName("playbackRate");
     rateLabel->setToolTip(EditorModel::playbackRateToolTip);
+    rateLabel->setAlignment(Qt::AlignCenter);
+    rateLabel->setMinimumWidth(rateLabel->fontMetrics().horizontalAdvance("0.75×") + 4);
     auto* faster = new QToolButton(this);
     faster->setText("+");
     faster->setToolTip(EditorModel::playbackRateToolTip);
     connect(faster, &QToolButton::clicked, this, [this] { this->model.changePlaybackRate(1); });
-    row->addWidget(slower);
-    row->addWidget(rateLabel);
-    row->addWidget(faster);
-    row->addSpacing(12);
+    captioned("Speed", {slower, rateLabel, faster}, EditorModel::playbackRateToolTip);
+    row->addSpacing(10);
 
     timeLabel = new QLabel(this);
     timeLabel->setObjectName("timeDisplay");
-    timeLabel->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    timeLabel->setToolTip("Playhead; below it the selection's start, end and length");
-    timeLabel->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-    timeLabel->setMinimumWidth(210);
-    row->addWidget(timeLabel);
+    QFont clock = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    clock.setPointSizeF(clock.pointSizeF() * 1.2);
+    clock.setBold(true);
+    timeLabel->setFont(clock);
+    timeLabel->setToolTip("Playhead");
+    timeLabel->setMinimumWidth(QFontMetrics(clock).horizontalAdvance("0:00:00.000") + 4);
+    captioned("Position", {timeLabel}, timeLabel->toolTip());
+    row->addSpacing(8);
+
+    static constexpr const char* captions[] = {"Start", "End", "Length"};
+    static constexpr const char* names[] = {"selectionStart", "selectionEnd", "selectionLength"};
+    static constexpr const char* tips[] = {"Selection start (the cursor without a selection)",
+                                           "Selection end", "Selection length"};
+    for (int i = 0; i < 3; ++i) {
+        auto* field = fields[i] = new TimeField(this);
+        field->setObjectName(names[i]);
+        field->setToolTip(QString("%1: %2, then Enter").arg(tips[i], TimeField::hint));
+        field->entered = [this, i](double seconds) { enterSelection(i, seconds); };
+        field->cancelled = [this] { refresh(); };
+        QLabel* caption = captioned(captions[i], {field}, field->toolTip());
+        caption->setBuddy(field);
+        if (i == 0) startCaption = caption;
+    }
     row->addStretch(1);
 
     gainSlider = new QSlider(Qt::Horizontal, this);
     gainSlider->setObjectName("gain");
     gainSlider->setRange(-300, 300);
     gainSlider->setFixedWidth(110);
-    gainSlider->setToolTip("Gain applied on playback and export");
+    gainSlider->setToolTip("The track's gain: heard in playback and applied on export; the audio "
+                           "itself is not changed");
     connect(gainSlider, &QSlider::valueChanged, this, [this](int tenths) {
         if (auto track = this->model.activeTrack())
             track->changeGain(float(tenths) / 10.0f, "Gain");
@@ -87,9 +275,9 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     });
     gainLabel = new QLabel(this);
     gainLabel->setObjectName("gainText");
-    gainLabel->setMinimumWidth(100);
-    row->addWidget(gainSlider);
-    row->addWidget(gainLabel);
+    gainLabel->setMinimumWidth(gainLabel->fontMetrics().horizontalAdvance("+30.0 dB applied") + 4);
+    gainLabel->setToolTip(gainSlider->toolTip());
+    captioned("Gain", {gainSlider, gainLabel}, gainSlider->toolTip());
 
     normalizeButton = new QToolButton(this);
     normalizeButton->setObjectName("normalizeButton");
@@ -114,11 +302,14 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     });
     normalizeButton->setMenu(normalizeMenu);
     connect(normalizeButton, &QToolButton::clicked, this, [this] { this->model.normalizePeak(); });
-    row->addWidget(normalizeButton);
-    row->addSpacing(12);
+    captioned(" ", {normalizeButton}, {});
+    row->addSpacing(10);
 
     outputMeter = new LevelMeterWidget(this);
     outputMeter->setObjectName("outputMeter");
+    outputMeter->setFixedWidth(170);
+    outputMeter->setShowsScale(true);
+    outputMeter->setToolTip("Output level in dBFS (click to reset the clip light)");
     row->addWidget(outputMeter);
     row->addSpacing(8);
 
@@ -127,18 +318,37 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     exportButton->setText(QString::fromUtf8("Export\u2026"));
     exportButton->setToolTip("Export selection or track with gain applied (Ctrl+Shift+E)");
     connect(exportButton, &QToolButton::clicked, this, &TransportBar::exportRequested);
-    row->addWidget(exportButton);
+    captioned(" ", {exportButton}, {});
 
     modelConnections.add(model.selectionChanged.connect([this] { watchActiveTrack(); }));
-    for (auto* signal : {&model.tracksChanged, &model.exportProgressChanged,
-                         &model.transportChanged, &model.playheadChanged})
+    for (auto* signal :
+         {&model.tracksChanged, &model.exportProgressChanged, &model.transportChanged,
+          &model.playheadChanged, &model.timelineShowingChanged,
+          &model.timeline()->selectionChanged, &model.timeline()->contentChanged})
         modelConnections.add(signal->connect([this] { refresh(); }));
 
     auto* meterTimer = new QTimer(this);
     meterTimer->setInterval(33);
     connect(meterTimer, &QTimer::timeout, this, [this] { refreshMeter(); });
     meterTimer->start();
+    refreshIcons();
     watchActiveTrack();
+}
+
+QLineEdit* TransportBar::selectionField(int index) const { return fields[index]; }
+
+void TransportBar::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::PaletteChange && startButton) refreshIcons();
+    QWidget::changeEvent(event);
+}
+
+void TransportBar::refreshIcons() {
+    const QColor ink = palette().color(QPalette::ButtonText);
+    startButton->setIcon(transportIcon(Glyph::toStart, ink));
+    playButton->setIcon(transportIcon(model.isPlaying() ? Glyph::pause : Glyph::play, ink));
+    stopButton->setIcon(transportIcon(Glyph::stop, ink));
+    endButton->setIcon(transportIcon(Glyph::toEnd, ink));
+    loopButton->setIcon(transportIcon(Glyph::loop, ink));
 }
 
 void TransportBar::watchActiveTrack() {
@@ -150,24 +360,81 @@ void TransportBar::watchActiveTrack() {
     refresh();
 }
 
+// Typed times set the selection as a drag on the canvas would (the cursor goes to its start);
+// the start field without a selection moves the cursor.
+void TransportBar::enterSelection(int field, double seconds) {
+    const Shown shown = shownRange(model);
+    if (!(shown.rate > 0)) return;
+    const int64_t frame = std::clamp<int64_t>(std::llround(seconds * shown.rate), 0, shown.frames);
+    FrameRange range = shown.selection.value_or(FrameRange{shown.cursor, shown.cursor});
+    const int64_t length = range.length();
+    if (field == 0 && !shown.selection) {
+        if (model.isShowingTimeline())
+            model.timeline()->setCursor(frame);
+        else
+            model.activeTrack()->setCursor(frame);
+        refresh();
+        return;
+    }
+    if (field == 0) {
+        range.lower = frame;
+        if (range.upper < frame) range.upper = std::min(shown.frames, frame + length);
+    } else if (field == 1) {
+        range.upper = frame;
+    } else {
+        range.upper = std::min(shown.frames, range.lower + frame);
+    }
+    const int64_t lower = std::min(range.lower, range.upper);
+    const int64_t upper = std::max(range.lower, range.upper);
+    if (model.isShowingTimeline()) {
+        model.timeline()->setSelection(std::pair{lower, upper});
+        model.timeline()->setCursor(lower);
+    } else {
+        model.activeTrack()->select(double(lower), double(upper), false);
+    }
+    refresh();
+}
+
 void TransportBar::refresh() {
     const auto track = model.activeTrack();
     const bool playing = model.isPlaying();
-    playButton->setText(playing ? QString::fromUtf8("\u25A0") : QString::fromUtf8("\u25B6"));
+    const bool wasPlaying = playButton->property("playing").toBool();
+    if (playing != wasPlaying || playButton->toolTip().isEmpty()) {
+        playButton->setProperty("playing", playing);
+        playButton->setToolTip(playing ? QString("Pause (%1)").arg(EditorModel::pauseShortcut)
+                                       : QString("Play (Space)"));
+        refreshIcons();
+    }
     playButton->setEnabled(model.canPlay() || playing);
+    stopButton->setEnabled(playing);
+    startButton->setEnabled(model.canPlay() || playing);
+    endButton->setEnabled(model.canPlay() || playing);
     loopButton->setChecked(model.isLooping());
     rateLabel->setText(qs(model.playbackRateText()));
-    QString time = "-:--.-";
-    if (track && track->audio()) {
-        const double rate = track->sampleRate();
-        time = durationText(double(model.playheadPosition()) / rate);
-        if (auto sel = track->selection())
-            time += QString::fromUtf8("\n%1\u2013%2 (%3)")
-                        .arg(durationText(double(sel->lower) / rate),
-                             durationText(double(sel->upper) / rate),
-                             durationText(double(sel->length()) / rate));
+
+    const Shown shown = shownRange(model);
+    const bool timed = shown.rate > 0;
+    QString time = "-:--.---";
+    if (timed) {
+        int64_t heard = shown.cursor;
+        if (model.isShowingTimeline())
+            heard = model.timelinePlayhead().value_or(shown.cursor);
+        else
+            heard = model.playheadPosition();
+        time = preciseTimeText(double(heard) / shown.rate);
     }
     timeLabel->setText(time);
+    auto text = [&](int64_t frame) { return preciseTimeText(double(frame) / shown.rate); };
+    startCaption->setText(timed && !shown.selection ? "Cursor" : "Start");
+    fields[0]->showTime(!timed ? QString()
+                               : text(shown.selection ? shown.selection->lower : shown.cursor));
+    fields[1]->showTime(timed && shown.selection ? text(shown.selection->upper) : QString());
+    fields[2]->showTime(timed && shown.selection ? text(shown.selection->length()) : QString());
+    for (TimeField* field : fields) {
+        field->setEnabled(timed);
+        field->setPlaceholderText(timed ? QString::fromUtf8("\u2013") : QString());
+    }
+
     const float gain = track ? track->gainDB() : 0.0f;
     if (!gainSlider->isSliderDown()) {
         QSignalBlocker block(gainSlider);
@@ -176,6 +443,7 @@ void TransportBar::refresh() {
     gainSlider->setEnabled(track && track->audio());
     gainLabel->setText(QString::asprintf("%+.1f dB applied", gain));
     normalizeButton->setEnabled(model.canNormalize());
+    outputMeter->setChannelCount(track && track->audio() ? track->audio()->channelCount() : 0);
     exportButton->setEnabled(model.canExport());
 }
 

@@ -5,6 +5,7 @@
 #include <QWidget>
 
 class QLabel;
+class QLineEdit;
 class QSlider;
 class QToolButton;
 
@@ -12,32 +13,45 @@ namespace sonvale {
 
 class EditorModel;
 class LevelMeterWidget;
+class TimeField;
 
-// The bar across the top of the window: play and loop, the playback rate, the time display
-// (the playhead, and the selection below it), the active track's gain with the Normalize
-// button, the output meter and Export. It follows the model and the active track and calls
-// the model's operations; Export is reported to the window, which shows the dialog. Main
-// thread only.
+// The bar across the top of the window: go to start, play/pause, stop, go to end and loop,
+// the playback speed, the playhead, the selection's start, end and length (typed to set
+// them), the active track's gain with the Normalize button, the output meter and Export. It
+// follows the model and the active track (the timeline while it shows) and calls the model's
+// operations; Export is reported to the window, which shows the dialog. Main thread only.
 class TransportBar final : public QWidget {
     Q_OBJECT
 public:
     explicit TransportBar(EditorModel& model, QWidget* parent = nullptr);
 
     LevelMeterWidget* meter() const { return outputMeter; }
+    // The selection fields: start (the cursor without a selection), end and length.
+    QLineEdit* selectionField(int index) const;
 
 Q_SIGNALS:
     void exportRequested();
+
+protected:
+    void changeEvent(QEvent* event) override;
 
 private:
     void watchActiveTrack();
     void refresh();
     void refreshMeter();
+    void refreshIcons();
+    void enterSelection(int field, double seconds);
 
     EditorModel& model;
+    QToolButton* startButton = nullptr;
     QToolButton* playButton = nullptr;
+    QToolButton* stopButton = nullptr;
+    QToolButton* endButton = nullptr;
     QToolButton* loopButton = nullptr;
     QLabel* rateLabel = nullptr;
     QLabel* timeLabel = nullptr;
+    TimeField* fields[3] = {};
+    QLabel* startCaption = nullptr;
     QSlider* gainSlider = nullptr;
     QLabel* gainLabel = nullptr;
     QToolButton* normalizeButton = nullptr;

@@ -4,6 +4,7 @@
 #include "persistence/Preferences.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace sonvale {
 
@@ -24,13 +25,16 @@ void EditorModel::playTimeline() {
     FrameRange range{0, frames};
     const int64_t cursor = timelineModel->cursor();
     int64_t at = cursor >= 0 && cursor < frames ? cursor : 0;
+    const auto paused = std::exchange(pausedAt, std::nullopt);
     playingSelection = false;
     if (const auto& selection = timelineModel->selection();
         selection && selection->first < frames) {
         range = {selection->first, std::min(selection->second, frames)};
-        at = range.lower;
+        const bool resume = paused == cursor && cursor > range.lower && cursor < range.upper;
+        at = resume ? cursor : range.lower;
         playingSelection = true;
     }
+    playStart = at;
     timelineModel->meters()->clear();
     // The mix runs the buses' and the master's effects itself: no live effect of the editor.
     if (!startSource(timelineModel->playback(), nullptr, false, range, at)) return;

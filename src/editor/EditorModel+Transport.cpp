@@ -64,13 +64,18 @@ void EditorModel::play() {
     const auto track = activeTrack();
     const int64_t frames = track->frameCount();
     const auto& selection = track->selection();
+    const int64_t cursor = track->cursor();
+    const auto paused = std::exchange(pausedAt, std::nullopt);
     if (selection && !selection->isEmpty()) {
         playingSelection = true;
-        playFrom(track, *selection, selection->lower);
+        const bool resume =
+            paused == cursor && cursor > selection->lower && cursor < selection->upper;
+        playStart = resume ? cursor : selection->lower;
+        playFrom(track, *selection, playStart);
     } else {
         playingSelection = false;
-        const int64_t cursor = track->cursor();
-        playFrom(track, {0, frames}, cursor >= 0 && cursor < frames ? cursor : 0);
+        playStart = cursor >= 0 && cursor < frames ? cursor : 0;
+        playFrom(track, {0, frames}, playStart);
     }
     if (isPlaying()) startPlaybackTimer();
 }
@@ -133,6 +138,56 @@ void EditorModel::playFrom(const AudioTrackPtr& track, FrameRange range, int64_t
 void EditorModel::stop() {
     if (!isPlaying()) return;
     finishPlayback(true);
+}
+
+void EditorModel::pause() {
+    if (!isPlaying()) return;
+    const auto heard = heardFrame();
+    const bool wasTimeline = playingTimeline;
+    const auto playing = playingTrack ? track(*playingTrack) : nullptr;
+    finishPlayback(false);
+    if (!heard) return;
+    if (wasTimeline)
+        timelineModel->setCursor(*heard);
+    else if (playing)
+        playing->setCursor(*heard);
+    pausedAt = heard;
+}
+
+void EditorModel::stopAndReturn() {
+    if (!isPlaying()) return;
+    const bool wasTimeline = playingTimeline;
+    const auto playing = playingTrack ? track(*playingTrack) : nullptr;
+    finishPlayback(false);
+    if (wasTimeline)
+        timelineModel->setCursor(playStart);
+    else if (playing)
+        playing->setCursor(std::clamp<int64_t>(playStart, 0, playing->frameCount()));
+}
+
+void EditorModel::goToStart() {
+    if (isPlaying()) {
+        seek(0); // kept inside the play range: the selection's start while one plays
+        return;
+    }
+    if (showingTimeline) {
+        timelineModel->setSelection(std::nullopt);
+        timelineModel->setCursor(0);
+    } else if (const auto track = activeTrack()) {
+        track->setSelection(std::nullopt);
+        track->setCursor(0);
+    }
+}
+
+void EditorModel::goToEnd() {
+    if (isPlaying()) finishPlayback(false);
+    if (showingTimeline) {
+        timelineModel->setSelection(std::nullopt);
+        timelineModel->setCursor(timelineModel->frameCount());
+    } else if (const auto track = activeTrack(); track && track->audio()) {
+        track->setSelection(std::nullopt);
+        track->setCursor(track->frameCount());
+    }
 }
 
 void EditorModel::togglePlayback() {

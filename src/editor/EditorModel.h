@@ -338,6 +338,19 @@ public:
     void play();
     void stop();
     void togglePlayback(); // Space
+    // Pause stops and leaves the cursor at the frame being heard, also inside a selection, so
+    // that play carries on from there. stopAndReturn stops and puts the cursor back where play
+    // started. goToStart and goToEnd move the cursor (a seek to the start of the play range
+    // while playing; the end stops) and drop the selection. On the track, or on the timeline
+    // while it shows.
+    void pause();
+    void stopAndReturn();
+    void goToStart();
+    void goToEnd();
+    static constexpr const char* pauseShortcut = "P";
+    static constexpr const char* stopShortcut = "Shift+Space";
+    static constexpr const char* goToStartShortcut = "Ctrl+Home";
+    static constexpr const char* goToEndShortcut = "Ctrl+End";
     // Moves the playhead: a seek while playing (kept inside the play range), else the cursor.
     void seek(int64_t frame);
     bool isLooping() const { return looping; }
@@ -644,6 +657,10 @@ private:
                      bool liveEffect, FrameRange range, int64_t at);
     UndoStack* visibleUndoStack() const;
     bool playingSelection = false;
+    // Where the last play started, and where a pause left the cursor (play resumes there
+    // inside a selection as long as the cursor hasn't moved).
+    int64_t playStart = 0;
+    std::optional<int64_t> pausedAt;
     bool looping = false;
     float rate = 1.0f;
     DelayedTask playbackTimer;
