@@ -742,9 +742,13 @@ void WaveformCanvas::paintEvent(QPaintEvent*) {
                          colours.selection);
 
     const int lanes = shown->channelCount();
-    const double laneHeight = double(area.height()) / std::max(1, lanes);
+    // Lanes start on whole points, so each zero line falls on the same pixel rows.
+    auto laneTop = [&](int channel) {
+        return area.top() + int(std::lround(double(area.height()) * channel / std::max(1, lanes)));
+    };
     for (int channel = 0; channel < lanes; ++channel) {
-        const QRectF lane(area.left(), area.top() + channel * laneHeight, area.width(), laneHeight);
+        const QRectF lane(area.left(), laneTop(channel), area.width(),
+                          laneTop(channel + 1) - laneTop(channel));
         painter.setClipRect(area);
         drawLane(painter, *shown, channel, lane, view, track->verticalZoom());
         painter.setClipping(false);
@@ -856,7 +860,7 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
         if (!(mn <= mx) || (mn == 0 && mx == 0)) continue;
         const float rms = counted > 0 ? float(std::sqrt(energy / double(counted))) : 0.0f;
         double y0 = yOf(mx), y1 = yOf(mn);
-        if (y1 - y0 < 1 / dpr) y1 = y0 + 1 / dpr; // at least one device pixel
+        if (y1 - y0 < 1 / dpr) y1 = y0; // drawn one device pixel high
         const double r0 = std::max(y0, yOf(std::min(rms, mx)));
         const double r1 = std::max(r0, std::min(y1, yOf(std::max(-rms, mn))));
         const bool selected = selection && i0 >= selection->lower && i0 < selection->upper;
