@@ -19,6 +19,13 @@ namespace {
 
 QString qs(const std::string& text) { return QString::fromStdString(text); }
 
+// The Go menu's commands that move the canvas's cursor and view.
+constexpr ActionID cursorKeys[] = {
+    ActionID::cursorToStart, ActionID::cursorToEnd,    ActionID::selectToStart,
+    ActionID::selectToEnd,   ActionID::cursorBack,     ActionID::cursorForward,
+    ActionID::nudgeBack,     ActionID::nudgeForward,   ActionID::extendBack,
+    ActionID::extendForward, ActionID::previousScreen, ActionID::nextScreen};
+
 } // namespace
 
 MainMenus::MainMenus(EditorModel& model, QMainWindow& window, QMenu& effectKinds)
@@ -151,6 +158,61 @@ void MainMenus::build(QMenu& effectKinds) {
         panel->setCheckable(true);
         panel->setChecked(true);
         view->addAction(panel);
+    }
+
+    // The cursor keys are the waveform canvas's (the window's object "waveformCanvas"), so that
+    // lists, sliders and knobs keep theirs; J, K and L work anywhere in the window.
+    QMenu* go = bar->addMenu("&Go");
+    go->setToolTipsVisible(true);
+    QWidget* canvas = window.findChild<QWidget*>("waveformCanvas");
+    using Move = EditorModel::CursorMove;
+    for (auto [id, name, text, keys, move, extend] :
+         {std::tuple{ID::cursorToStart, "cursorToStart", "Cursor to Start", "Home", Move::start,
+                     false},
+          std::tuple{ID::cursorToEnd, "cursorToEnd", "Cursor to End", "End", Move::end, false},
+          std::tuple{ID::selectToStart, "selectToStart", "Select to Start", "Shift+Home",
+                     Move::start, true},
+          std::tuple{ID::selectToEnd, "selectToEnd", "Select to End", "Shift+End", Move::end, true},
+          std::tuple{ID::cursorBack, "cursorBack", "Cursor Back", "Left", Move::back, false},
+          std::tuple{ID::cursorForward, "cursorForward", "Cursor Forward", "Right", Move::forward,
+                     false},
+          std::tuple{ID::nudgeBack, "nudgeBack", "Nudge Cursor Back", "Ctrl+Left", Move::nudgeBack,
+                     false},
+          std::tuple{ID::nudgeForward, "nudgeForward", "Nudge Cursor Forward", "Ctrl+Right",
+                     Move::nudgeForward, false},
+          std::tuple{ID::extendBack, "extendBack", "Extend Selection Back", "Shift+Left",
+                     Move::back, true},
+          std::tuple{ID::extendForward, "extendForward", "Extend Selection Forward", "Shift+Right",
+                     Move::forward, true}}) {
+        QAction* a = makeAction(id, name, text, QKeySequence(keys),
+                                [&m, move, extend] { m.moveCursor(move, extend); });
+        if (id == ID::selectToStart || id == ID::cursorBack || id == ID::extendBack)
+            go->addSeparator();
+        go->addAction(a);
+    }
+    go->addSeparator();
+    go->addAction(makeAction(ID::previousScreen, "previousScreen", "Previous Screen",
+                             QKeySequence(Qt::Key_PageUp), [&m] { m.scrollByScreen(-1); }));
+    go->addAction(makeAction(ID::nextScreen, "nextScreen", "Next Screen",
+                             QKeySequence(Qt::Key_PageDown), [&m] { m.scrollByScreen(1); }));
+    for (ActionID id : cursorKeys) {
+        action(id)->setShortcutContext(Qt::WidgetShortcut);
+        if (canvas) canvas->addAction(action(id));
+    }
+    action(ID::cursorBack)->setToolTip("Move the cursor back a tenth of the view");
+    action(ID::cursorForward)->setToolTip("Move the cursor forward a tenth of the view");
+    action(ID::nudgeBack)->setToolTip("Move the cursor back one pixel");
+    action(ID::nudgeForward)->setToolTip("Move the cursor forward one pixel");
+    go->addSeparator();
+    for (auto [id, name, text, key, direction, tip] :
+         {std::tuple{ID::shuttleBack, "shuttleBack", "Shuttle Back", "J", -1,
+                     "Slower while playing; one second back while stopped"},
+          std::tuple{ID::shuttleStop, "shuttleStop", "Shuttle Stop", "K", 0, "Stop"},
+          std::tuple{ID::shuttleForward, "shuttleForward", "Shuttle Forward", "L", 1,
+                     "Play; press again to play faster (up to 2\u00d7)"}}) {
+        go->addAction(makeAction(id, name, text, QKeySequence(key),
+                                 [&m, direction] { m.shuttle(direction); }));
+        action(id)->setToolTip(QString::fromUtf8(tip));
     }
 
     QMenu* markerMenu = bar->addMenu("&Markers");
@@ -298,6 +360,11 @@ void MainMenus::refresh() {
     for (ID id : {ID::zoomIn, ID::zoomOut, ID::zoomToFit})
         set(id, m.isShowingTimeline() || audio);
     set(ID::zoomToSelection, track && track->selection().has_value());
+    for (ID id : cursorKeys)
+        set(id, audio && !m.isShowingTimeline());
+    set(ID::shuttleBack, m.canPlay() || m.isPlaying());
+    set(ID::shuttleForward, m.canPlay() || m.isPlaying());
+    set(ID::shuttleStop, m.isPlaying());
     set(ID::addMarker, m.canAddMarker());
     action(ID::addMarker)->setText(qs(m.addMarkerTitle()));
     set(ID::previousMarker, m.hasMarkers());

@@ -293,6 +293,19 @@ public:
     // To the nearest marker boundary before the playhead (direction < 1) or after it.
     void jumpToMarker(int direction);
 
+    // ---- moving around from the keyboard (EditorModel+Navigation.cpp)
+    // Where a cursor key takes the active track's cursor: to an end, a tenth of the visible
+    // span back or forward, or one screen point (a nudge).
+    enum class CursorMove { start, end, back, forward, nudgeBack, nudgeForward };
+    // Moves the cursor (the playhead while the track plays) and scrolls to keep it in view;
+    // with a selection, back and forward first go to its start or end. With `extend` one
+    // edge of the selection moves instead, and repeated extensions keep the other edge.
+    void moveCursor(CursorMove move, bool extend);
+    void scrollByScreen(int direction); // one visible width back (< 0) or forward
+    // The J, K and L keys. L plays at normal speed, and faster on each further press; K stops;
+    // J plays slower while playing and steps the playhead back a second while stopped.
+    void shuttle(int direction);
+
     // ---- gain, loudness and Trim Silence (EditorModel+Loudness.cpp)
     // Measures the track's integrated loudness in the background unless the cached value
     // belongs to its current audio; a result for audio that changed meanwhile is dropped.
@@ -560,6 +573,13 @@ private:
     std::optional<double> progress;
     std::set<std::filesystem::path> filesBeingWritten;
     PlayheadHooks playhead;
+    // The selection the last keyboard extension made: the edge it keeps and the one it moves.
+    struct KeyedSelection {
+        Uuid track;
+        int64_t anchor = 0;
+        int64_t edge = 0;
+    };
+    std::optional<KeyedSelection> keyedSelection;
     // The audio each track's loudness is being measured for.
     std::map<Uuid, std::weak_ptr<const AudioData>> loudnessInFlight;
 

@@ -1,3 +1,5 @@
+#include "app/ActionID.h"
+#include "app/MainMenus.h"
 #include "app/QtExecutor.h"
 #include "app/canvas/CanvasTheme.h"
 #include "app/canvas/WaveformCanvas.h"
@@ -8,11 +10,14 @@
 
 #include <QDir>
 #include <QLineEdit>
+#include <QMainWindow>
+#include <QMenu>
 #include <QMimeData>
 #include <QMouseEvent>
 #include <QNativeGestureEvent>
 #include <QPointingDevice>
 #include <QScrollBar>
+#include <QTemporaryDir>
 #include <QWheelEvent>
 #include <QtTest>
 #include <cmath>
@@ -25,7 +30,8 @@ namespace {
 
 constexpr double rate = 48000;
 constexpr int64_t frames = 48000; // one second: a loud first half and a silent second half
-constexpr int canvasWidth = 800;  // 60 frames per point when the whole track shows
+constexpr int canvasWidth = 800;  // the lanes' width: 60 frames per point for the whole track
+constexpr int left = WaveformCanvas::scaleWidth;
 
 // A 441 Hz sine at 0.8 in both channels for the first half, digital silence after it.
 AudioDataPtr loudThenSilent() {
@@ -49,11 +55,13 @@ struct Editor {
         model.addTrack(track);
         model.setSelectedTrackIDs({track->id()});
         canvas = std::make_unique<WaveformCanvas>(model);
-        canvas->resize(canvasWidth, 300);
+        canvas->resize(left + canvasWidth, 300);
         canvas->show();
         QVERIFY(QTest::qWaitForWindowExposed(canvas.get()));
     }
     int laneY() const { return canvas->waveArea().center().y(); }
+    // A point `x` points into the lanes.
+    QPointF at(double x) const { return QPointF(left + x, laneY()); }
 };
 
 void send(QWidget* widget, QEvent::Type type, QPointF position, Qt::MouseButtons buttons,
@@ -92,7 +100,20 @@ QString screenshotFolder() {
     return QDir(folder).absolutePath();
 }
 
+// Gives the test a temporary folder of its own, to see what a drag writes.
+struct OwnTemporaryFolder {
+    QTemporaryDir folder;
+    QByteArray previous = qgetenv("TMPDIR");
+    OwnTemporaryFolder() { qputenv("TMPDIR", folder.path().toLocal8Bit()); }
+    ~OwnTemporaryFolder() { qputenv("TMPDIR", previous); }
+    int entries() const {
+        return int(QDir(folder.path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size());
+    }
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(std::optional<FrameRange>)
 
 class CanvasTests : public QObject {
     Q_OBJECT
@@ -100,18 +121,18 @@ private Q_SLOTS:
     void draggingSelectsTheFramesUnderThePointerForTheViewport() {
         Editor editor;
         editor.track->show(12000, 24000); // 15 frames per point from frame 12000
-        drag(editor.canvas.get(), QPointF(100, editor.laneY()), QPointF(300, editor.laneY()));
+        drag(editor.canvas.get(), editor.at(100), editor.at(300));
         QCOMPARE(editor.track->selection(), std::optional(FrameRange{13500, 16500}));
         QCOMPARE(editor.track->cursor(), int64_t(13500));
         // Dragging leftwards selects the same way.
-        drag(editor.canvas.get(), QPointF(500, editor.laneY()), QPointF(400, editor.laneY()));
+        drag(editor.canvas.get(), editor.at(500), editor.at(400));
         QCOMPARE(editor.track->selection(), std::optional(FrameRange{18000, 19500}));
     }
 
     void aClickPlacesTheCursorAndClearsTheSelection() {
         Editor editor;
         editor.track->setSelection(FrameRange{600, 1200});
-        click(editor.canvas.get(), QPointF(250, editor.laneY()));
+        click(editor.canvas.get(), editor.at(250));
         QCOMPARE(editor.track->selection(), std::nullopt);
         QCOMPARE(editor.track->cursor(), int64_t(15000));
     }
@@ -119,21 +140,20 @@ private Q_SLOTS:
     void shiftClickExtendsTheSelectionFromItsFartherEdge() {
         Editor editor;
         editor.track->setSelection(FrameRange{6000, 12000});
-        click(editor.canvas.get(), QPointF(300, editor.laneY()), Qt::ShiftModifier); // frame 18000
+        click(editor.canvas.get(), editor.at(300), Qt::ShiftModifier); // frame 18000
         QCOMPARE(editor.track->selection(), std::optional(FrameRange{6000, 18000}));
-        click(editor.canvas.get(), QPointF(50, editor.laneY()), Qt::ShiftModifier); // frame 3000
+        click(editor.canvas.get(), editor.at(50), Qt::ShiftModifier); // frame 3000
         QCOMPARE(editor.track->selection(), std::optional(FrameRange{3000, 18000}));
     }
 
     void selectionEdgesSnapToZeroCrossingsOnlyWhenThePreferenceIsOn() {
         Editor editor;
         editor.track->show(0, 8000); // 10 frames per point: six points reach 60 frames
-        const QPointF from(101.7, editor.laneY()), to(402.3, editor.laneY());
+        const QPointF from = editor.at(101.7), to = editor.at(402.3);
         drag(editor.canvas.get(), from, to);
         QCOMPARE(editor.track->selection(), std::optional(FrameRange{1017, 4023}));
 
-        editor.preferences.setSnapToZeroCrossings(true);
-        editor.track->setSelection(std::nullopt); // a drag inside a selection carries it out
+        editor.preferences.setSnapToZeroCrossings(true); // over the selection just made
         drag(editor.canvas.get(), from, to);
         const AudioData& audio = *editor.track->audio();
         const auto selection = editor.track->selection();
@@ -150,7 +170,7 @@ private Q_SLOTS:
 
     void ctrlWheelZoomsAroundThePointer() {
         Editor editor;
-        const QPointF pointer(300, editor.laneY());
+        const QPointF pointer = editor.at(300);
         const double frameUnder = editor.canvas->frameAt(pointer.x());
         const double before = editor.track->viewport().samplesPerPoint;
         QWheelEvent wheel(pointer, editor.canvas->mapToGlobal(pointer), QPoint(), QPoint(0, 240),
@@ -173,7 +193,7 @@ private Q_SLOTS:
 
     void pinchingZoomsAroundTheFingers() {
         Editor editor;
-        const QPointF fingers(600, editor.laneY());
+        const QPointF fingers = editor.at(600);
         const double frameUnder = editor.canvas->frameAt(fingers.x());
         const double before = editor.track->viewport().samplesPerPoint;
         QNativeGestureEvent pinch(Qt::ZoomNativeGesture, QPointingDevice::primaryPointingDevice(),
@@ -205,7 +225,7 @@ private Q_SLOTS:
         const auto id = editor.track->addMarker(12000, std::nullopt); // x = 200
         QVERIFY(id);
         const int y = WaveformCanvas::rulerHeight - 4;
-        drag(editor.canvas.get(), QPointF(201, y), QPointF(301, y));
+        drag(editor.canvas.get(), QPointF(left + 201, y), QPointF(left + 301, y));
         QCOMPARE(editor.track->markers().front().start, int64_t(18000));
         QCOMPARE(editor.track->undoStack().undoActionName(), std::string("Move Marker"));
         editor.track->undoStack().undo();
@@ -217,22 +237,19 @@ private Q_SLOTS:
         Editor editor;
         editor.track->addMarker(0, FrameRange{6000, 12000}); // x 100 .. 200
         const int y = WaveformCanvas::rulerHeight - 4;
-        drag(editor.canvas.get(), QPointF(200, y), QPointF(250, y));
+        drag(editor.canvas.get(), QPointF(left + 200, y), QPointF(left + 250, y));
         QCOMPARE(editor.track->markers().front().start, int64_t(6000));
         QCOMPARE(editor.track->markers().front().end, std::optional<int64_t>(15000));
         // Grabbing the bar moves the whole region.
-        drag(editor.canvas.get(), QPointF(150, y), QPointF(170, y));
+        drag(editor.canvas.get(), QPointF(left + 150, y), QPointF(left + 170, y));
         QCOMPARE(editor.track->markers().front().start, int64_t(7200));
         QCOMPARE(editor.track->markers().front().end, std::optional<int64_t>(16200));
-        editor.track->addMarker(30000, std::nullopt);
-        editor.track->setSelection(FrameRange{2000, 5000});
-        editor.canvas->grab().save(screenshotFolder() + "/canvas-markers.png");
     }
 
     void doubleClickOnAMarkerRenamesItInPlace() {
         Editor editor;
         const auto id = editor.track->addMarker(12000, std::nullopt);
-        const QPointF at(200, WaveformCanvas::rulerHeight - 4);
+        const QPointF at(left + 200, WaveformCanvas::rulerHeight - 4);
         send(editor.canvas.get(), QEvent::MouseButtonDblClick, at, Qt::LeftButton);
         QCOMPARE(editor.track->renamingMarker(), id);
         QLineEdit* editorField = editor.canvas->markerNameEditor();
@@ -254,13 +271,13 @@ private Q_SLOTS:
 
     void switchingThemesChangesTheDrawnBackground() {
         Editor editor;
-        const QPoint empty(700,
+        const QPoint empty(left + 700,
                            editor.canvas->waveArea().top() + 3); // silent half, off the zero line
         for (const CanvasThemeID id :
              {CanvasThemeID::paper, CanvasThemeID::midnight, CanvasThemeID::highContrast}) {
             editor.preferences.setCanvasTheme(id);
             const QImage image = editor.canvas->grab().toImage();
-            QCOMPARE(image.pixelColor(empty).rgb(),
+            QCOMPARE(image.pixelColor(empty * image.devicePixelRatio()).rgb(),
                      CanvasTheme::make(id, editor.canvas->palette()).background.rgb());
         }
     }
@@ -306,6 +323,181 @@ private Q_SLOTS:
         QCoreApplication::sendPostedEvents();
     }
 
+    // Keys go through the window's actions to the focused canvas. The view shows 16000 ..
+    // 24000 at 10 frames per point: an arrow steps 800 frames, Ctrl+arrow 10.
+    void cursorKeys_data() {
+        QTest::addColumn<int64_t>("cursor");
+        QTest::addColumn<std::optional<FrameRange>>("selection");
+        QTest::addColumn<QString>("keys");
+        QTest::addColumn<int64_t>("newCursor");
+        QTest::addColumn<std::optional<FrameRange>>("newSelection");
+        QTest::addColumn<double>("newStart"); // of the view
+        QTest::addColumn<double>("newSpan");
+        using R = std::optional<FrameRange>;
+        const R none;
+        QTest::newRow("Home") << int64_t(20000) << R(FrameRange{18000, 19000}) << "Home"
+                              << int64_t(0) << none << 0.0 << 8000.0;
+        QTest::newRow("End") << int64_t(20000) << none << "End" << int64_t(48000) << none << 40000.0
+                             << 8000.0;
+        QTest::newRow("Shift+Home") << int64_t(20000) << none << "Shift+Home" << int64_t(0)
+                                    << R(FrameRange{0, 20000}) << 0.0 << 8000.0;
+        QTest::newRow("Shift+End keeps the start")
+            << int64_t(18000) << R(FrameRange{18000, 19000}) << "Shift+End" << int64_t(18000)
+            << R(FrameRange{18000, 48000}) << 40000.0 << 8000.0;
+        QTest::newRow("Right, Right") << int64_t(20000) << none << "Right, Right" << int64_t(21600)
+                                      << none << 16000.0 << 8000.0;
+        QTest::newRow("Left") << int64_t(20000) << none << "Left" << int64_t(19200) << none
+                              << 16000.0 << 8000.0;
+        QTest::newRow("Ctrl+Right") << int64_t(20000) << none << "Ctrl+Right" << int64_t(20010)
+                                    << none << 16000.0 << 8000.0;
+        QTest::newRow("Right leaves a selection at its end")
+            << int64_t(18000) << R(FrameRange{18000, 19000}) << "Right" << int64_t(19000) << none
+            << 16000.0 << 8000.0;
+        QTest::newRow("Right past the view scrolls")
+            << int64_t(23900) << none << "Right" << int64_t(24700) << none << 17500.0 << 8000.0;
+        QTest::newRow("Shift+Left moves the start")
+            << int64_t(18000) << R(FrameRange{18000, 19000}) << "Shift+Left" << int64_t(17200)
+            << R(FrameRange{17200, 19000}) << 16000.0 << 8000.0;
+        QTest::newRow("Shift+Right twice, Shift+Left")
+            << int64_t(20000) << none << "Shift+Right, Shift+Right, Shift+Left" << int64_t(20000)
+            << R(FrameRange{20000, 20800}) << 16000.0 << 8000.0;
+        QTest::newRow("Shift+Left across the anchor")
+            << int64_t(20000) << none << "Shift+Right, Shift+Left, Shift+Left" << int64_t(19200)
+            << R(FrameRange{19200, 20000}) << 16000.0 << 8000.0;
+        QTest::newRow("Page Down")
+            << int64_t(20000) << none << "PgDown" << int64_t(20000) << none << 24000.0 << 8000.0;
+        QTest::newRow("Page Up") << int64_t(20000) << none << "PgUp" << int64_t(20000) << none
+                                 << 8000.0 << 8000.0;
+        // The cursor at x 200 stays there; out of view, the middle of the view stays.
+        QTest::newRow("zoom in around the cursor")
+            << int64_t(18000) << none << "Ctrl+=" << int64_t(18000) << none << 17000.0 << 4000.0;
+        QTest::newRow("zoom out around the cursor")
+            << int64_t(18000) << none << "Ctrl+-" << int64_t(18000) << none << 14000.0 << 16000.0;
+        QTest::newRow("zoom in, cursor out of view")
+            << int64_t(30000) << none << "Ctrl+=" << int64_t(30000) << none << 18000.0 << 4000.0;
+    }
+
+    void cursorKeys() {
+        QFETCH(int64_t, cursor);
+        QFETCH(std::optional<FrameRange>, selection);
+        QFETCH(QString, keys);
+        QMainWindow window; // made first and gone last: the canvas leaves it before
+        QMenu effectKinds;
+        Editor editor;
+        editor.canvas->setObjectName("waveformCanvas");
+        editor.canvas->setParent(&window);
+        window.setCentralWidget(editor.canvas.get());
+        MainMenus menus(editor.model, window, effectKinds);
+        // The window connects the zoom commands to the canvas.
+        connect(menus.action(ActionID::zoomIn), &QAction::triggered, editor.canvas.get(),
+                &WaveformCanvas::zoomIn);
+        connect(menus.action(ActionID::zoomOut), &QAction::triggered, editor.canvas.get(),
+                &WaveformCanvas::zoomOut);
+        window.resize(left + canvasWidth, 400);
+        window.show();
+        window.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+        QCOMPARE(editor.canvas->width(), left + canvasWidth);
+        editor.track->show(16000, 24000);
+        editor.track->setCursor(cursor);
+        editor.track->setSelection(selection);
+        click(editor.canvas.get(), QPointF(left / 2, editor.laneY())); // on the scale: focus only
+        QVERIFY(editor.canvas->hasFocus());
+        QCOMPARE(editor.track->cursor(), cursor);
+
+        QTest::keySequence(editor.canvas.get(), QKeySequence(keys));
+        QTEST(editor.track->cursor(), "newCursor");
+        QTEST(editor.track->selection(), "newSelection");
+        QTEST(editor.track->viewport().start, "newStart");
+        QTEST(editor.track->viewport().visibleSpan(), "newSpan");
+    }
+
+    void theScrollBarShowsOnlyWhenThereIsSomewhereToScroll() {
+        Editor editor;
+        auto* bar = editor.canvas->findChild<QScrollBar*>("canvasScrollBar");
+        QVERIFY(bar);
+        QVERIFY(!bar->isVisible());
+        const int fullHeight = editor.canvas->height() - WaveformCanvas::rulerHeight;
+        QCOMPARE(editor.canvas->waveArea().height(), fullHeight);
+        editor.canvas->zoomIn();
+        QVERIFY(bar->isVisible());
+        QCOMPARE(editor.canvas->waveArea().height(), fullHeight - bar->height());
+        QCOMPARE(bar->geometry().left(), editor.canvas->waveArea().left());
+        editor.canvas->zoomToFit();
+        QVERIFY(!bar->isVisible());
+    }
+
+    // Pressing in the selection and moving selects anew; its grip or Alt drags it out.
+    void onlyTheGripOrAltDragsTheSelectionOut() {
+        OwnTemporaryFolder temporary;
+        Editor editor;
+        int drags = 0;
+        QString dragged;
+        editor.canvas->runSelectionDrag = [&](std::unique_ptr<QMimeData> data) {
+            ++drags;
+            if (data->hasUrls()) dragged = data->urls().front().toLocalFile();
+        };
+        const FrameRange selected{12000, 24000}; // x 200 .. 400
+        editor.track->setSelection(selected);
+        drag(editor.canvas.get(), editor.at(300), editor.at(320));
+        QCOMPARE(drags, 0);
+        QCOMPARE(temporary.entries(), 0); // nothing was written
+        QCOMPARE(editor.track->selection(), std::optional(FrameRange{18000, 19200}));
+
+        editor.track->setSelection(selected);
+        const QRectF grip = editor.canvas->selectionHandleRect();
+        QVERIFY(!grip.isEmpty());
+        QCOMPARE(grip.center().x(), left + 300.0);
+        QVERIFY(grip.top() >= editor.canvas->waveArea().top());
+        drag(editor.canvas.get(), grip.center(), grip.center() + QPointF(30, 40));
+        QCOMPARE(drags, 1);
+        QVERIFY2(dragged.endsWith("(selection).wav"), qPrintable(dragged));
+        QVERIFY(dragged.startsWith(temporary.folder.path()));
+        QCOMPARE(editor.track->selection(), std::optional(selected));
+
+        drag(editor.canvas.get(), editor.at(250), editor.at(350), Qt::AltModifier);
+        QCOMPARE(drags, 2);
+        QCOMPARE(editor.track->selection(), std::optional(selected));
+        // Alt outside the selection selects as usual.
+        drag(editor.canvas.get(), editor.at(500), editor.at(600), Qt::AltModifier);
+        QCOMPARE(drags, 2);
+        QCOMPARE(editor.track->selection(), std::optional(FrameRange{30000, 36000}));
+    }
+
+    // Time labels above, marker names in their own band below, each cut short before the
+    // next marker, and none running off the canvas.
+    void rulerLabelsNeverOverlap() {
+        Editor editor;
+        AudioTrack& track = *editor.track;
+        for (const int64_t frame : {int64_t(3000), int64_t(3300), int64_t(9000), int64_t(47500)})
+            track.addMarker(frame, std::nullopt); // 3000 and 3300 are 5 points apart
+        track.addMarker(0, FrameRange{12000, 13500});
+        track.addMarker(12600, std::nullopt); // inside the region
+        const Uuid named = track.markers()[2].id;
+        track.renameMarker(named, "A name far longer than the room before the region");
+        for (const double span : {double(frames), 12000.0}) {
+            track.show(0, span);
+            const auto labels = editor.canvas->rulerLabels();
+            int times = 0, names = 0, elided = 0;
+            for (size_t i = 0; i < labels.size(); ++i) {
+                const auto& a = labels[i];
+                times += !a.isMarker;
+                names += a.isMarker;
+                elided += a.text.endsWith(QString::fromUtf8("…"));
+                QVERIFY2(a.rect.left() >= left && a.rect.right() <= editor.canvas->width(),
+                         qPrintable(a.text));
+                QVERIFY(a.isMarker ? a.rect.top() >= WaveformCanvas::timeBandHeight
+                                   : a.rect.bottom() <= WaveformCanvas::timeBandHeight);
+                for (size_t j = i + 1; j < labels.size(); ++j)
+                    QVERIFY2(!a.rect.intersects(labels[j].rect),
+                             qPrintable(a.text + " / " + labels[j].text));
+            }
+            QVERIFY(times >= 4);
+            QVERIFY(names >= 2);
+            QVERIFY(elided >= 1);
+        }
+    }
+
     void draggedSelectionIsA24BitWavOfTheSelectedFrames() {
         Editor editor;
         editor.track->setSelection(FrameRange{1000, 5800});
@@ -332,7 +524,7 @@ private Q_SLOTS:
         editor.model.addTrack(other);
         editor.model.setSelectedTrackIDs({other->id()});
         QCOMPARE(other->viewport().width, double(canvasWidth));
-        drag(editor.canvas.get(), QPointF(100, editor.laneY()), QPointF(200, editor.laneY()));
+        drag(editor.canvas.get(), editor.at(100), editor.at(200));
         QCOMPARE(other->selection(), std::optional(FrameRange{12000, 24000}));
         QCOMPARE(editor.track->selection(), std::nullopt);
         editor.canvas.reset();
@@ -340,6 +532,39 @@ private Q_SLOTS:
         other->setSelection(FrameRange{0, 10});
         editor.track->setViewport(Viewport{0, 1, 100});
         editor.model.setSelectedTrackIDs({editor.track->id()});
+    }
+
+    // Pictures to look at (QT_SCALE_FACTOR=2 for 2x); the scale's labels stand in each lane.
+    void screenshotsOfAStereoTrackWithMarkersAndASelection() {
+        Editor editor;
+        editor.canvas->resize(1366, 768);
+        AudioTrack& track = *editor.track;
+        track.addMarker(6000, std::nullopt);
+        track.addMarker(6600, std::nullopt);
+        track.addMarker(0, FrameRange{30000, 42000});
+        track.renameMarker(track.markers().back().id, "Outro");
+        track.setSelection(FrameRange{14000, 22000});
+        track.setCursor(14000);
+        const QString scale = QString::number(editor.canvas->devicePixelRatioF());
+        for (const auto& [id, name] : {std::pair{CanvasThemeID::nativeLight, "light"},
+                                       std::pair{CanvasThemeID::classic, "dark"}}) {
+            editor.preferences.setCanvasTheme(id);
+            const QImage image = editor.canvas->grab().toImage();
+            QVERIFY(image.save(screenshotFolder() + "/canvas-" + name + "-" + scale + "x.png"));
+            const QColor strip = editor.canvas->theme().rulerBackground;
+            const QRect area = editor.canvas->waveArea();
+            const double dpr = image.devicePixelRatio();
+            for (int lane = 0; lane < 2; ++lane) {
+                const int top = area.top() + lane * area.height() / 2;
+                // Rows of the strip at the lane's top (0 dB), quarter (-6 dB), middle (-inf).
+                for (const int y : {top + 5, top + area.height() / 8, top + area.height() / 4}) {
+                    int drawn = 0;
+                    for (int x = 0; x < int(left * dpr) - 1; ++x)
+                        drawn += image.pixelColor(x, int(y * dpr)).rgb() != strip.rgb();
+                    QVERIFY2(drawn > 0, qPrintable(QString("lane %1 y %2").arg(lane).arg(y)));
+                }
+            }
+        }
     }
 
     void screenshotsShowTheWaveformWhereTheAudioIsLoudAndNotWhereItIsSilent() {
@@ -364,8 +589,8 @@ private Q_SLOTS:
                 // Loud half: every column shows a tall trace (a column spans half a period of
                 // the sine, so at least a third of the lane).
                 for (int x = 10; x < canvasWidth / 2 - 10; x += 7) {
-                    const int drawn = pixelsOf(*image, theme.wave, x, top, bottom) +
-                                      pixelsOf(*image, theme.waveRMS, x, top, bottom);
+                    const int drawn = pixelsOf(*image, theme.wave, left + x, top, bottom) +
+                                      pixelsOf(*image, theme.waveRMS, left + x, top, bottom);
                     QVERIFY2(drawn > laneHeight * dpr * dpr / 3,
                              qPrintable(QString("x %1 lane %2 dpr %3: %4")
                                             .arg(x)
@@ -375,8 +600,8 @@ private Q_SLOTS:
                 }
                 // Silent half: no waveform colour at all.
                 for (int x = canvasWidth / 2 + 10; x < canvasWidth - 10; x += 7)
-                    QCOMPARE(pixelsOf(*image, theme.wave, x, top, bottom) +
-                                 pixelsOf(*image, theme.waveRMS, x, top, bottom),
+                    QCOMPARE(pixelsOf(*image, theme.wave, left + x, top, bottom) +
+                                 pixelsOf(*image, theme.waveRMS, left + x, top, bottom),
                              0);
             }
         }
@@ -386,8 +611,8 @@ private Q_SLOTS:
         for (int x = 20; x < 200; ++x) {
             int a = 0, b = 0;
             for (int y = top * 2; y < (top + laneHeight) * 2; ++y) {
-                a += sharp.pixelColor(2 * x, y).rgb() == theme.wave.rgb();
-                b += sharp.pixelColor(2 * x + 1, y).rgb() == theme.wave.rgb();
+                a += sharp.pixelColor(2 * (left + x), y).rgb() == theme.wave.rgb();
+                b += sharp.pixelColor(2 * (left + x) + 1, y).rgb() == theme.wave.rgb();
             }
             differing += a != b;
         }

@@ -108,6 +108,29 @@ TEST(Transport, NothingPlaysWithoutAnActiveTrack) {
     EXPECT_EQ(t.output->starts, 0);
 }
 
+// L starts at normal speed and goes faster with each press, J slows down while playing and
+// steps a second back while stopped, K stops.
+TEST(Transport, ShuttleKeysChangeSpeedStopAndStepBack) {
+    Transport t(96000);
+    t.model->changePlaybackRate(-2);
+    ASSERT_EQ(t.model->playbackRate(), 0.5f);
+    t.model->shuttle(1);
+    EXPECT_TRUE(t.model->isPlaying());
+    EXPECT_EQ(t.model->playbackRate(), 1.0f);
+    t.model->shuttle(1);
+    EXPECT_EQ(t.model->playbackRate(), 1.25f);
+    t.model->shuttle(-1);
+    EXPECT_EQ(t.model->playbackRate(), 1.0f);
+    t.model->shuttle(0);
+    EXPECT_FALSE(t.model->isPlaying());
+    t.track->setCursor(60000);
+    t.model->shuttle(-1);
+    EXPECT_EQ(t.track->cursor(), 12000);
+    t.model->shuttle(-1);
+    EXPECT_EQ(t.track->cursor(), 0);
+    EXPECT_FALSE(t.model->isPlaying());
+}
+
 // ---- stopping ----------------------------------------------------------------------------
 
 TEST(Transport, StopLeavesTheCursorAtTheFrameBeingHeard) {

@@ -16,9 +16,11 @@
 #include <QPainter>
 #include <QScrollBar>
 #include <QStyleHints>
+#include <QToolTip>
 #include <QUrl>
 #include <QWheelEvent>
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <exception>
 #include <functional>
@@ -37,6 +39,8 @@ constexpr float verticalZoomStep = 1.5f;
 constexpr double wheelZoomBase = 0.8;    // one wheel notch with Ctrl zooms in by 20 %
 constexpr double wheelScrollPoints = 60; // one wheel notch scrolls this far
 constexpr int minimumTickSpacing = 90;   // points between labelled ruler ticks
+constexpr double handleWidth = 28;       // the grip that drags the selection out
+constexpr double handleHeight = 11;
 
 // The line edit that renames a marker in place: Return keeps the name, Escape drops it.
 class MarkerNameEdit : public QLineEdit {
@@ -108,8 +112,8 @@ WaveformCanvas::WaveformCanvas(EditorModel& model, QWidget* parent)
     : QWidget(parent)
     , model(model) {
     setMinimumSize(320, 160);
-    setMouseTracking(false);
-    setFocusPolicy(Qt::ClickFocus);
+    setMouseTracking(true); // for the grip's pointer
+    setFocusPolicy(Qt::StrongFocus);
     setAttribute(Qt::WA_OpaquePaintEvent);
     setAttribute(Qt::WA_AcceptTouchEvents);
 
@@ -123,6 +127,11 @@ WaveformCanvas::WaveformCanvas(EditorModel& model, QWidget* parent)
     editor->hide();
     nameEditor = editor;
     connect(nameEditor, &QLineEdit::editingFinished, this, [this] { finishNameEditing(true); });
+    runSelectionDrag = [this](std::unique_ptr<QMimeData> data) {
+        auto* drag = new QDrag(this);
+        drag->setMimeData(data.release());
+        drag->exec(Qt::CopyAction);
+    };
 
     modelConnections.push_back(model.selectionChanged.connect([this] { watchActiveTrack(); }));
     modelConnections.push_back(model.tracksChanged.connect([this] { watchActiveTrack(); }));
@@ -175,7 +184,7 @@ void WaveformCanvas::watchActiveTrack() {
             update();
         };
         trackConnections.push_back(track->audioChanged.connect([this] {
-            if (width() > 0) track->updateWidth(width());
+            if (waveWidth() > 0) track->updateWidth(waveWidth());
             syncScrollBar();
             update();
         }));
@@ -187,7 +196,7 @@ void WaveformCanvas::watchActiveTrack() {
         trackConnections.push_back(track->markersChanged.connect(repaint));
         trackConnections.push_back(
             track->renamingMarkerChanged.connect([this] { showNameEditor(); }));
-        if (width() > 0) track->updateWidth(width());
+        if (waveWidth() > 0) track->updateWidth(waveWidth());
     }
     syncScrollBar();
     showNameEditor();
@@ -204,26 +213,27 @@ void WaveformCanvas::playheadMoved() {
 // ---- geometry ----------------------------------------------------------------------------
 
 QRect WaveformCanvas::waveArea() const {
-    const int bar = scrollBar->sizeHint().height();
-    return QRect(0, rulerHeight, width(), std::max(0, height() - rulerHeight - bar));
+    const int bar = scrollBar->isHidden() ? 0 : scrollBar->sizeHint().height();
+    return QRect(scaleWidth, rulerHeight, int(waveWidth()),
+                 std::max(0, height() - rulerHeight - bar));
 }
 
 double WaveformCanvas::frameAt(double x) const {
     if (!track) return 0;
     const Viewport& v = track->viewport();
-    return v.start + x * v.samplesPerPoint;
+    return v.start + (x - scaleWidth) * v.samplesPerPoint;
 }
 
 double WaveformCanvas::xOfFrame(double frame) const {
-    if (!track) return 0;
+    if (!track) return scaleWidth;
     const Viewport& v = track->viewport();
-    return v.samplesPerPoint > 0 ? (frame - v.start) / v.samplesPerPoint : 0;
+    return scaleWidth + (v.samplesPerPoint > 0 ? (frame - v.start) / v.samplesPerPoint : 0);
 }
 
 void WaveformCanvas::resizeEvent(QResizeEvent*) {
     const int bar = scrollBar->sizeHint().height();
-    scrollBar->setGeometry(0, height() - bar, width(), bar);
-    if (track && width() > 0) track->updateWidth(width());
+    scrollBar->setGeometry(scaleWidth, height() - bar, int(waveWidth()), bar);
+    if (track && waveWidth() > 0) track->updateWidth(waveWidth());
     syncScrollBar();
     showNameEditor();
 }
@@ -243,7 +253,13 @@ void WaveformCanvas::syncScrollBar() {
         scrollBar->setPageStep(std::max(1, int(v.visibleSpan() / scrollUnit)));
         scrollBar->setSingleStep(std::max(1, int(v.visibleSpan() / scrollUnit / 20)));
         scrollBar->setValue(int(std::lround(v.start / scrollUnit)));
-        scrollBar->setEnabled(hidden > 0);
+        scrollBar->setEnabled(hidden > 0.5); // not for a rounding error of the fitted view
+    }
+    // Only a zoomed-in view has anywhere to scroll to.
+    const bool shown = scrollBar->isEnabled();
+    if (shown == scrollBar->isHidden()) {
+        scrollBar->setVisible(shown);
+        update();
     }
     syncingScrollBar = false;
 }
@@ -255,12 +271,19 @@ void WaveformCanvas::scrollBarMoved(int value) {
 
 // ---- zoom --------------------------------------------------------------------------------
 
+double WaveformCanvas::zoomAnchor() const {
+    const bool playing = model.isPlaying() && model.playingTrackID() == track->id();
+    const int64_t at = playing ? model.playheadPosition() : track->cursor();
+    const double x = xOfFrame(double(at)) - scaleWidth;
+    return x >= 0 && x <= waveWidth() ? x : waveWidth() / 2;
+}
+
 void WaveformCanvas::zoomIn() {
-    if (track) track->zoom(1 / zoomStep, width() / 2.0);
+    if (track) track->zoom(1 / zoomStep, zoomAnchor());
 }
 
 void WaveformCanvas::zoomOut() {
-    if (track) track->zoom(zoomStep, width() / 2.0);
+    if (track) track->zoom(zoomStep, zoomAnchor());
 }
 
 void WaveformCanvas::zoomToSelection() {
@@ -287,7 +310,7 @@ void WaveformCanvas::wheelEvent(QWheelEvent* event) {
     const QPoint angle = event->angleDelta();
     const double notches = (angle.y() != 0 ? angle.y() : angle.x()) / 120.0;
     if (event->modifiers() & Qt::ControlModifier) {
-        track->zoom(std::pow(wheelZoomBase, notches), event->position().x());
+        track->zoom(std::pow(wheelZoomBase, notches), event->position().x() - scaleWidth);
     } else if (event->modifiers() & Qt::AltModifier) {
         const float factor = std::pow(verticalZoomStep, float(notches));
         track->setVerticalZoom(
@@ -311,9 +334,20 @@ bool WaveformCanvas::event(QEvent* event) {
         if (gesture->gestureType() == Qt::ZoomNativeGesture && track) {
             // value() is the change in magnification since the last event.
             const double magnification = 1 + gesture->value();
-            if (magnification > 0) track->zoom(1 / magnification, gesture->position().x());
+            if (magnification > 0)
+                track->zoom(1 / magnification, gesture->position().x() - scaleWidth);
             return true;
         }
+    }
+    if (event->type() == QEvent::ToolTip) {
+        auto* help = static_cast<QHelpEvent*>(event);
+        const QRectF handle = selectionHandleRect();
+        if (handle.contains(help->pos()))
+            QToolTip::showText(help->globalPos(), selectionHandleToolTip, this,
+                               handle.toAlignedRect());
+        else
+            QToolTip::hideText();
+        return true;
     }
     return QWidget::event(event);
 }
@@ -338,7 +372,7 @@ void WaveformCanvas::updateTheme() {
 // ---- mouse -------------------------------------------------------------------------------
 
 std::optional<WaveformCanvas::MarkerHit> WaveformCanvas::markerAt(QPointF position) const {
-    if (!track || position.y() >= rulerHeight) return std::nullopt;
+    if (!track || position.y() >= rulerHeight || position.x() < scaleWidth) return std::nullopt;
     std::optional<MarkerHit> best;
     double bestDistance = markerGrabDistance;
     for (const Marker& marker : track->markers()) {
@@ -358,20 +392,57 @@ std::optional<WaveformCanvas::MarkerHit> WaveformCanvas::markerAt(QPointF positi
         }
     }
     if (best) return best;
-    // The label of a point, or the bar of a region, grabs the marker as a whole.
-    for (auto it = track->markers().rbegin(); it != track->markers().rend(); ++it)
-        if (markerLabelRect(*it).contains(position)) return MarkerHit{it->id, MarkerPart::start};
+    // The flag and name of a point, or the bar of a region, grabs the marker as a whole; of
+    // overlapping ones, the later.
+    const std::vector<MarkerLabel> labels = markerLabels();
+    for (auto it = labels.rbegin(); it != labels.rend(); ++it)
+        if (it->grab.contains(position)) return MarkerHit{it->id, MarkerPart::start};
     return std::nullopt;
 }
 
-QRectF WaveformCanvas::markerLabelRect(const Marker& marker) const {
-    const double xs = xOfFrame(double(marker.start));
-    if (marker.end)
-        return QRectF(QPointF(xs, rulerHeight / 2.0),
-                      QPointF(xOfFrame(double(*marker.end)), rulerHeight));
-    const double textWidth =
-        fontMetrics().horizontalAdvance(QString::fromStdString(marker.name)) + 8;
-    return QRectF(xs, rulerHeight / 2.0, textWidth, rulerHeight / 2.0);
+QFont WaveformCanvas::rulerFont() const {
+    QFont small = font();
+    if (small.pointSizeF() > 0) small.setPointSizeF(std::max(6.0, small.pointSizeF() * 0.8));
+    return small;
+}
+
+std::vector<WaveformCanvas::MarkerLabel> WaveformCanvas::markerLabels() const {
+    std::vector<MarkerLabel> labels;
+    if (!track) return labels;
+    std::vector<Marker> shown = track->markers();
+    for (Marker& m : shown)
+        if (markerDrag && markerDrag->id == m.id) {
+            m.start = markerDrag->shownStart;
+            m.end = markerDrag->shownEnd;
+        }
+    std::stable_sort(shown.begin(), shown.end(),
+                     [](const Marker& a, const Marker& b) { return a.start < b.start; });
+    const QFontMetricsF metrics(rulerFont());
+    const double top = timeBandHeight, bottom = rulerHeight;
+    const double minimumName = metrics.horizontalAdvance(QString::fromUtf8("W…"));
+    for (size_t i = 0; i < shown.size(); ++i) {
+        const Marker& m = shown[i];
+        const double xs = xOfFrame(double(m.start));
+        // A name reaches no further than the next marker (and a region's own end).
+        double limit = width();
+        if (i + 1 < shown.size()) limit = std::min(limit, xOfFrame(double(shown[i + 1].start)) - 3);
+        if (m.end) limit = std::min(limit, xOfFrame(double(*m.end)) - 2);
+        // A region scrolled partly out of view keeps its name in view.
+        const double left = m.end ? std::max(xs, double(scaleWidth)) + 4 : xs + 9;
+        const QString name = QString::fromStdString(m.name);
+        const double room = limit - left;
+        const double wanted = metrics.horizontalAdvance(name);
+        MarkerLabel label{m.id, {}, {}, {}, m.end.has_value()};
+        if (room >= std::min(wanted, minimumName)) {
+            label.name = metrics.elidedText(name, Qt::ElideRight, room);
+            label.text = QRectF(left, top, metrics.horizontalAdvance(label.name), bottom - top);
+        }
+        label.grab =
+            m.end ? QRectF(QPointF(xs, top), QPointF(xOfFrame(double(*m.end)), bottom))
+                  : QRectF(QPointF(xs, top), QPointF(std::max(xs + 8, label.text.right()), bottom));
+        labels.push_back(std::move(label));
+    }
+    return labels;
 }
 
 void WaveformCanvas::mousePressEvent(QMouseEvent* event) {
@@ -381,6 +452,7 @@ void WaveformCanvas::mousePressEvent(QMouseEvent* event) {
     }
     pressPosition = event->position();
     pressMoved = false;
+    if (event->position().x() < scaleWidth) return;
     const double frame = frameAt(event->position().x());
     if (const auto hit = markerAt(event->position())) {
         const auto& markers = track->markers();
@@ -395,7 +467,9 @@ void WaveformCanvas::mousePressEvent(QMouseEvent* event) {
     const bool alt = event->modifiers() & Qt::AltModifier;
     const bool inside =
         selection && frame >= double(selection->lower) && frame < double(selection->upper);
-    if (selection && !shift && (alt || inside)) {
+    // Dragging the selection out takes a deliberate start: its grip, or Alt inside it.
+    if (selection && !shift &&
+        (selectionHandleRect().contains(event->position()) || (alt && inside))) {
         pendingSelectionDrag = true;
         return;
     }
@@ -417,6 +491,10 @@ void WaveformCanvas::mousePressEvent(QMouseEvent* event) {
 }
 
 void WaveformCanvas::mouseMoveEvent(QMouseEvent* event) {
+    if (!(event->buttons() & Qt::LeftButton)) {
+        updateHoverCursor(event->position());
+        return;
+    }
     if (!track) return;
     if ((event->position() - pressPosition).manhattanLength() >= QApplication::startDragDistance())
         pressMoved = true;
@@ -447,7 +525,7 @@ void WaveformCanvas::mouseMoveEvent(QMouseEvent* event) {
     if (selectionAnchor) {
         // Past the edges the view scrolls along with the drag.
         const double x = event->position().x();
-        if (x < 0) track->pan(x / 4);
+        if (x < scaleWidth) track->pan((x - scaleWidth) / 4);
         if (x > width()) track->pan((x - width()) / 4);
         track->select(*selectionAnchor, frameAt(x), model.preferences().snapToZeroCrossings());
     }
@@ -464,12 +542,7 @@ void WaveformCanvas::mouseReleaseEvent(QMouseEvent* event) {
         return;
     }
     const double frame = frameAt(event->position().x());
-    if (pendingSelectionDrag) {
-        // A click inside the selection without dragging places the cursor there.
-        pendingSelectionDrag = false;
-        selectionAnchor.reset();
-        track->select(frame, frame, model.preferences().snapToZeroCrossings());
-    }
+    pendingSelectionDrag = false; // a click on the grip alone changes nothing
     if (selectionAnchor && !pressMoved && model.isPlaying() &&
         !(event->modifiers() & Qt::ShiftModifier))
         model.seek(int64_t(std::llround(std::clamp(frame, 0.0, double(track->frameCount())))));
@@ -503,10 +576,13 @@ void WaveformCanvas::showNameEditor() {
     }
     const bool starting = editedMarker != marker->id;
     editedMarker = marker->id;
-    const QRectF label = markerLabelRect(*marker);
-    const int editorWidth = std::max(120, int(label.width()));
-    const int x = std::clamp(int(label.left()), 0, std::max(0, width() - editorWidth));
-    nameEditor->setGeometry(x, 0, editorWidth, rulerHeight);
+    const double left = xOfFrame(double(marker->start)) + (marker->end ? 0 : 6);
+    const int editorWidth = 140;
+    const int x = std::clamp(int(left), scaleWidth, std::max(scaleWidth, width() - editorWidth));
+    // Bottom-aligned on the marker band; a field taller than the band covers the time labels.
+    const int editorHeight =
+        std::max(rulerHeight - timeBandHeight, nameEditor->sizeHint().height());
+    nameEditor->setGeometry(x, rulerHeight - editorHeight, editorWidth, editorHeight);
     if (starting) {
         nameEditor->setText(QString::fromStdString(marker->name));
         nameEditor->selectAll();
@@ -602,11 +678,24 @@ QMimeData* WaveformCanvas::selectionMimeData() {
 }
 
 void WaveformCanvas::startSelectionDrag() {
-    QMimeData* data = selectionMimeData();
-    if (!data) return;
-    auto* drag = new QDrag(this);
-    drag->setMimeData(data);
-    drag->exec(Qt::CopyAction);
+    if (QMimeData* data = selectionMimeData()) runSelectionDrag(std::unique_ptr<QMimeData>(data));
+}
+
+QRectF WaveformCanvas::selectionHandleRect() const {
+    if (!track || !track->audio() || !track->selection()) return {};
+    const double left = std::max(double(scaleWidth), xOfFrame(double(track->selection()->lower)));
+    const double right = std::min(double(width()), xOfFrame(double(track->selection()->upper)));
+    if (right < left) return {};
+    const double centre =
+        std::clamp((left + right) / 2, scaleWidth + handleWidth / 2, width() - handleWidth / 2);
+    return QRectF(centre - handleWidth / 2, rulerHeight, handleWidth, handleHeight);
+}
+
+void WaveformCanvas::updateHoverCursor(QPointF position) {
+    if (selectionHandleRect().contains(position))
+        setCursor(Qt::OpenHandCursor);
+    else
+        unsetCursor();
 }
 
 // ---- drawing -----------------------------------------------------------------------------
@@ -615,6 +704,7 @@ void WaveformCanvas::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.fillRect(rect(), colours.background);
     painter.fillRect(QRect(0, 0, width(), rulerHeight), colours.rulerBackground);
+    painter.fillRect(QRect(0, 0, scaleWidth, height()), colours.rulerBackground);
     if (!track) return;
 
     const Viewport& view = track->viewport();
@@ -632,6 +722,7 @@ void WaveformCanvas::paintEvent(QPaintEvent*) {
     }
 
     // Regions tint the lanes behind everything else.
+    painter.setClipRect(area);
     for (const Marker& marker : track->markers()) {
         if (!marker.end) continue;
         int64_t start = marker.start, end = *marker.end;
@@ -650,21 +741,30 @@ void WaveformCanvas::paintEvent(QPaintEvent*) {
                                 QPointF(xOfFrame(double(selection->upper)), area.bottom() + 1)),
                          colours.selection);
 
-    const int lanes = std::min(2, shown->channelCount());
-    const double laneHeight = double(area.height()) / std::max(1, lanes);
+    const int lanes = shown->channelCount();
+    // Lanes start on whole points, so each zero line falls on the same pixel rows.
+    auto laneTop = [&](int channel) {
+        return area.top() + int(std::lround(double(area.height()) * channel / std::max(1, lanes)));
+    };
     for (int channel = 0; channel < lanes; ++channel) {
-        const QRectF lane(area.left(), area.top() + channel * laneHeight, area.width(), laneHeight);
+        const QRectF lane(area.left(), laneTop(channel), area.width(),
+                          laneTop(channel + 1) - laneTop(channel));
+        painter.setClipRect(area);
         drawLane(painter, *shown, channel, lane, view, track->verticalZoom());
+        painter.setClipping(false);
         if (channel > 0) {
             painter.setPen(QPen(colours.grid, 0));
-            painter.drawLine(QPointF(lane.left(), lane.top()), QPointF(lane.right(), lane.top()));
+            painter.drawLine(QPointF(0, lane.top()), QPointF(lane.right(), lane.top()));
         }
+        drawScale(painter, lane, channel, lanes, track->verticalZoom());
     }
 
     drawRuler(painter, view);
-    drawMarkers(painter, *track);
+    drawMarkers(painter);
+    drawSelectionHandle(painter);
 
     painter.setRenderHint(QPainter::Antialiasing, false);
+    painter.setClipRect(QRect(scaleWidth, 0, width() - scaleWidth, area.bottom() + 1));
     const double cursorX = xOfFrame(double(track->cursor()));
     painter.setPen(QPen(colours.cursor, 0));
     painter.drawLine(QPointF(cursorX, area.top()), QPointF(cursorX, area.bottom()));
@@ -760,7 +860,7 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
         if (!(mn <= mx) || (mn == 0 && mx == 0)) continue;
         const float rms = counted > 0 ? float(std::sqrt(energy / double(counted))) : 0.0f;
         double y0 = yOf(mx), y1 = yOf(mn);
-        if (y1 - y0 < 1 / dpr) y1 = y0 + 1 / dpr; // at least one device pixel
+        if (y1 - y0 < 1 / dpr) y1 = y0; // drawn one device pixel high
         const double r0 = std::max(y0, yOf(std::min(rms, mx)));
         const double r1 = std::max(r0, std::min(y1, yOf(std::max(-rms, mn))));
         const bool selected = selection && i0 >= selection->lower && i0 < selection->upper;
@@ -801,75 +901,183 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
     painter.drawImage(lane.topLeft(), laneImage);
 }
 
-void WaveformCanvas::drawRuler(QPainter& painter, const Viewport& view) {
-    const double rate = track->sampleRate();
-    if (!(rate > 0)) return;
-    const double secondsPerPoint = view.samplesPerPoint / rate;
-    const TickStep step = tickStep(minimumTickSpacing * secondsPerPoint);
-    const double minor = step.seconds / step.divisions;
-    const double firstSecond = view.start / rate;
-    const double lastSecond = (view.start + view.visibleSpan()) / rate;
+// Labelled ticks at round levels in dB, as many as fit the lane's height, mirrored about its
+// zero line, beside the lane's channel name.
+void WaveformCanvas::drawScale(QPainter& painter, QRectF lane, int channel, int channels,
+                               float verticalZoom) {
     painter.setRenderHint(QPainter::Antialiasing, false);
     painter.setPen(QPen(colours.grid, 0));
-    painter.drawLine(QPointF(0, rulerHeight - 0.5), QPointF(width(), rulerHeight - 0.5));
+    painter.drawLine(QPointF(scaleWidth - 0.5, lane.top()),
+                     QPointF(scaleWidth - 0.5, lane.bottom()));
+    const QFont small = rulerFont();
+    const QFontMetricsF metrics(small);
+    const double textHeight = metrics.height();
+    if (lane.height() < textHeight * 1.5) return;
 
-    QFont font = painter.font();
-    font.setPointSizeF(std::max(6.0, font.pointSizeF() * 0.8));
-    painter.setFont(font);
-    const int64_t firstTick = int64_t(std::floor(firstSecond / minor));
-    const int64_t lastTick = int64_t(std::ceil(lastSecond / minor));
-    for (int64_t tick = firstTick; tick <= lastTick; ++tick) {
-        const double seconds = double(tick) * minor;
-        const double x = std::round(xOfFrame(seconds * rate)) + 0.5;
-        const bool major = tick % step.divisions == 0;
-        painter.setPen(QPen(colours.grid, 0));
-        painter.drawLine(QPointF(x, major ? 2 : rulerHeight - 6), QPointF(x, rulerHeight));
-        if (major) {
-            painter.setPen(colours.rulerText);
-            painter.drawText(QPointF(x + 3, 11), timeLabel(seconds, step.seconds));
-        }
+    QString name;
+    if (channels == 2)
+        name = channel == 0 ? "L" : "R";
+    else if (channels > 2)
+        name = QString::number(channel + 1);
+    if (!name.isEmpty()) {
+        QFont bold = small;
+        bold.setBold(true);
+        painter.setFont(bold);
+        painter.setPen(colours.rulerText);
+        painter.drawText(QRectF(4, lane.top() + 1, scaleWidth - 4, textHeight),
+                         Qt::AlignLeft | Qt::AlignVCenter, name);
     }
+    painter.setFont(small);
+
+    // Distances from the zero line, largest first: the multiples of 6 dB, then those of 3.
+    const double centre = lane.center().y();
+    const double half = lane.height() / 2 - 1;
+    const double spacing = textHeight + 8;
+    std::array<std::pair<int, double>, 16> chosen;
+    size_t count = 0;
+    auto consider = [&](int dB) {
+        const double offset = half * double(verticalZoom) * std::pow(10.0, dB / 20.0);
+        if (offset > half || offset < spacing || count == chosen.size()) return;
+        for (size_t i = 0; i < count; ++i)
+            if (std::abs(chosen[i].second - offset) < spacing) return;
+        chosen[count++] = {dB, offset};
+    };
+    for (int dB = 0; dB >= -72; dB -= 6)
+        consider(dB);
+    for (int dB = -3; dB >= -69; dB -= 6)
+        consider(dB);
+
+    const double tickLeft = scaleWidth - 5;
+    auto mark = [&](double y, const QString& text) {
+        painter.setPen(QPen(colours.grid, 0));
+        painter.drawLine(QPointF(tickLeft, y), QPointF(scaleWidth, y));
+        const double top = std::clamp(y - textHeight / 2, lane.top(), lane.bottom() - textHeight);
+        painter.setPen(colours.rulerText);
+        painter.drawText(QRectF(0, top, tickLeft - 2, textHeight),
+                         Qt::AlignRight | Qt::AlignVCenter, text);
+    };
+    const QString minus = QString::fromUtf8("\u2212");
+    for (size_t i = 0; i < count; ++i) {
+        const QString text = chosen[i].first == 0 ? "0" : minus + QString::number(-chosen[i].first);
+        mark(centre - chosen[i].second, text);
+        mark(centre + chosen[i].second, text);
+    }
+    mark(centre, minus + QString::fromUtf8("\u221e"));
 }
 
-void WaveformCanvas::drawMarkers(QPainter& painter, const AudioTrack& shownTrack) {
-    const QRect area = waveArea();
-    const QFontMetrics metrics(painter.font());
-    for (const Marker& marker : shownTrack.markers()) {
-        Marker m = marker;
-        if (markerDrag && markerDrag->id == marker.id) {
-            m.start = markerDrag->shownStart;
-            m.end = markerDrag->shownEnd;
-        }
-        const double xs = xOfFrame(double(m.start));
-        const QString name = QString::fromStdString(m.name);
-        const QColor colour = m.end ? colours.region : colours.marker;
-        painter.setRenderHint(QPainter::Antialiasing, false);
-        QPen line(colour, 0, Qt::DashLine);
-        painter.setPen(line);
-        painter.drawLine(QPointF(xs, rulerHeight), QPointF(xs, area.bottom()));
-        if (m.end) {
-            const double xe = xOfFrame(double(*m.end));
-            painter.drawLine(QPointF(xe, rulerHeight), QPointF(xe, area.bottom()));
-            const QRectF bar = markerLabelRect(m);
-            QColor fill = colour;
-            fill.setAlpha(150);
-            painter.fillRect(bar, fill);
-            painter.setPen(colours.markerText);
-            painter.drawText(
-                bar.adjusted(4, 0, -2, 0), Qt::AlignVCenter | Qt::AlignLeft,
-                metrics.elidedText(name, Qt::ElideRight, int(std::max(0.0, bar.width() - 6))));
-        } else {
-            painter.setRenderHint(QPainter::Antialiasing, true);
-            const QPointF flag[] = {
-                {xs, rulerHeight / 2.0}, {xs + 7, rulerHeight * 0.75}, {xs, double(rulerHeight)}};
-            painter.setPen(Qt::NoPen);
-            painter.setBrush(colour);
-            painter.drawPolygon(flag, 3);
-            painter.setBrush(Qt::NoBrush);
-            painter.setPen(colours.markerText);
-            painter.drawText(QPointF(xs + 9, rulerHeight - 3), name);
-        }
+std::vector<WaveformCanvas::RulerLabel> WaveformCanvas::timeLabels() const {
+    std::vector<RulerLabel> labels;
+    if (!track) return labels;
+    const Viewport& view = track->viewport();
+    const double rate = track->sampleRate();
+    if (!(rate > 0) || !(view.samplesPerPoint > 0)) return labels;
+    const TickStep step = tickStep(minimumTickSpacing * view.samplesPerPoint / rate);
+    const QFontMetricsF metrics(rulerFont());
+    const auto first = int64_t(std::ceil(view.start / rate / step.seconds));
+    const auto last = int64_t(std::floor((view.start + view.visibleSpan()) / rate / step.seconds));
+    double previousRight = -std::numeric_limits<double>::infinity();
+    for (int64_t i = first; i <= last; ++i) {
+        const double seconds = double(i) * step.seconds;
+        const double x = std::round(xOfFrame(seconds * rate)) + 0.5;
+        const QString text = timeLabel(seconds, step.seconds);
+        const QRectF rect(x + 3, 1, metrics.horizontalAdvance(text), timeBandHeight - 3);
+        if (rect.left() < previousRight + 6 || rect.right() > width()) continue;
+        labels.push_back({rect, text, false});
+        previousRight = rect.right();
     }
+    return labels;
+}
+
+std::vector<WaveformCanvas::RulerLabel> WaveformCanvas::rulerLabels() const {
+    std::vector<RulerLabel> labels = timeLabels();
+    for (const MarkerLabel& marker : markerLabels())
+        if (!marker.name.isEmpty()) labels.push_back({marker.text, marker.name, true});
+    return labels;
+}
+
+void WaveformCanvas::drawRuler(QPainter& painter, const Viewport& view) {
+    painter.setRenderHint(QPainter::Antialiasing, false);
+    painter.setPen(QPen(colours.grid, 0));
+    painter.drawLine(QPointF(scaleWidth, timeBandHeight - 0.5),
+                     QPointF(width(), timeBandHeight - 0.5));
+    painter.drawLine(QPointF(0, rulerHeight - 0.5), QPointF(width(), rulerHeight - 0.5));
+    painter.setFont(rulerFont());
+    painter.setPen(colours.rulerText);
+    painter.drawText(QRectF(0, timeBandHeight, scaleWidth - 7, rulerHeight - timeBandHeight),
+                     Qt::AlignRight | Qt::AlignVCenter, "dB");
+
+    const double rate = track->sampleRate();
+    if (!(rate > 0)) return;
+    const TickStep step = tickStep(minimumTickSpacing * view.samplesPerPoint / rate);
+    const double minor = step.seconds / step.divisions;
+    const auto firstTick = int64_t(std::ceil(view.start / rate / minor));
+    const auto lastTick = int64_t(std::floor((view.start + view.visibleSpan()) / rate / minor));
+    painter.setPen(QPen(colours.grid, 0));
+    for (int64_t tick = firstTick; tick <= lastTick; ++tick) {
+        const double x = std::round(xOfFrame(double(tick) * minor * rate)) + 0.5;
+        const bool major = tick % step.divisions == 0;
+        painter.drawLine(QPointF(x, major ? 2 : timeBandHeight - 5), QPointF(x, timeBandHeight));
+    }
+    painter.setPen(colours.rulerText);
+    for (const RulerLabel& label : timeLabels())
+        painter.drawText(label.rect, Qt::AlignLeft | Qt::AlignVCenter, label.text);
+}
+
+void WaveformCanvas::drawMarkers(QPainter& painter) {
+    const QRect area = waveArea();
+    const std::vector<MarkerLabel> labels = markerLabels();
+    if (labels.empty()) return;
+    painter.setClipRect(QRect(scaleWidth, 0, width() - scaleWidth, area.bottom() + 1));
+    painter.setFont(rulerFont());
+    const double top = timeBandHeight, bottom = rulerHeight;
+    // Regions first, so that points inside them stay in view.
+    for (const bool regions : {true, false})
+        for (const MarkerLabel& label : labels) {
+            if (label.isRegion != regions) continue;
+            const QColor colour = regions ? colours.region : colours.marker;
+            const double xs = label.grab.left();
+            painter.setRenderHint(QPainter::Antialiasing, false);
+            painter.setPen(QPen(colour, 0, Qt::DashLine));
+            painter.drawLine(QPointF(xs, bottom), QPointF(xs, area.bottom()));
+            if (regions) {
+                const double xe = label.grab.right();
+                painter.drawLine(QPointF(xe, bottom), QPointF(xe, area.bottom()));
+                QColor fill = colour;
+                fill.setAlpha(150);
+                painter.fillRect(label.grab.adjusted(0, 1, 0, -1), fill);
+            } else {
+                painter.setRenderHint(QPainter::Antialiasing, true);
+                const QPointF flag[] = {{xs, top + 1}, {xs + 7, (top + bottom) / 2}, {xs, bottom}};
+                painter.setPen(Qt::NoPen);
+                painter.setBrush(colour);
+                painter.drawPolygon(flag, 3);
+                painter.setBrush(Qt::NoBrush);
+            }
+            if (!label.name.isEmpty()) {
+                painter.setPen(colours.markerText);
+                painter.drawText(label.text, Qt::AlignLeft | Qt::AlignVCenter, label.name);
+            }
+        }
+    painter.setClipping(false);
+}
+
+void WaveformCanvas::drawSelectionHandle(QPainter& painter) {
+    const QRectF handle = selectionHandleRect();
+    if (handle.isEmpty()) return;
+    // A tab hanging from the ruler: its top corners are hidden under the clip.
+    painter.setClipRect(waveArea());
+    painter.setRenderHint(QPainter::Antialiasing, true);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(colours.selectedWave);
+    painter.drawRoundedRect(handle.adjusted(0, -4, 0, 0), 3, 3);
+    painter.setBrush(Qt::NoBrush);
+    painter.setRenderHint(QPainter::Antialiasing, false);
+    painter.setPen(QPen(colours.background, 1));
+    for (const double dx : {-4.0, 0.0, 4.0}) {
+        const double x = std::round(handle.center().x() + dx) + 0.5;
+        painter.drawLine(QPointF(x, handle.top() + 3), QPointF(x, handle.bottom() - 3));
+    }
+    painter.setClipping(false);
 }
 
 } // namespace sonvale

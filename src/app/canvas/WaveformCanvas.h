@@ -7,6 +7,8 @@
 #include <QImage>
 #include <QTemporaryDir>
 #include <QWidget>
+#include <algorithm>
+#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
@@ -23,8 +25,9 @@ class EditorModel;
 
 // Draws the active track of the editor and turns mouse, wheel and keys on it into calls on
 // the model (selection, cursor, markers, zoom and scroll of the track's viewport).
-// The top strip is the time ruler with the markers and regions; below it one lane per
-// channel (at most two), then the horizontal scroll bar.
+// The top strip is the time ruler: time labels above, markers and regions in a band of their
+// own below. Under it one lane per channel, each with its name and a dB scale in a strip on
+// the left; a horizontal scroll bar shows under the lanes while the view is zoomed in.
 // Main thread only.
 class WaveformCanvas : public QWidget {
     Q_OBJECT
@@ -32,7 +35,9 @@ public:
     explicit WaveformCanvas(EditorModel& model, QWidget* parent = nullptr);
     ~WaveformCanvas() override;
 
-    static constexpr int rulerHeight = 22;
+    static constexpr int timeBandHeight = 18; // the ruler's time labels
+    static constexpr int rulerHeight = 34;    // with the marker band under the time labels
+    static constexpr int scaleWidth = 40;     // the channel names and dB scales on the left
     static constexpr float minVerticalZoom = 1.0f;
     static constexpr float maxVerticalZoom = 64.0f;
 
@@ -41,8 +46,23 @@ public:
     // The frame under an x position in points (fractional), and back.
     double frameAt(double x) const;
     double xOfFrame(double frame) const;
-    // The area the waveform lanes take (below the ruler, above the scroll bar).
+    // The area the waveform lanes take (below the ruler, right of the scales, above the
+    // scroll bar). The track's viewport is as wide as this.
     QRect waveArea() const;
+    // The texts on the ruler where they are drawn: the time labels, then the marker names
+    // (elided to the room before the next marker, left out when there is none).
+    struct RulerLabel {
+        QRectF rect;
+        QString text;
+        bool isMarker = false;
+    };
+    std::vector<RulerLabel> rulerLabels() const;
+    // The grip at the top of the selection that drags it out; empty without a visible one.
+    QRectF selectionHandleRect() const;
+    static constexpr const char* selectionHandleToolTip = "Drag the selection out as a file";
+    // Runs the drag of the selection out of the canvas with its data (a QDrag by default);
+    // tests put their own here to see a drag start without entering the drag loop.
+    std::function<void(std::unique_ptr<QMimeData>)> runSelectionDrag;
     // The selection written as a 24-bit WAV into a temporary folder and offered as a file
     // URL; null without a selection or when the file can't be written. Dragging the
     // selection out of the canvas carries this.
@@ -96,13 +116,28 @@ private:
     void showNameEditor();
     void finishNameEditing(bool commit);
     std::optional<MarkerHit> markerAt(QPointF position) const;
-    QRectF markerLabelRect(const Marker& marker) const;
+    // A marker as the ruler shows it: where it grabs and where its name goes.
+    struct MarkerLabel {
+        Uuid id;
+        QRectF grab; // the flag and name of a point, the bar of a region
+        QRectF text;
+        QString name; // elided to fit `text`
+        bool isRegion = false;
+    };
+    std::vector<MarkerLabel> markerLabels() const; // in the order of their starts
+    std::vector<RulerLabel> timeLabels() const;
+    QFont rulerFont() const;
+    double waveWidth() const { return std::max(0, width() - scaleWidth); }
+    double zoomAnchor() const; // the cursor's x in the view, the middle when it is out of view
     void startSelectionDrag();
+    void updateHoverCursor(QPointF position);
 
     void drawRuler(QPainter& painter, const Viewport& view);
     void drawLane(QPainter& painter, const AudioData& audio, int channel, QRectF lane,
                   const Viewport& view, float verticalZoom);
-    void drawMarkers(QPainter& painter, const AudioTrack& track);
+    void drawScale(QPainter& painter, QRectF lane, int channel, int channels, float verticalZoom);
+    void drawMarkers(QPainter& painter);
+    void drawSelectionHandle(QPainter& painter);
 
     EditorModel& model;
     AudioTrackPtr track; // the track being shown and watched
@@ -122,7 +157,7 @@ private:
     std::optional<double> selectionAnchor; // frame the drag selects from
     QPointF pressPosition;
     bool pressMoved = false;
-    bool pendingSelectionDrag = false; // pressed inside the selection or with Alt
+    bool pendingSelectionDrag = false; // pressed on the selection's grip, or Alt inside it
     std::optional<MarkerDrag> markerDrag;
     std::unique_ptr<QTemporaryDir> dragFolder;
     // The dragged selection's file being written (an error text when it failed). Declared
