@@ -8,6 +8,7 @@
 
 #include <QEvent>
 #include <QFontDatabase>
+#include <QFrame>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -156,20 +157,67 @@ Shown shownRange(const EditorModel& model) {
 
 } // namespace
 
+void TransportBar::fitGroups() {
+    auto* spare = static_cast<QHBoxLayout*>(overflow->layout());
+    // Start from every group in its place in the bar, then step aside by rank until the rest
+    // fits. A group's box keeps its place while its content visits the panel.
+    for (const Group& group : groups) {
+        if (group.content->parentWidget() != group.box) {
+            group.box->layout()->addWidget(group.content);
+            group.content->show();
+        }
+        group.box->show();
+    }
+    std::vector<const Group*> byRank;
+    for (const Group& group : groups)
+        byRank.push_back(&group);
+    std::stable_sort(byRank.begin(), byRank.end(),
+                     [](const Group* a, const Group* b) { return a->rank > b->rank; });
+    int needed = row->minimumSize().width();
+    bool moved = false;
+    for (const Group* group : byRank) {
+        if (needed <= width()) break;
+        needed -= group->box->minimumSizeHint().width() + row->spacing();
+        if (!moved) needed += moreButton->sizeHint().width() + row->spacing();
+        moved = true;
+        group->box->hide();
+    }
+    // The panel shows its groups in the bar's order.
+    for (const Group& group : groups)
+        if (group.box->isHidden()) {
+            spare->addWidget(group.content);
+            group.content->show();
+        }
+    moreButton->setVisible(moved);
+    if (!moved) overflow->hide();
+}
+
+void TransportBar::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    fitGroups();
+}
+
 TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     : QWidget(parent)
     , model(model) {
     setObjectName("transportBar");
-    auto* row = new QHBoxLayout(this);
+    row = new QHBoxLayout(this);
     row->setContentsMargins(8, 2, 8, 4);
     row->setSpacing(4);
-    // A group of controls with its name in small type above it.
-    auto captioned = [this, row](const QString& caption, std::initializer_list<QWidget*> widgets,
-                                 const QString& tip) {
-        auto* column = new QVBoxLayout;
+    // A group of controls with its name in small type above it. Groups with a rank step into
+    // the overflow panel when the bar is too narrow, the highest rank first.
+    int rank = 0;
+    auto captioned = [this, &rank](const QString& caption, std::initializer_list<QWidget*> widgets,
+                                   const QString& tip) {
+        auto* box = new QWidget(this);
+        auto* holder = new QVBoxLayout(box);
+        holder->setContentsMargins(0, 0, 0, 0);
+        auto* content = new QWidget(box);
+        holder->addWidget(content);
+        auto* column = new QVBoxLayout(content);
         column->setContentsMargins(0, 0, 0, 0);
         column->setSpacing(0);
-        auto* label = new QLabel(caption, this);
+        auto* label = new QLabel(caption, content);
         QFont small = label->font();
         small.setPointSizeF(small.pointSizeF() * 0.85);
         label->setFont(small);
@@ -181,7 +229,8 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
         for (QWidget* w : widgets)
             line->addWidget(w);
         column->addLayout(line);
-        row->addLayout(column);
+        row->addWidget(box);
+        if (rank > 0) groups.push_back({box, content, rank});
         return label;
     };
 
@@ -228,6 +277,7 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     faster->setText("+");
     faster->setToolTip(EditorModel::playbackRateToolTip);
     connect(faster, &QToolButton::clicked, this, [this] { this->model.changePlaybackRate(1); });
+    rank = 4;
     captioned("Speed", {slower, rateLabel, faster}, EditorModel::playbackRateToolTip);
     row->addSpacing(10);
 
@@ -239,6 +289,7 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     timeLabel->setFont(clock);
     timeLabel->setToolTip("Playhead");
     timeLabel->setMinimumWidth(QFontMetrics(clock).horizontalAdvance("0:00:00.000") + 4);
+    rank = 1;
     captioned("Position", {timeLabel}, timeLabel->toolTip());
     row->addSpacing(8);
 
@@ -252,6 +303,7 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
         field->setToolTip(QString("%1: %2, then Enter").arg(tips[i], TimeField::hint));
         field->entered = [this, i](double seconds) { enterSelection(i, seconds); };
         field->cancelled = [this] { refresh(); };
+        rank = 7 - i; // Length goes first, Start last
         QLabel* caption = captioned(captions[i], {field}, field->toolTip());
         caption->setBuddy(field);
         if (i == 0) startCaption = caption;
@@ -277,6 +329,7 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     gainLabel->setObjectName("gainText");
     gainLabel->setMinimumWidth(gainLabel->fontMetrics().horizontalAdvance("+30.0 dB applied") + 4);
     gainLabel->setToolTip(gainSlider->toolTip());
+    rank = 3;
     captioned("Gain", {gainSlider, gainLabel}, gainSlider->toolTip());
 
     normalizeButton = new QToolButton(this);
@@ -302,7 +355,29 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     });
     normalizeButton->setMenu(normalizeMenu);
     connect(normalizeButton, &QToolButton::clicked, this, [this] { this->model.normalizePeak(); });
+    rank = 2;
     captioned(" ", {normalizeButton}, {});
+    rank = 0;
+    // Holds what doesn't fit; the » button shows it under the bar.
+    moreButton = new QToolButton(this);
+    moreButton->setObjectName("moreButton");
+    moreButton->setText(QString::fromUtf8("\u00bb"));
+    moreButton->setToolTip("More of the transport bar");
+    moreButton->setAutoRaise(true);
+    moreButton->hide();
+    overflow = new QFrame(this, Qt::Popup);
+    overflow->setObjectName("transportOverflow");
+    static_cast<QFrame*>(overflow)->setFrameShape(QFrame::StyledPanel);
+    auto* overflowRow = new QHBoxLayout(overflow);
+    overflowRow->setContentsMargins(8, 4, 8, 6);
+    connect(moreButton, &QToolButton::clicked, this, [this] {
+        overflow->adjustSize();
+        const QPoint below =
+            moreButton->mapToGlobal(QPoint(moreButton->width(), moreButton->height()));
+        overflow->move(below.x() - overflow->width(), below.y());
+        overflow->show();
+    });
+    row->addWidget(moreButton);
     row->addSpacing(10);
 
     outputMeter = new LevelMeterWidget(this);

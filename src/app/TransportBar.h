@@ -3,7 +3,9 @@
 #include "app/SignalConnections.h"
 
 #include <QWidget>
+#include <vector>
 
+class QHBoxLayout;
 class QLabel;
 class QLineEdit;
 class QSlider;
@@ -29,11 +31,15 @@ public:
     // The selection fields: start (the cursor without a selection), end and length.
     QLineEdit* selectionField(int index) const;
 
+    // The groups that didn't fit the bar's width and wait behind its "»" button.
+    QWidget* overflowPanel() const { return overflow; }
+
 Q_SIGNALS:
     void exportRequested();
 
 protected:
     void changeEvent(QEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     void watchActiveTrack();
@@ -41,6 +47,20 @@ private:
     void refreshMeter();
     void refreshIcons();
     void enterSelection(int field, double seconds);
+    // Moves the groups that don't fit into the overflow panel, least needed first, and back
+    // when there is room; the bar keeps its order and height.
+    void fitGroups();
+
+    // A captioned group; `rank` orders which steps aside first (higher first).
+    struct Group {
+        QWidget* box;     // in the bar, hidden while the content is in the panel
+        QWidget* content; // the caption above the controls
+        int rank;
+    };
+    std::vector<Group> groups;
+    QHBoxLayout* row = nullptr;
+    QToolButton* moreButton = nullptr;
+    QWidget* overflow = nullptr;
 
     EditorModel& model;
     QToolButton* startButton = nullptr;

@@ -17,6 +17,7 @@
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QStatusBar>
+#include <QToolButton>
 #include <QTreeWidget>
 #include <QtTest>
 #include <cmath>
@@ -115,14 +116,22 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowExposed(&w.window));
         QVERIFY(inspector->isVisible() && w.window.trackList()->isVisible());
         QVERIFY(w.window.minimumSizeHint().width() <= 700);
-        for (auto [width, inspectorShown, listShown] :
-             {std::tuple{900, false, true}, std::tuple{700, false, false},
-              std::tuple{1366, true, true}}) {
+        auto* more = w.window.findChild<QToolButton*>("moreButton");
+        for (auto [width, inspectorShown, listShown, overflows] :
+             {std::tuple{900, false, true, true}, std::tuple{700, false, false, true},
+              std::tuple{1366, true, true, false}}) {
             w.window.resize(width, 720);
             QTRY_COMPARE(w.window.width(), width);
             QCOMPARE(inspector->isVisible(), inspectorShown);
             QCOMPARE(w.window.trackList()->isVisible(), listShown);
             QVERIFY2(w.window.canvas()->width() >= width / 2, qPrintable(QString::number(width)));
+            // The transport bar keeps one line: what doesn't fit waits behind its » button.
+            QCOMPARE(more->isVisible(), overflows);
+            const auto* panel = w.window.findChild<QWidget*>("transportOverflow");
+            QCOMPARE(!panel->findChildren<QLabel*>().isEmpty(), overflows);
+            const auto* bar = more->parentWidget();
+            QVERIFY(bar->height() < 80);
+            QVERIFY(bar->childrenRect().right() <= bar->width());
         }
         // Turned off in the View menu, a panel stays off however wide the window is.
         w.window.action(ID::showInspector)->trigger();
