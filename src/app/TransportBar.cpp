@@ -88,6 +88,7 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     gainLabel = new QLabel(this);
     gainLabel->setObjectName("gainText");
     gainLabel->setMinimumWidth(100);
+    makeGainControl(gainSlider, gainLabel); // Shift, wheel, double-click 0 dB, typed value
     row->addWidget(gainSlider);
     row->addWidget(gainLabel);
 
