@@ -47,7 +47,7 @@ struct Editor {
         panel.show();
         QApplication::processEvents();
     }
-    Knob* knob(int index) const { return panel.knobs()[size_t(index)]; }
+    Knob* knob(int index) const { return qobject_cast<Knob*>(panel.controls()[size_t(index)]); }
 };
 
 // Turns the knob one step up and back down, alternately, like a slow drag.

@@ -1,5 +1,6 @@
 #include "app/ChannelControls.h"
 
+#include "app/ValueControl.h"
 #include "base/UndoStack.h"
 #include "timeline/Timeline.h"
 
@@ -51,6 +52,10 @@ std::function<std::shared_ptr<UndoStack>()> historyOf(Timeline& timeline) {
         const auto alive = weak.lock();
         return alive ? std::shared_ptr<UndoStack>(alive, &alive->undoStack()) : nullptr;
     };
+}
+
+SliderControl* makeGainControl(QSlider* slider, QLabel* label, int stepsPerDecibel) {
+    return new SliderControl(slider, label, SliderControl::gain(stepsPerDecibel));
 }
 
 QString gainText(float gainDB) {

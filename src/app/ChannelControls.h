@@ -6,10 +6,12 @@
 #include <functional>
 #include <memory>
 
+class QLabel;
 class QSlider;
 
 namespace sonvale {
 
+class SliderControl;
 class Timeline;
 class UndoStack;
 
@@ -45,6 +47,11 @@ private:
 
 // The timeline's history for a DragStep: the stack, sharing the timeline's lifetime.
 std::function<std::shared_ptr<UndoStack>()> historyOf(Timeline& timeline);
+
+// Gives a gain slider of `stepsPerDecibel` steps per dB the knobs' handling (SliderControl):
+// Shift for a fine drag or wheel step, a double-click back to 0 dB, and a typed value on a
+// click of `label` (or Enter on the slider).
+SliderControl* makeGainControl(QSlider* slider, QLabel* label, int stepsPerDecibel = 10);
 
 // "+1.5 dB", "−6.0 dB" (with a true minus sign).
 QString gainText(float gainDB);

@@ -329,6 +329,7 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     gainLabel->setObjectName("gainText");
     gainLabel->setMinimumWidth(gainLabel->fontMetrics().horizontalAdvance("+30.0 dB applied") + 4);
     gainLabel->setToolTip(gainSlider->toolTip());
+    makeGainControl(gainSlider, gainLabel); // Shift, wheel, double-click 0 dB, typed value
     rank = 3;
     captioned("Gain", {gainSlider, gainLabel}, gainSlider->toolTip());
 

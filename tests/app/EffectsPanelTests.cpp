@@ -1,7 +1,10 @@
+#include "app/ChannelControls.h"
+#include "app/ValueControl.h"
 #include "app/effects/EffectDisplays.h"
 #include "app/effects/EffectsPanel.h"
 #include "app/effects/Knob.h"
 #include "base/ManualExecutor.h"
+#include "base/UndoStack.h"
 #include "editor/EditorModel.h"
 #include "engine/PlaybackEngine.h"
 #include "persistence/Preferences.h"
@@ -10,15 +13,20 @@
 
 #include <QComboBox>
 #include <QDir>
+#include <QLabel>
 #include <QListWidget>
 #include <QMenu>
 #include <QPainter>
+#include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QSlider>
+#include <QStyleOptionSlider>
 #include <QToolButton>
 #include <QtTest>
 #include <cmath>
+#include <functional>
 #include <numbers>
 
 using namespace sonvale;
@@ -67,11 +75,77 @@ struct Fixture {
         menuAction(kind)->trigger();
         return model.effectChain()->selected();
     }
-    Knob* knob(const std::string& name) const {
-        for (Knob* k : panel.knobs())
-            if (k->parameter().name == name) return k;
+    ParameterControl* control(const std::string& name) const {
+        for (ParameterControl* c : panel.controls())
+            if (c->parameter().name == name) return c;
         return nullptr;
     }
+    Knob* knob(const std::string& name) const { return qobject_cast<Knob*>(control(name)); }
+};
+
+// ---- the gestures a person makes on a knob or a slider
+
+void moveTo(QWidget* widget, QPointF to, Qt::KeyboardModifiers modifiers) {
+    QMouseEvent move(QEvent::MouseMove, to, widget->mapToGlobal(to), Qt::NoButton, Qt::LeftButton,
+                     modifiers);
+    QApplication::sendEvent(widget, &move);
+}
+
+// Presses at `from`, moves `by` in four moves and lets go.
+void drag(QWidget* widget, QPoint from, QPoint by, Qt::KeyboardModifiers modifiers = {}) {
+    QTest::mousePress(widget, Qt::LeftButton, modifiers, from);
+    for (int i = 1; i <= 4; ++i)
+        moveTo(widget, QPointF(from) + QPointF(by) * (i / 4.0), modifiers);
+    QTest::mouseRelease(widget, Qt::LeftButton, modifiers, from + by);
+}
+
+void scroll(QWidget* widget, int eighths, Qt::KeyboardModifiers modifiers = {}) {
+    QWheelEvent wheel(QPointF(10, 10), widget->mapToGlobal(QPointF(10, 10)), {}, QPoint(0, eighths),
+                      Qt::NoButton, modifiers, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(widget, &wheel);
+}
+
+// Types `text` over what the open value editor holds and presses `key` (Enter or Escape).
+void typeInto(ValueEditor* editor, const QString& text, Qt::Key key) {
+    editor->selectAll();
+    editor->insert(text); // keyClicks has no key for a true minus sign
+    QTest::keyClick(editor, key);
+}
+
+QPoint handleCentre(QSlider* slider) {
+    QStyleOptionSlider option;
+    option.initFrom(slider);
+    option.orientation = slider->orientation();
+    option.minimum = slider->minimum();
+    option.maximum = slider->maximum();
+    option.sliderPosition = option.sliderValue = slider->value();
+    return slider->style()
+        ->subControlRect(QStyle::CC_Slider, &option, QStyle::SC_SliderHandle, slider)
+        .center();
+}
+
+// A gain slider in tenths of a dB beside its value label, wired as the transport bar's is.
+struct GainRig {
+    QWidget window;
+    QSlider* slider = new QSlider(Qt::Horizontal, &window);
+    QLabel* label = new QLabel("+0.0 dB", &window);
+    SliderControl* control;
+    GainRig() {
+        window.resize(400, 80);
+        slider->setRange(-300, 300);
+        slider->setGeometry(10, 10, 300, 24);
+        label->setGeometry(320, 10, 70, 24);
+        control = makeGainControl(slider, label);
+    }
+};
+
+// A person's gesture on a control and the value it leaves.
+struct Gesture {
+    const char* name;
+    double start;                          // the value the control shows before
+    std::function<void(QWidget*)> gesture; // what is done to it
+    double expected;
+    bool editorOpen = false; // a typed-value editor is still open afterwards
 };
 
 } // namespace
@@ -109,7 +183,7 @@ private Q_SLOTS:
             QCOMPARE(chain->selected(), chain->effects().back());
             QCOMPARE(f.panel.chainList()->count(), int(chain->effects().size()));
             QCOMPARE(f.panel.chainList()->currentRow(), f.panel.chainList()->count() - 1);
-            QCOMPARE(f.panel.knobs().size(), parameters(kind).size());
+            QCOMPARE(f.panel.controls().size(), parameters(kind).size());
             QCOMPARE(f.panel.presetBox()->count(), int(presets(kind).size()));
             QCOMPARE(f.panel.equalizerGraph() != nullptr, kind == EffectKind::equalizer);
             QCOMPARE(f.panel.spectrumDisplay() != nullptr, kind == EffectKind::spectrumAnalyzer);
@@ -159,40 +233,281 @@ private Q_SLOTS:
         QCOMPARE(session->bank()->value(0), double(float(session->values()[0])));
     }
 
-    void choicesStepOneLabelAtATimeAndTheEqualizerHidesUnusedControls() {
+    void eachParameterGetsTheControlOfItsKind() {
+        Fixture f;
+        for (EffectKind kind : allEffectKinds()) {
+            f.add(kind);
+            for (ParameterControl* control : f.panel.controls()) {
+                const auto& parameter = control->parameter();
+                const bool isSwitch = qobject_cast<ParameterSwitch*>(control) != nullptr;
+                const bool isChoice = qobject_cast<ParameterChoice*>(control) != nullptr;
+                QCOMPARE(isSwitch, parameter.unit == EffectParameter::Unit::toggle);
+                QCOMPARE(isChoice, parameter.unit == EffectParameter::Unit::choice);
+                QCOMPARE(qobject_cast<Knob*>(control) != nullptr, !isSwitch && !isChoice);
+            }
+        }
+    }
+
+    void theEqualizersTypeIsAMenuAndItsOnOffASwitch() {
         Fixture f;
         auto session = f.add(EffectKind::equalizer);
-        Knob* type = f.knob("Band 1 Type");
-        QCOMPARE(session->values()[0], 1.0); // Low Shelf
-        QVERIFY(f.knob("Band 1 Gain")->isVisibleTo(&f.panel));
-        QTest::keyClick(type, Qt::Key_Down);
-        QCOMPARE(session->values()[0], 0.0); // Low Cut: no gain, no Q
-        QVERIFY(!f.knob("Band 1 Gain")->isVisibleTo(&f.panel));
-        QVERIFY(!f.knob("Band 1 Q")->isVisibleTo(&f.panel));
-        QTest::keyClick(type, Qt::Key_Down); // already the first choice
+        auto* type = qobject_cast<ParameterChoice*>(f.control("Band 1 Type"));
+        QVERIFY(type);
+        QCOMPARE(type->labelText(), QString("1 Type"));
+        QStringList names;
+        for (int i = 0; i < type->menu()->count(); ++i)
+            names << type->menu()->itemText(i);
+        QCOMPARE(names,
+                 QStringList({"Low Cut", "Low Shelf", "Bell", "Notch", "High Shelf", "High Cut"}));
+        QCOMPARE(type->menu()->currentText(), QString("Low Shelf"));
+        QVERIFY(f.control("Band 1 Gain")->isVisibleTo(&f.panel));
+        type->menu()->setCurrentIndex(0);
+        Q_EMIT type->menu()->activated(0); // as a person picking "Low Cut": no gain, no Q
         QCOMPARE(session->values()[0], 0.0);
+        QCOMPARE(session->bank()->value(0), 0.0);
+        QVERIFY(!f.control("Band 1 Gain")->isVisibleTo(&f.panel));
+        QVERIFY(!f.control("Band 1 Q")->isVisibleTo(&f.panel));
+        session->setValue(0, 2); // from the model: the menu follows
+        QCOMPARE(type->menu()->currentText(), QString("Bell"));
 
-        // A touchpad's small wheel steps add up to one choice per whole notch.
-        auto scroll = [&](int eighths) {
-            QWheelEvent wheel(QPointF(10, 10), type->mapToGlobal(QPointF(10, 10)), {},
-                              QPoint(0, eighths), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase,
-                              false);
-            QApplication::sendEvent(type, &wheel);
+        auto* on = qobject_cast<ParameterSwitch*>(f.control("Band 1 On"));
+        QVERIFY(on);
+        QVERIFY(on->button()->isCheckable());
+        QVERIFY(on->button()->isChecked());
+        QCOMPARE(on->button()->text(), QString("On"));
+        on->button()->click();
+        QCOMPARE(session->values()[4], 0.0);
+        QCOMPARE(session->bank()->value(4), 0.0);
+        QCOMPARE(on->button()->text(), QString("Off"));
+        session->resetToDefaults();
+        QVERIFY(on->button()->isChecked());
+    }
+
+    // Each row starts a knob (the compressor's Makeup, 0 to 24 dB, linear, default 0, or the
+    // pitch shifter's stepped Pitch) at a value and does one thing to it.
+    void aKnobAnswersDragsTheWheelKeysDoubleClicksAndTypedValues() {
+        Fixture f;
+        auto session = f.add(EffectKind::compressor);
+        Knob* makeup = f.knob("Makeup");
+        QVERIFY(makeup);
+        makeup->resize(66, 80);
+        const QPoint dial(33, 40);
+        const QPoint valueText = makeup->valueRect().center();
+        auto typed = [&](const QString& text, Qt::Key key) {
+            return [=](QWidget* w) {
+                QTest::mouseClick(w, Qt::LeftButton, {}, valueText); // a click on the value
+                ValueEditor* editor = ValueEditor::openOn(w);
+                QVERIFY(editor);
+                typeInto(editor, text, key);
+            };
         };
-        for (int i = 0; i < 3; ++i)
-            scroll(30);
-        QCOMPARE(session->values()[0], 0.0);
-        scroll(30);
-        QCOMPARE(session->values()[0], 1.0);
+        auto key = [](Qt::Key k, Qt::KeyboardModifiers m = {}) {
+            return [=](QWidget* w) { QTest::keyClick(w, k, m); };
+        };
+        // 200 pixels cross the whole range of 24 dB; Shift makes it 2000.
+        const Gesture rows[] = {
+            {"drag up", 0,
+             [&](QWidget* w) {
+                 drag(w, dial, {0, -40});
+             },
+             4.8},
+            {"drag right", 0,
+             [&](QWidget* w) {
+                 drag(w, dial, {40, 0});
+             },
+             4.8},
+            {"drag down from 12", 12,
+             [&](QWidget* w) {
+                 drag(w, dial, {0, 40});
+             },
+             7.2},
+            {"shift-drag up", 0,
+             [&](QWidget* w) {
+                 drag(w, dial, {0, -40}, Qt::ShiftModifier);
+             },
+             0.48},
+            {"drag past the top", 20,
+             [&](QWidget* w) {
+                 drag(w, dial, {0, -100});
+             },
+             24},
+            {"wheel notch", 0, [](QWidget* w) { scroll(w, 120); }, 0.5},
+            {"shift-wheel notch", 0, [](QWidget* w) { scroll(w, 120, Qt::ShiftModifier); }, 0.1},
+            {"wheel two down", 3, [](QWidget* w) { scroll(w, -240); }, 2},
+            {"arrow up", 0, key(Qt::Key_Up), 0.5},
+            {"shift arrow up", 0, key(Qt::Key_Up, Qt::ShiftModifier), 0.1},
+            {"page up", 0, key(Qt::Key_PageUp), 5},
+            {"end", 0, key(Qt::Key_End), 24},
+            {"home", 9, key(Qt::Key_Home), 0},
+            {"double-click", 9,
+             [&](QWidget* w) { QTest::mouseDClick(w, Qt::LeftButton, {}, dial); }, 0},
+            {"typed", 0, typed("6.5", Qt::Key_Enter), 6.5},
+            {"typed with unit", 0, typed("3 dB", Qt::Key_Return), 3},
+            {"typed over the top", 0, typed("99", Qt::Key_Enter), 24},
+            {"typed below the floor", 5, typed("\u22126", Qt::Key_Enter), 0},
+            {"typed garbage", 5, typed("loud", Qt::Key_Enter), 5, true},
+            {"typed then Escape", 5, typed("7", Qt::Key_Escape), 5},
+            {"Enter opens, Escape cancels", 5,
+             [](QWidget* w) {
+                 QTest::keyClick(w, Qt::Key_Return);
+                 ValueEditor* editor = ValueEditor::openOn(w);
+                 QVERIFY(editor);
+                 QCOMPARE(editor->text(), QString("+5.0 dB"));
+                 typeInto(editor, "8", Qt::Key_Escape);
+             },
+             5},
+        };
+        for (const Gesture& row : rows) {
+            session->setValue(5, row.start);
+            row.gesture(makeup);
+            QVERIFY2(std::abs(makeup->value() - row.expected) < 1e-9,
+                     qPrintable(QString("%1: %2").arg(row.name).arg(makeup->value())));
+            QCOMPARE(session->values()[5], makeup->value());
+            ValueEditor* editor = ValueEditor::openOn(makeup);
+            QVERIFY2((editor != nullptr) == row.editorOpen, row.name);
+            if (editor) QTest::keyClick(editor, Qt::Key_Escape);
+        }
 
-        // A switch flips on a click and a double-click leaves it at its default, on.
-        Knob* on = f.knob("Band 1 On");
-        QCOMPARE(on->value(), 1.0);
-        QTest::mouseClick(on, Qt::LeftButton);
-        QCOMPARE(on->value(), 0.0);
-        QTest::mouseDClick(on, Qt::LeftButton);
-        QCOMPARE(on->value(), 1.0);
-        QCOMPARE(session->bank()->value(4), 1.0);
+        // A stepped knob moves once per whole notch, however a touchpad's travel arrives.
+        f.add(EffectKind::pitchShifter);
+        Knob* pitch = f.knob("Pitch");
+        QCOMPARE(pitch->value(), 7.0);
+        for (int i = 0; i < 3; ++i)
+            scroll(pitch, 30);
+        QCOMPARE(pitch->value(), 7.0);
+        scroll(pitch, 30);
+        QCOMPARE(pitch->value(), 8.0);
+        QVERIFY(pitch->typedValue("+3.4 st") == 3.0); // snapped to the step
+    }
+
+    // The same gestures on a gain slider in tenths of a dB (the transport bar's, -30 to +30 dB).
+    void aGainSliderAnswersShiftDragsTheWheelDoubleClicksAndTypedValues() {
+        GainRig rig;
+        QSlider* slider = rig.slider;
+        const double pixels = rig.control->fullRangePixels();
+        QVERIFY(pixels >= 200);
+        const int plain = int(std::lround(40 / pixels * 600));
+        auto typed = [&](const QString& text, Qt::Key key, bool click = true) {
+            return [=, &rig](QWidget*) {
+                if (click)
+                    QTest::mouseClick(rig.label, Qt::LeftButton);
+                else
+                    QTest::keyClick(slider, Qt::Key_Enter);
+                ValueEditor* editor = ValueEditor::openOn(&rig.window);
+                QVERIFY(editor);
+                typeInto(editor, text, key);
+            };
+        };
+        auto dragHandle = [&](QPoint by, Qt::KeyboardModifiers modifiers = {}) {
+            return [=](QWidget*) { drag(slider, handleCentre(slider), by, modifiers); };
+        };
+        const Gesture rows[] = {
+            {"drag right", 0, dragHandle({40, 0}), double(plain)},
+            {"shift-drag right", 0, dragHandle({40, 0}, Qt::ShiftModifier),
+             std::round(plain / 10.0)},
+            {"shift-drag left", 0, dragHandle({-40, 0}, Qt::ShiftModifier),
+             -std::round(plain / 10.0)},
+            {"wheel notch: 0.5 dB", 0, [](QWidget* w) { scroll(w, 120); }, 5},
+            {"shift-wheel notch: 0.1 dB", 0, [](QWidget* w) { scroll(w, -120, Qt::ShiftModifier); },
+             -1},
+            {"touchpad", 0,
+             [](QWidget* w) {
+                 for (int i = 0; i < 4; ++i)
+                     scroll(w, 30);
+             },
+             5},
+            {"double-click: 0 dB", 100,
+             [](QWidget* w) { QTest::mouseDClick(w, Qt::LeftButton, {}, QPoint(20, 12)); }, 0},
+            {"arrow", 0, [](QWidget* w) { QTest::keyClick(w, Qt::Key_Right); }, 5},
+            {"shift arrow", 0,
+             [](QWidget* w) { QTest::keyClick(w, Qt::Key_Left, Qt::ShiftModifier); }, -1},
+            {"end", 0, [](QWidget* w) { QTest::keyClick(w, Qt::Key_End); }, 300},
+            {"typed", 0, typed("-6.5", Qt::Key_Enter), -65},
+            {"typed with unit and minus sign", 0, typed("\u22123 dB", Qt::Key_Return), -30},
+            {"typed on Enter", 0, typed("4,5", Qt::Key_Enter, false), 45},
+            {"typed over the top", 0, typed("+40 dB", Qt::Key_Enter), 300},
+            {"typed garbage", 12, typed("-6 Hz", Qt::Key_Enter), 12, true},
+            {"typed then Escape", 12, typed("3", Qt::Key_Escape), 12},
+        };
+        for (const Gesture& row : rows) {
+            slider->setValue(int(row.start));
+            row.gesture(slider);
+            QVERIFY2(slider->value() == int(row.expected),
+                     qPrintable(QString("%1: %2").arg(row.name).arg(slider->value())));
+            ValueEditor* editor = ValueEditor::openOn(&rig.window);
+            QVERIFY2((editor != nullptr) == row.editorOpen, row.name);
+            if (editor) QTest::keyClick(editor, Qt::Key_Escape);
+        }
+        QVERIFY(plain > 60 && plain <= 120); // calmer than the handle under the mouse
+    }
+
+    // A drag (plain, then with Shift) is one step in the history, as the transport's gain is.
+    void aDragOfAGainSliderIsOneUndoStep() {
+        Fixture f;
+        GainRig rig;
+        QObject::connect(rig.slider, &QSlider::valueChanged,
+                         [&](int tenths) { f.track->changeGain(float(tenths) / 10.0f, "Gain"); });
+        new DragStep(rig.slider,
+                     [&] { return std::shared_ptr<UndoStack>(f.track, &f.track->undoStack()); });
+        const QPoint start = handleCentre(rig.slider);
+        QTest::mousePress(rig.slider, Qt::LeftButton, {}, start);
+        for (int x = 5; x <= 40; x += 5)
+            moveTo(rig.slider, start + QPointF(x, 0), {});
+        for (int x = 45; x <= 80; x += 5)
+            moveTo(rig.slider, start + QPointF(x, 0), Qt::ShiftModifier);
+        QTest::mouseRelease(rig.slider, Qt::LeftButton, {}, start + QPoint(80, 0));
+        QVERIFY(f.track->gainDB() > 1);
+        QVERIFY(f.model.canUndo());
+        f.model.undo();
+        QCOMPARE(f.track->gainDB(), 0.0f);
+        QVERIFY(!f.model.canUndo());
+        {
+            const QSignalBlocker block(rig.slider); // the slider follows the track
+            rig.slider->setValue(0);
+        }
+        // A wheel notch and a typed value are a step each.
+        scroll(rig.slider, 120);
+        QVERIFY(rig.control->commitText("2"));
+        QCOMPARE(f.track->gainDB(), 2.0f);
+        f.model.undo();
+        QCOMPARE(f.track->gainDB(), 0.5f);
+    }
+
+    // Each editor shows only its own parts: nothing of the compressor's (its curve, its
+    // reduction meter two layouts deep) stays on show in the editor that follows it.
+    void switchingFromTheCompressorLeavesNoneOfItsDisplaysOnShow() {
+        Fixture f;
+        f.panel.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&f.panel));
+        auto compressor = f.add(EffectKind::compressor);
+        auto onShow = [&](const QString& text) {
+            int count = 0;
+            for (auto* label : f.panel.findChildren<QLabel*>())
+                count += label->isVisible() && label->text() == text;
+            return count;
+        };
+        for (EffectKind kind : allEffectKinds()) {
+            if (kind == EffectKind::compressor) continue;
+            auto other = f.add(kind);
+            f.model.effectChain()->select(compressor->id());
+            QApplication::processEvents(); // a page added to a shown panel shows queued
+            const QPointer<ReductionMeter> meter = f.panel.reductionMeter();
+            const QPointer<QWidget> curve = f.panel.compressorDisplay();
+            QVERIFY(meter && meter->isVisible() && curve->isVisible());
+            f.model.effectChain()->select(other->id());
+            QVERIFY(!meter->isVisible());
+            QVERIFY(!curve->isVisible());
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+            QVERIFY(meter.isNull() && curve.isNull());
+            QApplication::processEvents();
+            int meters = 0;
+            for (auto* shown : f.panel.findChildren<ReductionMeter*>())
+                meters += shown->isVisible();
+            const bool ownMeter = kind == EffectKind::limiter || kind == EffectKind::noiseGate;
+            QCOMPARE(meters, ownMeter ? 1 : 0);
+            QCOMPARE(onShow("Gain reduction"), ownMeter ? 1 : 0);
+            QCOMPARE(f.panel.compressorDisplay(), nullptr);
+        }
     }
 
     void aPresetSetsEveryValueAndThePresetNameFollowsTheValues() {
@@ -409,11 +724,40 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(dir));
         QVERIFY(both.save(dir + "/effects-panel.png"));
 
+        // The equalizer and the compressor (with its needle at -7.5 dB) in a light and a dark
+        // theme: effects-equalizer-light.png, effects-compressor-dark.png ...
         auto compressor = f.add(EffectKind::compressor);
+        compressor->setValues({-24, 4, 10, 150, 6, 3});
+        f.model.play();
         compressor->bank()->report(-7.5f, 512);
-        QApplication::processEvents();
-        f.panel.refreshDisplays();
-        QVERIFY(f.panel.grab().save(dir + "/effects-panel-compressor.png"));
+        compressor->bank()->report(-7.5f, 4096);
+        const QPalette light = f.panel.palette();
+        QPalette dark;
+        for (auto [role, colour] : {std::pair{QPalette::Window, QColor(45, 46, 50)},
+                                    {QPalette::WindowText, QColor(225, 226, 230)},
+                                    {QPalette::Base, QColor(30, 31, 34)},
+                                    {QPalette::AlternateBase, QColor(45, 46, 50)},
+                                    {QPalette::Text, QColor(225, 226, 230)},
+                                    {QPalette::Button, QColor(55, 56, 61)},
+                                    {QPalette::ButtonText, QColor(225, 226, 230)},
+                                    {QPalette::Highlight, QColor(70, 140, 230)},
+                                    {QPalette::HighlightedText, QColor(255, 255, 255)},
+                                    {QPalette::Light, QColor(80, 82, 88)},
+                                    {QPalette::Midlight, QColor(65, 66, 72)},
+                                    {QPalette::Mid, QColor(85, 87, 94)},
+                                    {QPalette::Dark, QColor(25, 25, 28)},
+                                    {QPalette::Shadow, QColor(10, 10, 12)}})
+            dark.setColor(role, colour);
+        for (auto [theme, palette] : {std::pair{"light", light}, {"dark", dark}}) {
+            f.panel.setPalette(palette);
+            for (auto [name, session] : {std::pair{"equalizer", eq}, {"compressor", compressor}}) {
+                f.model.effectChain()->select(session->id());
+                QApplication::processEvents();
+                f.panel.refreshDisplays();
+                QVERIFY(f.panel.grab().save(QString("%1/effects-%2-%3.png").arg(dir, name, theme)));
+            }
+        }
+        f.model.stop();
     }
 };
 

@@ -28,9 +28,35 @@ QColor bandColour(int band) {
     return colours[band % 4];
 }
 
-void drawBackground(QPainter& p, const QRect& r) {
-    p.fillRect(r, QColor(28, 30, 34));
-    p.setPen(QColor(60, 63, 70));
+QColor mix(const QColor& from, const QColor& to, double amount) {
+    return QColor::fromRgbF(float(from.redF() + (to.redF() - from.redF()) * amount),
+                            float(from.greenF() + (to.greenF() - from.greenF()) * amount),
+                            float(from.blueF() + (to.blueF() - from.blueF()) * amount));
+}
+
+// The displays' colours, from the widget's palette so they follow a light or a dark theme.
+struct Ink {
+    QColor back;  // the plot's ground
+    QColor grid;  // faint lines
+    QColor axis;  // the 0 dB line, the unity diagonal
+    QColor label; // scale text
+    QColor text;  // readouts
+    QColor curve; // a response or transfer curve
+
+    explicit Ink(const QWidget& widget) {
+        const QPalette& pal = widget.palette();
+        back = pal.color(QPalette::Base);
+        text = pal.color(QPalette::Text);
+        grid = mix(back, text, 0.12);
+        axis = mix(back, text, 0.35);
+        label = mix(back, text, 0.6);
+        curve = pal.color(QPalette::Highlight);
+    }
+};
+
+void drawBackground(QPainter& p, const QRect& r, const Ink& ink) {
+    p.fillRect(r, ink.back);
+    p.setPen(ink.grid);
     p.drawRect(r.adjusted(0, 0, -1, -1));
 }
 
@@ -88,17 +114,18 @@ QPointF EqualizerGraph::bandPoint(int b) const {
 void EqualizerGraph::paintEvent(QPaintEvent*) {
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
-    drawBackground(p, rect());
+    const Ink ink(*this);
+    drawBackground(p, rect(), ink);
     p.setFont(QFont(font().family(), 7));
-    p.setPen(QColor(55, 58, 64));
+    p.setPen(ink.grid);
     for (double f : {50.0, 100.0, 200.0, 500.0, 1000.0, 2000.0, 5000.0, 10000.0}) {
         p.drawLine(QPointF(xOf(f), 0), QPointF(xOf(f), height()));
     }
     for (double db : {-12.0, 12.0})
         p.drawLine(QPointF(0, yOf(db)), QPointF(width(), yOf(db)));
-    p.setPen(QColor(90, 94, 102));
+    p.setPen(ink.axis);
     p.drawLine(QPointF(0, yOf(0)), QPointF(width(), yOf(0)));
-    p.setPen(QColor(120, 124, 132));
+    p.setPen(ink.label);
     for (auto [f, label] : {std::pair{100.0, "100"}, {1000.0, "1k"}, {10000.0, "10k"}})
         p.drawText(QPointF(xOf(f) + 2, height() - 3), label);
     p.drawText(QPointF(2, yOf(12) - 2), "+12 dB");
@@ -114,19 +141,27 @@ void EqualizerGraph::paintEvent(QPaintEvent*) {
         else
             curve.lineTo(x, y);
     }
+    // The area under the response, filled so that boosts and cuts read at a glance: strongest
+    // along the curve, fading towards the floor.
     QPainterPath area = curve;
-    area.lineTo(width(), yOf(0));
-    area.lineTo(0, yOf(0));
+    area.lineTo(width() + 2, height() + 2);
+    area.lineTo(-2, height() + 2);
     area.closeSubpath();
-    p.fillPath(area, QColor(90, 160, 240, 50));
-    p.setPen(QPen(QColor(110, 180, 255), 2));
+    QLinearGradient fade(0, 0, 0, height());
+    QColor strong = ink.curve, faint = ink.curve;
+    strong.setAlpha(110);
+    faint.setAlpha(25);
+    fade.setColorAt(0, strong);
+    fade.setColorAt(1, faint);
+    p.fillPath(area, fade);
+    p.setPen(QPen(ink.curve, 2));
     p.drawPath(curve);
 
     for (int b = 0; b < 4; ++b) {
         const bool on = bandOf(session->values(), b).isOn;
         QColor colour = bandColour(b);
         if (!on) colour.setAlpha(90);
-        p.setPen(QPen(Qt::white, draggedBand == b ? 2 : 1));
+        p.setPen(QPen(ink.text, draggedBand == b ? 2 : 1));
         p.setBrush(colour);
         p.drawEllipse(bandPoint(b), 6, 6);
         p.setPen(Qt::black);
@@ -193,7 +228,8 @@ void CompressorCurve::paintEvent(QPaintEvent*) {
     // A square plot, centred: one dB is as wide as it is high.
     const int square = std::min(width(), height());
     const QRect plot((width() - square) / 2, (height() - square) / 2, square, square);
-    drawBackground(p, plot);
+    const Ink ink(*this);
+    drawBackground(p, plot, ink);
     const double side = square - 1;
     auto point = [&](double in, double out) {
         return QPointF(plot.left() + (in - curveFloor) / -curveFloor * side,
@@ -201,12 +237,12 @@ void CompressorCurve::paintEvent(QPaintEvent*) {
                            std::clamp(out - curveFloor, -5.0, -curveFloor + 5) / -curveFloor *
                                side);
     };
-    p.setPen(QColor(55, 58, 64));
+    p.setPen(ink.grid);
     for (double db = -48; db < 0; db += 12) {
         p.drawLine(point(db, curveFloor), point(db, 0));
         p.drawLine(point(curveFloor, db), point(0, db));
     }
-    p.setPen(QPen(QColor(90, 94, 102), 1, Qt::DashLine));
+    p.setPen(QPen(ink.axis, 1, Qt::DashLine));
     p.drawLine(point(curveFloor, curveFloor), point(0, 0));
     const auto& v = session->values();
     if (v.size() > 0) {
@@ -221,7 +257,7 @@ void CompressorCurve::paintEvent(QPaintEvent*) {
         else
             curve.lineTo(point(in, outputAt(in)));
     }
-    p.setPen(QPen(QColor(110, 180, 255), 2));
+    p.setPen(QPen(ink.curve, 2));
     p.drawPath(curve);
 }
 
@@ -243,11 +279,12 @@ void ReductionMeter::setValue(float decibels) {
 
 void ReductionMeter::paintEvent(QPaintEvent*) {
     QPainter p(this);
-    drawBackground(p, rect());
+    const Ink ink(*this);
+    drawBackground(p, rect(), ink);
     const double fraction = std::clamp(double(-reduction) / range, 0.0, 1.0);
     const QRectF bar(width() * (1 - fraction), 3, width() * fraction, height() - 6);
     p.fillRect(bar, QColor(230, 140, 50));
-    p.setPen(QColor(220, 222, 228));
+    p.setPen(ink.text);
     p.drawText(rect().adjusted(6, 0, -6, 0), Qt::AlignVCenter | Qt::AlignLeft,
                QString::asprintf("GR %.1f dB", double(reduction)));
 }
@@ -275,7 +312,8 @@ void SpectrumDisplay::refresh(int64_t delay, SpectrumAnalysis::Clock::time_point
 void SpectrumDisplay::paintEvent(QPaintEvent*) {
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
-    drawBackground(p, rect());
+    const Ink ink(*this);
+    drawBackground(p, rect(), ink);
     const auto& v = session->values();
     const int style = v.size() > 0 ? int(std::lround(v[0])) : 0;
     const bool peaks = v.size() > 5 && v[5] >= 0.5;
@@ -289,9 +327,9 @@ void SpectrumDisplay::paintEvent(QPaintEvent*) {
     auto yOf = [&](double db) {
         return area.bottom() - std::clamp((db - floor) / -floor, 0.0, 1.0) * area.height();
     };
-    const QColor bar(90, 200, 140), hot(240, 190, 70), peakColour(240, 240, 245);
+    const QColor bar(90, 200, 140), hot(240, 190, 70), peakColour = ink.text;
 
-    p.setPen(QColor(50, 53, 60));
+    p.setPen(ink.grid);
     for (double db = 0; db > floor; db -= 12)
         p.drawLine(QPointF(area.left(), yOf(db)), QPointF(area.right(), yOf(db)));
 
@@ -332,7 +370,7 @@ void SpectrumDisplay::paintEvent(QPaintEvent*) {
             else
                 path.lineTo(point);
         }
-        p.setPen(QPen(QColor(110, 180, 255), 2));
+        p.setPen(QPen(ink.curve, 2));
         p.drawPath(path);
         break;
     }

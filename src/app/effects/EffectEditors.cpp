@@ -1,7 +1,7 @@
 #include "app/effects/EffectEditors.h"
 
 #include "app/effects/EffectDisplays.h"
-#include "app/effects/Knob.h"
+#include "app/effects/ParameterControl.h"
 #include "effects/EQBand.h"
 
 #include <QGuiApplication>
@@ -150,23 +150,24 @@ void equalizerEditor(EffectEditorParts& parts, const EffectSessionPtr& session, 
                      QWidget* area, QVBoxLayout* layout) {
     parts.equalizerGraph = new EqualizerGraph(session, rate, area);
     layout->addWidget(parts.equalizerGraph, 1);
-    parts.knobColumns = 10; // two bands to a row keep the response graph tall
-    parts.labelKnobs = [](const std::vector<Knob*>& knobs) {
+    parts.controlColumns = 10; // two bands to a row keep the response graph tall
+    parts.labelControls = [](const std::vector<ParameterControl*>& controls) {
         // "Band 2 Frequency" would not fit: the band's number and a short name.
-        static const char* shortNames[] = {"Type", "Freq", "Gain", "Q", "On"};
-        for (Knob* knob : knobs) {
-            const int index = knob->parameter().index;
+        static const char* shortNames[] = {"%1 Type", "%1 Freq", "%1 Gain", "%1 Q", "Band %1"};
+        for (ParameterControl* control : controls) {
+            const int index = control->parameter().index;
             if (index < 5 * equalizerBands)
-                knob->setLabel(QString("%1 %2").arg(index / 5 + 1).arg(shortNames[index % 5]));
+                control->setLabel(QString(shortNames[index % 5]).arg(index / 5 + 1));
         }
     };
-    parts.syncKnobs = [](const std::vector<Knob*>& knobs, const std::vector<double>& values) {
-        if (knobs.size() < 5 * equalizerBands) return;
+    parts.syncControls = [](const std::vector<ParameterControl*>& controls,
+                            const std::vector<double>& values) {
+        if (controls.size() < 5 * equalizerBands) return;
         // Each band shows only the controls its type uses.
         for (int b = 0; b < equalizerBands; ++b) {
             const EQBandType type = eqBandType(values[size_t(5 * b)]);
-            knobs[size_t(5 * b + 2)]->setVisible(usesGain(type));
-            knobs[size_t(5 * b + 3)]->setVisible(usesQ(type));
+            controls[size_t(5 * b + 2)]->setVisible(usesGain(type));
+            controls[size_t(5 * b + 3)]->setVisible(usesQ(type));
         }
     };
 }

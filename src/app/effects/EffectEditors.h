@@ -13,22 +13,23 @@ namespace sonvale {
 
 class CompressorCurve;
 class EqualizerGraph;
-class Knob;
+class ParameterControl;
 class ReductionMeter;
 class SpectrumDisplay;
 
-// What an effect's editor adds to the panel's title, presets and knobs: its displays (placed
-// in the editor's layout above the knobs) and how its knobs are laid out.
+// What an effect's editor adds to the panel's title, presets and controls: its displays
+// (placed in the editor's layout above the controls) and how its controls are laid out.
 struct EffectEditorParts {
     EqualizerGraph* equalizerGraph = nullptr;
     CompressorCurve* compressorCurve = nullptr;
     ReductionMeter* reductionMeter = nullptr; // follows the audio being heard
     SpectrumDisplay* spectrumDisplay = nullptr;
-    int knobColumns = 8;
-    // Relabels the knobs once they exist; null to keep the parameters' names.
-    void (*labelKnobs)(const std::vector<Knob*>& knobs) = nullptr;
-    // Follows a change of the values, after the knobs have; null when nothing more changes.
-    void (*syncKnobs)(const std::vector<Knob*>& knobs, const std::vector<double>& values) = nullptr;
+    int controlColumns = 8;
+    // Relabels the controls once they exist; null to keep the parameters' names.
+    void (*labelControls)(const std::vector<ParameterControl*>& controls) = nullptr;
+    // Follows a change of the values, after the controls have; null when nothing more changes.
+    void (*syncControls)(const std::vector<ParameterControl*>& controls,
+                         const std::vector<double>& values) = nullptr;
 };
 
 // Builds the displays of `session`'s effect into `layout`, their parent being `area`.

@@ -2,7 +2,7 @@
 
 #include "app/effects/EffectDisplays.h"
 #include "app/effects/EffectEditors.h"
-#include "app/effects/Knob.h"
+#include "app/effects/ParameterControl.h"
 #include "editor/EditorModel.h"
 #include "engine/PlaybackEngine.h"
 
@@ -26,19 +26,6 @@ namespace {
 constexpr int displayIntervalMs = 16; // about 60 display frames a second
 
 QString qs(std::string_view text) { return QString::fromUtf8(text.data(), qsizetype(text.size())); }
-
-// Empties `layout` and the layouts nested in it. Their widgets are hidden now and deleted once
-// the current event is done with them.
-void clear(QLayout* layout) {
-    while (QLayoutItem* item = layout->takeAt(0)) {
-        if (QWidget* widget = item->widget()) {
-            widget->hide();
-            widget->deleteLater();
-        }
-        if (QLayout* inner = item->layout()) clear(inner);
-        delete item;
-    }
-}
 } // namespace
 
 EffectsPanel::EffectsPanel(EditorModel& editor, QWidget* parent)
@@ -130,8 +117,8 @@ EffectsPanel::EffectsPanel(EditorModel& editor, QWidget* parent)
     body->addLayout(side);
 
     editorArea = new QWidget(this);
-    editorLayout = new QVBoxLayout(editorArea);
-    editorLayout->setContentsMargins(0, 0, 0, 0);
+    auto* areaLayout = new QVBoxLayout(editorArea);
+    areaLayout->setContentsMargins(0, 0, 0, 0);
     body->addWidget(editorArea, 1);
     root->addLayout(body, 1);
 
@@ -249,15 +236,27 @@ void EffectsPanel::rebuildEditor() {
     for (auto& c : sessionConnections)
         c.disconnect();
     sessionConnections.clear();
-    knobWidgets.clear();
+    controlWidgets.clear();
     parts = {};
     presets = nullptr;
-    clear(editorLayout);
+    // Each editor is built on a page of its own, and a new page replaces the old one whole:
+    // no display of the previous effect (the compressor's curve and reduction meter sit two
+    // layouts deep) can stay on show, however its editor nests its layouts. The old page is
+    // hidden now and deleted once the current event is done with it.
+    if (editorPage) {
+        editorPage->hide();
+        editorPage->deleteLater();
+    }
+    editorPage = new QWidget(editorArea);
+    editorPage->setObjectName("effectEditor");
+    editorLayout = new QVBoxLayout(editorPage);
+    editorLayout->setContentsMargins(0, 0, 0, 0);
+    editorArea->layout()->addWidget(editorPage);
     shown = observed ? observed->selected() : nullptr;
     if (!shown) {
         auto* hint = new QLabel(observed ? "Select an effect in the chain."
                                          : "Add an effect to hear it while the audio plays.",
-                                editorArea);
+                                editorPage);
         hint->setAlignment(Qt::AlignCenter);
         hint->setEnabled(false);
         editorLayout->addWidget(hint, 1);
@@ -269,12 +268,12 @@ void EffectsPanel::rebuildEditor() {
     const auto& params = parameters(kind);
 
     auto* header = new QHBoxLayout;
-    auto* heading = new QLabel(editorArea);
+    auto* heading = new QLabel(editorPage);
     heading->setText("<b>" + qs(title(kind)).toHtmlEscaped() + "</b>");
     heading->setToolTip(qs(summary(kind)));
     header->addWidget(heading);
     header->addStretch();
-    presets = new QComboBox(editorArea);
+    presets = new QComboBox(editorPage);
     presets->setObjectName("presets");
     presets->setPlaceholderText("Custom");
     presets->setToolTip("Presets");
@@ -288,7 +287,7 @@ void EffectsPanel::rebuildEditor() {
             shown->setValues(list[size_t(index)].valuesFor(parameters(shown->kind())));
     });
     header->addWidget(presets);
-    auto* reset = new QToolButton(editorArea);
+    auto* reset = new QToolButton(editorPage);
     reset->setText("Reset");
     reset->setToolTip("Return every knob to its default");
     connect(reset, &QToolButton::clicked, this, [this] {
@@ -300,26 +299,27 @@ void EffectsPanel::rebuildEditor() {
     const auto track = model.activeTrack();
     double rate = track && track->audio() ? track->audio()->sampleRate : 48000;
     if (model.mixerEffectsChannel()) rate = model.timeline()->sampleRate();
-    parts = buildEffectEditor(shown, rate, editorArea, editorLayout);
+    parts = buildEffectEditor(shown, rate, editorPage, editorLayout);
 
     auto* grid = new QGridLayout;
     grid->setHorizontalSpacing(4);
     for (const auto& param : params) {
-        auto* knob = new Knob(param, editorArea);
-        knob->setValue(shown->values()[size_t(param.index)]);
-        QSizePolicy policy = knob->sizePolicy();
+        ParameterControl* control = makeParameterControl(param, editorPage);
+        control->setValue(shown->values()[size_t(param.index)]);
+        QSizePolicy policy = control->sizePolicy();
         policy.setRetainSizeWhenHidden(true);
-        knob->setSizePolicy(policy);
-        connect(knob, &Knob::valueEdited, this, [this, index = param.index](double value) {
-            if (shown) shown->setValue(index, value);
-        });
-        const int position = int(knobWidgets.size());
-        grid->addWidget(knob, position / parts.knobColumns, position % parts.knobColumns);
-        knobWidgets.push_back(knob);
+        control->setSizePolicy(policy);
+        connect(control, &ParameterControl::valueEdited, this,
+                [this, index = param.index](double value) {
+                    if (shown) shown->setValue(index, value);
+                });
+        const int position = int(controlWidgets.size());
+        grid->addWidget(control, position / parts.controlColumns, position % parts.controlColumns);
+        controlWidgets.push_back(control);
     }
-    if (parts.labelKnobs) parts.labelKnobs(knobWidgets);
+    if (parts.labelControls) parts.labelControls(controlWidgets);
     editorLayout->addLayout(grid);
-    // The knobs stay at the top unless a display takes the spare height.
+    // The controls stay at the top unless a display takes the spare height.
     if (!parts.equalizerGraph && !parts.spectrumDisplay) editorLayout->addStretch();
 
     sessionConnections.push_back(shown->valuesChanged.connect([this] { syncEditor(); }));
@@ -334,9 +334,9 @@ void EffectsPanel::rebuildEditor() {
 void EffectsPanel::syncEditor() {
     if (!shown) return;
     const auto& values = shown->values();
-    for (Knob* knob : knobWidgets)
-        knob->setValue(values[size_t(knob->parameter().index)]);
-    if (parts.syncKnobs) parts.syncKnobs(knobWidgets, values);
+    for (ParameterControl* control : controlWidgets)
+        control->setValue(values[size_t(control->parameter().index)]);
+    if (parts.syncControls) parts.syncControls(controlWidgets, values);
     if (parts.equalizerGraph) parts.equalizerGraph->update();
     if (parts.compressorCurve) parts.compressorCurve->update();
     // A new style or scale, even while the bands rest.

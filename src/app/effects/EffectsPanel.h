@@ -39,8 +39,8 @@ public:
     QPushButton* applyButton() const { return apply; }
     QPushButton* closeButton() const { return close; }
     QPushButton* playButton() const { return play; }
-    // The selected effect's knobs, in parameter order.
-    const std::vector<Knob*>& knobs() const { return knobWidgets; }
+    // The selected effect's controls (knobs, switches, menus), in parameter order.
+    const std::vector<ParameterControl*>& controls() const { return controlWidgets; }
     // The selected effect's displays; null where its editor has none of the kind.
     EqualizerGraph* equalizerGraph() const { return parts.equalizerGraph; }
     SpectrumDisplay* spectrumDisplay() const { return parts.spectrumDisplay; }
@@ -76,7 +76,9 @@ private:
     QToolButton* removeButton = nullptr;
     QListWidget* chain = nullptr;
     QWidget* editorArea = nullptr;
-    QVBoxLayout* editorLayout = nullptr;
+    // The shown effect's editor: everything it builds is inside, and goes with it.
+    QWidget* editorPage = nullptr;
+    QVBoxLayout* editorLayout = nullptr; // the page's
     QLabel* editorTitle = nullptr;
     QComboBox* presets = nullptr;
     QPushButton* play = nullptr;
@@ -84,7 +86,7 @@ private:
     QPushButton* close = nullptr;
     QProgressBar* progress = nullptr;
     QTimer* displayTimer = nullptr;
-    std::vector<Knob*> knobWidgets;
+    std::vector<ParameterControl*> controlWidgets;
     EffectEditorParts parts;
     bool updatingList = false;
 };

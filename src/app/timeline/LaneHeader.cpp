@@ -90,6 +90,7 @@ LaneHeader::LaneHeader(Timeline& timeline, const Uuid& laneID, QWidget* parent)
     gainLabel = new QLabel(this);
     gainLabel->setFixedWidth(50);
     gainLabel->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    makeGainControl(gain, gainLabel, gainSteps);
 
     grid->addWidget(name, 0, 0, 1, 2);
     grid->addWidget(onOff, 0, 2);

@@ -235,6 +235,7 @@ void MixerStrip::buildFull() {
     gainLabel = new QLabel(this);
     gainLabel->setObjectName("stripGain");
     gainLabel->setAlignment(Qt::AlignCenter);
+    makeGainControl(gainFader, gainLabel);
     column->addWidget(gainLabel);
 }
 
