@@ -136,6 +136,21 @@ void fitExportDialog(QFileDialog* dialog, QWidget* window) {
     dialog->resize(size);
 }
 
+// The pages beside the track list, one at a time. Only the page that shows holds the window's
+// minimum size: the mixer's height mustn't squeeze the effects panel under the waveform.
+class ViewStack final : public QStackedWidget {
+public:
+    explicit ViewStack(QWidget* parent)
+        : QStackedWidget(parent) {
+        connect(this, &QStackedWidget::currentChanged, this, [this] { updateGeometry(); });
+    }
+    QSize minimumSizeHint() const override {
+        return currentWidget()
+                   ? currentWidget()->minimumSizeHint().expandedTo(currentWidget()->minimumSize())
+                   : QSize();
+    }
+};
+
 } // namespace
 
 const char* const MainWindow::audioFilesFilter =
@@ -155,7 +170,7 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     connect(tracks, &TrackList::filesDropped, this,
             [this](const QList<QUrl>& urls) { openDropped(urls); });
     // Another view (such as a multitrack timeline) becomes another page beside the editor.
-    views = new QStackedWidget(this);
+    views = new ViewStack(this);
     views->setObjectName("views");
     views->addWidget(buildSingleTrackEditor());
     // The multitrack page: the timeline above, the mixer below.

@@ -192,6 +192,15 @@ void TransportBar::fitGroups() {
     if (!moved) overflow->hide();
 }
 
+QSize TransportBar::minimumSizeHint() const {
+    QSize size = row->minimumSize();
+    for (const Group& group : groups)
+        if (!group.box->isHidden())
+            size.rwidth() -= group.box->minimumSizeHint().width() + row->spacing();
+    if (moreButton->isHidden()) size.rwidth() += moreButton->sizeHint().width() + row->spacing();
+    return size;
+}
+
 void TransportBar::resizeEvent(QResizeEvent* event) {
     QWidget::resizeEvent(event);
     fitGroups();
@@ -202,6 +211,8 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     , model(model) {
     setObjectName("transportBar");
     row = new QHBoxLayout(this);
+    // The bar's minimum is minimumSizeHint(), not the sum of every group.
+    row->setSizeConstraint(QLayout::SetNoConstraint);
     row->setContentsMargins(8, 2, 8, 4);
     row->setSpacing(4);
     // A group of controls with its name in small type above it. Groups with a rank step into

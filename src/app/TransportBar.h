@@ -33,6 +33,9 @@ public:
 
     // The groups that didn't fit the bar's width and wait behind its "»" button.
     QWidget* overflowPanel() const { return overflow; }
+    // As narrow as the buttons, the meter and Export with the » button: the other groups
+    // step aside rather than hold the window wide.
+    QSize minimumSizeHint() const override;
 
 Q_SIGNALS:
     void exportRequested();
