@@ -156,7 +156,7 @@ void MainWindow::askAboutClipping(const ClippingQuestion& question) {
     connect(box, &QMessageBox::finished, this, [this, box, limit, clean, question] {
         currentQuestion = nullptr;
         if (box->clickedButton() == limit) model.limitPeaksForLoudness(question);
-        if (box->clickedButton() == clean) model.normalizeToCleanGain();
+        if (box->clickedButton() == clean) model.normalizePeak();
     });
     box->open();
 }

@@ -24,6 +24,7 @@
 #include <QComboBox>
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
 #include <QDataStream>
 #include <QDesktopServices>
 #include <QDockWidget>
@@ -111,17 +112,22 @@ protected:
     }
 };
 
-// Opens the file manager at `path`, with the file selected where the file manager can do that.
-void showInFileManager(const std::filesystem::path& path) {
+// Opens the file manager at `path`, with the file selected where the file manager can do that;
+// the request doesn't hold up the window while a file manager starts.
+void showInFileManager(const std::filesystem::path& path, QObject* context) {
     const QString file = QString::fromStdString(path.string());
     QDBusMessage call = QDBusMessage::createMethodCall("org.freedesktop.FileManager1",
                                                        "/org/freedesktop/FileManager1",
                                                        "org.freedesktop.FileManager1", "ShowItems");
     call << QStringList{QUrl::fromLocalFile(file).toString()} << QString();
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(call, QDBus::Block, 2000);
-    if (reply.type() == QDBusMessage::ReplyMessage) return;
-    const QFileInfo info(file);
-    QDesktopServices::openUrl(QUrl::fromLocalFile(info.isDir() ? file : info.absolutePath()));
+    auto* watcher =
+        new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call), context);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, context, [watcher, file] {
+        watcher->deleteLater();
+        if (!watcher->isError()) return;
+        const QFileInfo info(file);
+        QDesktopServices::openUrl(QUrl::fromLocalFile(info.isDir() ? file : info.absolutePath()));
+    });
 }
 
 // The export dialogs choose the format in their accessory, so the dialog's own file type row
@@ -231,7 +237,8 @@ MainWindow::MainWindow(EditorModel& model, QWidget* parent)
     showExportButton->setFlat(true);
     showExportButton->hide();
     statusBar()->addPermanentWidget(showExportButton);
-    connect(showExportButton, &QPushButton::clicked, this, [this] { showInFileManager(exported); });
+    connect(showExportButton, &QPushButton::clicked, this,
+            [this] { showInFileManager(exported, this); });
     connect(statusBar(), &QStatusBar::messageChanged, this, [this](const QString& text) {
         if (text.isEmpty()) showExportButton->hide();
     });

@@ -80,7 +80,10 @@ std::optional<ClippingQuestion> EditorModel::clippingQuestion(const LoudnessTarg
     const auto clean = peakNormalizationGain(track->audio()->peak);
     // Within a hundredth of a dB of full scale counts as clean, as the gain display rounds.
     if (!clean || gain <= *clean + 0.01f) return std::nullopt;
-    ClippingQuestion question{target, gain, *clean};
+    ClippingQuestion question;
+    question.target = target;
+    question.gain = gain;
+    question.cleanGain = *clean;
     char text[256];
     std::snprintf(text, sizeof text, "Normalizing to %s would clip", target.name.c_str());
     question.title = text;
@@ -106,8 +109,6 @@ void EditorModel::normalizeLoudness(const LoudnessTarget& target) {
     track->changeGain(loudnessNormalizationGain(target.value, *track->currentLoudness()),
                       normalizeTitle);
 }
-
-void EditorModel::normalizeToCleanGain() { normalizePeak(); }
 
 void EditorModel::limitPeaksForLoudness(const ClippingQuestion& question) {
     if (!canNormalize() || !canAddEffect()) return;

@@ -323,10 +323,9 @@ public:
     // What normalizeLoudness would ask for the active track; none when the gain fits.
     std::optional<ClippingQuestion> clippingQuestion(const LoudnessTarget& target) const;
     sigc::signal<void(ClippingQuestion)> clippingQuestionRequested;
-    // The answers: the gain that brings the peak to 0 dBFS ("Normalize"), or the track's gain
-    // back to 0 dB and a limiter in the effects panel that adds the gain with its ceiling at
-    // -1 dBFS, to be heard and applied.
-    void normalizeToCleanGain();
+    // The answers: normalizePeak() stops at the clean gain; this one sets the track's gain
+    // back to 0 dB and opens a limiter in the effects panel that adds the gain with its ceiling
+    // at -1 dBFS, to be heard and applied.
     void limitPeaksForLoudness(const ClippingQuestion& question);
     // Cuts what lies below -60 dBFS at both ends, keeping 10 ms, as one undo step.
     void trimSilence();
