@@ -67,6 +67,7 @@ enum class ActionID {
     goToStart,
     goToEnd,
     loop,
+    record,
     slower,
     faster,
     normalizePeak,

@@ -4,7 +4,7 @@
 // window until they work, so nobody is offered something that does nothing.
 namespace sonvale::features {
 
-inline constexpr bool recording = false;
+inline constexpr bool recording = true;
 inline constexpr bool spectrogram = false;
 inline constexpr bool transcription = false;
 

@@ -1,5 +1,7 @@
 #include "app/MainMenus.h"
 
+#include "app/Features.h"
+
 #include "editor/EditorModel.h"
 #include "engine/PlaybackEngine.h"
 #include "persistence/Preferences.h"
@@ -40,7 +42,7 @@ MainMenus::MainMenus(EditorModel& model, QMainWindow& window, QMenu& effectKinds
           &model.timelineShowingChanged, &model.mixdownProgressChanged,
           &model.timeline()->contentChanged, &model.timeline()->selectionChanged,
           &model.timeline()->undoStack().changed, &model.clipClipboardChanged,
-          &model.snapsClipsChanged})
+          &model.snapsClipsChanged, &model.recordingChanged})
         modelConnections.add(signal->connect([this] { refresh(); }));
     modelConnections.add(model.documentChanged.connect([this] { refreshSessionActions(); }));
     modelConnections.add(model.preferences().changed.connect([this](Preferences::Setting setting) {
@@ -244,6 +246,10 @@ void MainMenus::build(QMenu& effectKinds) {
                                [&m] { m.loopPlayback(); });
     loop->setCheckable(true);
     playback->addAction(loop);
+    QAction* record = makeAction(ID::record, "record", "Record", QKeySequence("Ctrl+R"),
+                                 [&m] { m.toggleRecording(); });
+    record->setVisible(features::recording);
+    playback->addAction(record);
     playback->addSeparator();
     playback->addAction(makeAction(ID::slower, "slower", "Slower", QKeySequence("Ctrl+["),
                                    [&m] { m.changePlaybackRate(-1); }));
@@ -378,6 +384,10 @@ void MainMenus::refresh() {
         set(id, m.canPlay() || m.isPlaying());
     set(ID::loop, m.canPlay() || m.isPlaying());
     action(ID::loop)->setChecked(m.isLooping());
+    action(ID::record)->setText(m.isRecording() ? "Stop Recording" : "Record");
+    action(ID::record)
+        ->setToolTip(m.isRecording() ? EditorModel::stopRecordingToolTip
+                                     : EditorModel::recordToolTip);
     set(ID::slower, m.playbackRate() > PlaybackEngine::playbackRates.front());
     set(ID::faster, m.playbackRate() < PlaybackEngine::playbackRates.back());
     set(ID::normalizePeak, m.canNormalize());

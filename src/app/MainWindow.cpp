@@ -700,6 +700,8 @@ void MainWindow::dropEvent(QDropEvent* event) {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
+    // A recording is finished and kept, never thrown away with the window.
+    if (model.isRecording()) model.stopRecording();
     if (!std::exchange(leavingConfirmed, false)) {
         if (model.isSavingDocument()) {
             closeAfterSave = true;

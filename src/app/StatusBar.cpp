@@ -17,7 +17,8 @@ AudioMemory measureMemory(const EditorModel& model) {
     AudioMemory::Accumulator accumulator;
     for (const auto& track : model.tracks()) {
         accumulator.addAudio(track->audio());
-        accumulator.addAudio(track->liveAudio());
+        if (const auto& live = track->liveAudio())
+            accumulator.result.samples += live->memoryBytes();
     }
     accumulator.setClipboard(model.clipboard() ? &*model.clipboard() : nullptr);
     return accumulator.result;

@@ -2,6 +2,7 @@
 
 #include "app/ChannelControls.h"
 #include "app/DurationText.h"
+#include "app/Features.h"
 #include "app/LevelMeterWidget.h"
 #include "audio/Loudness.h"
 #include "editor/EditorModel.h"
@@ -93,7 +94,7 @@ namespace {
 
 QString qs(const std::string& text) { return QString::fromStdString(text); }
 
-enum class Glyph { toStart, play, pause, stop, toEnd, loop };
+enum class Glyph { toStart, play, pause, stop, toEnd, loop, record };
 
 // The transport's symbols, drawn in the palette's button text colour so that they read in
 // light and dark themes alike (a font need not have them).
@@ -117,6 +118,7 @@ QIcon transportIcon(Glyph glyph, const QColor& colour) {
         p.drawRect(QRectF(9, 3, 3, 10));
         break;
     case Glyph::stop: p.drawRect(QRectF(3.5, 3.5, 9, 9)); break;
+    case Glyph::record: p.drawEllipse(QRectF(3, 3, 10, 10)); break;
     case Glyph::toEnd:
         triangle({3, 3}, {3, 13}, {10.5, 8});
         p.drawRect(QRectF(11, 3, 2, 10));
@@ -272,7 +274,10 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     loopButton = button("loopButton", EditorModel::loopPlaybackToolTip,
                         [this] { this->model.loopPlayback(); });
     loopButton->setCheckable(true);
-    captioned(" ", {startButton, playButton, stopButton, endButton, loopButton}, {});
+    recordButton = button("recordButton", EditorModel::recordToolTip,
+                          [this] { this->model.toggleRecording(); });
+    recordButton->setVisible(features::recording);
+    captioned(" ", {startButton, playButton, stopButton, endButton, loopButton, recordButton}, {});
     row->addSpacing(10);
 
     auto* slower = new QToolButton(this);
@@ -411,7 +416,8 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     for (auto* signal :
          {&model.tracksChanged, &model.exportProgressChanged, &model.transportChanged,
           &model.playheadChanged, &model.timelineShowingChanged,
-          &model.timeline()->selectionChanged, &model.timeline()->contentChanged})
+          &model.timeline()->selectionChanged, &model.timeline()->contentChanged,
+          &model.recordingChanged, &model.inputLevelChanged})
         modelConnections.add(signal->connect([this] { refresh(); }));
 
     auto* meterTimer = new QTimer(this);
@@ -436,6 +442,9 @@ void TransportBar::refreshIcons() {
     stopButton->setIcon(transportIcon(Glyph::stop, ink));
     endButton->setIcon(transportIcon(Glyph::toEnd, ink));
     loopButton->setIcon(transportIcon(Glyph::loop, ink));
+    // Red, the colour of recording everywhere; a square stops a recording under way.
+    const QColor red(220, 40, 40);
+    recordButton->setIcon(transportIcon(model.isRecording() ? Glyph::stop : Glyph::record, red));
 }
 
 void TransportBar::watchActiveTrack() {
@@ -492,6 +501,17 @@ void TransportBar::refresh() {
                                        : QString("Play (Space)"));
         refreshIcons();
     }
+    const bool recording = model.isRecording();
+    if (recording != recordButton->property("recording").toBool() ||
+        recordButton->toolTip().isEmpty()) {
+        recordButton->setProperty("recording", recording);
+        recordButton->setToolTip(recording ? EditorModel::stopRecordingToolTip
+                                           : EditorModel::recordToolTip);
+        outputMeter->setToolTip(recording ? "Input level in dBFS (click to reset the clip light)"
+                                          : "Output level in dBFS (click to reset the clip light)");
+        timeLabel->setStyleSheet(recording ? "color: rgb(220, 40, 40);" : QString());
+        refreshIcons();
+    }
     playButton->setEnabled(model.canPlay() || playing);
     stopButton->setEnabled(playing);
     startButton->setEnabled(model.canPlay() || playing);
@@ -510,6 +530,8 @@ void TransportBar::refresh() {
             heard = model.playheadPosition();
         time = preciseTimeText(double(heard) / shown.rate);
     }
+    // While recording, the clock shows how long the recording is.
+    if (recording) time = preciseTimeText(model.recordedSeconds());
     timeLabel->setText(time);
     auto text = [&](int64_t frame) { return preciseTimeText(double(frame) / shown.rate); };
     startCaption->setText(timed && !shown.selection ? "Cursor" : "Start");
@@ -530,7 +552,9 @@ void TransportBar::refresh() {
     gainSlider->setEnabled(track && track->audio());
     gainLabel->setText(QString::asprintf("%+.1f dB applied", gain));
     normalizeButton->setEnabled(model.canNormalize());
-    outputMeter->setChannelCount(track && track->audio() ? track->audio()->channelCount() : 0);
+    outputMeter->setChannelCount(recording                 ? int(model.inputLevel().peaksDB.size())
+                                 : track && track->audio() ? track->audio()->channelCount()
+                                                           : 0);
     exportButton->setEnabled(model.canExport());
 }
 
@@ -539,7 +563,16 @@ void TransportBar::refreshMeter() {
     const double now = LevelMeterWidget::clockSeconds();
     auto& b = outputMeter->ballistics;
     const bool idle = b.isResting();
-    if (model.isPlaying()) {
+    if (model.isRecording()) {
+        // The meter shows the input while recording.
+        std::vector<float> peaks;
+        for (float db : model.inputLevel().peaksDB)
+            peaks.push_back(std::pow(10.0f, db / 20.0f));
+        if (peaks.empty()) return;
+        b.lastFrame.reset();
+        b.update(std::span<const float>(peaks), now);
+        outputMeter->update();
+    } else if (model.isPlaying()) {
         auto track = model.activeTrack();
         if (track && track->audio()) {
             b.update(model.playheadPosition(), *track->audio(), track->gainBox()->load(), now);

@@ -71,6 +71,7 @@ private:
     QToolButton* stopButton = nullptr;
     QToolButton* endButton = nullptr;
     QToolButton* loopButton = nullptr;
+    QToolButton* recordButton = nullptr;
     QLabel* rateLabel = nullptr;
     QLabel* timeLabel = nullptr;
     TimeField* fields[3] = {};

@@ -343,6 +343,14 @@ AudioDataPtr AudioLoader::makeAudioDataForPlaying(double sampleRate,
 // ---- reading columns -----------------------------------------------------------------
 
 std::vector<WaveColumn> AudioData::waveColumns(FrameRange range, int columns) const {
+    std::vector<WaveSource> sources;
+    for (size_t ch = 0; ch < std::min<size_t>(2, channels.size()); ++ch)
+        sources.push_back({channels[ch]->data(), &channels[ch]->levels()});
+    return sonvale::waveColumns(sources, frameCount, range, columns);
+}
+
+std::vector<WaveColumn> waveColumns(std::span<const WaveSource> channels, int64_t frameCount,
+                                    FrameRange range, int columns) {
     const int64_t lo = std::max<int64_t>(0, range.lower);
     const int64_t hi = std::min(frameCount, range.upper);
     if (columns < 1 || hi <= lo) return {};
@@ -353,28 +361,36 @@ std::vector<WaveColumn> AudioData::waveColumns(FrameRange range, int columns) co
         float mx = -std::numeric_limits<float>::infinity();
         double sumSq = 0;
         int64_t count = 0;
+        void addSamples(const float* samples, int64_t from, int64_t to) {
+            for (int64_t i = from; i < to; ++i) {
+                mn = std::min(mn, samples[i]);
+                mx = std::max(mx, samples[i]);
+                sumSq += double(samples[i]) * samples[i];
+            }
+            count += std::max<int64_t>(0, to - from);
+        }
     };
     std::vector<Accumulator> acc(static_cast<size_t>(columns));
 
-    const size_t shown = std::min<size_t>(2, channels.size());
-    for (size_t ch = 0; ch < shown; ++ch) {
-        const ChannelData& channel = *channels[ch];
+    for (const WaveSource& channel : channels) {
         const PeakLevel* level = nullptr;
-        for (auto it = channel.levels().rbegin(); it != channel.levels().rend(); ++it)
-            if (double(it->blockSize) <= samplesPerColumn) {
+        for (auto it = channel.levels->rbegin(); it != channel.levels->rend(); ++it)
+            if (double(it->blockSize) <= samplesPerColumn && it->count > 0) {
                 level = &*it;
                 break;
             }
-        const float* samples = channel.data();
         for (int c = 0; c < columns; ++c) {
             const int64_t start = lo + int64_t(samplesPerColumn * c);
             const int64_t end = std::max(lo + int64_t(samplesPerColumn * (c + 1)), start + 1);
             Accumulator& a = acc[size_t(c)];
-            if (level) {
-                const int64_t B = level->blockSize;
-                const int64_t first = start / B;
-                const int64_t last = std::min(level->count - 1, (end - 1) / B);
-                if (last < first) continue;
+            if (!level) {
+                a.addSamples(channel.samples, start, std::min(frameCount, end));
+                continue;
+            }
+            const int64_t B = level->blockSize;
+            const int64_t first = start / B;
+            const int64_t last = std::min(level->count - 1, (end - 1) / B);
+            if (last >= first) {
                 const float* pairs = level->buffer.data();
                 const float* energy = level->energy.data();
                 double e = 0;
@@ -385,15 +401,11 @@ std::vector<WaveColumn> AudioData::waveColumns(FrameRange range, int columns) co
                 }
                 a.sumSq += e;
                 a.count += std::min(frameCount, (last + 1) * B) - first * B;
-            } else {
-                const int64_t stop = std::min(frameCount, end);
-                for (int64_t i = start; i < stop; ++i) {
-                    a.mn = std::min(a.mn, samples[i]);
-                    a.mx = std::max(a.mx, samples[i]);
-                    a.sumSq += double(samples[i]) * samples[i];
-                }
-                a.count += std::max<int64_t>(0, stop - start);
             }
+            // Audio still growing has samples past the level's last whole block.
+            const int64_t covered = level->count * B;
+            if (end > covered)
+                a.addSamples(channel.samples, std::max(start, covered), std::min(frameCount, end));
         }
     }
 

@@ -70,6 +70,15 @@ private:
     std::vector<PeakLevel> pyramid;
 };
 
+// One channel as waveColumns reads it: its samples and its level pyramid. A level whose last
+// blocks are not summarised yet (audio still being recorded) is completed from the samples.
+struct WaveSource {
+    const float* samples = nullptr;
+    const std::vector<PeakLevel>* levels = nullptr;
+};
+std::vector<WaveColumn> waveColumns(std::span<const WaveSource> channels, int64_t frameCount,
+                                    FrameRange range, int columns);
+
 class AudioData;
 using AudioDataPtr = std::shared_ptr<const AudioData>;
 using ChannelDataPtr = std::shared_ptr<const ChannelData>;

@@ -123,9 +123,9 @@ void AudioTrack::setIsRecording(bool value) {
     recordingChanged.emit();
 }
 
-void AudioTrack::setLiveAudio(AudioDataPtr audio) {
-    if (audio == liveSnapshot) return;
-    liveSnapshot = std::move(audio);
+void AudioTrack::setLiveAudio(std::shared_ptr<LiveAudio> audio) {
+    if (audio == live) return;
+    live = std::move(audio);
     recordingChanged.emit();
 }
 

@@ -2,6 +2,7 @@
 
 #include "audio/AudioData.h"
 #include "audio/AudioLoader.h"
+#include "audio/LiveAudio.h"
 #include "audio/Marker.h"
 #include "audio/Transcript.h"
 #include "base/UndoStack.h"
@@ -124,8 +125,11 @@ public:
     // ---- recording
     bool isRecording() const { return recording; }
     void setIsRecording(bool value);
-    const AudioDataPtr& liveAudio() const { return liveSnapshot; }
-    void setLiveAudio(AudioDataPtr audio);
+    // What a recording has captured so far, while it runs; the recorder appends to it and
+    // then calls liveAudioGrew().
+    const std::shared_ptr<LiveAudio>& liveAudio() const { return live; }
+    void setLiveAudio(std::shared_ptr<LiveAudio> audio);
+    void liveAudioGrew() { liveAudioChanged.emit(); }
 
     // ---- selection and cursor
     const std::optional<FrameRange>& selection() const { return currentSelection; }
@@ -237,6 +241,7 @@ public:
     sigc::signal<void()> stateChanged;
     sigc::signal<void()> audioChanged;
     sigc::signal<void()> recordingChanged; // isRecording, liveAudio
+    sigc::signal<void()> liveAudioChanged; // the live audio grew
     sigc::signal<void()> selectionChanged;
     sigc::signal<void()> cursorChanged;
     sigc::signal<void()> viewportChanged; // viewport, verticalZoom
@@ -264,7 +269,7 @@ private:
     DecodeReport loadReport;
     bool recording = false;
     bool newFile = false;
-    AudioDataPtr liveSnapshot;
+    std::shared_ptr<LiveAudio> live;
     Viewport view;
     std::optional<FrameRange> currentSelection;
     int64_t cursorFrame = 0;

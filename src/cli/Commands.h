@@ -25,5 +25,7 @@ int play(const Arguments& args);
 int session(const Arguments& args);
 // Reports its own wrong arguments with status 2; other failures give 1.
 int mixdown(const Arguments& args);
+int record(const Arguments& args);
+int devices(const Arguments& args);
 
 } // namespace sonvale::cli

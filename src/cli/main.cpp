@@ -47,6 +47,11 @@ const std::map<std::string, Command>& commands() {
          {"play FILE [--speed X] [--loop] [--from SECONDS] [--seconds N] "
           "[--effect KIND[@PRESET][,NAME=VALUE...] ...]",
           play}},
+        {"record",
+         {"record -o OUT.wav [--seconds N] [--format wav16|wav24|wav32f] [--device NAME]   "
+          "record the audio input until N seconds are in or Ctrl-C",
+          record}},
+        {"devices", {"devices                          the audio inputs and outputs", devices}},
         {"session",
          {"session info [--json] BUNDLE.sonvale   a saved session's format, tracks (found "
           "or missing), lanes, buses and snapshots",

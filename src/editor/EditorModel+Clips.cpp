@@ -115,19 +115,26 @@ void EditorModel::openOntoLane(const std::vector<std::filesystem::path>& urls,
     for (const AudioTrackPtr& track : open(urls)) {
         const std::optional<Uuid> lane = first ? laneID : std::nullopt;
         first = false;
-        if (track->isReady()) {
-            placeTrack(track->id(), std::nullopt, lane, frame);
-            continue;
-        }
-        auto connection = std::make_shared<sigc::connection>();
-        std::weak_ptr<AudioTrack> weak = track;
-        *connection = track->stateChanged.connect([this, weak, connection, lane, frame] {
-            const auto track = weak.lock();
-            if (!track || std::holds_alternative<AudioTrack::Loading>(track->state())) return;
-            connection->disconnect();
-            if (track->isReady()) placeTrack(track->id(), std::nullopt, lane, frame);
+        whenLoaded(track, [this, lane, frame](const AudioTrackPtr& loaded) {
+            placeTrack(loaded->id(), std::nullopt, lane, frame);
         });
     }
+}
+
+void EditorModel::whenLoaded(const AudioTrackPtr& track,
+                             std::function<void(const AudioTrackPtr&)> then) {
+    if (track->isReady()) {
+        then(track);
+        return;
+    }
+    auto connection = std::make_shared<sigc::connection>();
+    std::weak_ptr<AudioTrack> weak = track;
+    *connection = track->stateChanged.connect([weak, connection, then = std::move(then)] {
+        const auto track = weak.lock();
+        if (!track || std::holds_alternative<AudioTrack::Loading>(track->state())) return;
+        connection->disconnect();
+        if (track->isReady()) then(track);
+    });
 }
 
 } // namespace sonvale

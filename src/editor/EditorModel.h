@@ -8,6 +8,8 @@
 #include "base/Uuid.h"
 #include "effects/EffectChain.h"
 #include "effects/EffectInsert.h"
+#include "engine/AudioRecorder.h"
+#include "engine/LevelMeter.h"
 #include "persistence/SessionBundle.h"
 #include "persistence/SessionStore.h"
 #include "timeline/Timeline.h"
@@ -436,6 +438,42 @@ public:
     sigc::signal<void()> timelineShowingChanged;
     sigc::signal<void()> mixdownProgressChanged;
 
+    // ==== recording (EditorModel+Recording.cpp) ====
+    static constexpr const char* recordToolTip =
+        "Record from the audio input into a new track (Ctrl+R)";
+    static constexpr const char* stopRecordingToolTip = "Stop recording (Ctrl+R)";
+    static constexpr const char* recordingFailedTitle = "Can't record";
+    static constexpr const char* recordingIncompleteTitle = "Recording incomplete";
+    static constexpr const char* recordingStoppedTitle = "Recording stopped";
+    static constexpr const char* inputChangedMessage =
+        "The audio input changed. What was recorded so far was kept.";
+    // Where recordings take their input: PortAudio unless set (tests give their own).
+    void setAudioInputFactory(std::function<std::unique_ptr<AudioInput>()> make);
+    bool isRecording() const { return recorder && recorder->isRecording(); }
+    // When the running recording started.
+    const std::optional<std::chrono::system_clock::time_point>& recordingStarted() const {
+        return recordingStart;
+    }
+    // Seconds of audio in the running recording's file.
+    double recordedSeconds() const;
+    // The input's level while recording (one entry per channel), refreshed 20 times a second.
+    const InputLevel& inputLevel() const { return currentInputLevel; }
+    void toggleRecording();
+    void startRecording();
+    // There is no permission to ask for on Linux: starting always comes here granted. Stops
+    // playback and records into a new file in the recordings folder, shown as a new track
+    // while it grows; in the timeline it lands on a new lane at the cursor when it stops.
+    void beginRecording(bool permissionGranted);
+    // Finishes the file and opens it as a normal track in place of the live one.
+    void stopRecording();
+    // "Recording 2026-02-03 at 09.05.07" for that local time, whatever the user's locale.
+    static std::string recordingName(std::chrono::system_clock::time_point date);
+    // That name as a WAV in `folder` that is not taken yet.
+    static std::filesystem::path recordingURL(const std::filesystem::path& folder,
+                                              std::chrono::system_clock::time_point date);
+    sigc::signal<void()> recordingChanged; // isRecording
+    sigc::signal<void()> inputLevelChanged;
+
     // ==== sessions and documents (EditorModel+Session.cpp) ====
     // The open session bundle and what each track was when it was last saved.
     struct SessionDocument {
@@ -557,6 +595,8 @@ private:
                          const std::string& failureTitle);
     std::filesystem::path reserveNewTrackFile(const std::filesystem::path& folder,
                                               const std::string& name);
+    // Runs `then` once the track has loaded (at once when it has); not when loading fails.
+    void whenLoaded(const AudioTrackPtr& track, std::function<void(const AudioTrackPtr&)> then);
 
     Executor& exec;
     Preferences& prefs;
@@ -652,6 +692,20 @@ private:
     bool temporarySession = false;
     bool restoring = false;
     // ==== end session state ====
+
+    // ==== recording state (EditorModel+Recording.cpp) ====
+    void recordingTick();
+    // `interrupted`: the input went away, and the alert says so.
+    void finishRecording(bool interrupted);
+    std::function<std::unique_ptr<AudioInput>()> inputFactory;
+    std::unique_ptr<AudioRecorder> recorder;
+    std::weak_ptr<AudioTrack> recordingTrack;
+    std::optional<std::chrono::system_clock::time_point> recordingStart;
+    // The timeline cursor when recording began in the timeline.
+    std::optional<int64_t> recordingLaneFrame;
+    InputLevel currentInputLevel;
+    DelayedTask recordingTimer;
+    // ==== end recording state ====
 
     // ==== transport state (EditorModel+Transport.cpp) ====
     void connectTransport();

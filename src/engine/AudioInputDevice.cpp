@@ -10,20 +10,28 @@ std::string audioInputDeviceUID(const std::string& hostAPIName, const std::strin
     return hostAPIName + ": " + deviceName;
 }
 
-std::vector<AudioInputDevice> audioInputDevices() {
+AudioDeviceList audioDevices() {
     silenceDeviceProbing();
     if (Pa_Initialize() != paNoError) return {};
-    std::vector<AudioInputDevice> devices;
+    AudioDeviceList list;
     const PaDeviceIndex count = Pa_GetDeviceCount();
+    const PaDeviceIndex defaultInput = Pa_GetDefaultInputDevice();
+    const PaDeviceIndex defaultOutput = Pa_GetDefaultOutputDevice();
     for (PaDeviceIndex index = 0; index < count; ++index) {
         const PaDeviceInfo* info = Pa_GetDeviceInfo(index);
-        if (!info || info->maxInputChannels < 1 || !info->name) continue;
+        if (!info || !info->name) continue;
         const PaHostApiInfo* host = Pa_GetHostApiInfo(info->hostApi);
-        const std::string hostName = host && host->name ? host->name : "";
-        devices.push_back({audioInputDeviceUID(hostName, info->name), info->name});
+        const AudioInputDevice device{
+            audioInputDeviceUID(host && host->name ? host->name : "", info->name), info->name};
+        if (info->maxInputChannels > 0) list.inputs.push_back(device);
+        if (info->maxOutputChannels > 0) list.outputs.push_back(device);
+        if (index == defaultInput) list.defaultInput = device.uid;
+        if (index == defaultOutput) list.defaultOutput = device.uid;
     }
     Pa_Terminate();
-    return devices;
+    return list;
 }
+
+std::vector<AudioInputDevice> audioInputDevices() { return audioDevices().inputs; }
 
 } // namespace sonvale

@@ -16,8 +16,15 @@ struct AudioInputDevice {
 
 std::string audioInputDeviceUID(const std::string& hostAPIName, const std::string& deviceName);
 
-// The input devices PortAudio finds now, in its order; empty when it cannot start.
-// Main thread; it probes the hardware, which can take a moment.
+// The devices PortAudio finds now, in its order (empty when it cannot start), and the uids of
+// the default ones. Main thread; it probes the hardware, which can take a moment.
+struct AudioDeviceList {
+    std::vector<AudioInputDevice> inputs;
+    std::vector<AudioInputDevice> outputs; // named alike
+    std::string defaultInput;
+    std::string defaultOutput;
+};
+AudioDeviceList audioDevices();
 std::vector<AudioInputDevice> audioInputDevices();
 
 } // namespace sonvale

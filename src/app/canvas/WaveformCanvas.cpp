@@ -190,6 +190,7 @@ void WaveformCanvas::watchActiveTrack() {
         }));
         trackConnections.push_back(track->stateChanged.connect(repaint));
         trackConnections.push_back(track->recordingChanged.connect(repaint));
+        trackConnections.push_back(track->liveAudioChanged.connect(repaint));
         trackConnections.push_back(track->selectionChanged.connect(repaint));
         trackConnections.push_back(track->cursorChanged.connect(repaint));
         trackConnections.push_back(track->viewportChanged.connect(viewChanged));
@@ -226,7 +227,7 @@ double WaveformCanvas::frameAt(double x) const {
 
 double WaveformCanvas::xOfFrame(double frame) const {
     if (!track) return scaleWidth;
-    const Viewport& v = track->viewport();
+    const Viewport& v = liveView ? *liveView : track->viewport();
     return scaleWidth + (v.samplesPerPoint > 0 ? (frame - v.start) / v.samplesPerPoint : 0);
 }
 
@@ -707,10 +708,18 @@ void WaveformCanvas::paintEvent(QPaintEvent*) {
     painter.fillRect(QRect(0, 0, scaleWidth, height()), colours.rulerBackground);
     if (!track) return;
 
-    const Viewport& view = track->viewport();
-    const AudioDataPtr& shown = track->audio() ? track->audio() : track->liveAudio();
+    const AudioDataPtr& audio = track->audio();
+    const LiveAudio* live = audio ? nullptr : track->liveAudio().get();
+    liveView.reset();
+    if (live && waveWidth() > 0) {
+        // A recording is shown whole, in a view at least ten seconds wide that widens ahead of
+        // the growing end.
+        const double span = std::max(10 * live->sampleRate, double(live->frameCount()) * 1.1);
+        liveView = Viewport{0, span / waveWidth(), waveWidth()};
+    }
+    const Viewport& view = liveView ? *liveView : track->viewport();
     const QRect area = waveArea();
-    if (!shown || !(view.samplesPerPoint > 0)) {
+    if ((!audio && !(live && live->frameCount() > 0)) || !(view.samplesPerPoint > 0)) {
         QString text;
         if (const auto* loading = std::get_if<AudioTrack::Loading>(&track->state()))
             text = QString("Loading… %1%").arg(int(loading->progress * 100));
@@ -741,7 +750,8 @@ void WaveformCanvas::paintEvent(QPaintEvent*) {
                                 QPointF(xOfFrame(double(selection->upper)), area.bottom() + 1)),
                          colours.selection);
 
-    const int lanes = shown->channelCount();
+    const int lanes = audio ? audio->channelCount() : live->channelCount;
+    const int64_t frames = audio ? audio->frameCount : live->frameCount();
     // Lanes start on whole points, so each zero line falls on the same pixel rows.
     auto laneTop = [&](int channel) {
         return area.top() + int(std::lround(double(area.height()) * channel / std::max(1, lanes)));
@@ -750,7 +760,10 @@ void WaveformCanvas::paintEvent(QPaintEvent*) {
         const QRectF lane(area.left(), laneTop(channel), area.width(),
                           laneTop(channel + 1) - laneTop(channel));
         painter.setClipRect(area);
-        drawLane(painter, *shown, channel, lane, view, track->verticalZoom());
+        const WaveSource source =
+            audio ? WaveSource{audio->samples(channel), &audio->channels[size_t(channel)]->levels()}
+                  : live->source(channel);
+        drawLane(painter, source, frames, lane, view, track->verticalZoom());
         painter.setClipping(false);
         if (channel > 0) {
             painter.setPen(QPen(colours.grid, 0));
@@ -775,9 +788,8 @@ void WaveformCanvas::paintEvent(QPaintEvent*) {
     }
 }
 
-void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int channel, QRectF lane,
+void WaveformCanvas::drawLane(QPainter& painter, WaveSource data, int64_t frames, QRectF lane,
                               const Viewport& view, float verticalZoom) {
-    const ChannelData& data = *audio.channels[size_t(channel)];
     // The device really painted on: the window's backing store, or an image given to render().
     const QPaintDevice* device =
         painter.paintEngine() ? painter.paintEngine()->paintDevice() : nullptr;
@@ -792,8 +804,7 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
     painter.setPen(QPen(colours.grid, 0));
     painter.drawLine(QPointF(lane.left(), centre), QPointF(lane.right(), centre));
 
-    const int64_t frames = audio.frameCount;
-    const float* samples = data.data();
+    const float* samples = data.samples;
     const auto& selection = track->selection();
     const double framesPerColumn = view.samplesPerPoint / dpr; // one column per device pixel
 
@@ -821,8 +832,8 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
 
     // The coarsest pyramid level whose blocks still fit in one column; raw samples below it.
     const PeakLevel* level = nullptr;
-    for (const PeakLevel& candidate : data.levels())
-        if (double(candidate.blockSize) <= framesPerColumn &&
+    for (const PeakLevel& candidate : *data.levels)
+        if (double(candidate.blockSize) <= framesPerColumn && candidate.count > 0 &&
             (!level || candidate.blockSize > level->blockSize))
             level = &candidate;
 
@@ -837,6 +848,14 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
         float mn = std::numeric_limits<float>::infinity(), mx = -mn;
         double energy = 0;
         int64_t counted = 0;
+        auto addSamples = [&](int64_t from, int64_t to) {
+            for (int64_t i = from; i < to; ++i) {
+                mn = std::min(mn, samples[i]);
+                mx = std::max(mx, samples[i]);
+                energy += double(samples[i]) * samples[i];
+            }
+            counted += std::max<int64_t>(0, to - from);
+        };
         if (level) {
             const int64_t B = level->blockSize;
             const int64_t b0 = i0 / B, b1 = std::min(level->count - 1, (i1 - 1) / B);
@@ -847,14 +866,11 @@ void WaveformCanvas::drawLane(QPainter& painter, const AudioData& audio, int cha
                 mx = std::max(mx, pairs[2 * b + 1]);
                 energy += sums[b];
             }
-            counted = std::min(frames, (b1 + 1) * B) - b0 * B;
+            if (b1 >= b0) counted = std::min(frames, (b1 + 1) * B) - b0 * B;
+            // A recording still growing has samples past the level's last whole block.
+            if (i1 > level->count * B) addSamples(std::max(i0, level->count * B), i1);
         } else {
-            for (int64_t i = i0; i < i1; ++i) {
-                mn = std::min(mn, samples[i]);
-                mx = std::max(mx, samples[i]);
-                energy += double(samples[i]) * samples[i];
-            }
-            counted = i1 - i0;
+            addSamples(i0, i1);
         }
         // Digital silence shows as the zero line alone.
         if (!(mn <= mx) || (mn == 0 && mx == 0)) continue;

@@ -133,7 +133,9 @@ private:
     void updateHoverCursor(QPointF position);
 
     void drawRuler(QPainter& painter, const Viewport& view);
-    void drawLane(QPainter& painter, const AudioData& audio, int channel, QRectF lane,
+    // While a recording shows, the view it is drawn in (the track's own has no audio to fit).
+    std::optional<Viewport> liveView;
+    void drawLane(QPainter& painter, WaveSource data, int64_t frames, QRectF lane,
                   const Viewport& view, float verticalZoom);
     void drawScale(QPainter& painter, QRectF lane, int channel, int channels, float verticalZoom);
     void drawMarkers(QPainter& painter);
