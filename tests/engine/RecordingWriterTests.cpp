@@ -13,11 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/mount.h>
-#include <sys/resource.h>
-
 #include <atomic>
-#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -166,43 +162,23 @@ TEST(RecordingWriter, InputThatFindsTheRingFullIsCountedAndKeptAsSilence) {
 }
 
 TEST(RecordingWriter, AFullDiskKeepsWhatWasWrittenAndSaysSo) {
-    TemporaryFolder folder;
-    const fs::path small = folder / "small";
-    fs::create_directory(small);
-    // A 256 KiB file system of its own; without the right to mount one, a file size limit
-    // makes the writes fail the same way.
-    const bool mounted = ::mount("tmpfs", small.c_str(), "tmpfs", 0, "size=256k") == 0;
-    rlimit previous{};
-    if (!mounted) {
-        std::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &previous);
-        rlimit limit = previous;
-        limit.rlim_cur = 256 * 1024;
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    const fs::path url = small / "full.wav";
-    {
-        RecordingWriter writer(url, rate, 2, RecordingFormat::wav32Float);
-        const auto tone = sine(1000, rate, int64_t(rate), 0.5);
-        feed(writer, {tone, tone}); // 375 KiB
-        writer.finish();
-        ASSERT_TRUE(writer.writeError());
-        EXPECT_NE(
-            writer.writeError()->find(mounted ? "the disk is full" : "larger than the disk allows"),
-            std::string::npos)
-            << *writer.writeError();
-        EXPECT_NE(writer.writeError()->find("“full.wav”"), std::string::npos);
-        const AudioDataPtr kept = AudioLoader::load(url);
-        EXPECT_GT(kept->frameCount, int64_t(rate / 4));
-        // The failed write may have put part of its buffer in, never more.
-        EXPECT_GE(kept->frameCount, writer.frames());
-        EXPECT_LT(kept->frameCount, writer.frames() + RecordingWriter::slotFrames);
-        EXPECT_NEAR(kept->peak, 0.5f, 0.001f);
-    }
-    if (mounted)
-        ::umount(small.c_str());
-    else
-        setrlimit(RLIMIT_FSIZE, &previous);
+    SmallDisk disk(256 * 1024);
+    RecordingWriter writer(disk / "full.wav", rate, 2, RecordingFormat::wav32Float);
+    const auto tone = sine(1000, rate, int64_t(rate), 0.5);
+    feed(writer, {tone, tone}); // 375 KiB
+    writer.finish();
+    ASSERT_TRUE(writer.writeError());
+    const std::string error = writer.writeError().value_or("");
+    EXPECT_NE(error.find(disk.isFileSystem() ? "the disk is full" : "larger than the disk allows"),
+              std::string::npos)
+        << error;
+    EXPECT_NE(error.find("“full.wav”"), std::string::npos);
+    const AudioDataPtr kept = AudioLoader::load(writer.url);
+    EXPECT_GT(kept->frameCount, int64_t(rate / 4));
+    // The failed write may have put part of its buffer in, never more.
+    EXPECT_GE(kept->frameCount, writer.frames());
+    EXPECT_LT(kept->frameCount, writer.frames() + RecordingWriter::slotFrames);
+    EXPECT_NEAR(kept->peak, 0.5f, 0.001f);
 }
 
 TEST(Recording, FileNameIsTheLocalTimeInFixedDigitsMadeUnique) {

@@ -2,6 +2,10 @@
 
 #include "audio/AudioLoader.h"
 
+#include <sys/mount.h>
+#include <sys/resource.h>
+
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -64,6 +68,29 @@ TemporaryFolder::~TemporaryFolder() {
         std::filesystem::permissions(it->path(), std::filesystem::perms::owner_all,
                                      std::filesystem::perm_options::add, ec);
     std::filesystem::remove_all(folder, ec);
+}
+
+SmallDisk::SmallDisk(int64_t bytes) {
+    const std::string options = "size=" + std::to_string(bytes);
+    mounted = ::mount("tmpfs", root.path().c_str(), "tmpfs", 0, options.c_str()) == 0;
+    if (mounted) return;
+    std::signal(SIGXFSZ, SIG_IGN); // the write fails instead of ending the process
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    previousLimit = limit.rlim_cur;
+    limit.rlim_cur = rlim_t(bytes);
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+SmallDisk::~SmallDisk() {
+    if (mounted) {
+        ::umount(root.path().c_str());
+        return;
+    }
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = rlim_t(previousLimit);
+    setrlimit(RLIMIT_FSIZE, &limit);
 }
 
 } // namespace sonvale::test

@@ -34,4 +34,23 @@ private:
     std::filesystem::path folder;
 };
 
+// A folder whose writes fail once about `bytes` are in it: a tmpfs of that size mounted for
+// the test, or, where mounting is not allowed, a limit on the size of the files this process
+// writes (then a write fails with EFBIG rather than ENOSPC). Unmounted or lifted on destruction.
+class SmallDisk {
+public:
+    explicit SmallDisk(int64_t bytes);
+    ~SmallDisk();
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    const std::filesystem::path& path() const { return root.path(); }
+    std::filesystem::path operator/(const std::string& name) const { return root / name; }
+    bool isFileSystem() const { return mounted; } // ENOSPC when full, else EFBIG
+
+private:
+    TemporaryFolder root;
+    bool mounted = false;
+    uint64_t previousLimit = 0;
+};
+
 } // namespace sonvale::test
