@@ -145,6 +145,7 @@ int record(const Arguments& args) {
         }
     }
     if (terminal) std::printf("\n");
+    const int64_t overflows = recorder.overflowCount();
     recorder.stop();
     const int64_t frames = writer->frames();
     if (replacing) fs::rename(target, destination, ec);
@@ -161,6 +162,8 @@ int record(const Arguments& args) {
     if (writer->droppedFrames() > 0)
         std::printf("; %s of input lost (the disk couldn't keep up), silent in the file",
                     durationString(double(writer->droppedFrames()) / writer->sampleRate).c_str());
+    if (overflows > 0)
+        std::printf("; the input device overflowed %lld times", static_cast<long long>(overflows));
     std::printf("\n");
     if (const auto error = writer->writeError()) {
         std::fprintf(stderr, "sonvale-cli record: %s\n", error->c_str());
