@@ -11,6 +11,9 @@ cli=$here/build/release/sonvale-cli
 [[ -x $cli ]] || cmake --build --preset release -j"$(nproc)" --target sonvale-cli >/dev/null
 dir=$(mktemp -d)
 trap '[[ -n ${load:-} ]] && kill -- -"$load" 2>/dev/null; "$here/scripts/sound-server.sh" stop "$dir/server"; rm -rf "$dir"' EXIT
+# A copy, since the load below rebuilds the release tree's own.
+cp "$cli" "$dir/sonvale-cli"
+cli=$dir/sonvale-cli
 "$here/scripts/sound-server.sh" start "$dir/server" 2>/dev/null
 set -a
 . "$dir/server/env"

@@ -68,8 +68,9 @@ StatusBar::StatusBar(EditorModel& model, QWidget* parent)
 void StatusBar::watchTracks() {
     trackConnections.clear();
     for (const auto& track : model.tracks())
-        for (auto* signal : {&track->stateChanged, &track->urlChanged, &track->audioChanged,
-                             &track->revisionsChanged})
+        for (auto* signal :
+             {&track->stateChanged, &track->urlChanged, &track->audioChanged,
+              &track->revisionsChanged, &track->recordingChanged, &track->liveAudioChanged})
             trackConnections.add(signal->connect([this] {
                 refreshMemory();
                 refreshStatus();
@@ -99,7 +100,8 @@ void StatusBar::refreshStatus() {
     int loading = 0;
     double sum = 0;
     for (const auto& track : model.tracks())
-        if (auto* l = std::get_if<AudioTrack::Loading>(&track->state())) {
+        if (auto* l = std::get_if<AudioTrack::Loading>(&track->state());
+            l && !track->isRecording()) {
             ++loading;
             sum += l->progress;
         }

@@ -206,6 +206,7 @@ void TrackList::watchTracks() {
         trackConnections.add(track->urlChanged.connect(refresh));
         trackConnections.add(track->audioChanged.connect(refresh));
         trackConnections.add(track->revisionsChanged.connect(refresh));
+        trackConnections.add(track->recordingChanged.connect(refresh));
     }
 }
 
@@ -241,7 +242,10 @@ void TrackList::refresh() {
         QString detail;
         QString tip;
         QColor colour = palette().color(QPalette::Text);
-        if (auto* loading = std::get_if<AudioTrack::Loading>(&track.state())) {
+        if (track.isRecording()) {
+            detail = QString::fromUtf8("Recording\u2026");
+            colour = QColor(220, 40, 40);
+        } else if (auto* loading = std::get_if<AudioTrack::Loading>(&track.state())) {
             detail = QString::asprintf("Loading %d%%", int(std::lround(loading->progress * 100)));
         } else if (auto* failed = std::get_if<AudioTrack::Failed>(&track.state())) {
             detail = qs(failed->message);

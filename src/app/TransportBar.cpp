@@ -306,7 +306,7 @@ TransportBar::TransportBar(EditorModel& model, QWidget* parent)
     timeLabel->setToolTip("Playhead");
     timeLabel->setMinimumWidth(QFontMetrics(clock).horizontalAdvance("0:00:00.000") + 4);
     rank = 1;
-    captioned("Position", {timeLabel}, timeLabel->toolTip());
+    positionCaption = captioned("Position", {timeLabel}, timeLabel->toolTip());
     row->addSpacing(8);
 
     static constexpr const char* captions[] = {"Start", "End", "Length"};
@@ -510,6 +510,7 @@ void TransportBar::refresh() {
         outputMeter->setToolTip(recording ? "Input level in dBFS (click to reset the clip light)"
                                           : "Output level in dBFS (click to reset the clip light)");
         timeLabel->setStyleSheet(recording ? "color: rgb(220, 40, 40);" : QString());
+        positionCaption->setText(recording ? "Recording" : "Position");
         refreshIcons();
     }
     playButton->setEnabled(model.canPlay() || playing);

@@ -74,6 +74,7 @@ private:
     QToolButton* recordButton = nullptr;
     QLabel* rateLabel = nullptr;
     QLabel* timeLabel = nullptr;
+    QLabel* positionCaption = nullptr;
     TimeField* fields[3] = {};
     QLabel* startCaption = nullptr;
     QSlider* gainSlider = nullptr;

@@ -99,7 +99,13 @@ void EditorModel::recordingTick() {
         return;
     }
     const auto& writer = recorder->currentWriter();
-    if (const auto track = recordingTrack.lock(); track && track->liveAudio()) {
+    const auto track = recordingTrack.lock();
+    // Its track was removed from the list: the recording ends there, its file kept.
+    if (!track || !this->track(track->id())) {
+        finishRecording(false);
+        return;
+    }
+    if (track->liveAudio()) {
         try {
             track->liveAudio()->append(writer->takePending());
             track->liveAudioGrew();
@@ -123,7 +129,8 @@ void EditorModel::stopRecording() {
 void EditorModel::finishRecording(bool interrupted) {
     recordingTimer.cancel();
     const auto writer = recorder->stop();
-    const auto track = recordingTrack.lock();
+    auto track = recordingTrack.lock();
+    if (track && !this->track(track->id())) track.reset(); // removed from the list meanwhile
     recordingTrack.reset();
     recordingStart.reset();
     currentInputLevel = {};

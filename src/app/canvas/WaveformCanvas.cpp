@@ -225,9 +225,18 @@ double WaveformCanvas::frameAt(double x) const {
     return v.start + (x - scaleWidth) * v.samplesPerPoint;
 }
 
+const Viewport& WaveformCanvas::shownView() const {
+    return liveView ? *liveView : track->viewport();
+}
+
+double WaveformCanvas::shownRate() const {
+    if (track->audio()) return track->sampleRate();
+    return track->liveAudio() ? track->liveAudio()->sampleRate : 0;
+}
+
 double WaveformCanvas::xOfFrame(double frame) const {
     if (!track) return scaleWidth;
-    const Viewport& v = liveView ? *liveView : track->viewport();
+    const Viewport& v = shownView();
     return scaleWidth + (v.samplesPerPoint > 0 ? (frame - v.start) / v.samplesPerPoint : 0);
 }
 
@@ -984,8 +993,8 @@ void WaveformCanvas::drawScale(QPainter& painter, QRectF lane, int channel, int 
 std::vector<WaveformCanvas::RulerLabel> WaveformCanvas::timeLabels() const {
     std::vector<RulerLabel> labels;
     if (!track) return labels;
-    const Viewport& view = track->viewport();
-    const double rate = track->sampleRate();
+    const Viewport& view = shownView();
+    const double rate = shownRate();
     if (!(rate > 0) || !(view.samplesPerPoint > 0)) return labels;
     const TickStep step = tickStep(minimumTickSpacing * view.samplesPerPoint / rate);
     const QFontMetricsF metrics(rulerFont());
@@ -1022,7 +1031,7 @@ void WaveformCanvas::drawRuler(QPainter& painter, const Viewport& view) {
     painter.drawText(QRectF(0, timeBandHeight, scaleWidth - 7, rulerHeight - timeBandHeight),
                      Qt::AlignRight | Qt::AlignVCenter, "dB");
 
-    const double rate = track->sampleRate();
+    const double rate = shownRate();
     if (!(rate > 0)) return;
     const TickStep step = tickStep(minimumTickSpacing * view.samplesPerPoint / rate);
     const double minor = step.seconds / step.divisions;

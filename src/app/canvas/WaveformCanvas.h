@@ -135,6 +135,8 @@ private:
     void drawRuler(QPainter& painter, const Viewport& view);
     // While a recording shows, the view it is drawn in (the track's own has no audio to fit).
     std::optional<Viewport> liveView;
+    const Viewport& shownView() const; // the live view, else the track's
+    double shownRate() const;          // of the audio shown, live or not; 0 without any
     void drawLane(QPainter& painter, WaveSource data, int64_t frames, QRectF lane,
                   const Viewport& view, float verticalZoom);
     void drawScale(QPainter& painter, QRectF lane, int channel, int channels, float verticalZoom);
