@@ -104,7 +104,7 @@ int record(const Arguments& args) {
     try {
         recorder.start(target, format, uid, 2, options);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "sonvale-cli record: %s\n", failureText(error, output).c_str());
+        std::fprintf(stderr, "sonvale-cli record: %s\n", failureText(error).c_str());
         return 1;
     }
     const auto writer = recorder.currentWriter();

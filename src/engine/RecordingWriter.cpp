@@ -54,7 +54,16 @@ RecordingWriter::RecordingWriter(fs::path path, double rate, int channels, Recor
     , options(std::move(chosen)) {
     if (!(sampleRate > 0) || channelCount < 1) throw RecordingError(RecordingFailure::noInput);
     fd = ::open(url.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0) throw fileErrorFromErrno("Couldn't create the recording", url.string(), errno);
+    if (fd < 0) {
+        const int errnum = errno;
+        const char* reason = errnum == ENOENT   ? "its folder doesn't exist"
+                             : errnum == EACCES ? "you may not write in its folder"
+                             : errnum == EEXIST ? "a file of that name is already there"
+                             : errnum == ENOSPC ? "the disk is full"
+                                                : nullptr;
+        throw FileError("Couldn't create the recording", url.string(),
+                        reason ? reason : std::strerror(errnum), std::strerror(errnum));
+    }
     SF_INFO info{};
     info.samplerate = int(std::lround(sampleRate));
     info.channels = channelCount;
