@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Errors.h"
+#include "engine/AudioOutput.h"
 
 #include <cstdint>
 #include <memory>
@@ -19,16 +20,9 @@ class RecordingError : public UserError {
 public:
     using UserError::UserError;
     explicit RecordingError(RecordingFailure failure)
-        : UserError(recordingFailureText(failure))
-        , kind(failure) {}
+        : UserError(recordingFailureText(failure)) {}
     RecordingError(RecordingFailure failure, std::string details)
-        : UserError(recordingFailureText(failure), std::move(details))
-        , kind(failure) {}
-    // Which of the two, for an input that is missing; none for other failures.
-    std::optional<RecordingFailure> failure() const { return kind; }
-
-private:
-    std::optional<RecordingFailure> kind;
+        : UserError(recordingFailureText(failure), std::move(details)) {}
 };
 
 // The device layer under the recorder: one input stream that hands non-interleaved float
@@ -39,11 +33,7 @@ private:
 // the capture thread between start() and stop().
 class AudioInput {
 public:
-    struct Format {
-        double sampleRate = 0;
-        int channelCount = 0;
-        friend bool operator==(const Format&, const Format&) = default;
-    };
+    using Format = AudioOutput::Format;
 
     class Client {
     public:

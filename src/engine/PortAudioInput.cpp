@@ -1,8 +1,6 @@
 #include "engine/AudioInput.h"
 #include "engine/AudioInputDevice.h"
-#include "engine/DeviceProbing.h"
-
-#include <portaudio.h>
+#include "engine/PortAudioStream.h"
 
 #include <algorithm>
 #include <atomic>
@@ -26,14 +24,6 @@ namespace {
 
 constexpr unsigned long framesPerBuffer = 4096;
 
-std::string hostText(PaError error) {
-    if (error == paUnanticipatedHostError) {
-        const PaHostErrorInfo* info = Pa_GetLastHostErrorInfo();
-        if (info && info->errorText && *info->errorText) return info->errorText;
-    }
-    return Pa_GetErrorText(error);
-}
-
 // The device refused for want of access (ALSA reports a negative errno).
 bool accessRefused(PaError error) {
     if (error != paUnanticipatedHostError) return false;
@@ -55,21 +45,24 @@ PaDeviceIndex findInput(const std::optional<std::string>& uid) {
     return Pa_GetDefaultInputDevice();
 }
 
-// The PortAudio input stream. Pa_Initialize is reference-counted, so every instance keeps
-// the library initialised for its own lifetime.
+// A failure to open or start the device named `name`.
+RecordingError inputError(PaError error, const std::string& name, const char* what) {
+    if (accessRefused(error))
+        return RecordingError(RecordingFailure::permissionDenied, PortAudioStream::describe(error));
+    return RecordingError("The audio input “" + name + "” " + what + ".",
+                          PortAudioStream::describe(error));
+}
+
+// The PortAudio input stream.
 class PortAudioInput final : public AudioInput {
 public:
-    PortAudioInput()
-        : initialised((silenceDeviceProbing(), Pa_Initialize())) {}
-    ~PortAudioInput() override {
-        close();
-        if (initialised == paNoError) Pa_Terminate();
-    }
+    ~PortAudioInput() override { close(); }
 
     Format open(const std::optional<std::string>& uid, int maxChannels) override {
         close();
-        if (initialised != paNoError)
-            throw RecordingError("The audio system could not start: " + hostText(initialised));
+        if (pa.initialisation() != paNoError)
+            throw RecordingError("The audio system could not start.",
+                                 PortAudioStream::describe(pa.initialisation()));
         const PaDeviceIndex device = findInput(uid);
         const PaDeviceInfo* info = device == paNoDevice ? nullptr : Pa_GetDeviceInfo(device);
         if (!info || info->maxInputChannels < 1 || !(info->defaultSampleRate > 0))
@@ -79,18 +72,12 @@ public:
         parameters.channelCount = std::clamp(info->maxInputChannels, 1, std::max(1, maxChannels));
         parameters.sampleFormat = paFloat32 | paNonInterleaved;
         parameters.suggestedLatency = info->defaultHighInputLatency;
+        PaStream* stream = nullptr;
         const PaError error =
             Pa_OpenStream(&stream, &parameters, nullptr, info->defaultSampleRate, framesPerBuffer,
                           paClipOff, &PortAudioInput::callback, this);
-        if (error != paNoError) {
-            stream = nullptr;
-            if (accessRefused(error))
-                throw RecordingError(RecordingFailure::permissionDenied, hostText(error));
-            throw RecordingError("The audio input “" + std::string(info->name) +
-                                     "” could not be opened.",
-                                 hostText(error));
-        }
-        Pa_SetStreamFinishedCallback(stream, &PortAudioInput::finished);
+        if (error != paNoError) throw inputError(error, info->name, "could not be opened");
+        pa.adopt(stream, &PortAudioInput::finished);
         const PaStreamInfo* streamInfo = Pa_GetStreamInfo(stream);
         latency = streamInfo ? streamInfo->inputLatency : 0;
         streamFormat = {streamInfo && streamInfo->sampleRate > 0 ? streamInfo->sampleRate
@@ -102,42 +89,22 @@ public:
     }
 
     void start(Client* newClient) override {
-        if (!stream) throw RecordingError("The audio input is not open.");
-        if (running) return;
+        if (!pa.get()) throw RecordingError("The audio input is not open.");
         client.store(newClient);
-        stopping.store(false);
-        failed.store(false);
-        const PaError error = Pa_StartStream(stream);
-        if (error != paNoError) {
-            if (accessRefused(error))
-                throw RecordingError(RecordingFailure::permissionDenied, hostText(error));
-            throw RecordingError("The audio input “" + name + "” could not start.",
-                                 hostText(error));
-        }
-        running = true;
+        if (const PaError error = pa.start(); error != paNoError)
+            throw inputError(error, name, "could not start");
     }
 
-    void stop() override {
-        if (!stream || !running) return;
-        stopping.store(true);
-        if (Pa_IsStreamStopped(stream) == 0) Pa_StopStream(stream);
-        running = false;
-    }
+    void stop() override { pa.stop(); }
 
     void close() override {
-        if (!stream) return;
-        stop();
-        Pa_CloseStream(stream);
-        stream = nullptr;
+        pa.close();
         client.store(nullptr);
         streamFormat = {};
         name.clear();
     }
 
-    bool hasFailed() const override {
-        if (!stream || !running) return false;
-        return failed.load() || Pa_IsStreamActive(stream) != 1;
-    }
+    bool hasFailed() const override { return pa.hasFailed(); }
     double inputLatency() const override { return latency; }
     std::string deviceName() const override { return name; }
     int64_t overflowCount() const override { return overflows.load(); }
@@ -156,19 +123,14 @@ private:
     }
 
     static void finished(void* context) {
-        auto* self = static_cast<PortAudioInput*>(context);
-        if (!self->stopping.load()) self->failed.store(true);
+        static_cast<PortAudioInput*>(context)->pa.noteFinished();
     }
 
-    PaError initialised;
-    PaStream* stream = nullptr;
+    PortAudioStream pa;
     std::atomic<Client*> client{nullptr};
     Format streamFormat;
     std::string name;
     double latency = 0;
-    bool running = false;
-    std::atomic<bool> stopping{false};
-    std::atomic<bool> failed{false};
     std::atomic<int64_t> overflows{0};
 };
 

@@ -1,8 +1,7 @@
 #include "engine/AudioOutput.h"
-#include "engine/DeviceProbing.h"
+#include "engine/PortAudioStream.h"
 
 #include <pa_linux_alsa.h>
-#include <portaudio.h>
 
 #include <algorithm>
 #include <atomic>
@@ -16,33 +15,18 @@ constexpr unsigned long framesPerBuffer = 512;
 constexpr double minimumLatency = 0.1; // seconds: headroom for a sound server on a busy machine
 
 std::string describe(const char* what, PaError error) {
-    std::string text = what;
-    text += ": ";
-    if (error == paUnanticipatedHostError) {
-        const PaHostErrorInfo* info = Pa_GetLastHostErrorInfo();
-        text +=
-            info && info->errorText && *info->errorText ? info->errorText : Pa_GetErrorText(error);
-    } else {
-        text += Pa_GetErrorText(error);
-    }
-    return text;
+    return std::string(what) + ": " + PortAudioStream::describe(error);
 }
 
-// The PortAudio output stream. Pa_Initialize is reference-counted, so every instance keeps
-// the library initialised for its own lifetime.
+// The PortAudio output stream on the default output device.
 class PortAudioOutput final : public AudioOutput {
 public:
-    PortAudioOutput()
-        : initialised((silenceDeviceProbing(), Pa_Initialize())) {}
-    ~PortAudioOutput() override {
-        close();
-        if (initialised == paNoError) Pa_Terminate();
-    }
+    ~PortAudioOutput() override { close(); }
 
     void open(Format wanted, Client* newClient) override {
         close();
-        if (initialised != paNoError)
-            throw PlaybackError(describe("The audio system could not start", initialised));
+        if (pa.initialisation() != paNoError)
+            throw PlaybackError(describe("The audio system could not start", pa.initialisation()));
         PaDeviceIndex device = Pa_GetDefaultOutputDevice();
         if (device == paNoDevice) throw PlaybackError("There's no audio output device.");
         const PaDeviceInfo* info = Pa_GetDeviceInfo(device);
@@ -53,14 +37,14 @@ public:
         parameters.suggestedLatency =
             std::max(info ? info->defaultLowOutputLatency : 0.0, minimumLatency);
         client = newClient;
+        PaStream* stream = nullptr;
         PaError error = Pa_OpenStream(&stream, nullptr, &parameters, wanted.sampleRate,
                                       framesPerBuffer, paNoFlag, &PortAudioOutput::callback, this);
         if (error != paNoError) {
-            stream = nullptr;
             client = nullptr;
             throw PlaybackError(describe("The audio output could not be opened", error));
         }
-        Pa_SetStreamFinishedCallback(stream, &PortAudioOutput::finished);
+        pa.adopt(stream, &PortAudioOutput::finished);
         // Ask for a real-time callback thread where the system grants one (it falls back to
         // normal scheduling when it does not).
         if (const PaHostApiInfo* api = Pa_GetHostApiInfo(info ? info->hostApi : -1);
@@ -73,46 +57,30 @@ public:
     }
 
     void start() override {
-        if (!stream) throw PlaybackError("The audio output is not open.");
-        if (running) return;
-        stopping.store(false);
-        failed.store(false);
-        PaError error = Pa_StartStream(stream);
-        if (error != paNoError)
+        if (!pa.get()) throw PlaybackError("The audio output is not open.");
+        if (const PaError error = pa.start(); error != paNoError)
             throw PlaybackError(describe("The audio output could not start", error));
-        running = true;
     }
 
-    void stop() override {
-        if (!stream || !running) return;
-        stopping.store(true);
-        if (Pa_IsStreamStopped(stream) == 0) Pa_StopStream(stream);
-        running = false;
-    }
+    void stop() override { pa.stop(); }
 
     void close() override {
-        if (!stream) return;
-        stop();
-        Pa_CloseStream(stream);
-        stream = nullptr;
+        pa.close();
         client = nullptr;
         streamFormat = {};
     }
 
-    bool isOpen() const override { return stream != nullptr; }
-    bool isRunning() const override { return running; }
-    bool hasFailed() const override {
-        if (!stream || !running) return false;
-        return failed.load() || Pa_IsStreamActive(stream) != 1;
-    }
+    bool isOpen() const override { return pa.get() != nullptr; }
+    bool isRunning() const override { return pa.isRunning(); }
+    bool hasFailed() const override { return pa.hasFailed(); }
     Format format() const override { return streamFormat; }
     double outputLatency() const override { return latency; }
     HostTime now() const override {
-        return stream ? hostTimeFromSeconds(Pa_GetStreamTime(stream)) : 0;
+        return pa.get() ? hostTimeFromSeconds(Pa_GetStreamTime(pa.get())) : 0;
     }
     int64_t underflowCount() const override { return underflows.load(); }
     double deviceSampleRate() const override {
-        if (initialised != paNoError) return 0;
+        if (pa.initialisation() != paNoError) return 0;
         PaDeviceIndex device = Pa_GetDefaultOutputDevice();
         const PaDeviceInfo* info = device == paNoDevice ? nullptr : Pa_GetDeviceInfo(device);
         return info ? info->defaultSampleRate : 0;
@@ -135,18 +103,13 @@ private:
     }
 
     static void finished(void* context) {
-        auto* self = static_cast<PortAudioOutput*>(context);
-        if (!self->stopping.load()) self->failed.store(true);
+        static_cast<PortAudioOutput*>(context)->pa.noteFinished();
     }
 
-    PaError initialised;
-    PaStream* stream = nullptr;
+    PortAudioStream pa;
     Client* client = nullptr;
     Format streamFormat;
     double latency = 0; // written only while no callback runs
-    bool running = false;
-    std::atomic<bool> stopping{false};
-    std::atomic<bool> failed{false};
     std::atomic<int64_t> underflows{0};
 };
 
