@@ -134,6 +134,7 @@ void RecordingWriter::write(const float* const* channels, int inputChannels,
         slots[at % n] = {count, std::exchange(gapFrames, 0)};
         head.store(at + 1, std::memory_order_release);
     }
+    if (frameLimit > 0 && accepted >= frameLimit) complete.store(true, std::memory_order_release);
 }
 
 void RecordingWriter::run() {
@@ -146,6 +147,10 @@ void RecordingWriter::run() {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     drain();
+    // Input lost at the very end has no later buffer to carry its silence: write it now. The
+    // capture thread has stopped for good (finish() comes after the input's stop).
+    for (; gapFrames > 0; gapFrames -= std::min(gapFrames, slotFrames))
+        writeFrames(nullptr, 0, std::min(gapFrames, slotFrames));
     updateHeader();
 }
 
@@ -160,8 +165,6 @@ void RecordingWriter::drain() {
                     slot.frames);
         tail.store(at + 1, std::memory_order_release);
     }
-    if (frameLimit > 0 && written.load() >= frameLimit)
-        complete.store(true, std::memory_order_release);
 }
 
 void RecordingWriter::writeFrames(const float* planar, int64_t stride, int64_t count) {

@@ -1,5 +1,5 @@
-// The recording writer, the live waveform and the recording's file name, without a device:
-// buffers are handed to the writer as the capture thread would.
+// The recording writer, the live waveform, the recording's file name and a start that fails,
+// without a real device: buffers are handed to the writer as the capture thread would.
 
 #include "engine/RecordingWriter.h"
 
@@ -10,6 +10,9 @@
 #include "support/AudioFiles.h"
 #include "support/LockCounter.h"
 #include "support/Signals.h"
+
+#include "base/ManualExecutor.h"
+#include "persistence/Preferences.h"
 
 #include <gtest/gtest.h>
 
@@ -105,7 +108,9 @@ TEST(RecordingWriter, CapturingNeitherAllocatesNorLocks) {
         writer.write(channels, i % 2 ? 1 : 2, 4096 + 100 * i);
     EXPECT_EQ(allocations.allocations(), 0);
     EXPECT_EQ(allocations.frees(), 0);
-    if (LockCounter::available) EXPECT_EQ(locks.locks() + locks.tryLocks(), 0);
+    if (LockCounter::available) {
+        EXPECT_EQ(locks.locks() + locks.tryLocks(), 0);
+    }
 }
 
 TEST(RecordingWriter, ASlowDiskLosesNothingWhileTheRingHasRoom) {
@@ -159,6 +164,26 @@ TEST(RecordingWriter, InputThatFindsTheRingFullIsCountedAndKeptAsSilence) {
     EXPECT_EQ(std::count(s, s + total, 0.0f), 5 * slot);
     EXPECT_EQ(s[total - slot - 1], 0.0f) << "the silence comes right before the next buffer";
     EXPECT_EQ(s[total - slot], 0.75f);
+}
+
+TEST(RecordingWriter, ARecordingOfSetLengthEndsEvenWhenItsLastInputIsLost) {
+    TemporaryFolder folder;
+    RecordingWriter::Options options;
+    options.ringSeconds = 0;
+    options.secondsLimit = 10.0 * double(RecordingWriter::slotFrames) / rate;
+    std::atomic<bool> stalled{true};
+    options.beforeWrite = [&] {
+        while (stalled.load())
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    };
+    RecordingWriter writer(folder / "end.wav", rate, 1, RecordingFormat::wav16, options);
+    feed(writer, {std::vector<float>(size_t(12 * RecordingWriter::slotFrames), 0.5f)});
+    EXPECT_TRUE(writer.isComplete()) << "all its input has come, lost or not";
+    EXPECT_GT(writer.droppedFrames(), 0);
+    stalled = false;
+    writer.finish();
+    EXPECT_EQ(writer.frames(), 10 * RecordingWriter::slotFrames);
+    EXPECT_EQ(AudioLoader::load(writer.url)->frameCount, 10 * RecordingWriter::slotFrames);
 }
 
 TEST(RecordingWriter, AFullDiskKeepsWhatWasWrittenAndSaysSo) {
@@ -231,4 +256,33 @@ TEST(LiveAudio, GrowingAudioDrawsAsTheSameAudioOpenedWhole) {
     EXPECT_TRUE(std::equal(left.begin(), left.end(), copy->samples(0)));
     EXPECT_EQ(copy->peak, whole->peak);
     EXPECT_LT(double(live.memoryBytes()), 1.3 * double(frames) * 2 * sizeof(float));
+}
+
+// The device layer refusing to open: the editor says why and leaves no track and no file.
+TEST(Recording, AnInputThatWontOpenLeavesNothingBehind) {
+    struct MissingInput final : AudioInput {
+        Format open(const std::optional<std::string>&, int) override {
+            throw RecordingError(RecordingFailure::noInput);
+        }
+        void start(Client*) override {}
+        void stop() override {}
+        void close() override {}
+        bool hasFailed() const override { return false; }
+        double inputLatency() const override { return 0; }
+        std::string deviceName() const override { return {}; }
+        int64_t overflowCount() const override { return 0; }
+    };
+    ManualExecutor executor;
+    Preferences preferences;
+    TemporaryFolder folder;
+    preferences.setRecordingsFolderPath(folder.path().string());
+    EditorModel model(executor, preferences);
+    model.setAudioInputFactory([] { return std::make_unique<MissingInput>(); });
+    model.toggleRecording();
+    EXPECT_FALSE(model.isRecording());
+    ASSERT_TRUE(model.alert());
+    EXPECT_EQ(model.alert()->title, EditorModel::recordingFailedTitle);
+    EXPECT_EQ(model.alert()->message, recordingFailureText(RecordingFailure::noInput));
+    EXPECT_TRUE(model.tracks().empty());
+    EXPECT_TRUE(fs::is_empty(folder.path()));
 }
