@@ -99,7 +99,7 @@ TEST(RecordingWriter, InputLevelIsThePeakSinceTheLastReadingFlooredAtMinus120dB)
 TEST(RecordingWriter, CapturingNeitherAllocatesNorLocks) {
     TemporaryFolder folder;
     RecordingWriter writer(folder / "rt.wav", rate, 2, RecordingFormat::wav32Float);
-    const auto left = noise(4096, 1), right = noise(4096, 2);
+    const auto left = noise(5000, 1), right = noise(5000, 2);
     const float* channels[] = {left.data(), right.data()};
     writer.write(channels, 2, 4096); // first use of everything
     AllocationCounter::Scope allocations;
