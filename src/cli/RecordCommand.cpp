@@ -148,6 +148,15 @@ int record(const Arguments& args) {
     const int64_t overflows = recorder.overflowCount();
     recorder.stop();
     const int64_t frames = writer->frames();
+    if (frames == 0) {
+        // Nothing came in: no empty file is left, and a file that was there stays as it was.
+        fs::remove(target, ec);
+        if (const auto error = writer->writeError())
+            std::fprintf(stderr, "sonvale-cli record: %s\n", error->c_str());
+        std::fprintf(stderr, "sonvale-cli record: nothing was recorded%s\n",
+                     replacing ? ("; " + output + " is as it was").c_str() : "");
+        return 1;
+    }
     if (replacing) fs::rename(target, destination, ec);
     if (ec) {
         std::fprintf(stderr, "sonvale-cli record: %s\n",

@@ -53,6 +53,18 @@ RecordingWriter::RecordingWriter(fs::path path, double rate, int channels, Recor
     , channelCount(channels)
     , options(std::move(chosen)) {
     if (!(sampleRate > 0) || channelCount < 1) throw RecordingError(RecordingFailure::noInput);
+    // The memory first: once the file exists, nothing but opening it can fail.
+    const auto slotCount = size_t(std::max<int64_t>(
+        4, int64_t(std::ceil(options.ringSeconds * sampleRate / double(slotFrames)))));
+    slots.resize(slotCount);
+    slotData.resize(slotCount * size_t(channelCount) * size_t(slotFrames));
+    scratch.resize(size_t(channelCount) * size_t(slotFrames));
+    peakBits = std::make_unique<std::atomic<uint32_t>[]>(size_t(channelCount));
+    for (int c = 0; c < channelCount; ++c)
+        peakBits[size_t(c)].store(0);
+    pending.resize(size_t(channelCount));
+    if (options.secondsLimit > 0)
+        frameLimit = std::max<int64_t>(1, std::llround(options.secondsLimit * sampleRate));
     fd = ::open(url.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0) {
         const int errnum = errno;
@@ -80,17 +92,6 @@ RecordingWriter::RecordingWriter(fs::path path, double rate, int channels, Recor
     sf_command(file.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
     sf_command(file.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
 
-    const auto slotCount = size_t(std::max<int64_t>(
-        4, int64_t(std::ceil(options.ringSeconds * sampleRate / double(slotFrames)))));
-    slots.resize(slotCount);
-    slotData.resize(slotCount * size_t(channelCount) * size_t(slotFrames));
-    scratch.resize(size_t(channelCount) * size_t(slotFrames));
-    peakBits = std::make_unique<std::atomic<uint32_t>[]>(size_t(channelCount));
-    for (int c = 0; c < channelCount; ++c)
-        peakBits[size_t(c)].store(0);
-    pending.resize(size_t(channelCount));
-    if (options.secondsLimit > 0)
-        frameLimit = std::max<int64_t>(1, std::llround(options.secondsLimit * sampleRate));
     lastHeader = std::chrono::steady_clock::now();
     writer = std::thread([this] { run(); });
 }
