@@ -1,23 +1,18 @@
 #include "analysis/SpectrumAnalysis.h"
 
+#include "analysis/FFTWPlanner.h"
+
 #include "audio/Decibels.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <fftw3.h>
-#include <mutex>
 #include <numbers>
 
 namespace sonvale {
 
 namespace {
-// FFTW's planner keeps global state: plans are made and destroyed under one lock.
-std::mutex& plannerMutex() {
-    static std::mutex mutex;
-    return mutex;
-}
-
 constexpr std::array<int, 6> bandChoices{12, 16, 24, 32, 48, 64};
 constexpr int binCount = SpectrumAnalysis::transformSize / 2;
 // Samples older than this no longer count as "playing now": the bands fall to the floor.
@@ -30,14 +25,14 @@ struct SpectrumAnalysis::Transform {
     fftwf_plan plan = nullptr;
 
     Transform() {
-        std::lock_guard lock(plannerMutex());
+        std::lock_guard lock(fftwPlannerMutex());
         input = fftwf_alloc_real(transformSize);
         output = fftwf_alloc_complex(transformSize / 2 + 1);
         // The real input's transform: the complex one's first half, the imaginary part zero.
         plan = fftwf_plan_dft_r2c_1d(transformSize, input, output, FFTW_ESTIMATE);
     }
     ~Transform() {
-        std::lock_guard lock(plannerMutex());
+        std::lock_guard lock(fftwPlannerMutex());
         fftwf_destroy_plan(plan);
         fftwf_free(output);
         fftwf_free(input);

@@ -1,5 +1,6 @@
 #include "app/StatusBar.h"
 
+#include "analysis/Spectrogram.h"
 #include "editor/EditorModel.h"
 
 #include <QGridLayout>
@@ -17,6 +18,8 @@ AudioMemory measureMemory(const EditorModel& model) {
     AudioMemory::Accumulator accumulator;
     for (const auto& track : model.tracks()) {
         accumulator.addAudio(track->audio());
+        if (const auto& spectrogram = track->spectrogram())
+            accumulator.addSpectrogramBytes(spectrogram->memoryBytes());
         if (const auto& live = track->liveAudio())
             accumulator.result.samples += live->memoryBytes();
     }

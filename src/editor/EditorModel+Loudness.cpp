@@ -18,6 +18,7 @@ void EditorModel::watchTrack(const AudioTrackPtr& track) {
         auto alive = token.lock();
         auto t = weakTrack.lock();
         if (alive && t) (*alive)->measureLoudness(t);
+        if (alive && t && t == (*alive)->activeTrack()) (*alive)->showSpectrogramIfWanted();
     });
     measureLoudness(track);
     watchTrackForSession(track);

@@ -4,6 +4,7 @@
 #include "audio/AudioLoader.h"
 #include "base/Executor.h"
 #include "engine/PlaybackEngine.h"
+#include "persistence/Preferences.h"
 
 #include <algorithm>
 #include <cctype>
@@ -37,6 +38,13 @@ EditorModel::EditorModel(Executor& executor, Preferences& preferences,
         signal->connect([this] { sessionContentChanged(); });
     for (auto* signal : {&timelineModel->contentChanged, &timelineModel->effectsChanged})
         signal->connect([this] { checkMixerEffects(); });
+    selectionChanged.connect([this] { showSpectrogramIfWanted(); });
+    std::weak_ptr<EditorModel*> token = self;
+    prefs.changed.connect([token](Preferences::Setting setting) {
+        auto alive = token.lock();
+        if (alive && setting == Preferences::Setting::spectrogramSettings)
+            (*alive)->showSpectrogramIfWanted();
+    });
 }
 
 EditorModel::~EditorModel() = default;
@@ -62,6 +70,8 @@ void EditorModel::removeTracks(const std::set<Uuid>& ids) {
     if (firstRemoved == trackList.end()) return;
     const size_t place = size_t(firstRemoved - trackList.begin());
     std::erase_if(trackList, [&](const auto& t) { return ids.count(t->id()) > 0; });
+    for (const auto& id : ids)
+        cancelSpectrogram(id);
     tracksChanged.emit();
 
     std::set<Uuid> kept;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "analysis/Spectrogram.h"
 #include "audio/AudioExporter.h"
 #include "audio/AudioTrack.h"
 #include "audio/ExportOptions.h"
@@ -474,6 +475,24 @@ public:
     sigc::signal<void()> recordingChanged; // isRecording
     sigc::signal<void()> inputLevelChanged;
 
+    // ==== the spectrogram view (EditorModel+Spectrogram.cpp) ====
+    enum class TrackView { waveform, spectrogram };
+    static constexpr const char* spectrogramFailedTitle = "Can't show the spectrogram";
+    // How the active track is shown: "Waveform (Ctrl+1) or spectrogram (Ctrl+2)".
+    TrackView trackView() const { return shownView; }
+    // Showing the spectrogram starts computing the active track's when it has none for its
+    // current audio at the preferred FFT size.
+    void setTrackView(TrackView view);
+    // Computes the track's spectrogram in the background and caches it on the track, unless
+    // it is cached or on its way. A computation for older audio or another size is cancelled.
+    void requestSpectrogram(const AudioTrackPtr& track);
+    // The cached spectrogram is of the track's current audio at the preferred FFT size.
+    bool hasCurrentSpectrogram(const AudioTrack& track) const;
+    // 0…1 while the track's spectrogram is being computed.
+    std::optional<double> spectrogramProgress(const AudioTrack& track) const;
+    sigc::signal<void()> trackViewChanged;
+    sigc::signal<void()> spectrogramWorkChanged; // a computation started or ended
+
     // ==== sessions and documents (EditorModel+Session.cpp) ====
     // The open session bundle and what each track was when it was last saved.
     struct SessionDocument {
@@ -692,6 +711,12 @@ private:
     bool temporarySession = false;
     bool restoring = false;
     // ==== end session state ====
+
+    // ==== spectrogram state (EditorModel+Spectrogram.cpp) ====
+    void showSpectrogramIfWanted();
+    void cancelSpectrogram(const Uuid& trackID);
+    TrackView shownView = TrackView::waveform;
+    std::map<Uuid, std::shared_ptr<Spectrogram::Progress>> spectrogramWork;
 
     // ==== recording state (EditorModel+Recording.cpp) ====
     void recordingTick();
