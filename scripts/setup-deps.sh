@@ -9,7 +9,7 @@ packages=(
     # libraries
     qt6-base-dev qt6-svg-dev qt6-tools-dev libgl-dev
     libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
-    libsndfile1-dev libflac-dev libsoxr-dev librubberband-dev portaudio19-dev libasound2-dev libfftw3-dev
+    libsndfile1-dev libflac-dev libsoxr-dev librubberband-dev portaudio19-dev libasound2-dev libfftw3-dev libpng-dev
     nlohmann-json3-dev libsigc++-3.0-dev
     # tests and benchmarks
     libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev

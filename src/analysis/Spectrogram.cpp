@@ -82,13 +82,23 @@ std::shared_ptr<const Spectrogram>
 Spectrogram::compute(const std::shared_ptr<const AudioData>& audio, int fftSize,
                      Progress* progress) {
     if (!SpectrogramSettings::isValidFFTSize(fftSize)) fftSize = 2048;
+    return compute(audio, fftSize, {0, audio->frameCount}, hopFor(audio->frameCount, fftSize),
+                   progress);
+}
+
+std::shared_ptr<const Spectrogram>
+Spectrogram::compute(const std::shared_ptr<const AudioData>& audio, int fftSize, FrameRange range,
+                     int hop, Progress* progress) {
+    if (!SpectrogramSettings::isValidFFTSize(fftSize)) fftSize = 2048;
     auto result = std::make_shared<Spectrogram>();
     result->source = audio;
     result->fftSize = fftSize;
     result->sampleRate = audio->sampleRate;
     const int64_t frames = audio->frameCount;
-    const int hop = result->hop = hopFor(frames, fftSize);
-    const int64_t columns = result->columnCount = (frames + hop - 1) / hop;
+    range.lower = std::clamp<int64_t>(range.lower, 0, frames);
+    range.upper = std::clamp<int64_t>(range.upper, range.lower, frames);
+    hop = result->hop = std::max(1, hop);
+    const int64_t columns = result->columnCount = (range.length() + hop - 1) / hop;
     const int bins = fftSize / 2;
     if (progress) progress->columnTotal = columns;
     // Each worker faults in the pages it writes, so the filling is spread as the work is.
@@ -114,7 +124,7 @@ Spectrogram::compute(const std::shared_ptr<const AudioData>& audio, int fftSize,
         const int64_t first = int64_t(task) * columnsPerTask;
         const int64_t last = std::min(columns, first + columnsPerTask);
         for (int64_t c = first; c < last; ++c) {
-            const int64_t start = c * hop - fftSize / 2;
+            const int64_t start = range.lower + c * hop - fftSize / 2;
             if (start >= 0 && start + fftSize <= frames) {
                 const float* s = audio->samples(0) + start;
                 for (int n = 0; n < fftSize; ++n)

@@ -50,6 +50,11 @@ struct Spectrogram {
     // AudioLoaderError::outOfMemory when the buffer can't be had. Not for the main thread.
     static std::shared_ptr<const Spectrogram> compute(const std::shared_ptr<const AudioData>& audio,
                                                       int fftSize, Progress* progress = nullptr);
+    // The same for the frames of `range` only, with columns `hop` frames apart: column c is
+    // centred on frame range.lower + c × hop (the audio around the range still counts).
+    static std::shared_ptr<const Spectrogram> compute(const std::shared_ptr<const AudioData>& audio,
+                                                      int fftSize, FrameRange range, int hop,
+                                                      Progress* progress = nullptr);
 };
 
 // ---- colours

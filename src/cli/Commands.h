@@ -27,5 +27,6 @@ int session(const Arguments& args);
 int mixdown(const Arguments& args);
 int record(const Arguments& args);
 int devices(const Arguments& args);
+int spectrogram(const Arguments& args);
 
 } // namespace sonvale::cli

@@ -19,20 +19,6 @@ namespace sonvale::cli {
 
 namespace {
 
-AudioDataPtr loadWithProgress(const std::string& file) {
-    ProgressLine progress("Reading " + file);
-    DecodeReport report;
-    AudioDataPtr audio;
-    try {
-        audio = AudioLoader::load(file, progress.callback(), &report);
-    } catch (...) {
-        rethrowNamingInput(file);
-    }
-    progress.clear();
-    warnAboutDamage(file, report, audio->sampleRate);
-    return audio;
-}
-
 std::string fileName(const std::string& path) {
     return std::filesystem::path(path).filename().string();
 }

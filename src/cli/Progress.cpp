@@ -1,5 +1,7 @@
 #include "cli/Progress.h"
 
+#include "cli/Options.h"
+
 #include <cstdio>
 #include <unistd.h>
 
@@ -38,6 +40,20 @@ void warnAboutDamage(const std::string& file, const DecodeReport& report, double
     std::fprintf(stderr, "sonvale-cli: %s\n", report.summary(file, sampleRate).c_str());
     for (const std::string& line : report.details(sampleRate))
         std::fprintf(stderr, "    %s\n", line.c_str());
+}
+
+AudioDataPtr loadWithProgress(const std::string& file) {
+    ProgressLine progress("Reading " + file);
+    DecodeReport report;
+    AudioDataPtr audio;
+    try {
+        audio = AudioLoader::load(file, progress.callback(), &report);
+    } catch (...) {
+        rethrowNamingInput(file);
+    }
+    progress.clear();
+    warnAboutDamage(file, report, audio->sampleRate);
+    return audio;
 }
 
 } // namespace sonvale::cli

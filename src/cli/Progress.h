@@ -33,4 +33,7 @@ private:
 // command goes on: the file did open.
 void warnAboutDamage(const std::string& file, const DecodeReport& report, double sampleRate);
 
+// Loads a whole file with a progress line, warning about damage; an error names the file.
+AudioDataPtr loadWithProgress(const std::string& file);
+
 } // namespace sonvale::cli

@@ -52,6 +52,11 @@ const std::map<std::string, Command>& commands() {
           "record the audio input until N seconds are in or Ctrl-C",
           record}},
         {"devices", {"devices                          the audio inputs and outputs", devices}},
+        {"spectrogram",
+         {"spectrogram IN -o OUT.png [--fft 512|1024|2048|4096] [--map inferno|magma|viridis|"
+          "grayscale] [--linear] [--width W --height H] [--range START:END]   the spectrogram "
+          "as a picture, time across and frequency up",
+          spectrogram}},
         {"session",
          {"session info [--json] BUNDLE.sonvale   a saved session's format, tracks (found "
           "or missing), lanes, buses and snapshots",
