@@ -31,6 +31,8 @@ enum class ActionID {
     trimSilence,
     selectAll,
     // View
+    showWaveform,
+    showSpectrogram,
     zoomIn,
     zoomOut,
     zoomToSelection,

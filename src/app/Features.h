@@ -5,7 +5,7 @@
 namespace sonvale::features {
 
 inline constexpr bool recording = true;
-inline constexpr bool spectrogram = false;
+inline constexpr bool spectrogram = true;
 inline constexpr bool transcription = false;
 
 } // namespace sonvale::features

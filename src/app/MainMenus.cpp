@@ -8,6 +8,7 @@
 #include "persistence/SessionBundle.h"
 
 #include <QAction>
+#include <QActionGroup>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
@@ -42,7 +43,7 @@ MainMenus::MainMenus(EditorModel& model, QMainWindow& window, QMenu& effectKinds
           &model.timelineShowingChanged, &model.mixdownProgressChanged,
           &model.timeline()->contentChanged, &model.timeline()->selectionChanged,
           &model.timeline()->undoStack().changed, &model.clipClipboardChanged,
-          &model.snapsClipsChanged, &model.recordingChanged})
+          &model.snapsClipsChanged, &model.recordingChanged, &model.trackViewChanged})
         modelConnections.add(signal->connect([this] { refresh(); }));
     modelConnections.add(model.documentChanged.connect([this] { refreshSessionActions(); }));
     modelConnections.add(model.preferences().changed.connect([this](Preferences::Setting setting) {
@@ -138,6 +139,21 @@ void MainMenus::build(QMenu& effectKinds) {
         }));
 
     QMenu* view = bar->addMenu("&View");
+    // Waveform (Ctrl+1) or spectrogram (Ctrl+2).
+    auto* trackViews = new QActionGroup(view);
+    for (auto [id, name, title, key, shown] :
+         {std::tuple{ID::showWaveform, "showWaveform", "Waveform", "Ctrl+1",
+                     EditorModel::TrackView::waveform},
+          std::tuple{ID::showSpectrogram, "showSpectrogram", "Spectrogram", "Ctrl+2",
+                     EditorModel::TrackView::spectrogram}}) {
+        QAction* a =
+            makeAction(id, name, title, QKeySequence(key), [&m, shown] { m.setTrackView(shown); });
+        a->setCheckable(true);
+        a->setVisible(features::spectrogram);
+        trackViews->addAction(a);
+        view->addAction(a);
+    }
+    if (features::spectrogram) view->addSeparator();
     QAction* zoomIn = makeAction(ID::zoomIn, "zoomIn", "Zoom In", QKeySequence("Ctrl+="));
     // Ctrl+= and Ctrl++ both zoom in, whether or not the layout needs Shift for "+".
     zoomIn->setShortcuts({QKeySequence("Ctrl+="), QKeySequence("Ctrl++")});
@@ -362,10 +378,16 @@ void MainMenus::refresh() {
     set(ID::trimSilence, audio && !track->isRecording());
     set(ID::selectAll, audio);
     for (ID id : {ID::verticalZoomIn, ID::verticalZoomOut})
-        set(id, audio && !m.isShowingTimeline());
+        set(id,
+            audio && !m.isShowingTimeline() && m.trackView() == EditorModel::TrackView::waveform);
     for (ID id : {ID::zoomIn, ID::zoomOut, ID::zoomToFit})
         set(id, m.isShowingTimeline() || audio);
     set(ID::zoomToSelection, track && track->selection().has_value());
+    const bool spectrogram = m.trackView() == EditorModel::TrackView::spectrogram;
+    action(ID::showWaveform)->setChecked(!spectrogram);
+    action(ID::showSpectrogram)->setChecked(spectrogram);
+    for (ID id : {ID::showWaveform, ID::showSpectrogram})
+        set(id, !m.isShowingTimeline());
     for (ID id : cursorKeys)
         set(id, audio && !m.isShowingTimeline());
     set(ID::shuttleBack, m.canPlay() || m.isPlaying());

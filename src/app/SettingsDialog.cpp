@@ -1,5 +1,7 @@
 #include "app/SettingsDialog.h"
 
+#include "app/SpectrogramControls.h"
+
 #include "app/Features.h"
 #include "persistence/Preferences.h"
 
@@ -88,7 +90,6 @@ QString languageTitle(const QString& identifier) {
     return title;
 }
 
-constexpr std::array<int, 4> fftSizes{512, 1024, 2048, 4096};
 constexpr double defaultCustomTarget = -18.0; // LUFS, a common target between the presets
 
 } // namespace
@@ -182,40 +183,12 @@ QWidget* SettingsDialog::makeWaveformPage() {
     auto* spectrogramTitle = new QLabel("<b>Spectrogram</b>");
     form->addRow(spectrogramTitle);
 
-    spectrogramFFTSize = new QComboBox;
-    spectrogramFFTSize->setObjectName("spectrogramFFTSize");
-    for (int size : fftSizes)
-        spectrogramFFTSize->addItem(QString::number(size), size);
-    connect(spectrogramFFTSize, &QComboBox::currentIndexChanged, this, [this] {
-        SpectrogramSettings settings = preferences.spectrogramSettings();
-        settings.fftSize = spectrogramFFTSize->currentData().toInt();
-        preferences.setSpectrogramSettings(settings);
-    });
+    auto* spectrogram = new SpectrogramControls(preferences, this);
+    spectrogramFFTSize = spectrogram->fftSize;
+    spectrogramColorMap = spectrogram->colorMap;
+    spectrogramLogFrequency = spectrogram->logFrequency;
     form->addRow("FFT size:", spectrogramFFTSize);
-
-    spectrogramColorMap = new QComboBox;
-    spectrogramColorMap->setObjectName("spectrogramColorMap");
-    for (auto map : {SpectrogramColorMap::inferno, SpectrogramColorMap::magma,
-                     SpectrogramColorMap::viridis, SpectrogramColorMap::grayscale}) {
-        const auto raw = rawValue(map);
-        QString title = QString::fromUtf8(raw.data(), qsizetype(raw.size()));
-        title[0] = title[0].toUpper();
-        spectrogramColorMap->addItem(title, int(map));
-    }
-    connect(spectrogramColorMap, &QComboBox::currentIndexChanged, this, [this] {
-        SpectrogramSettings settings = preferences.spectrogramSettings();
-        settings.colorMap = SpectrogramColorMap(spectrogramColorMap->currentData().toInt());
-        preferences.setSpectrogramSettings(settings);
-    });
     form->addRow("Colours:", spectrogramColorMap);
-
-    spectrogramLogFrequency = new QCheckBox("Logarithmic frequency axis");
-    spectrogramLogFrequency->setObjectName("spectrogramLogFrequency");
-    connect(spectrogramLogFrequency, &QCheckBox::toggled, this, [this](bool on) {
-        SpectrogramSettings settings = preferences.spectrogramSettings();
-        settings.logFrequency = on;
-        preferences.setSpectrogramSettings(settings);
-    });
     form->addRow(spectrogramLogFrequency);
     for (QWidget* row :
          {static_cast<QWidget*>(spectrogramTitle), static_cast<QWidget*>(spectrogramFFTSize),
@@ -379,20 +352,6 @@ void SettingsDialog::refresh() {
     lightCanvasTheme->setEnabled(follows);
     darkCanvasTheme->setEnabled(follows);
 
-    const SpectrogramSettings& spectrogram = preferences.spectrogramSettings();
-    {
-        const QSignalBlocker blocker(spectrogramFFTSize);
-        spectrogramFFTSize->setCurrentIndex(spectrogramFFTSize->findData(spectrogram.fftSize));
-    }
-    {
-        const QSignalBlocker blocker(spectrogramColorMap);
-        spectrogramColorMap->setCurrentIndex(
-            spectrogramColorMap->findData(int(spectrogram.colorMap)));
-    }
-    {
-        const QSignalBlocker blocker(spectrogramLogFrequency);
-        spectrogramLogFrequency->setChecked(spectrogram.logFrequency);
-    }
     {
         const QSignalBlocker blocker(snapToZeroCrossings);
         snapToZeroCrossings->setChecked(preferences.snapToZeroCrossings());

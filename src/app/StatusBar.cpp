@@ -71,9 +71,9 @@ StatusBar::StatusBar(EditorModel& model, QWidget* parent)
 void StatusBar::watchTracks() {
     trackConnections.clear();
     for (const auto& track : model.tracks())
-        for (auto* signal :
-             {&track->stateChanged, &track->urlChanged, &track->audioChanged,
-              &track->revisionsChanged, &track->recordingChanged, &track->liveAudioChanged})
+        for (auto* signal : {&track->stateChanged, &track->urlChanged, &track->audioChanged,
+                             &track->revisionsChanged, &track->recordingChanged,
+                             &track->liveAudioChanged, &track->cachesChanged})
             trackConnections.add(signal->connect([this] {
                 refreshMemory();
                 refreshStatus();

@@ -1,11 +1,17 @@
 #include "app/canvas/WaveformCanvas.h"
 
+#include "app/Features.h"
+#include "app/SpectrogramControls.h"
 #include "audio/AudioExporter.h"
 #include "editor/EditorModel.h"
 #include "persistence/Preferences.h"
 
 #include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
 #include <QDrag>
+#include <QFormLayout>
+#include <QFrame>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QLineEdit>
@@ -14,8 +20,11 @@
 #include <QNativeGestureEvent>
 #include <QPaintEngine>
 #include <QPainter>
+#include <QPainterPath>
 #include <QScrollBar>
 #include <QStyleHints>
+#include <QTimer>
+#include <QToolButton>
 #include <QToolTip>
 #include <QUrl>
 #include <QWheelEvent>
@@ -137,11 +146,45 @@ WaveformCanvas::WaveformCanvas(EditorModel& model, QWidget* parent)
     modelConnections.push_back(model.tracksChanged.connect([this] { watchActiveTrack(); }));
     modelConnections.push_back(model.playheadChanged.connect([this] { playheadMoved(); }));
     modelConnections.push_back(model.transportChanged.connect([this] { update(); }));
+
+    viewToggle = new QToolButton(this);
+    viewToggle->setObjectName("trackViewToggle");
+    viewToggle->setCheckable(true);
+    viewToggle->setAutoRaise(true);
+    viewToggle->setToolTip(trackViewToolTip);
+    viewToggle->setGeometry(2, 1, scaleWidth - 4, timeBandHeight - 2);
+    viewToggle->setVisible(features::spectrogram);
+    connect(viewToggle, &QToolButton::clicked, this, [this](bool checked) {
+        this->model.setTrackView(checked ? EditorModel::TrackView::spectrogram
+                                         : EditorModel::TrackView::waveform);
+    });
+    spectrogramSettingsButton = new QToolButton(this);
+    spectrogramSettingsButton->setObjectName("spectrogramSettingsButton");
+    spectrogramSettingsButton->setAutoRaise(true);
+    spectrogramSettingsButton->setText(QString::fromUtf8("Hz \u25be"));
+    spectrogramSettingsButton->setToolTip(spectrogramSettingsToolTip);
+    spectrogramSettingsButton->setGeometry(0, timeBandHeight, scaleWidth,
+                                           rulerHeight - timeBandHeight - 1);
+    spectrogramSettingsButton->hide();
+    connect(spectrogramSettingsButton, &QToolButton::clicked, this,
+            [this] { showSpectrogramPopover(); });
+    progressTimer = new QTimer(this);
+    progressTimer->setInterval(100);
+    connect(progressTimer, &QTimer::timeout, this, [this] {
+        if (!track || !this->model.spectrogramProgress(*track)) progressTimer->stop();
+        update();
+    });
+    modelConnections.push_back(model.trackViewChanged.connect([this] { trackViewChanged(); }));
+    modelConnections.push_back(model.spectrogramWorkChanged.connect([this] {
+        if (track && this->model.spectrogramProgress(*track)) progressTimer->start();
+        update();
+    }));
     modelConnections.push_back(model.preferences().changed.connect([this](Preferences::Setting s) {
         using S = Preferences::Setting;
         if (s == S::canvasTheme || s == S::followsSystemAppearance || s == S::lightCanvasTheme ||
             s == S::darkCanvasTheme)
             updateTheme();
+        if (s == S::spectrogramSettings) update();
     }));
 #if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
     connect(QGuiApplication::styleHints(), &QStyleHints::colorSchemeChanged, this,
@@ -149,6 +192,7 @@ WaveformCanvas::WaveformCanvas(EditorModel& model, QWidget* parent)
 #endif
     updateTheme();
     watchActiveTrack();
+    trackViewChanged();
 }
 
 WaveformCanvas::~WaveformCanvas() {
@@ -188,7 +232,11 @@ void WaveformCanvas::watchActiveTrack() {
             syncScrollBar();
             update();
         }));
-        trackConnections.push_back(track->stateChanged.connect(repaint));
+        trackConnections.push_back(track->stateChanged.connect([this] {
+            trackViewChanged();
+            update();
+        }));
+        trackConnections.push_back(track->cachesChanged.connect(repaint));
         trackConnections.push_back(track->recordingChanged.connect(repaint));
         trackConnections.push_back(track->liveAudioChanged.connect(repaint));
         trackConnections.push_back(track->selectionChanged.connect(repaint));
@@ -201,6 +249,8 @@ void WaveformCanvas::watchActiveTrack() {
     }
     syncScrollBar();
     showNameEditor();
+    trackViewChanged();
+    if (track && model.spectrogramProgress(*track)) progressTimer->start();
     update();
 }
 
@@ -739,8 +789,13 @@ void WaveformCanvas::paintEvent(QPaintEvent*) {
         return;
     }
 
-    // Regions tint the lanes behind everything else.
+    // The spectrogram is opaque: regions and the selection tint it from above.
+    const bool spectrogram = showsSpectrogram();
+    const int64_t frames = audio ? audio->frameCount : live->frameCount();
     painter.setClipRect(area);
+    if (spectrogram) drawSpectrogramView(painter, view, frames);
+
+    // Regions tint the lanes behind everything else.
     for (const Marker& marker : track->markers()) {
         if (!marker.end) continue;
         int64_t start = marker.start, end = *marker.end;
@@ -754,13 +809,30 @@ void WaveformCanvas::paintEvent(QPaintEvent*) {
                                 QPointF(xOfFrame(double(end)), area.bottom() + 1)),
                          tint);
     }
-    if (const auto& selection = track->selection())
-        painter.fillRect(QRectF(QPointF(xOfFrame(double(selection->lower)), area.top()),
-                                QPointF(xOfFrame(double(selection->upper)), area.bottom() + 1)),
-                         colours.selection);
+    if (const auto& selection = track->selection()) {
+        const QRectF selected(QPointF(xOfFrame(double(selection->lower)), area.top()),
+                              QPointF(xOfFrame(double(selection->upper)), area.bottom() + 1));
+        if (spectrogram) {
+            // A veil over the selected frames, edged so that it reads on any colour map.
+            painter.fillRect(selected, QColor(255, 255, 255, 56));
+            painter.setPen(QPen(QColor(255, 255, 255, 160), 0));
+            painter.drawLine(selected.topLeft(), selected.bottomLeft());
+            painter.drawLine(selected.topRight(), selected.bottomRight());
+        } else {
+            painter.fillRect(selected, colours.selection);
+        }
+    }
 
     const int lanes = audio ? audio->channelCount() : live->channelCount;
-    const int64_t frames = audio ? audio->frameCount : live->frameCount();
+    if (spectrogram) {
+        painter.setClipping(false);
+        drawFrequencyScale(painter);
+        drawRuler(painter, view);
+        drawMarkers(painter);
+        drawSelectionHandle(painter);
+        drawCursorAndPlayhead(painter);
+        return;
+    }
     // Lanes start on whole points, so each zero line falls on the same pixel rows.
     auto laneTop = [&](int channel) {
         return area.top() + int(std::lround(double(area.height()) * channel / std::max(1, lanes)));
@@ -784,7 +856,11 @@ void WaveformCanvas::paintEvent(QPaintEvent*) {
     drawRuler(painter, view);
     drawMarkers(painter);
     drawSelectionHandle(painter);
+    drawCursorAndPlayhead(painter);
+}
 
+void WaveformCanvas::drawCursorAndPlayhead(QPainter& painter) {
+    const QRect area = waveArea();
     painter.setRenderHint(QPainter::Antialiasing, false);
     painter.setClipRect(QRect(scaleWidth, 0, width() - scaleWidth, area.bottom() + 1));
     const double cursorX = xOfFrame(double(track->cursor()));
@@ -1028,8 +1104,10 @@ void WaveformCanvas::drawRuler(QPainter& painter, const Viewport& view) {
     painter.drawLine(QPointF(0, rulerHeight - 0.5), QPointF(width(), rulerHeight - 0.5));
     painter.setFont(rulerFont());
     painter.setPen(colours.rulerText);
-    painter.drawText(QRectF(0, timeBandHeight, scaleWidth - 7, rulerHeight - timeBandHeight),
-                     Qt::AlignRight | Qt::AlignVCenter, "dB");
+    // The spectrogram's settings button takes the unit's place.
+    if (!showsSpectrogram())
+        painter.drawText(QRectF(0, timeBandHeight, scaleWidth - 7, rulerHeight - timeBandHeight),
+                         Qt::AlignRight | Qt::AlignVCenter, "dB");
 
     const double rate = shownRate();
     if (!(rate > 0)) return;
@@ -1103,6 +1181,125 @@ void WaveformCanvas::drawSelectionHandle(QPainter& painter) {
         painter.drawLine(QPointF(x, handle.top() + 3), QPointF(x, handle.bottom() - 3));
     }
     painter.setClipping(false);
+}
+
+// ---- the spectrogram view -----------------------------------------------------------------
+
+namespace {
+
+// The corner toggle's pictures: a wave for the waveform, stacked bands for the spectrogram.
+QIcon trackViewIcon(const QColor& ink) {
+    QIcon icon;
+    for (bool spectrogram : {false, true}) {
+        QPixmap pixmap(QSize(28, 14) * 2);
+        pixmap.setDevicePixelRatio(2);
+        pixmap.fill(Qt::transparent);
+        QPainter p(&pixmap);
+        p.setRenderHint(QPainter::Antialiasing);
+        if (spectrogram) {
+            for (int band = 0; band < 4; ++band) {
+                QColor c = ink;
+                c.setAlphaF(0.35f + 0.2f * float(band));
+                p.fillRect(QRectF(6, 2 + band * 2.6, 16, 2), c);
+            }
+        } else {
+            QPainterPath path(QPointF(5, 7));
+            for (int x = 0; x <= 18; ++x)
+                path.lineTo(5 + x, 7 - 4.5 * std::sin(x * 0.7) * std::exp(-x / 14.0));
+            p.setPen(QPen(ink, 1.4));
+            p.drawPath(path);
+        }
+        p.end();
+        icon.addPixmap(pixmap, QIcon::Normal, spectrogram ? QIcon::On : QIcon::Off);
+    }
+    return icon;
+}
+
+} // namespace
+
+bool WaveformCanvas::showsSpectrogram() const {
+    return features::spectrogram && track && track->audio() &&
+           model.trackView() == EditorModel::TrackView::spectrogram;
+}
+
+void WaveformCanvas::trackViewChanged() {
+    const bool spectrogram = model.trackView() == EditorModel::TrackView::spectrogram;
+    viewToggle->setChecked(spectrogram);
+    viewToggle->setIcon(trackViewIcon(colours.rulerText));
+    viewToggle->setIconSize(QSize(28, 14));
+    spectrogramSettingsButton->setVisible(showsSpectrogram());
+    if (spectrogramPopover && !spectrogram) spectrogramPopover->hide();
+    update();
+}
+
+void WaveformCanvas::showSpectrogramPopover() {
+    if (!spectrogramPopover) {
+        spectrogramPopover = new QFrame(this, Qt::Popup);
+        spectrogramPopover->setObjectName("spectrogramPopover");
+        spectrogramPopover->setFrameShape(QFrame::StyledPanel);
+        auto* controls = new SpectrogramControls(model.preferences(), spectrogramPopover);
+        auto* form = new QFormLayout(spectrogramPopover);
+        form->addRow("FFT size:", controls->fftSize);
+        form->addRow("Colours:", controls->colorMap);
+        form->addRow(controls->logFrequency);
+    }
+    spectrogramPopover->adjustSize();
+    spectrogramPopover->move(mapToGlobal(spectrogramSettingsButton->geometry().bottomLeft()));
+    spectrogramPopover->show();
+}
+
+void WaveformCanvas::drawSpectrogramView(QPainter& painter, const Viewport& view, int64_t frames) {
+    const QRect area = waveArea();
+    const SpectrogramSettings& settings = model.preferences().spectrogramSettings();
+    const QPaintDevice* device =
+        painter.paintEngine() ? painter.paintEngine()->paintDevice() : nullptr;
+    const double dpr = device ? device->devicePixelRatioF() : devicePixelRatioF();
+    // One computed for this audio at another FFT size shows until the new one is there.
+    const auto& spectrogram = track->spectrogram();
+    const bool shown = spectrogram && spectrogram->source.lock() == track->audio();
+    if (shown)
+        spectrogramLayer.draw(painter, area, view, *spectrogram, frames, settings, dpr);
+    else
+        SpectrogramLayer::drawEmpty(painter, area, settings);
+
+    const auto progress = model.spectrogramProgress(*track);
+    if (!progress) return;
+    const QString text =
+        QString::fromUtf8("Computing the spectrogram\u2026 %1%").arg(int(*progress * 100));
+    painter.setFont(rulerFont());
+    const QFontMetricsF metrics(painter.font());
+    QRectF box = metrics.boundingRect(text).adjusted(-8, -3, 8, 3);
+    if (shown) // out of the way, in the top right corner
+        box.moveTopRight(QPointF(area.right() - 6, area.top() + 6));
+    else
+        box.moveCenter(QRectF(area).center());
+    painter.fillRect(box, QColor(0, 0, 0, 150));
+    painter.setPen(Qt::white);
+    painter.drawText(box, Qt::AlignCenter, text);
+}
+
+void WaveformCanvas::drawFrequencyScale(QPainter& painter) {
+    const QRect area = waveArea();
+    painter.setRenderHint(QPainter::Antialiasing, false);
+    painter.setPen(QPen(colours.grid, 0));
+    painter.drawLine(QPointF(scaleWidth - 0.5, area.top()),
+                     QPointF(scaleWidth - 0.5, area.bottom()));
+    const QFont small = rulerFont();
+    painter.setFont(small);
+    const double textHeight = QFontMetricsF(small).height();
+    const FrequencyAxis axis{track->audio()->sampleRate / 2,
+                             model.preferences().spectrogramSettings().logFrequency};
+    const double tickLeft = scaleWidth - 5;
+    for (const auto& tick : SpectrogramLayer::scaleTicks(axis, area.height(), textHeight * 2)) {
+        const double y = area.top() + tick.y;
+        painter.setPen(QPen(colours.grid, 0));
+        painter.drawLine(QPointF(tickLeft, y), QPointF(scaleWidth, y));
+        const double top =
+            std::clamp(y - textHeight / 2, double(area.top()), area.bottom() - textHeight);
+        painter.setPen(colours.rulerText);
+        painter.drawText(QRectF(0, top, tickLeft - 2, textHeight),
+                         Qt::AlignRight | Qt::AlignVCenter, tick.label);
+    }
 }
 
 } // namespace sonvale

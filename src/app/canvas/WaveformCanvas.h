@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/canvas/CanvasTheme.h"
+#include "app/canvas/SpectrogramLayer.h"
 #include "audio/AudioTrack.h"
 #include "base/Uuid.h"
 
@@ -15,7 +16,10 @@
 #include <sigc++/connection.h>
 #include <vector>
 
+class QFrame;
 class QLineEdit;
+class QTimer;
+class QToolButton;
 class QMimeData;
 class QScrollBar;
 
@@ -60,6 +64,8 @@ public:
     // The grip at the top of the selection that drags it out; empty without a visible one.
     QRectF selectionHandleRect() const;
     static constexpr const char* selectionHandleToolTip = "Drag the selection out as a file";
+    static constexpr const char* trackViewToolTip = "Waveform (Ctrl+1) or spectrogram (Ctrl+2)";
+    static constexpr const char* spectrogramSettingsToolTip = "Spectrogram settings";
     // Runs the drag of the selection out of the canvas with its data (a QDrag by default);
     // tests put their own here to see a drag start without entering the drag loop.
     std::function<void(std::unique_ptr<QMimeData>)> runSelectionDrag;
@@ -133,6 +139,19 @@ private:
     void updateHoverCursor(QPointF position);
 
     void drawRuler(QPainter& painter, const Viewport& view);
+    void drawCursorAndPlayhead(QPainter& painter);
+    // The spectrogram view: the active track's spectrogram (or its progress) and the
+    // frequency scale in the strip on the left.
+    bool showsSpectrogram() const;
+    void drawSpectrogramView(QPainter& painter, const Viewport& view, int64_t frames);
+    void drawFrequencyScale(QPainter& painter);
+    void trackViewChanged();
+    void showSpectrogramPopover();
+    SpectrogramLayer spectrogramLayer;
+    QToolButton* viewToggle = nullptr;
+    QToolButton* spectrogramSettingsButton = nullptr;
+    QFrame* spectrogramPopover = nullptr;
+    QTimer* progressTimer = nullptr;
     // While a recording shows, the view it is drawn in (the track's own has no audio to fit).
     std::optional<Viewport> liveView;
     const Viewport& shownView() const; // the live view, else the track's
