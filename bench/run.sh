@@ -22,13 +22,15 @@ echo "== saving a session of fifty tracks, ten of them edited ten-minute tracks"
 bench/session-save.sh build/release "${SONVALE_BENCH_DIR:-/tmp/sonvale-bench}"
 echo "== mixing down a 16-lane session against sox -m"
 bench/mixdown-vs-sox.sh 10 build/release/sonvale-cli
+echo "== a ten-minute file's spectrogram picture against sox"
+bench/spectrogram-vs-sox.sh 10 build/release/sonvale-cli
 echo "== playhead against the captured output"
 cmake --build --preset release -j2 --target sonvale_playhead_error
 bench/playhead-error.sh build/release
 echo "== every knob dragged for a minute while playing"
 cmake --build --preset release -j2 --target sonvale_knob_dragging
 bench/knob-dragging.sh build/release 60
-echo "== the desktop program: canvas repaints at ten zooms, effects panel repaints while knobs move"
+echo "== the desktop program: canvas repaints at ten zooms, the spectrogram's first paint, effects panel repaints while knobs move"
 cmake --build --preset release -j2 --target sonvale_app_bench
 QT_QPA_PLATFORM=offscreen build/release/bench/sonvale_app_bench
 echo "== the desktop program: start to first paint, a long file to its waveform, memory"

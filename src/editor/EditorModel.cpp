@@ -47,7 +47,11 @@ EditorModel::EditorModel(Executor& executor, Preferences& preferences,
     });
 }
 
-EditorModel::~EditorModel() = default;
+EditorModel::~EditorModel() {
+    // Spectrograms still being computed are of no use to anyone now.
+    for (auto& [id, progress] : spectrogramWork)
+        progress->cancelled = true;
+}
 
 // ---- tracks ------------------------------------------------------------------------------
 
