@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Times `sonvale-cli spectrogram` of a ten-minute stereo 16-bit WAV against `sox IN -n
-# spectrogram` drawing the same picture size: 1000 x 513 pixels, a 1,024-point transform
-# (sox's for 513 rows), no axes or legend (sox's -r). Both read the file, transform it and
-# write a PNG; the figure is the whole process's wall time, best of three, and the largest
-# peak resident memory of the three runs.
+# Times `sonvale-cli spectrogram` of a ten-minute stereo 16-bit WAV against `sox IN -n remix -
+# spectrogram` drawing the same picture: the channels' average, 1000 x 513 pixels, a
+# 1,024-point transform (sox's for 513 rows), a linear frequency axis, no axes or legend
+# (sox's -r). Both read the whole file, transform all of it (sox averages the transforms in
+# each column, sonvale keeps their loudest) and write a PNG; the figure is the whole
+# process's wall time, best of three, and the largest peak resident memory of the three runs.
 # Usage: spectrogram-vs-sox.sh [MINUTES] [CLI]   (default 10 minutes, build/release's tool)
 set -euo pipefail
 minutes=${1:-10}
@@ -28,7 +29,7 @@ best() { # best wall time of three runs of the command, and the largest peak RSS
     done
     echo "$best $((rss / 1024))"
 }
-read -r s srss < <(best "$cli" spectrogram "$file" -o "$dir/sonvale.png" --fft 1024 --width 1000 --height 513)
-read -r x xrss < <(best sox "$file" -n spectrogram -x 1000 -y 513 -r -o "$dir/sox.png")
+read -r s srss < <(best "$cli" spectrogram "$file" -o "$dir/sonvale.png" --fft 1024 --width 1000 --height 513 --linear)
+read -r x xrss < <(best sox "$file" -n remix - spectrogram -x 1000 -y 513 -r -o "$dir/sox.png")
 printf '%d min stereo, 1000x513: sonvale %s s (%s MB), sox %s s (%s MB); sonvale/sox %s\n' \
     "$minutes" "$s" "$srss" "$x" "$xrss" "$(awk "BEGIN{printf \"%.2f\", $s / $x}")"

@@ -91,12 +91,15 @@ void BM_SpectrogramFirstPaint(benchmark::State& state) {
     s.model.setTrackView(EditorModel::TrackView::spectrogram);
     while (!s.model.hasCurrentSpectrogram(*s.track))
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 100);
-    Viewport view = s.track->viewport();
+    SpectrogramSettings settings = s.preferences.spectrogramSettings();
     for (auto _ : state) {
         state.PauseTiming();
         s.model.setTrackView(EditorModel::TrackView::waveform);
-        view.start += 1; // a view not drawn before
-        s.track->setViewport(view);
+        // Other colours each time: a picture not drawn before.
+        settings.colorMap = settings.colorMap == SpectrogramColorMap::inferno
+                                ? SpectrogramColorMap::magma
+                                : SpectrogramColorMap::inferno;
+        s.preferences.setSpectrogramSettings(settings);
         state.ResumeTiming();
         s.model.setTrackView(EditorModel::TrackView::spectrogram);
         s.canvas->render(&s.image);

@@ -82,13 +82,13 @@ std::shared_ptr<const Spectrogram>
 Spectrogram::compute(const std::shared_ptr<const AudioData>& audio, int fftSize,
                      Progress* progress) {
     if (!SpectrogramSettings::isValidFFTSize(fftSize)) fftSize = 2048;
-    return compute(audio, fftSize, {0, audio->frameCount}, hopFor(audio->frameCount, fftSize),
+    return compute(audio, fftSize, {0, audio->frameCount}, hopFor(audio->frameCount, fftSize), 0,
                    progress);
 }
 
 std::shared_ptr<const Spectrogram>
 Spectrogram::compute(const std::shared_ptr<const AudioData>& audio, int fftSize, FrameRange range,
-                     int hop, Progress* progress) {
+                     int hop, int spacing, Progress* progress) {
     if (!SpectrogramSettings::isValidFFTSize(fftSize)) fftSize = 2048;
     auto result = std::make_shared<Spectrogram>();
     result->source = audio;
@@ -114,56 +114,68 @@ Spectrogram::compute(const std::shared_ptr<const AudioData>& audio, int fftSize,
     // The Hann window sums to fftSize ÷ 2; a sine of amplitude 1 then peaks at fftSize ÷ 4.
     const float scale = 4.0f / float(fftSize);
 
+    // The channels' average at `start`, windowed, into `in`.
+    const float* w = window.data();
+    auto windowed = [&](int64_t start, float* in) {
+        if (start >= 0 && start + fftSize <= frames && channels == 2) {
+            const float* left = audio->samples(0) + start;
+            const float* right = audio->samples(1) + start;
+            for (int n = 0; n < fftSize; ++n)
+                in[n] = w[n] * (left[n] + right[n]);
+        } else if (start >= 0 && start + fftSize <= frames) {
+            const float* s = audio->samples(0) + start;
+            for (int n = 0; n < fftSize; ++n)
+                in[n] = w[n] * s[n];
+            for (int ch = 1; ch < channels; ++ch) {
+                s = audio->samples(ch) + start;
+                for (int n = 0; n < fftSize; ++n)
+                    in[n] += w[n] * s[n];
+            }
+        } else {
+            // At either end the frame reaches past the audio: zeros there.
+            for (int n = 0; n < fftSize; ++n) {
+                const int64_t f = start + n;
+                float sum = 0;
+                if (f >= 0 && f < frames)
+                    for (int ch = 0; ch < channels; ++ch)
+                        sum += audio->samples(ch)[f];
+                in[n] = w[n] * sum;
+            }
+        }
+    };
+    // Transforms merged into each column, `spacing` frames apart.
+    spacing = std::clamp(spacing, 0, hop);
+    const int transforms = spacing > 0 ? hop / spacing : 1;
+
     const fftwf_plan plan = sharedPlan(fftSize);
     const int64_t tasks = (columns + columnsPerTask - 1) / columnsPerTask;
     parallelFor(size_t(tasks), [&](size_t task) {
         if (progress && progress->cancelled.load(std::memory_order_relaxed)) return;
         TransformBuffers buffers(fftSize);
         float* in = buffers.input;
-        const float* w = window.data();
         const int64_t first = int64_t(task) * columnsPerTask;
         const int64_t last = std::min(columns, first + columnsPerTask);
         for (int64_t c = first; c < last; ++c) {
-            const int64_t start = range.lower + c * hop - fftSize / 2;
-            // The next column's frames are on their way from memory while this one is
-            // transformed: reading the audio, not the transform, bounds the speed.
-            const int64_t next = start + hop;
-            if (c + 1 < last && next >= 0 && next + fftSize <= frames)
-                for (int ch = 0; ch < channels; ++ch)
-                    for (int n = 0; n < fftSize; n += 16)
-                        __builtin_prefetch(audio->samples(ch) + next + n);
-            if (start >= 0 && start + fftSize <= frames && channels == 2) {
-                const float* left = audio->samples(0) + start;
-                const float* right = audio->samples(1) + start;
-                for (int n = 0; n < fftSize; ++n)
-                    in[n] = w[n] * (left[n] + right[n]);
-            } else if (start >= 0 && start + fftSize <= frames) {
-                const float* s = audio->samples(0) + start;
-                for (int n = 0; n < fftSize; ++n)
-                    in[n] = w[n] * s[n];
-                for (int ch = 1; ch < channels; ++ch) {
-                    s = audio->samples(ch) + start;
-                    for (int n = 0; n < fftSize; ++n)
-                        in[n] += w[n] * s[n];
-                }
-            } else {
-                // At either end the frame reaches past the audio: zeros there.
-                for (int n = 0; n < fftSize; ++n) {
-                    const int64_t f = start + n;
-                    float sum = 0;
-                    if (f >= 0 && f < frames)
-                        for (int ch = 0; ch < channels; ++ch)
-                            sum += audio->samples(ch)[f];
-                    in[n] = w[n] * sum;
+            float* out = result->magnitudes.data() + c * bins;
+            for (int j = 0; j < transforms; ++j) {
+                const int64_t start = range.lower + c * hop + j * spacing - fftSize / 2;
+                // The next frames are on their way from memory while these are transformed:
+                // reading the audio, not the transform, bounds the speed.
+                const int64_t next = j + 1 < transforms ? start + spacing : start + hop;
+                if (next >= 0 && next + fftSize <= frames)
+                    for (int ch = 0; ch < channels; ++ch)
+                        for (int n = 0; n < fftSize; n += 16)
+                            __builtin_prefetch(audio->samples(ch) + next + n);
+                windowed(start, in);
+                fftwf_execute_dft_r2c(plan, in, buffers.output);
+                const fftwf_complex* spectrum = buffers.output;
+                for (int k = 0; k < bins; ++k) {
+                    const float magnitude = std::sqrt(spectrum[k][0] * spectrum[k][0] +
+                                                      spectrum[k][1] * spectrum[k][1]) *
+                                            scale;
+                    out[k] = j == 0 ? magnitude : std::max(out[k], magnitude);
                 }
             }
-            fftwf_execute_dft_r2c(plan, in, buffers.output);
-            float* out = result->magnitudes.data() + c * bins;
-            const fftwf_complex* spectrum = buffers.output;
-            for (int k = 0; k < bins; ++k)
-                out[k] =
-                    std::sqrt(spectrum[k][0] * spectrum[k][0] + spectrum[k][1] * spectrum[k][1]) *
-                    scale;
         }
         if (progress) progress->columnsDone.fetch_add(last - first, std::memory_order_relaxed);
     });
@@ -175,7 +187,8 @@ Spectrogram::compute(const std::shared_ptr<const AudioData>& audio, int fftSize,
 
 namespace {
 
-// Degree-6 least-squares fits (coefficients of t^0 … t^6) of the published maps' 256 entries.
+// Degree-6 fits (coefficients of t^0 … t^6) of the published maps' 256 entries, each made to
+// keep its largest error small.
 using Fit = std::array<std::array<double, 7>, 3>;
 #include "analysis/SpectrogramColorFits.inc"
 

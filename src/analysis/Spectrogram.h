@@ -51,9 +51,13 @@ struct Spectrogram {
     static std::shared_ptr<const Spectrogram> compute(const std::shared_ptr<const AudioData>& audio,
                                                       int fftSize, Progress* progress = nullptr);
     // The same for the frames of `range` only, with columns `hop` frames apart: column c is
-    // centred on frame range.lower + c × hop (the audio around the range still counts).
+    // centred on frame range.lower + c × hop (the audio around the range still counts). With
+    // a `spacing`, each column is instead the bin by bin maximum of the transforms at
+    // range.lower + c × hop + j × spacing for j < hop ÷ spacing, so a picture with fewer
+    // columns than the audio has windows still shows every moment of it.
     static std::shared_ptr<const Spectrogram> compute(const std::shared_ptr<const AudioData>& audio,
                                                       int fftSize, FrameRange range, int hop,
+                                                      int spacing = 0,
                                                       Progress* progress = nullptr);
 };
 

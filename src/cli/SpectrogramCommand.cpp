@@ -93,6 +93,7 @@ std::string encodePNG(const std::vector<uint32_t>& pixels, int width, int height
     image.width = png_uint_32(width);
     image.height = png_uint_32(height);
     image.format = PNG_FORMAT_RGB;
+    image.flags = PNG_IMAGE_FLAG_FAST; // a picture for looking at, not for archiving
     png_alloc_size_t size = 0;
     std::string bytes;
     if (png_image_write_get_memory_size(image, size, 0, rgb.data(), 0, nullptr)) {
@@ -117,9 +118,11 @@ int spectrogram(const Arguments& args) {
         range = options.range->resolve(audio->sampleRate, audio->frameCount);
         checkRangeWithin(range, audio->frameCount, options.input);
     }
-    // About one column per pixel column: the picture shows every part of the range.
+    // About one column per pixel column, each the loudest of transforms half a window apart
+    // across it: the picture shows every moment of the range, a click as much as a chord.
     const int hop = int(std::max<int64_t>(1, range.length() / options.width));
-    const auto spectrogram = Spectrogram::compute(audio, options.fftSize, range, hop);
+    const auto spectrogram =
+        Spectrogram::compute(audio, options.fftSize, range, hop, options.fftSize / 2);
 
     SpectrogramPicture picture;
     picture.framesPerColumn = double(range.length()) / options.width;

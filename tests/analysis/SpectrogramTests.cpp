@@ -74,6 +74,18 @@ TEST(Spectrogram, AToneLandsInItsBinAtItsLevel) {
     EXPECT_FALSE(toneSpectrogram(true));
 }
 
+TEST(Spectrogram, ColumnsMergedFromSeveralTransformsMissNoClick) {
+    // A click between two columns' windows: one transform per column never sees it; the
+    // transforms merged across each column do.
+    const auto audio = makeAudio(48000, {impulse(96000, 30000)});
+    const auto sampled = Spectrogram::compute(audio, 2048, {0, 96000}, 9600);
+    const auto merged = Spectrogram::compute(audio, 2048, {0, 96000}, 9600, 1024);
+    ASSERT_EQ(merged->columnCount, 10);
+    EXPECT_EQ(sampled->column(3)[100], 0.0f);
+    EXPECT_GT(merged->column(3)[100], 1e-4f);
+    EXPECT_EQ(merged->column(5)[100], 0.0f);
+}
+
 TEST(Spectrogram, PicturesPutAToneOnTheRowOfItsFrequency) {
     const auto spectrogram = toneSpectrogram();
     const int width = 16, height = 200;
