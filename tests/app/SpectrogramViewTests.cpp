@@ -62,25 +62,40 @@ private Q_SLOTS:
         // logarithmic axis as a straight line), and the selection brightens its frames.
         const QImage shot = test::saveScreenshots(h.window, "spectrogram");
         QVERIFY(!shot.isNull());
-        const QRect area = canvas->waveArea().translated(canvas->mapTo(&h.window, QPoint(0, 0)));
-        auto brightestRow = [&](int x, const QImage& picture) {
-            int best = area.top(), bestValue = -1;
-            for (int y = area.top(); y <= area.bottom(); ++y) {
-                const QColor c = picture.pixelColor(x, y);
-                if (c.red() + c.green() + c.blue() > bestValue)
-                    bestValue = c.red() + c.green() + c.blue(), best = y;
+        // Rows of the brightest pixel in columns of a picture of the canvas drawn at `scale`
+        // from `origin` (the canvas's top left in the picture), in canvas points.
+        auto brightestRows = [&](const QImage& picture, QPoint origin, int scale) {
+            const QRect area = canvas->waveArea();
+            const double end = canvas->xOfFrame(6 * 48000.0);
+            std::vector<int> rows;
+            for (double t : {0.1, 0.3, 0.7, 0.9}) {
+                const int x = scale * (origin.x() + int(area.left() + t * (end - area.left())));
+                int best = 0, bestValue = -1;
+                for (int y = scale * (origin.y() + area.top());
+                     y < scale * (origin.y() + area.bottom() + 1); ++y) {
+                    const QColor c = picture.pixelColor(x, y);
+                    if (c.red() + c.green() + c.blue() > bestValue)
+                        bestValue = c.red() + c.green() + c.blue(), best = y;
+                }
+                rows.push_back(best / scale - origin.y());
             }
-            return best;
+            return rows;
         };
-        const double end = canvas->xOfFrame(6 * 48000.0) + canvas->mapTo(&h.window, QPoint()).x();
-        std::vector<int> rows;
-        for (double t : {0.1, 0.3, 0.7, 0.9})
-            rows.push_back(brightestRow(int(area.left() + t * (end - area.left())), shot));
+        const QPoint inWindow = canvas->mapTo(&h.window, QPoint(0, 0));
+        const std::vector<int> rows = brightestRows(shot, inWindow, 1);
         for (size_t i = 1; i < rows.size(); ++i)
             QVERIFY2(rows[i] < rows[i - 1] - 10,
                      qPrintable(QString("rows %1 then %2").arg(rows[i - 1]).arg(rows[i])));
         // A straight line: equal steps in time climb equal steps in height.
         QVERIFY(std::abs((rows[0] - rows[1]) - (rows[2] - rows[3])) < 8);
+        // At 2x the picture is drawn at device resolution: the same line.
+        QImage sharp(canvas->size() * 2, QImage::Format_ARGB32);
+        sharp.setDevicePixelRatio(2);
+        canvas->render(&sharp);
+        const std::vector<int> sharpRows = brightestRows(sharp, QPoint(), 2);
+        for (size_t i = 0; i < rows.size(); ++i)
+            QVERIFY2(std::abs(sharpRows[i] - rows[i]) <= 1,
+                     qPrintable(QString("2x row %1, 1x row %2").arg(sharpRows[i]).arg(rows[i])));
 
         // The popover changes the colours and the axis for every view of it.
         settingsButton->click();
@@ -93,10 +108,12 @@ private Q_SLOTS:
         QVERIFY(!h.preferences.spectrogramSettings().logFrequency);
         popover->hide();
         const QImage gray = test::saveScreenshots(h.window, "spectrogram-linear-grayscale");
-        const QColor tone = gray.pixelColor(area.left() + 50, brightestRow(area.left() + 50, gray));
+        const std::vector<int> grayRows = brightestRows(gray, inWindow, 1);
+        const QColor tone =
+            gray.pixelColor(inWindow + QPoint(canvas->waveArea().left() + 100, grayRows[1]));
         QCOMPARE(tone.red(), tone.blue());
-        // The sweep starts at 100 Hz, at the very bottom of a linear 24 kHz axis.
-        QVERIFY(brightestRow(area.left() + 10, gray) > area.bottom() - 10);
+        // At a tenth of the way the sweep is still low: near the bottom of a linear 24 kHz axis.
+        QVERIFY(grayRows[0] > canvas->waveArea().bottom() - 20);
 
         // Ctrl+1 and the toggle go back and forth.
         QTest::keyClick(&h.window, Qt::Key_1, Qt::ControlModifier);
