@@ -33,16 +33,7 @@ cat > "$dir/Show.sonvale/Session.json" <<JSON
  "timeline": {"sampleRate": 48000, "cursor": 0, "isShowing": true, "lanes": [$lanes]}}}
 JSON
 
-best() { # best wall time of three runs of the command, and the largest peak RSS (MB)
-    local best="" rss=0 t m
-    for _ in 1 2 3; do
-        /usr/bin/time -o "$dir/.time" -f '%e %M' "$@" >/dev/null 2>&1
-        read -r t m < "$dir/.time"
-        if [[ -z $best ]] || awk "BEGIN{exit !($t < $best)}"; then best=$t; fi
-        (( m > rss )) && rss=$m
-    done
-    echo "$best $((rss / 1024))"
-}
+. "$here/bench/best-of-three.sh"
 read -r s srss < <(best "$cli" mixdown "$dir/Show.sonvale" -o "$dir/sonvale.wav")
 read -r x xrss < <(best sox -m "${inputs[@]}" -e floating-point -b 32 "$dir/sox.wav" remix 1 1)
 printf '%d min, 16 lanes: sonvale %s s (%sx real time, %s MB), sox -m %s s (%sx, %s MB); sonvale/sox %s\n' \

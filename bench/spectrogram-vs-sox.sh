@@ -19,16 +19,7 @@ file=$dir/long.wav
 [[ -f $file ]] || sox -n -r 48000 -c 2 -b 16 "$file" synth "$seconds" sine 100:8000 \
     synth pinknoise mix gain -12
 
-best() { # best wall time of three runs of the command, and the largest peak RSS (MB)
-    local best="" rss=0 t m
-    for _ in 1 2 3; do
-        /usr/bin/time -o "$dir/.time" -f '%e %M' "$@" >/dev/null 2>&1
-        read -r t m < "$dir/.time"
-        if [[ -z $best ]] || awk "BEGIN{exit !($t < $best)}"; then best=$t; fi
-        (( m > rss )) && rss=$m
-    done
-    echo "$best $((rss / 1024))"
-}
+. "$here/bench/best-of-three.sh"
 read -r s srss < <(best "$cli" spectrogram "$file" -o "$dir/sonvale.png" --fft 1024 --width 1000 --height 513 --linear)
 read -r x xrss < <(best sox "$file" -n remix - spectrogram -x 1000 -y 513 -r -o "$dir/sox.png")
 printf '%d min stereo, 1000x513: sonvale %s s (%s MB), sox %s s (%s MB); sonvale/sox %s\n' \

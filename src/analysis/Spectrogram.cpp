@@ -40,9 +40,19 @@ namespace {
 // One real-to-complex plan per transform size, made once and kept: new-array execution of a
 // plan is thread-safe, so every worker shares it with buffers of its own.
 fftwf_plan sharedPlan(int size) {
-    static std::map<int, fftwf_plan> plans;
-    std::lock_guard lock(fftwPlannerMutex());
-    auto& plan = plans[size];
+    struct Plans {
+        std::map<int, fftwf_plan> bySize;
+        ~Plans() {
+            std::lock_guard lock(fftwPlannerMutex());
+            for (auto& [size, plan] : bySize)
+                fftwf_destroy_plan(plan);
+        }
+    };
+    // The lock is made first, so it outlives the plans that its destructor takes.
+    static std::mutex& mutex = fftwPlannerMutex();
+    static Plans plans;
+    std::lock_guard lock(mutex);
+    auto& plan = plans.bySize[size];
     if (!plan) {
         float* input = fftwf_alloc_real(size_t(size));
         fftwf_complex* output = fftwf_alloc_complex(size_t(size) / 2 + 1);
