@@ -78,11 +78,14 @@ void EditorModel::requestSpectrogram(const AudioTrackPtr& track) {
     });
 }
 
-void EditorModel::cancelSpectrogram(const Uuid& trackID) {
-    auto it = spectrogramWork.find(trackID);
+void EditorModel::cancelSpectrogram(AudioTrack& track) {
+    auto it = spectrogramWork.find(track.id());
     if (it == spectrogramWork.end()) return;
     it->second->cancelled = true;
     spectrogramWork.erase(it);
+    // Nothing is on its way any more: a track that comes back asks afresh.
+    track.spectrogramInFlight.reset();
+    track.spectrogramInFlightSize = 0;
     spectrogramWorkChanged.emit();
 }
 

@@ -73,9 +73,9 @@ void EditorModel::removeTracks(const std::set<Uuid>& ids) {
                                            [&](const auto& t) { return ids.count(t->id()) > 0; });
     if (firstRemoved == trackList.end()) return;
     const size_t place = size_t(firstRemoved - trackList.begin());
+    for (const auto& t : trackList)
+        if (ids.count(t->id())) cancelSpectrogram(*t);
     std::erase_if(trackList, [&](const auto& t) { return ids.count(t->id()) > 0; });
-    for (const auto& id : ids)
-        cancelSpectrogram(id);
     tracksChanged.emit();
 
     std::set<Uuid> kept;

@@ -714,7 +714,7 @@ private:
 
     // ==== spectrogram state (EditorModel+Spectrogram.cpp) ====
     void showSpectrogramIfWanted();
-    void cancelSpectrogram(const Uuid& trackID);
+    void cancelSpectrogram(AudioTrack& track);
     TrackView shownView = TrackView::waveform;
     std::map<Uuid, std::shared_ptr<Spectrogram::Progress>> spectrogramWork;
 

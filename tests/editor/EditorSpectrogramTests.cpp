@@ -83,4 +83,9 @@ TEST(EditorSpectrogram, TheViewComputesCachesAndRecomputesAfterEdits) {
     e.executor.drain();
     EXPECT_FALSE(other->spectrogram());
     EXPECT_FALSE(e.model.spectrogramProgress(*other));
+    // Back in the list, it is computed afresh.
+    e.model.addTrack(other);
+    e.model.setSelectedTrackIDs({other->id()});
+    e.executor.drain();
+    EXPECT_TRUE(e.showsCurrent(*other));
 }

@@ -153,6 +153,7 @@ WaveformCanvas::WaveformCanvas(EditorModel& model, QWidget* parent)
     viewToggle->setAutoRaise(true);
     viewToggle->setToolTip(trackViewToolTip);
     viewToggle->setGeometry(2, 1, scaleWidth - 4, timeBandHeight - 2);
+    viewToggle->setIconSize(QSize(28, 14));
     viewToggle->setVisible(features::spectrogram);
     connect(viewToggle, &QToolButton::clicked, this, [this](bool checked) {
         this->model.setTrackView(checked ? EditorModel::TrackView::spectrogram
@@ -425,6 +426,7 @@ void WaveformCanvas::updateTheme() {
         id != currentThemeID || next.background != colours.background || next.wave != colours.wave;
     currentThemeID = id;
     colours = next;
+    viewToggle->setIcon(trackViewIcon(colours.rulerText));
     update();
     if (changed) Q_EMIT themeChanged();
 }
@@ -1185,10 +1187,7 @@ void WaveformCanvas::drawSelectionHandle(QPainter& painter) {
 
 // ---- the spectrogram view -----------------------------------------------------------------
 
-namespace {
-
-// The corner toggle's pictures: a wave for the waveform, stacked bands for the spectrogram.
-QIcon trackViewIcon(const QColor& ink) {
+QIcon WaveformCanvas::trackViewIcon(const QColor& ink) {
     QIcon icon;
     for (bool spectrogram : {false, true}) {
         QPixmap pixmap(QSize(28, 14) * 2);
@@ -1215,8 +1214,6 @@ QIcon trackViewIcon(const QColor& ink) {
     return icon;
 }
 
-} // namespace
-
 bool WaveformCanvas::showsSpectrogram() const {
     return features::spectrogram && track && track->audio() &&
            model.trackView() == EditorModel::TrackView::spectrogram;
@@ -1225,8 +1222,6 @@ bool WaveformCanvas::showsSpectrogram() const {
 void WaveformCanvas::trackViewChanged() {
     const bool spectrogram = model.trackView() == EditorModel::TrackView::spectrogram;
     viewToggle->setChecked(spectrogram);
-    viewToggle->setIcon(trackViewIcon(colours.rulerText));
-    viewToggle->setIconSize(QSize(28, 14));
     spectrogramSettingsButton->setVisible(showsSpectrogram());
     if (spectrogramPopover && !spectrogram) spectrogramPopover->hide();
     update();

@@ -147,6 +147,8 @@ private:
     void drawFrequencyScale(QPainter& painter);
     void trackViewChanged();
     void showSpectrogramPopover();
+    // The corner toggle's pictures: a wave for the waveform, stacked bands for the spectrogram.
+    static QIcon trackViewIcon(const QColor& ink);
     SpectrogramLayer spectrogramLayer;
     QToolButton* viewToggle = nullptr;
     QToolButton* spectrogramSettingsButton = nullptr;
