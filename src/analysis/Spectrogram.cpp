@@ -115,7 +115,7 @@ Spectrogram::compute(const std::shared_ptr<const AudioData>& audio, int fftSize,
     result->magnitudes = FloatBuffer(columns * bins, FloatBuffer::FaultOnWrite{});
     if (columns == 0) return result;
 
-    // The periodic Hann window with the channel average and the magnitude scale folded in.
+    // The periodic Hann window with the channel average folded in.
     const int channels = std::max(1, audio->channelCount());
     std::vector<float> window(static_cast<size_t>(fftSize));
     for (int n = 0; n < fftSize; ++n)
