@@ -7,6 +7,8 @@
 #include "cli/Options.h"
 #include "cli/Progress.h"
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <png.h>
@@ -120,7 +122,9 @@ int spectrogram(const Arguments& args) {
     }
     // About one column per pixel column, each the loudest of transforms half a window apart
     // across it: the picture shows every moment of the range, a click as much as a chord.
-    const int hop = int(std::max<int64_t>(1, range.length() / options.width));
+    // Ten hours at 96 kHz in a picture a pixel wide is more frames per column than an int
+    // holds: the hop stops there and a second column takes the rest.
+    const int hop = int(std::clamp<int64_t>(range.length() / options.width, 1, INT_MAX));
     const auto spectrogram =
         Spectrogram::compute(audio, options.fftSize, range, hop, options.fftSize / 2);
 
