@@ -58,6 +58,14 @@ ff -f lavfi -i "anoisesrc=d=0.5:a=0.5:r=44100:seed=7" -f lavfi -i "anullsrc=r=44
 ff -f lavfi -i "anoisesrc=d=23:a=0.5:r=48000:seed=3" -f lavfi -i "anullsrc=r=48000:cl=mono" \
    -filter_complex "[1]atrim=0:40[quiet];[0][quiet]concat=n=2:v=0:a=1" -c:a aac -b:a 96k growing.aac
 espeak-ng -w speech.wav "Sonvale opens audio files and keeps every sample."
+# Read speech from pocketsphinx's test data, as a 44.1 kHz stereo FLAC: 3 s of silence, "go
+# forward ten meters" (0.46 to 2.1 s into its clip), 2 s of silence, "he was not an ill disposed
+# young man".
+speech=/usr/share/pocketsphinx/test/data
+sox -V1 -D -r 16000 -e signed -b 16 -c 1 "$speech/goforward.raw" -r 16000 -c 1 goforward.tmp.wav pad 3 2
+sox -V1 -D goforward.tmp.wav "$speech/librivox/sense_and_sensibility_01_austen_64kb-0880.wav" \
+    -r 44100 -c 2 read-speech.flac
+rm goforward.tmp.wav
 
 # A film: a small picture track next to the sound, and one with no sound at all.
 ff -f lavfi -i "color=c=blue:s=64x48:r=10:d=2" -f lavfi -i "sine=frequency=500:sample_rate=48000:duration=2" \

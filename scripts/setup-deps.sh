@@ -11,9 +11,11 @@ packages=(
     libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
     libsndfile1-dev libflac-dev libsoxr-dev librubberband-dev portaudio19-dev libasound2-dev libfftw3-dev libpng-dev
     nlohmann-json3-dev libsigc++-3.0-dev
+    # speech recognition with its US English model, so transcription works out of the box
+    libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us
     # tests and benchmarks
     libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev
-    ffmpeg sox libsox-fmt-all espeak-ng flac
+    ffmpeg sox libsox-fmt-all espeak-ng flac pocketsphinx-testdata
     pulseaudio pulseaudio-utils libasound2-plugins alsa-utils dbus
     xdg-user-dirs procps time desktop-file-utils xvfb xauth xdotool
 )

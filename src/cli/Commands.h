@@ -28,5 +28,6 @@ int mixdown(const Arguments& args);
 int record(const Arguments& args);
 int devices(const Arguments& args);
 int spectrogram(const Arguments& args);
+int transcribe(const Arguments& args);
 
 } // namespace sonvale::cli

@@ -57,6 +57,10 @@ const std::map<std::string, Command>& commands() {
           "grayscale] [--linear] [--width W --height H] [--range START:END]   the spectrogram "
           "as a picture, time across and frequency up",
           spectrogram}},
+        {"transcribe",
+         {"transcribe FILE [--json] [--language ID]   the speech in a file as timed lines, "
+          "recognised on this computer",
+          transcribe}},
         {"session",
          {"session info [--json] BUNDLE.sonvale   a saved session's format, tracks (found "
           "or missing), lanes, buses and snapshots",

@@ -51,6 +51,8 @@ EditorModel::~EditorModel() {
     // Spectrograms still being computed are of no use to anyone now.
     for (auto& [id, progress] : spectrogramWork)
         progress->cancelled = true;
+    for (auto& [id, cancelled] : transcriptionJobs)
+        *cancelled = true;
 }
 
 // ---- tracks ------------------------------------------------------------------------------
@@ -74,7 +76,10 @@ void EditorModel::removeTracks(const std::set<Uuid>& ids) {
     if (firstRemoved == trackList.end()) return;
     const size_t place = size_t(firstRemoved - trackList.begin());
     for (const auto& t : trackList)
-        if (ids.count(t->id())) cancelSpectrogram(*t);
+        if (ids.count(t->id())) {
+            cancelSpectrogram(*t);
+            cancelTranscription(*t);
+        }
     std::erase_if(trackList, [&](const auto& t) { return ids.count(t->id()) > 0; });
     tracksChanged.emit();
 

@@ -14,6 +14,7 @@
 #include "persistence/SessionBundle.h"
 #include "persistence/SessionStore.h"
 #include "timeline/Timeline.h"
+#include "transcription/Transcriber.h"
 
 #include <sigc++/signal.h>
 
@@ -493,6 +494,35 @@ public:
     sigc::signal<void()> trackViewChanged;
     sigc::signal<void()> spectrogramWorkChanged; // a computation started or ended
 
+    // ==== transcription (EditorModel+Transcription.cpp) ====
+    static constexpr const char* transcriptionFailedTitle = "Transcription failed";
+    static constexpr const char* staleTranscriptNotice =
+        "The audio was edited after transcribing, so times may be off.";
+    static constexpr const char* transcribeToolTip =
+        "Transcribe the speech in this track on your computer. Nothing is uploaded.";
+    // The engines jobs run on: those installed on this computer unless set otherwise.
+    Transcriber& transcriber();
+    void setTranscriber(std::shared_ptr<Transcriber> engines);
+    // A track with audio, not recording, and no transcript work under way.
+    bool canTranscribe(const AudioTrack& track) const;
+    // "Transcribe", "Transcribe Again", or "Transcribe Again (audio was edited)" when stale.
+    static std::string transcribeTitle(const AudioTrack& track);
+    // Transcribes the track's audio in the background in the chosen language, showing the
+    // stages in its transcriptWork. The result replaces the transcript; a failure, or no
+    // speech at all, shows "Transcription failed".
+    void transcribe(const AudioTrackPtr& track);
+    // Stops the track's job without a word; the transcript stays as it was.
+    void cancelTranscription(AudioTrack& track);
+    // Moves the playhead to the line's start (a seek while playing) and shows it.
+    void go(const TranscriptSegment& segment, const AudioTrackPtr& track);
+    // Hands the transcript's text, one "0:12 text" line per segment, to textCopied.
+    void copyTranscript(const AudioTrack& track);
+    static std::string transcriptText(const Transcript& transcript);
+    // The line being heard while the track plays or sits at its playhead: the last one that
+    // starts at or before it and hasn't ended; none between lines.
+    static std::optional<size_t> lineAt(const Transcript& transcript, double seconds);
+    sigc::signal<void(std::string)> textCopied; // the shell puts it on the clipboard
+
     // ==== sessions and documents (EditorModel+Session.cpp) ====
     // The open session bundle and what each track was when it was last saved.
     struct SessionDocument {
@@ -717,6 +747,11 @@ private:
     void cancelSpectrogram(AudioTrack& track);
     TrackView shownView = TrackView::waveform;
     std::map<Uuid, std::shared_ptr<Spectrogram::Progress>> spectrogramWork;
+
+    // ==== transcription state (EditorModel+Transcription.cpp) ====
+    std::shared_ptr<Transcriber> speech;
+    // The cancel flag of each track's job under way.
+    std::map<Uuid, std::shared_ptr<std::atomic<bool>>> transcriptionJobs;
 
     // ==== recording state (EditorModel+Recording.cpp) ====
     void recordingTick();

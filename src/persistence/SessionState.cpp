@@ -418,6 +418,10 @@ SessionState decodeSessionFile(std::string_view text) {
     return readState(Reader(root.required("session"), "session"));
 }
 
+std::string encodeTranscript(const Transcript& transcript) {
+    return transcriptJSON(transcript).dump(2) + "\n";
+}
+
 std::string encodeSessionState(const SessionState& state) { return stateJSON(state).dump(); }
 
 SessionState decodeSessionState(std::string_view text) {

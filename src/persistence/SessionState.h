@@ -150,6 +150,9 @@ std::string encodeSessionFile(const SessionState& state);
 // for anything malformed.
 SessionState decodeSessionFile(std::string_view json);
 
+// A transcript's JSON as a session keeps it, pretty-printed.
+std::string encodeTranscript(const Transcript& transcript);
+
 // The bare state as the automatic store keeps it: compact JSON.
 std::string encodeSessionState(const SessionState& state);
 SessionState decodeSessionState(std::string_view json);

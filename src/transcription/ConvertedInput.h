@@ -1,0 +1,44 @@
+#pragma once
+
+#include "audio/AudioData.h"
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+struct soxr;
+
+namespace sonvale {
+
+// The audio feed of one transcription: the audio mixed to mono and converted to the
+// recogniser's rate a chunk at a time, so an hour of audio is never held twice.
+class ConvertedInput {
+public:
+    struct Buffer {
+        std::vector<float> samples; // mono, at the recogniser's rate
+        double start = 0;           // seconds from the start of the audio
+    };
+
+    // Throws Transcriber::Failure (audioFormat) when the conversion can't be set up.
+    ConvertedInput(AudioDataPtr audio, double formatRate, int64_t chunk = 0);
+    ~ConvertedInput();
+    ConvertedInput(const ConvertedInput&) = delete;
+    ConvertedInput& operator=(const ConvertedInput&) = delete;
+
+    // Fills `buffer` with the next converted chunk; false once the audio is used up and the
+    // converter has given back its last samples.
+    bool next(Buffer& buffer);
+
+    const AudioDataPtr audio;
+    const double formatRate; // the recogniser's rate
+    const int64_t chunk;     // source frames per step
+    int64_t position = 0;    // next source frame
+    bool finished = false;
+
+private:
+    soxr* converter = nullptr;
+    std::vector<float> mono;
+    int64_t emitted = 0; // converted samples handed out so far
+};
+
+} // namespace sonvale
