@@ -62,6 +62,9 @@ enum class ActionID {
     previousMarker,
     nextMarker,
     removeAllMarkers,
+    // Transcript
+    transcribe,
+    copyTranscript,
     // Playback
     play,
     pause,

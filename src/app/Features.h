@@ -6,6 +6,6 @@ namespace sonvale::features {
 
 inline constexpr bool recording = true;
 inline constexpr bool spectrogram = true;
-inline constexpr bool transcription = false;
+inline constexpr bool transcription = true;
 
 } // namespace sonvale::features

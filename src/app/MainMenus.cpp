@@ -244,6 +244,17 @@ void MainMenus::build(QMenu& effectKinds) {
     markerMenu->addAction(makeAction(ID::removeAllMarkers, "removeAllMarkers", "Remove All Markers",
                                      {}, [&m] { m.removeAllMarkers(); }));
 
+    if (features::transcription) {
+        QMenu* transcriptMenu = bar->addMenu("T&ranscript");
+        transcriptMenu->addAction(makeAction(ID::transcribe, "transcribe", "Transcribe", {},
+                                             [&m] { m.transcribe(m.activeTrack()); }));
+        action(ID::transcribe)->setToolTip(EditorModel::transcribeToolTip);
+        transcriptMenu->addAction(
+            makeAction(ID::copyTranscript, "copyTranscript", "Copy Transcript", {}, [&m] {
+                if (auto track = m.activeTrack()) m.copyTranscript(*track);
+            }));
+    }
+
     QMenu* playback = bar->addMenu("&Playback");
     playback->addAction(makeAction(ID::play, "play", "Play", QKeySequence(Qt::Key_Space),
                                    [&m] { m.togglePlayback(); }));
@@ -337,7 +348,7 @@ void MainMenus::watchActiveTrack() {
         for (auto* signal :
              {&track->stateChanged, &track->audioChanged, &track->selectionChanged,
               &track->markersChanged, &track->revisionsChanged, &track->undoStack().changed,
-              &track->cachesChanged, &track->recordingChanged})
+              &track->cachesChanged, &track->recordingChanged, &track->transcriptChanged})
             trackConnections.add(signal->connect([this] { refresh(); }));
     refresh();
 }
@@ -398,6 +409,14 @@ void MainMenus::refresh() {
     set(ID::previousMarker, m.hasMarkers());
     set(ID::nextMarker, m.hasMarkers());
     set(ID::removeAllMarkers, m.hasMarkers());
+    if (features::transcription) {
+        set(ID::transcribe,
+            track && model.canTranscribe(*track) && model.transcriber().isAvailable());
+        action(ID::transcribe)
+            ->setText(qs(track ? EditorModel::transcribeTitle(*track) : "Transcribe"));
+        set(ID::copyTranscript,
+            track && track->transcript() && !track->transcript()->segments.empty());
+    }
     set(ID::play, m.canPlay() || m.isPlaying());
     action(ID::play)->setText(m.isPlaying() ? "Stop" : "Play");
     for (ID id : {ID::pause, ID::stopAndReturn})

@@ -2,6 +2,7 @@
 
 #include "app/AboutDialog.h"
 #include "app/Appearance.h"
+#include "app/Features.h"
 #include "app/InspectorPanel.h"
 #include "app/MainMenus.h"
 #include "app/MarkerPanel.h"
@@ -9,6 +10,7 @@
 #include "app/ShortcutsDialog.h"
 #include "app/StatusBar.h"
 #include "app/TrackList.h"
+#include "app/TranscriptPanel.h"
 #include "app/TransportBar.h"
 #include "app/canvas/WaveformCanvas.h"
 #include "app/effects/EffectsPanel.h"
@@ -20,6 +22,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QClipboard>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QDBusConnection>
@@ -46,6 +49,8 @@
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QStatusBar>
+#include <QTabBar>
+#include <QTabWidget>
 #include <QTimer>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -275,7 +280,16 @@ QWidget* MainWindow::buildSingleTrackEditor() {
     markers = new MarkerPanel(model, sidePanel);
     connect(markers, &MarkerPanel::exportRegionsRequested, this,
             [this] { presentExportRegionsPanel(); });
-    sidePanel->addWidget(markers);
+    trackPanels = new QTabWidget(sidePanel);
+    trackPanels->setObjectName("trackPanels");
+    trackPanels->setDocumentMode(true);
+    trackPanels->addTab(markers, "Markers");
+    if (features::transcription) {
+        transcript = new TranscriptPanel(model, trackPanels);
+        trackPanels->addTab(transcript, "Transcript");
+    }
+    trackPanels->tabBar()->setVisible(trackPanels->count() > 1);
+    sidePanel->addWidget(trackPanels);
     sidePanel->setMinimumWidth(220);
 
     editorSplit = new QSplitter(Qt::Horizontal, this);
@@ -311,6 +325,8 @@ void MainWindow::connectCommands() {
          [this] {
              auto* dialog = new SettingsDialog(model.preferences(), this);
              dialog->setAttribute(Qt::WA_DeleteOnClose);
+             dialog->setTranscriptionLanguages(model.transcriber().languages(),
+                                               qs(model.transcriber().engineSummary()));
              dialog->show();
          }},
         {ID::quit, [this] { close(); }},
@@ -358,6 +374,8 @@ void MainWindow::observeModel() {
             resizeDocks({effectsDock}, {std::max(240, height() / 2)}, Qt::Vertical);
     }));
     modelConnections.add(model.beepRequested.connect([] { QApplication::beep(); }));
+    modelConnections.add(model.textCopied.connect(
+        [](const std::string& text) { QGuiApplication::clipboard()->setText(qs(text)); }));
     modelConnections.add(model.documentChanged.connect([this] {
         refreshTitle();
         if (closeAfterSave && !model.isSavingDocument()) {

@@ -19,6 +19,7 @@ class QMessageBox;
 class QPushButton;
 class QSplitter;
 class QStackedWidget;
+class QTabWidget;
 class QTreeWidget;
 class QUrl;
 
@@ -30,6 +31,7 @@ class ExportOptions;
 class LevelMeterWidget;
 class MainMenus;
 class MarkerPanel;
+class TranscriptPanel;
 class MixerView;
 class TrackList;
 struct ClippingQuestion;
@@ -63,6 +65,8 @@ public:
     TimelineView* multitrackView() const { return timelineView; }
     MixerView* mixerView() const { return mixer; }
     QTreeWidget* markerList() const;
+    TranscriptPanel* transcriptPanel() const { return transcript; }
+    QTabWidget* trackPanelTabs() const { return trackPanels; }
     // The export dialog or region folder chooser being shown, if any.
     QFileDialog* exportDialog() const { return currentExportDialog; }
     QMessageBox* alertBox() const { return currentAlertBox; }
@@ -152,6 +156,8 @@ private:
     TimelineView* timelineView = nullptr;
     MixerView* mixer = nullptr;
     MarkerPanel* markers = nullptr;
+    TranscriptPanel* transcript = nullptr;
+    QTabWidget* trackPanels = nullptr; // the markers, the transcript
     EffectsPanel* effects = nullptr;
     QDockWidget* effectsDock = nullptr;
     QPushButton* locateButton = nullptr;

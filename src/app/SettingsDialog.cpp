@@ -288,6 +288,9 @@ QWidget* SettingsDialog::makeTranscriptionPage() {
                                 : std::optional(identifier.toString().toStdString()));
     });
     form->addRow("Language:", transcriptionLanguage);
+    transcriptionEngines = makeNote({});
+    transcriptionEngines->setObjectName("transcriptionEngines");
+    form->addRow(transcriptionEngines);
     form->addRow(makeNote("Transcription runs on your computer. Nothing is uploaded."));
 
     showsAIFeatures = new QCheckBox("Show AI features");
@@ -325,12 +328,11 @@ void SettingsDialog::setInputDevices(std::vector<AudioInputDevice> devices) {
     refreshInputDevices();
 }
 
-const std::vector<QString>& SettingsDialog::transcriptionLanguages() {
-    static const std::vector<QString> identifiers{
-        "en-US", "en-GB", "de-DE", "fr-FR", "es-ES", "it-IT", "pt-BR", "pt-PT",
-        "nl-NL", "sv-SE", "da-DK", "nb-NO", "fi-FI", "pl-PL", "cs-CZ", "ru-RU",
-        "uk-UA", "tr-TR", "ja-JP", "ko-KR", "zh-CN", "zh-TW", "hi-IN", "ar-SA"};
-    return identifiers;
+void SettingsDialog::setTranscriptionLanguages(TranscriptionLanguages offered,
+                                               const QString& engines) {
+    languages = std::move(offered);
+    transcriptionEngines->setText(engines);
+    refreshLanguages();
 }
 
 void SettingsDialog::refresh() {
@@ -405,9 +407,15 @@ void SettingsDialog::refreshInputDevices() {
 void SettingsDialog::refreshLanguages() {
     const QSignalBlocker blocker(transcriptionLanguage);
     transcriptionLanguage->clear();
-    transcriptionLanguage->addItem("Automatic"); // no data: the recogniser chooses
-    for (const QString& identifier : transcriptionLanguages())
+    // No data: the engines choose.
+    transcriptionLanguage->addItem(
+        languages.automatic
+            ? "Automatic (" + languageTitle(QString::fromStdString(*languages.automatic)) + ")"
+            : QString("Automatic"));
+    for (const std::string& id : languages.identifiers) {
+        const QString identifier = QString::fromStdString(id);
         transcriptionLanguage->addItem(languageTitle(identifier), identifier);
+    }
     const auto& chosen = preferences.transcriptionLanguage();
     if (!chosen) {
         transcriptionLanguage->setCurrentIndex(0);

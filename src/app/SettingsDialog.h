@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/AudioInputDevice.h"
+#include "transcription/Transcriber.h"
 
 #include <QDialog>
 #include <sigc++/connection.h>
@@ -8,6 +9,7 @@
 
 class QCheckBox;
 class QComboBox;
+class QLabel;
 class QDoubleSpinBox;
 class QLineEdit;
 class QPushButton;
@@ -31,8 +33,9 @@ public:
     // when the Recording page is first shown). A chosen device that is not among them stays
     // listed as not connected.
     void setInputDevices(std::vector<AudioInputDevice> devices);
-    // The locale identifiers offered for transcription, besides "Automatic".
-    static const std::vector<QString>& transcriptionLanguages();
+    // The languages the installed speech engines offer, besides "Automatic", and a line that
+    // names the engines. A chosen language they don't offer stays listed as it stands.
+    void setTranscriptionLanguages(TranscriptionLanguages languages, const QString& engines);
 
 private:
     QWidget* makeGeneralPage();
@@ -68,6 +71,8 @@ private:
     QComboBox* recordingFormat = nullptr;
     QComboBox* inputDevice = nullptr;
     QComboBox* transcriptionLanguage = nullptr;
+    QLabel* transcriptionEngines = nullptr;
+    TranscriptionLanguages languages;
     QCheckBox* showsAIFeatures = nullptr;
 };
 

@@ -96,6 +96,21 @@ std::string Transcriber::resolve(const std::optional<std::string>& chosen) const
     throw Failure(Failure::Kind::unsupportedLanguage, *chosen);
 }
 
+std::string Transcriber::engineSummary() const {
+    std::string names;
+    int count = 0;
+    for (const auto* engine : {phraseEngine.get(), dictationEngine.get()}) {
+        if (!engine) continue;
+        std::string languages;
+        for (const std::string& id : engine->supportedLocales())
+            languages += (languages.empty() ? "" : ", ") + languageDisplayName(id);
+        names += (names.empty() ? "" : "; ") + engine->engineName() + " (" + languages + ")";
+        ++count;
+    }
+    if (count == 0) return "No speech engine is installed.";
+    return (count == 1 ? "Speech engine: " : "Speech engines: ") + names;
+}
+
 const SpeechRecognizer* Transcriber::recognizerFor(const std::string& locale) const {
     for (const auto* engine : {phraseEngine.get(), dictationEngine.get()}) {
         if (!engine) continue;

@@ -58,6 +58,8 @@ public:
     // The locale a job runs with for the chosen setting (none = automatic); throws Failure
     // (unsupportedLanguage or unavailable) when there is none.
     std::string resolve(const std::optional<std::string>& chosen) const;
+    // "Speech engine: pocketsphinx (English (United States))", for the settings.
+    std::string engineSummary() const;
     // The engine that would transcribe `locale`.
     const SpeechRecognizer* recognizerFor(const std::string& locale) const;
 

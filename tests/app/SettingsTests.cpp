@@ -204,8 +204,9 @@ private Q_SLOTS:
     void theTranscriptionLanguageIsALocaleIdentifierOrAutomatic() {
         Store store;
         SettingsDialog dialog(store.preferences);
+        dialog.setTranscriptionLanguages({{"en-US", "de-DE"}, "en-US"}, "Speech engines: two");
         auto* language = control<QComboBox>(dialog, "transcriptionLanguage");
-        QCOMPARE(language->currentText(), QString("Automatic"));
+        QCOMPARE(language->currentText(), QString("Automatic (English (United States))"));
         choose(language, "de-DE");
         QCOMPARE(language->currentText(), QString("German (Germany)"));
         QCOMPARE(store.reread()->transcriptionLanguage(), std::optional<std::string>("de-DE"));

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "app/SignalConnections.h"
+
+#include <QWidget>
+
+#include <optional>
+
+class QLabel;
+class QProgressBar;
+class QPushButton;
+class QTreeWidget;
+class QTreeWidgetItem;
+
+namespace sonvale {
+
+class EditorModel;
+
+// The active track's transcript: its lines with their clock times, the one being heard marked
+// during playback, a click or Enter on a line goes there. Transcribe (or Transcribe Again)
+// with its progress and Cancel, Copy Transcript, and the notice when the audio was edited
+// after transcribing. Main thread only.
+class TranscriptPanel final : public QWidget {
+    Q_OBJECT
+public:
+    explicit TranscriptPanel(EditorModel& model, QWidget* parent = nullptr);
+
+    QTreeWidget* list() const { return lines; }
+    // The line marked as being heard, if any.
+    std::optional<int> heardLine() const { return heard; }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    void watchActiveTrack();
+    void refreshLines();
+    void fitRowHeights();
+    void refreshState();
+    void refreshHeardLine();
+    void goToLine(QTreeWidgetItem* item);
+
+    EditorModel& model;
+    QLabel* notice = nullptr;
+    QTreeWidget* lines = nullptr;
+    QLabel* emptyText = nullptr;
+    QProgressBar* progress = nullptr;
+    QPushButton* cancelButton = nullptr;
+    QPushButton* transcribeButton = nullptr;
+    QPushButton* copyButton = nullptr;
+    std::optional<int> heard;
+    SignalConnections trackConnections;
+    SignalConnections modelConnections;
+};
+
+} // namespace sonvale

@@ -1,0 +1,130 @@
+#include "editor/EditorModel.h"
+
+#include "base/ManualExecutor.h"
+#include "persistence/Preferences.h"
+#include "support/FakeRecognizer.h"
+#include "support/ModelTestAudio.h"
+
+#include <gtest/gtest.h>
+
+using namespace sonvale;
+using sonvale::test::FakeRecognizer;
+using sonvale::test::words;
+
+namespace {
+
+struct Editor {
+    ManualExecutor executor;
+    Preferences preferences;
+    EditorModel model{executor, preferences};
+    std::shared_ptr<FakeRecognizer> engine = std::make_shared<FakeRecognizer>();
+    std::vector<AudioTrack::TranscriptWork> works; // each work the track showed
+
+    Editor() { model.setTranscriber(std::make_shared<Transcriber>(nullptr, engine)); }
+
+    AudioTrackPtr add(int64_t frames = 160000) {
+        auto track = AudioTrack::create("/talks/interview.wav");
+        model.addTrack(track);
+        model.setSelectedTrackIDs({track->id()});
+        track->finishLoading(sonvale::testing::makeNoise(16000, 1, frames));
+        executor.drain();
+        track->transcriptChanged.connect([this, t = track.get()] {
+            if (t->transcriptWork()) works.push_back(*t->transcriptWork());
+        });
+        return track;
+    }
+    std::string alertMessage() const {
+        return model.alert() && model.alert()->title == EditorModel::transcriptionFailedTitle
+                   ? model.alert()->message
+                   : "";
+    }
+};
+
+} // namespace
+
+TEST(EditorTranscription, AJobShowsItsStagesAndLeavesATranscriptOfThatAudio) {
+    Editor e;
+    const auto track = e.add();
+    e.engine->script = {words({{" hello", 1.0, 1.5}, {" there", 1.6, 2.0}}),
+                        words({{" again", 5.0, 6.0}})};
+    EXPECT_EQ(EditorModel::transcribeTitle(*track), "Transcribe");
+    e.model.transcribe(track);
+    EXPECT_EQ(track->transcriptWork(), AudioTrack::TranscriptWork{AudioTrack::Transcribing{0}});
+    EXPECT_FALSE(e.model.canTranscribe(*track)); // one job per track
+    e.executor.drain();
+    EXPECT_FALSE(track->transcriptWork());
+    ASSERT_EQ(e.works.size(), 3u);
+    EXPECT_EQ(e.works[1], AudioTrack::TranscriptWork{AudioTrack::Transcribing{0.2}});
+    EXPECT_EQ(e.works[2], AudioTrack::TranscriptWork{AudioTrack::Transcribing{0.6}});
+    ASSERT_TRUE(track->transcript());
+    const Transcript expected{"en-US",
+                              {{"hello there", 1.0, 2.0}, {"again", 5.0, 6.0}},
+                              track->editRevision(),
+                              std::nullopt,
+                              std::nullopt};
+    EXPECT_EQ(*track->transcript(), expected);
+    EXPECT_EQ(EditorModel::transcribeTitle(*track), "Transcribe Again");
+    EXPECT_FALSE(e.model.alert());
+
+    // The line at a time, the copy, and going to a line.
+    const std::pair<double, std::optional<size_t>> heard[] = {
+        {0.5, std::nullopt}, {1.0, 0}, {1.99, 0}, {2.0, std::nullopt}, {5.5, 1}, {9, std::nullopt}};
+    for (auto [seconds, line] : heard)
+        EXPECT_EQ(EditorModel::lineAt(*track->transcript(), seconds), line) << seconds;
+    std::string copied;
+    e.model.textCopied.connect([&](std::string text) { copied = std::move(text); });
+    e.model.copyTranscript(*track);
+    EXPECT_EQ(copied, "0:01 hello there\n0:05 again\n");
+    e.model.go(track->transcript()->segments[1], track);
+    EXPECT_EQ(track->cursor(), 80000);
+
+    // An edit makes it stale; it stays until a new job replaces it.
+    track->setSelection(FrameRange{0, 16000});
+    e.model.deleteSelection();
+    EXPECT_TRUE(track->isTranscriptStale());
+    EXPECT_EQ(EditorModel::transcribeTitle(*track), "Transcribe Again (audio was edited)");
+    e.engine->script = {words({{" new", 0.0, 0.5}})};
+    e.model.transcribe(track);
+    e.executor.drain();
+    EXPECT_FALSE(track->isTranscriptStale());
+    EXPECT_EQ(track->transcript()->segments.size(), 1u);
+}
+
+TEST(EditorTranscription, FailuresSayWhatWentWrongAndCancellingSaysNothing) {
+    Editor e;
+    const auto track = e.add();
+
+    e.model.transcribe(track); // the engine hears nothing
+    e.executor.drain();
+    EXPECT_EQ(e.alertMessage(), "The transcriber didn't recognise any speech in interview.");
+    e.model.dismissAlert();
+
+    e.engine->failure = "The speech model couldn't be loaded.";
+    e.model.transcribe(track);
+    e.executor.drain();
+    EXPECT_EQ(e.alertMessage(), "The speech model couldn't be loaded.");
+    EXPECT_FALSE(track->transcriptWork());
+    e.model.dismissAlert();
+
+    e.preferences.setTranscriptionLanguage("fr-FR");
+    e.model.transcribe(track);
+    EXPECT_EQ(e.alertMessage(), "Transcription doesn't support French (France).");
+    EXPECT_FALSE(track->transcriptWork());
+    e.model.dismissAlert();
+    e.preferences.setTranscriptionLanguage(std::nullopt);
+
+    // Cancelled, or its track removed: the job ends without a word and changes nothing.
+    e.engine->failure.clear();
+    e.engine->script = {words({{" hello", 1.0, 1.5}})};
+    e.model.transcribe(track);
+    e.model.cancelTranscription(*track);
+    EXPECT_FALSE(track->transcriptWork());
+    EXPECT_TRUE(e.model.canTranscribe(*track));
+    e.executor.drain();
+    EXPECT_FALSE(track->transcript());
+    e.model.transcribe(track);
+    e.model.removeTracks({track->id()});
+    e.executor.drain();
+    EXPECT_FALSE(track->transcript());
+    EXPECT_FALSE(e.model.alert());
+}
