@@ -15,7 +15,7 @@ packages=(
     libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us
     # tests and benchmarks
     libgtest-dev libgmock-dev libbenchmark-dev libebur128-dev
-    ffmpeg sox libsox-fmt-all espeak-ng flac pocketsphinx-testdata
+    ffmpeg sox libsox-fmt-all espeak-ng flac pocketsphinx-testdata pocketsphinx
     pulseaudio pulseaudio-utils libasound2-plugins alsa-utils dbus
     xdg-user-dirs procps time desktop-file-utils xvfb xauth xdotool
 )

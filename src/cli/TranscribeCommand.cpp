@@ -1,5 +1,6 @@
 // sonvale-cli transcribe: the speech in a file as timed lines of text, made on this computer.
 
+#include "audio/AudioDecoder.h"
 #include "cli/Commands.h"
 #include "cli/Options.h"
 #include "cli/Progress.h"
@@ -49,17 +50,49 @@ int transcribe(const Arguments& args) {
     const auto engines = Transcriber::installed();
     // The language is checked before the file is read, so a wrong one fails at once.
     const std::string locale = engines->resolve(options.language);
-    const AudioDataPtr audio = loadWithProgress(options.input);
 
-    ProgressLine progress("Transcribing");
+    // The file is decoded as the engine goes, so a long one is never held whole.
+    std::unique_ptr<AudioDecoder> decoder;
+    try {
+        decoder = openAudioDecoder(options.input);
+    } catch (...) {
+        rethrowNamingInput(options.input);
+    }
+    const AudioLoader::FileInfo info = decoder->info();
+    std::vector<std::vector<float>> planes(size_t(info.channels));
+    std::vector<float*> channels(planes.size());
+    ConvertedInput::Source source{info.sampleRate, info.frames, {}};
+    source.read = [&](float* mono, int64_t maxFrames) {
+        for (size_t c = 0; c < planes.size(); ++c) {
+            planes[c].resize(size_t(maxFrames));
+            channels[c] = planes[c].data();
+        }
+        const int64_t frames = decoder->read(channels.data(), maxFrames);
+        const float gain = 1.0f / float(planes.size());
+        for (int64_t i = 0; i < frames; ++i) {
+            float sum = 0;
+            for (const auto& plane : planes)
+                sum += plane[size_t(i)];
+            mono[i] = sum * gain;
+        }
+        return frames;
+    };
+
+    ProgressLine progress("Transcribing " + options.input);
     auto show = progress.callback();
     Transcript transcript;
     transcript.locale = locale;
-    transcript.segments = engines->transcribe(audio, locale, [&](Transcriber::Stage stage) {
-        if (const auto* running = std::get_if<AudioTrack::Transcribing>(&stage); running && show)
-            show(running->progress);
-    });
+    try {
+        transcript.segments =
+            engines->transcribe(std::move(source), locale, [&](Transcriber::Stage stage) {
+                const auto* running = std::get_if<AudioTrack::Transcribing>(&stage);
+                if (running && show) show(running->progress);
+            });
+    } catch (...) {
+        rethrowNamingInput(options.input);
+    }
     progress.clear();
+    warnAboutDamage(options.input, decoder->report(), info.sampleRate);
     if (transcript.segments.empty()) {
         std::fprintf(stderr,
                      "sonvale-cli transcribe: the transcriber didn't recognise any speech in %s.\n",

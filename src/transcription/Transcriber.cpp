@@ -1,6 +1,5 @@
 #include "transcription/Transcriber.h"
 
-#include "transcription/ConvertedInput.h"
 #include "transcription/PocketSphinxRecognizer.h"
 
 #include <algorithm>
@@ -124,14 +123,20 @@ std::vector<TranscriptSegment> Transcriber::transcribe(const AudioDataPtr& audio
                                                        const std::string& locale,
                                                        const std::function<void(Stage)>& stage,
                                                        const std::atomic<bool>* cancelled) const {
+    return transcribe(ConvertedInput::monoOf(audio), locale, stage, cancelled);
+}
+
+std::vector<TranscriptSegment> Transcriber::transcribe(ConvertedInput::Source audio,
+                                                       const std::string& locale,
+                                                       const std::function<void(Stage)>& stage,
+                                                       const std::atomic<bool>* cancelled) const {
     if (!isAvailable()) throw Failure(Failure::Kind::unavailable);
     const SpeechRecognizer* engine = recognizerFor(locale);
     if (!engine) throw Failure(Failure::Kind::unsupportedLanguage, locale);
-    const double duration =
-        audio->sampleRate > 0 ? double(audio->frameCount) / audio->sampleRate : 0;
+    const double duration = audio.sampleRate > 0 ? double(audio.frameCount) / audio.sampleRate : 0;
     const bool splitsAtPauses = engine->mode() == SpeechRecognizer::Mode::longDictation;
 
-    ConvertedInput input(audio, engine->inputSampleRate());
+    ConvertedInput input(std::move(audio), engine->inputSampleRate());
     std::unique_ptr<RecognizerRun> run = engine->start(locale);
 
     std::vector<TranscriptSegment> segments;

@@ -3,6 +3,7 @@
 #include "audio/AudioData.h"
 #include "audio/AudioTrack.h"
 #include "base/Errors.h"
+#include "transcription/ConvertedInput.h"
 #include "transcription/SpeechRecognizer.h"
 
 #include <atomic>
@@ -66,6 +67,11 @@ public:
     // Runs the job on the calling thread. `stage` hears each new stage; `cancelled` is read
     // between buffers, and setting it ends the job with TranscriptionCancelled.
     std::vector<TranscriptSegment> transcribe(const AudioDataPtr& audio, const std::string& locale,
+                                              const std::function<void(Stage)>& stage,
+                                              const std::atomic<bool>* cancelled = nullptr) const;
+    // The same over mono audio read as it goes (a file decoded a chunk at a time).
+    std::vector<TranscriptSegment> transcribe(ConvertedInput::Source audio,
+                                              const std::string& locale,
                                               const std::function<void(Stage)>& stage,
                                               const std::atomic<bool>* cancelled = nullptr) const;
 
