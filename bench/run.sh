@@ -24,6 +24,8 @@ echo "== mixing down a 16-lane session against sox -m"
 bench/mixdown-vs-sox.sh 10 build/release/sonvale-cli
 echo "== a ten-minute file's spectrogram picture against sox"
 bench/spectrogram-vs-sox.sh 10 build/release/sonvale-cli
+echo "== transcribing ten minutes of read speech on one core against pocketsphinx_continuous"
+bench/transcribe-vs-pocketsphinx.sh 10 build/release/sonvale-cli
 echo "== playhead against the captured output"
 cmake --build --preset release -j2 --target sonvale_playhead_error
 bench/playhead-error.sh build/release

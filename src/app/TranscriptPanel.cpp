@@ -105,9 +105,19 @@ void TranscriptPanel::watchActiveTrack() {
 }
 
 void TranscriptPanel::refreshLines() {
+    const auto track = model.activeTrack();
+    // Progress reports come through the same signal: the list is rebuilt only when its lines
+    // changed, so its scroll position and current line stay put while a job runs.
+    std::optional<std::vector<TranscriptSegment>> segments;
+    if (track && track->transcript()) segments = track->transcript()->segments;
+    if (track.get() == shownTrack && segments == shownSegments) {
+        refreshState();
+        return;
+    }
+    shownTrack = track.get();
+    shownSegments = std::move(segments);
     lines->clear();
     heard.reset();
-    const auto track = model.activeTrack();
     if (track && track->transcript()) {
         int index = 0;
         for (const auto& segment : track->transcript()->segments) {

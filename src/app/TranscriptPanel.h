@@ -1,10 +1,12 @@
 #pragma once
 
 #include "app/SignalConnections.h"
+#include "audio/Transcript.h"
 
 #include <QWidget>
 
 #include <optional>
+#include <vector>
 
 class QLabel;
 class QProgressBar;
@@ -49,6 +51,8 @@ private:
     QPushButton* transcribeButton = nullptr;
     QPushButton* copyButton = nullptr;
     std::optional<int> heard;
+    const void* shownTrack = nullptr; // whose lines the list holds
+    std::optional<std::vector<TranscriptSegment>> shownSegments;
     SignalConnections trackConnections;
     SignalConnections modelConnections;
 };
