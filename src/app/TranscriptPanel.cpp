@@ -202,8 +202,8 @@ void TranscriptPanel::refreshHeardLine() {
     const auto track = model.activeTrack();
     std::optional<int> now;
     if (track && track->transcript() && track->sampleRate() > 0)
-        if (auto line = EditorModel::lineAt(*track->transcript(),
-                                            double(model.playheadPosition()) / track->sampleRate()))
+        if (auto line =
+                track->transcript()->lineAt(double(model.playheadPosition()) / track->sampleRate()))
             now = int(*line);
     if (now == heard) return;
     for (auto index : {heard, now}) {

@@ -75,6 +75,22 @@ std::vector<std::string> Transcript::numberedLines(std::optional<LineRange> rang
     return lines;
 }
 
+std::string Transcript::text() const {
+    std::string lines;
+    for (const auto& segment : segments)
+        lines += clock(segment.start) + " " + segment.text + "\n";
+    return lines;
+}
+
+std::optional<size_t> Transcript::lineAt(double seconds) const {
+    const auto after = std::upper_bound(segments.begin(), segments.end(), seconds,
+                                        [](double t, const auto& line) { return t < line.start; });
+    if (after == segments.begin()) return std::nullopt;
+    const auto line = std::prev(after);
+    if (seconds >= line->end) return std::nullopt;
+    return size_t(line - segments.begin());
+}
+
 std::vector<LineRange> Transcript::chunks(int64_t characterBudget) const {
     std::vector<LineRange> result;
     const std::vector<std::string> lines = numberedLines();

@@ -55,6 +55,11 @@ struct Transcript {
     // "[index] (clock) text" for each line in `range` (all of them without one), the index
     // counted in the whole transcript and the text trimmed.
     std::vector<std::string> numberedLines(std::optional<LineRange> range = std::nullopt) const;
+    // The transcript as plain text: one "0:12 text" line per segment.
+    std::string text() const;
+    // The line being heard at `seconds`: the last one that starts at or before it, unless it
+    // has ended by then.
+    std::optional<size_t> lineAt(double seconds) const;
     // Consecutive ranges of lines whose numbered lines, each with a line break, fit
     // `characterBudget` characters; a line longer than that is a chunk on its own.
     std::vector<LineRange> chunks(int64_t characterBudget) const;

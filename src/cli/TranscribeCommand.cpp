@@ -68,13 +68,7 @@ int transcribe(const Arguments& args) {
             channels[c] = planes[c].data();
         }
         const int64_t frames = decoder->read(channels.data(), maxFrames);
-        const float gain = 1.0f / float(planes.size());
-        for (int64_t i = 0; i < frames; ++i) {
-            float sum = 0;
-            for (const auto& plane : planes)
-                sum += plane[size_t(i)];
-            mono[i] = sum * gain;
-        }
+        ConvertedInput::mixToMono(channels.data(), int(channels.size()), frames, mono);
         return frames;
     };
 
@@ -102,8 +96,7 @@ int transcribe(const Arguments& args) {
     if (options.json) {
         std::fputs(encodeTranscript(transcript).c_str(), stdout);
     } else {
-        for (const auto& line : transcript.segments)
-            std::printf("%s %s\n", Transcript::clock(line.start).c_str(), line.text.c_str());
+        std::fputs(transcript.text().c_str(), stdout);
     }
     return 0;
 }

@@ -108,26 +108,9 @@ void EditorModel::go(const TranscriptSegment& segment, const AudioTrackPtr& trac
     track->follow(playheadPosition());
 }
 
-std::string EditorModel::transcriptText(const Transcript& transcript) {
-    std::string text;
-    for (const auto& segment : transcript.segments)
-        text += Transcript::clock(segment.start) + " " + segment.text + "\n";
-    return text;
-}
-
 void EditorModel::copyTranscript(const AudioTrack& track) {
     if (track.transcript() && !track.transcript()->segments.empty())
-        textCopied.emit(transcriptText(*track.transcript()));
-}
-
-std::optional<size_t> EditorModel::lineAt(const Transcript& transcript, double seconds) {
-    const auto& lines = transcript.segments;
-    const auto after = std::upper_bound(lines.begin(), lines.end(), seconds,
-                                        [](double t, const auto& line) { return t < line.start; });
-    if (after == lines.begin()) return std::nullopt;
-    const auto line = std::prev(after);
-    if (seconds >= line->end) return std::nullopt;
-    return size_t(line - lines.begin());
+        textCopied.emit(track.transcript()->text());
 }
 
 } // namespace sonvale

@@ -515,12 +515,8 @@ public:
     void cancelTranscription(AudioTrack& track);
     // Moves the playhead to the line's start (a seek while playing) and shows it.
     void go(const TranscriptSegment& segment, const AudioTrackPtr& track);
-    // Hands the transcript's text, one "0:12 text" line per segment, to textCopied.
+    // Hands the transcript's text (Transcript::text) to textCopied.
     void copyTranscript(const AudioTrack& track);
-    static std::string transcriptText(const Transcript& transcript);
-    // The line being heard while the track plays or sits at its playhead: the last one that
-    // starts at or before it and hasn't ended; none between lines.
-    static std::optional<size_t> lineAt(const Transcript& transcript, double seconds);
     sigc::signal<void(std::string)> textCopied; // the shell puts it on the clipboard
 
     // ==== sessions and documents (EditorModel+Session.cpp) ====

@@ -20,22 +20,27 @@ ConvertedInput::Source ConvertedInput::monoOf(AudioDataPtr audio) {
     Source source{audio->sampleRate, audio->frameCount, {}};
     source.read = [audio, position](float* mono, int64_t maxFrames) {
         const int64_t frames = std::min(maxFrames, audio->frameCount - *position);
-        const int channels = audio->channelCount();
-        std::copy_n(audio->samples(0) + *position, frames, mono);
-        for (int c = 1; c < channels; ++c) {
-            const float* samples = audio->samples(c) + *position;
-            for (int64_t i = 0; i < frames; ++i)
-                mono[i] += samples[i];
-        }
-        if (channels > 1) {
-            const float gain = 1.0f / float(channels);
-            for (int64_t i = 0; i < frames; ++i)
-                mono[i] *= gain;
-        }
+        std::vector<const float*> channels;
+        for (int c = 0; c < audio->channelCount(); ++c)
+            channels.push_back(audio->samples(c) + *position);
+        mixToMono(channels.data(), int(channels.size()), frames, mono);
         *position += frames;
         return frames;
     };
     return source;
+}
+
+void ConvertedInput::mixToMono(const float* const* channels, int count, int64_t frames,
+                               float* mono) {
+    std::copy_n(channels[0], frames, mono);
+    for (int c = 1; c < count; ++c)
+        for (int64_t i = 0; i < frames; ++i)
+            mono[i] += channels[c][i];
+    if (count > 1) {
+        const float gain = 1.0f / float(count);
+        for (int64_t i = 0; i < frames; ++i)
+            mono[i] *= gain;
+    }
 }
 
 ConvertedInput::ConvertedInput(Source from, double rate, int64_t frames)

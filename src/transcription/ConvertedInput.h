@@ -24,6 +24,8 @@ public:
     };
     // The channels' average, read from the buffer.
     static Source monoOf(AudioDataPtr audio);
+    // Writes the average of `count` channels' first `frames` samples to `mono`.
+    static void mixToMono(const float* const* channels, int count, int64_t frames, float* mono);
 
     struct Buffer {
         std::vector<float> samples; // mono, at the recogniser's rate

@@ -70,7 +70,7 @@ TEST(EditorTranscription, AJobShowsItsStagesAndLeavesATranscriptOfThatAudio) {
     const std::pair<double, std::optional<size_t>> heard[] = {
         {0.5, std::nullopt}, {1.0, 0}, {1.99, 0}, {2.0, std::nullopt}, {5.5, 1}, {9, std::nullopt}};
     for (auto [seconds, line] : heard)
-        EXPECT_EQ(EditorModel::lineAt(*track->transcript(), seconds), line) << seconds;
+        EXPECT_EQ(track->transcript()->lineAt(seconds), line) << seconds;
     std::string copied;
     e.model.textCopied.connect([&](std::string text) { copied = std::move(text); });
     e.model.copyTranscript(*track);
