@@ -130,7 +130,8 @@ int record(const Arguments& args) {
             inputLost = true;
             break;
         }
-        const auto peaks = writer->peaksDB();
+        auto peaks = writer->peaksDB();
+        if (peaks.empty()) peaks.assign(loudest.size(), -120.0f); // nothing arrived this time
         for (size_t c = 0; c < loudest.size(); ++c)
             loudest[c] = std::max(loudest[c], peaks[c]);
         const double at = double(writer->frames()) / writer->sampleRate;

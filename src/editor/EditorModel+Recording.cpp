@@ -87,7 +87,7 @@ void EditorModel::beginRecording(bool permissionGranted) {
     recordingStart = now;
     recordingLaneFrame.reset();
     if (showingTimeline) recordingLaneFrame = timelineModel->cursor();
-    currentInputLevel = {};
+    currentInputLevel.peaksDB.assign(size_t(writer->channelCount), -120.0f); // until input comes
     recordingChanged.emit();
     recordingTick();
 }
@@ -114,8 +114,10 @@ void EditorModel::recordingTick() {
             track->setLiveAudio(nullptr);
         }
     }
-    currentInputLevel.peaksDB = writer->peaksDB();
-    inputLevelChanged.emit();
+    if (auto peaks = writer->peaksDB(); !peaks.empty()) {
+        currentInputLevel.peaksDB = std::move(peaks);
+        inputLevelChanged.emit();
+    }
     std::weak_ptr<EditorModel*> weak = self;
     recordingTimer = exec.postAfter(liveInterval, [weak] {
         if (const auto alive = weak.lock()) (*alive)->recordingTick();

@@ -127,6 +127,7 @@ void RecordingWriter::write(const float* const* channels, int inputChannels,
                     &slotData[((at % n) * size_t(channelCount) + size_t(c)) * size_t(slotFrames)],
                     source, size_t(count) * sizeof(float));
         }
+        inputSinceReading.store(true, std::memory_order_release);
         if (full) {
             gapFrames += count;
             dropped.fetch_add(count, std::memory_order_relaxed);
@@ -212,6 +213,7 @@ void RecordingWriter::updateHeader() {
 }
 
 std::vector<float> RecordingWriter::peaksDB() {
+    if (!inputSinceReading.exchange(false, std::memory_order_acquire)) return {};
     std::vector<float> levels(static_cast<size_t>(channelCount));
     for (int c = 0; c < channelCount; ++c) {
         const float peak =

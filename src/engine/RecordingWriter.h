@@ -63,7 +63,8 @@ public:
         write(channels, inputChannels, frameCount);
     }
 
-    // Per file channel, the largest level since the last call, in dB with a floor of -120.
+    // Per file channel, the largest level since the last call, in dB with a floor of -120;
+    // empty when no input arrived since, so a meter holds its reading between coarse callbacks.
     std::vector<float> peaksDB();
     // The samples written since the last call, one array per file channel.
     std::vector<std::vector<float>> takePending();
@@ -113,6 +114,7 @@ private:
     int64_t accepted = 0;          // capture thread only: frames taken in, lost ones included
     int64_t frameLimit = 0;
     std::unique_ptr<std::atomic<uint32_t>[]> peakBits;
+    std::atomic<bool> inputSinceReading{false};
 
     std::vector<float> scratch; // writer thread: one slot interleaved
     std::atomic<int64_t> written{0};
