@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Installs what Sonvale needs to build, run and test on Debian 12. Safe to run again:
-# it asks apt only for packages that are missing and says nothing when none are.
+# it asks apt only for packages that are missing and says nothing when none are. Then it
+# builds the model engines once (scripts/build-engines.sh).
 set -euo pipefail
 
 packages=(
     # toolchain
-    g++ cmake ninja-build pkgconf git ccache clang-format
+    g++ cmake ninja-build pkgconf git ccache clang-format openssl
     # libraries
     qt6-base-dev qt6-svg-dev qt6-tools-dev libgl-dev
     libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
@@ -25,7 +26,13 @@ for package in "${packages[@]}"; do
     status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
     [[ "$status" == "install ok installed" ]] || missing+=("$package")
 done
-[[ ${#missing[@]} -eq 0 ]] && exit 0
+# npm fetches the pinned sources of the model engines; any install of it will do.
+command -v npm >/dev/null || missing+=(npm)
+engines() { "$(dirname "$0")/build-engines.sh" >/dev/null; }
+if [[ ${#missing[@]} -eq 0 ]]; then
+    engines
+    exit 0
+fi
 
 sudo=()
 if [[ $(id -u) -ne 0 ]]; then
@@ -36,3 +43,4 @@ echo "Installing ${#missing[@]} missing packages: ${missing[*]}" >&2
 export DEBIAN_FRONTEND=noninteractive
 "${sudo[@]}" apt-get update -qq
 "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+engines
