@@ -28,6 +28,59 @@ std::string EditorModel::transcribeTitle(const AudioTrack& track) {
     return track.isTranscriptStale() ? "Transcribe Again (audio was edited)" : "Transcribe Again";
 }
 
+template <typename Result>
+void EditorModel::runTranscriptJob(
+    const AudioTrackPtr& track, AudioTrack::TranscriptWork stage,
+    std::function<Result(const std::atomic<bool>&, const StageReport&)> work,
+    std::function<void(EditorModel&, const AudioTrackPtr&, Result)> done,
+    std::function<void(EditorModel&, const std::string&)> failed) {
+    auto cancelled = std::make_shared<std::atomic<bool>>(false);
+    transcriptionJobs[track->id()] = cancelled;
+    track->setTranscriptWork(stage);
+
+    std::weak_ptr<AudioTrack> weakTrack = track;
+    std::weak_ptr<EditorModel*> token = self;
+    Executor& executor = exec;
+    // Reports and the result are applied only while this job is still the track's.
+    auto current = [weakTrack, token, cancelled]() -> std::pair<EditorModel*, AudioTrackPtr> {
+        auto alive = token.lock();
+        auto t = weakTrack.lock();
+        if (!alive || !t) return {};
+        auto it = (*alive)->transcriptionJobs.find(t->id());
+        if (it == (*alive)->transcriptionJobs.end() || it->second != cancelled) return {};
+        return {*alive, t};
+    };
+    exec.runInBackground([&executor, work = std::move(work), done = std::move(done),
+                          failed = std::move(failed), cancelled, current] {
+        std::optional<Result> result;
+        std::string failure;
+        try {
+            const StageReport report = [&executor, current](AudioTrack::TranscriptWork value) {
+                executor.post([current, value] {
+                    if (auto [model, t] = current(); t) t->setTranscriptWork(value);
+                });
+            };
+            result = work(*cancelled, report);
+        } catch (const TranscriptionCancelled&) {
+            return;
+        } catch (const ResponseCancelled&) {
+            return;
+        } catch (const std::exception& error) {
+            failure = userMessage(error);
+        }
+        executor.post([current, done, failed, result = std::move(result), failure]() mutable {
+            auto [model, t] = current();
+            if (!t) return;
+            model->transcriptionJobs.erase(t->id());
+            t->setTranscriptWork(std::nullopt);
+            if (result)
+                done(*model, t, std::move(*result));
+            else
+                failed(*model, failure);
+        });
+    });
+}
+
 void EditorModel::transcribe(const AudioTrackPtr& track) {
     if (!track || !canTranscribe(*track)) return;
     std::string locale;
@@ -39,57 +92,120 @@ void EditorModel::transcribe(const AudioTrackPtr& track) {
     }
     const AudioDataPtr audio = track->audio();
     const int64_t revision = track->editRevision();
-    auto cancelled = std::make_shared<std::atomic<bool>>(false);
-    transcriptionJobs[track->id()] = cancelled;
-    track->setTranscriptWork(AudioTrack::Transcribing{0});
-
-    std::weak_ptr<AudioTrack> weakTrack = track;
-    std::weak_ptr<EditorModel*> token = self;
-    Executor& executor = exec;
     std::shared_ptr<const Transcriber> engines = speech;
-    // Stage reports and the result are applied only while this job is still the track's.
-    auto current = [weakTrack, token, cancelled]() -> std::pair<EditorModel*, AudioTrackPtr> {
-        auto alive = token.lock();
-        auto t = weakTrack.lock();
-        if (!alive || !t) return {};
-        auto it = (*alive)->transcriptionJobs.find(t->id());
-        if (it == (*alive)->transcriptionJobs.end() || it->second != cancelled) return {};
-        return {*alive, t};
-    };
-    exec.runInBackground([&executor, engines, audio, locale, cancelled, current, revision] {
-        std::vector<TranscriptSegment> segments;
-        std::string failure;
-        try {
-            auto stage = [&executor, current](Transcriber::Stage value) {
-                executor.post([current, value] {
-                    auto [model, t] = current();
-                    if (!t) return;
-                    std::visit([&](auto v) { t->setTranscriptWork(v); }, value);
-                });
+    runTranscriptJob<std::vector<TranscriptSegment>>(
+        track, AudioTrack::Transcribing{0},
+        [engines, audio, locale](const std::atomic<bool>& cancelled, const StageReport& report) {
+            auto stage = [&report](Transcriber::Stage value) {
+                std::visit([&](auto v) { report(v); }, value);
             };
-            segments = engines->transcribe(audio, locale, stage, cancelled.get());
-        } catch (const TranscriptionCancelled&) {
-            return;
-        } catch (const std::exception& error) {
-            failure = userMessage(error);
-        }
-        executor.post([current, segments = std::move(segments), failure, locale, revision] {
-            auto [model, t] = current();
-            if (!t) return;
-            model->transcriptionJobs.erase(t->id());
-            t->setTranscriptWork(std::nullopt);
-            if (!failure.empty()) {
-                model->showAlert({transcriptionFailedTitle, failure});
-            } else if (segments.empty()) {
-                model->showAlert(
+            return engines->transcribe(audio, locale, stage, &cancelled);
+        },
+        [locale, revision](EditorModel& model, const AudioTrackPtr& t,
+                           std::vector<TranscriptSegment> segments) {
+            if (segments.empty())
+                model.showAlert(
                     {transcriptionFailedTitle,
                      "The transcriber didn't recognise any speech in " + t->name() + "."});
-            } else {
+            else
                 t->setTranscript(
-                    Transcript{locale, segments, revision, std::nullopt, std::nullopt});
-            }
+                    Transcript{locale, std::move(segments), revision, std::nullopt, std::nullopt});
+        },
+        [](EditorModel& model, const std::string& failure) {
+            model.showAlert({transcriptionFailedTitle, failure});
         });
-    });
+}
+
+void EditorModel::setLanguageModel(std::shared_ptr<const LanguageModel> model) {
+    chosenModel = std::move(model);
+}
+
+void EditorModel::setModelFolder(ModelFolder folder) {
+    models = std::move(folder);
+    chosenModel.reset();
+}
+
+std::optional<std::string> EditorModel::languageModelUnavailableReason() const {
+    if (chosenModel)
+        return prefs.showsAIFeatures()
+                   ? std::nullopt
+                   : std::optional<std::string>("Turn on AI features in Settings to use this.");
+    return TranscriptAI::unavailableReason(prefs.showsAIFeatures(), models);
+}
+
+bool EditorModel::canSummarize(const AudioTrack& track) const {
+    return track.transcript() && !track.transcript()->segments.empty() && !track.transcriptWork();
+}
+
+bool EditorModel::canCreateRegionsFromTopics(const AudioTrack& track) const {
+    return canSummarize(track) && !track.isTranscriptStale();
+}
+
+namespace {
+// The model in use, loaded on the job's thread the first time; the main thread keeps it.
+std::shared_ptr<const LanguageModel> modelFor(std::shared_ptr<const LanguageModel> chosen,
+                                              const ModelFolder& folder) {
+    return chosen ? chosen : TranscriptAI::installedModel(folder);
+}
+} // namespace
+
+void EditorModel::summarizeTranscript(const AudioTrackPtr& track) {
+    if (!track || !canSummarize(*track)) return;
+    if (const auto reason = languageModelUnavailableReason()) {
+        showAlert({summarizeFailedTitle, *reason});
+        return;
+    }
+    using Answer = std::pair<std::shared_ptr<const LanguageModel>, TranscriptAI::Overview>;
+    runTranscriptJob<Answer>(
+        track, AudioTrack::Thinking{"Summarizing…"},
+        [chosen = chosenModel, folder = models, transcript = *track->transcript()](
+            const std::atomic<bool>& cancelled, const StageReport&) {
+            auto model = modelFor(chosen, folder);
+            return Answer{model, TranscriptAI(model).overview(transcript, &cancelled)};
+        },
+        [](EditorModel& editor, const AudioTrackPtr& t, Answer answer) {
+            editor.chosenModel = answer.first;
+            if (!t->transcript()) return;
+            Transcript transcript = *t->transcript();
+            transcript.suggestedTitle = answer.second.title;
+            transcript.summary = answer.second.summary;
+            t->setTranscript(std::move(transcript));
+        },
+        [](EditorModel& editor, const std::string& failure) {
+            editor.showAlert({summarizeFailedTitle, failure});
+        });
+}
+
+void EditorModel::createRegionsFromTopics(const AudioTrackPtr& track) {
+    if (!track || !canCreateRegionsFromTopics(*track)) return;
+    if (const auto reason = languageModelUnavailableReason()) {
+        showAlert({topicsFailedTitle, *reason});
+        return;
+    }
+    using Answer = std::pair<std::shared_ptr<const LanguageModel>, std::vector<TopicStart>>;
+    runTranscriptJob<Answer>(
+        track, AudioTrack::Thinking{"Finding topics…"},
+        [chosen = chosenModel, folder = models, transcript = *track->transcript()](
+            const std::atomic<bool>& cancelled, const StageReport&) {
+            auto model = modelFor(chosen, folder);
+            return Answer{model, TranscriptAI(model).topics(transcript, &cancelled)};
+        },
+        [](EditorModel& editor, const AudioTrackPtr& t, Answer answer) {
+            editor.chosenModel = answer.first;
+            const auto regions =
+                t->transcript()
+                    ? t->transcript()->regions(answer.second, t->sampleRate(), t->frameCount())
+                    : std::vector<Marker>{};
+            if (regions.empty()) {
+                editor.showAlert({topicsFailedTitle, noTopicsMessage});
+                return;
+            }
+            t->addRegions(regions);
+            editor.markerListShown.emit();
+        },
+        [](EditorModel& editor, const std::string& failure) {
+            editor.showAlert({topicsFailedTitle, failure});
+        });
 }
 
 void EditorModel::cancelTranscription(AudioTrack& track) {

@@ -14,7 +14,9 @@
 #include "persistence/SessionBundle.h"
 #include "persistence/SessionStore.h"
 #include "timeline/Timeline.h"
+#include "transcription/ModelFolder.h"
 #include "transcription/Transcriber.h"
+#include "transcription/TranscriptAI.h"
 
 #include <sigc++/signal.h>
 
@@ -519,6 +521,32 @@ public:
     void copyTranscript(const AudioTrack& track);
     sigc::signal<void(std::string)> textCopied; // the shell puts it on the clipboard
 
+    // ==== titles, summaries and topics (EditorModel+TranscriptAI.cpp) ====
+    static constexpr const char* summarizeFailedTitle = "Couldn't summarize";
+    static constexpr const char* topicsFailedTitle = "Couldn't find topics";
+    static constexpr const char* noTopicsMessage =
+        "The model didn't find distinct topics in this transcript.";
+    static constexpr const char* languageModelNote =
+        "Suggest Title & Summary and Create Regions from Topics use the on-device language "
+        "model; nothing leaves the computer.";
+    // The model the commands use; by default the first in the models folder, loaded on first
+    // use in the background.
+    void setLanguageModel(std::shared_ptr<const LanguageModel> model);
+    void setModelFolder(ModelFolder folder);
+    const ModelFolder& modelFolder() const { return models; }
+    // Why the commands can't run now, or none.
+    std::optional<std::string> languageModelUnavailableReason() const;
+    // A transcript with lines and no transcript work under way (and, for topics, not stale).
+    bool canSummarize(const AudioTrack& track) const;
+    bool canCreateRegionsFromTopics(const AudioTrack& track) const;
+    // Asks the model for a title and a summary, stored in the transcript; "Couldn't
+    // summarize" on failure.
+    void summarizeTranscript(const AudioTrackPtr& track);
+    // Asks the model for topics and adds them as regions, one undo step, then shows the
+    // marker list; "Couldn't find topics" when none result or the model fails.
+    void createRegionsFromTopics(const AudioTrackPtr& track);
+    sigc::signal<void()> markerListShown;
+
     // ==== sessions and documents (EditorModel+Session.cpp) ====
     // The open session bundle and what each track was when it was last saved.
     struct SessionDocument {
@@ -748,6 +776,18 @@ private:
     std::shared_ptr<Transcriber> speech;
     // The cancel flag of each track's job under way.
     std::map<Uuid, std::shared_ptr<std::atomic<bool>>> transcriptionJobs;
+    // Runs `work` in the background as the track's transcript job (it may report further
+    // stages), then `done` on the main thread with its result or a failure's message; nothing
+    // when the job was cancelled or the track has gone.
+    using StageReport = std::function<void(AudioTrack::TranscriptWork)>;
+    template <typename Result>
+    void runTranscriptJob(
+        const AudioTrackPtr& track, AudioTrack::TranscriptWork stage,
+        std::function<Result(const std::atomic<bool>& cancelled, const StageReport&)> work,
+        std::function<void(EditorModel&, const AudioTrackPtr&, Result)> done,
+        std::function<void(EditorModel&, const std::string& failure)> failed);
+    std::shared_ptr<const LanguageModel> chosenModel;
+    ModelFolder models;
 
     // ==== recording state (EditorModel+Recording.cpp) ====
     void recordingTick();

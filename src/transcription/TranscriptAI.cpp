@@ -1,6 +1,7 @@
 #include "transcription/TranscriptAI.h"
 
 #include "base/Errors.h"
+#include "transcription/LlamaLanguageModel.h"
 
 #include <nlohmann/json.hpp>
 
@@ -74,6 +75,22 @@ line ::= "0" | [1-9] [0-9]{0,5})") +
 
 TranscriptAI::TranscriptAI(std::shared_ptr<const LanguageModel> model)
     : model(std::move(model)) {}
+
+std::optional<std::string> TranscriptAI::unavailableReason(bool showsAIFeatures,
+                                                           const ModelFolder& folder) {
+    if (!showsAIFeatures) return "Turn on AI features in Settings to use this.";
+    // The engine is built for processors with AVX2 and FMA.
+    if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma"))
+        return "The on-device language model isn't supported on this computer.";
+    if (!folder.first(ModelFolder::Kind::language)) return "The on-device model isn't installed.";
+    return std::nullopt;
+}
+
+std::shared_ptr<const LanguageModel> TranscriptAI::installedModel(const ModelFolder& folder) {
+    const auto file = folder.first(ModelFolder::Kind::language);
+    if (!file) throw UserError("The on-device model isn't installed.");
+    return std::make_shared<LlamaLanguageModel>(*file);
+}
 
 std::string TranscriptAI::overviewPrompt(const std::vector<std::string>& lines) {
     return "Give this recording a title and a short summary.\n\nTranscript:\n" + joined(lines);

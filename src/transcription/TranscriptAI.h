@@ -2,6 +2,7 @@
 
 #include "audio/Transcript.h"
 #include "transcription/LanguageModel.h"
+#include "transcription/ModelFolder.h"
 
 #include <memory>
 #include <optional>
@@ -21,6 +22,13 @@ public:
     };
 
     explicit TranscriptAI(std::shared_ptr<const LanguageModel> model);
+
+    // Why the commands can't run, in words for the person, or none when they can: the
+    // setting is off, this processor can't run the engine, or no model is installed.
+    static std::optional<std::string> unavailableReason(bool showsAIFeatures,
+                                                        const ModelFolder& folder);
+    // Loads the folder's language model (slow: seconds for a large file); throws a UserError.
+    static std::shared_ptr<const LanguageModel> installedModel(const ModelFolder& folder);
 
     // Titled and summarised from the first chunk of lines that fits the model's budget.
     // Throws a UserError when the model fails or answers out of form.

@@ -2,12 +2,18 @@
 
 #include "base/ManualExecutor.h"
 #include "persistence/Preferences.h"
+#include "support/FakeLanguageModel.h"
 #include "support/FakeRecognizer.h"
 #include "support/ModelTestAudio.h"
 
+#include "support/AudioFiles.h"
+
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 using namespace sonvale;
+using sonvale::test::FakeLanguageModel;
 using sonvale::test::FakeRecognizer;
 using sonvale::test::words;
 
@@ -127,4 +133,91 @@ TEST(EditorTranscription, FailuresSayWhatWentWrongAndCancellingSaysNothing) {
     e.executor.drain();
     EXPECT_FALSE(track->transcript());
     EXPECT_FALSE(e.model.alert());
+}
+
+TEST(EditorTranscription, TitleSummaryAndTopicRegionsComeFromTheModel) {
+    Editor e;
+    const auto track = e.add(); // 10 s at 16 kHz
+    auto model = std::make_shared<FakeLanguageModel>();
+    e.model.setLanguageModel(model);
+    EXPECT_FALSE(e.model.canSummarize(*track)) << "no transcript yet";
+    track->setTranscript(Transcript{"en-US",
+                                    {{"hello", 0, 2}, {"the news", 2, 5}, {"goodbye", 5, 9}},
+                                    track->editRevision(),
+                                    std::nullopt,
+                                    std::nullopt});
+    auto alert = [&] {
+        auto text = e.model.alert() ? e.model.alert()->title + ": " + e.model.alert()->message : "";
+        e.model.dismissAlert();
+        return text;
+    };
+
+    model->answers = {R"({"title": "Morning News", "summary": "The news, briefly."})"};
+    e.model.summarizeTranscript(track);
+    EXPECT_EQ(track->transcriptWork(),
+              AudioTrack::TranscriptWork{AudioTrack::Thinking{"Summarizing…"}});
+    EXPECT_FALSE(e.model.canCreateRegionsFromTopics(*track)) << "one job per track";
+    e.executor.drain();
+    EXPECT_FALSE(track->transcriptWork());
+    EXPECT_EQ(track->transcript()->suggestedTitle, "Morning News");
+    EXPECT_EQ(track->transcript()->summary, "The news, briefly.");
+
+    int shown = 0;
+    e.model.markerListShown.connect([&] { ++shown; });
+    model->answers = {R"({"topics": [{"title": "Hello", "line": 0}, {"title": " News ", "line": 1},
+                                     {"title": "Bye", "line": 2}]})"};
+    e.model.createRegionsFromTopics(track);
+    EXPECT_EQ(track->transcriptWork(),
+              AudioTrack::TranscriptWork{AudioTrack::Thinking{"Finding topics…"}});
+    e.executor.drain();
+    const auto regions = track->regions();
+    ASSERT_EQ(regions.size(), 3u);
+    EXPECT_EQ(regions[1].name, "News");
+    EXPECT_EQ(std::make_pair(regions[1].start, *regions[1].end), std::make_pair(32000L, 80000L));
+    EXPECT_EQ(*regions[2].end, 144000);
+    EXPECT_EQ(shown, 1);
+    e.model.undo();
+    EXPECT_TRUE(track->regions().empty()) << "the regions came as one step";
+
+    // Nothing distinct, a failing model, the setting off; a stale transcript does nothing.
+    model->answers = {R"({"topics": [{"title": "Elsewhere", "line": 7}]})"};
+    e.model.createRegionsFromTopics(track);
+    e.executor.drain();
+    EXPECT_EQ(alert(),
+              "Couldn't find topics: The model didn't find distinct topics in this transcript.");
+    model->failure = "The on-device language model failed while answering.";
+    e.model.summarizeTranscript(track);
+    e.executor.drain();
+    EXPECT_EQ(alert(), "Couldn't summarize: The on-device language model failed while answering.");
+    EXPECT_FALSE(track->transcriptWork());
+    e.preferences.setShowsAIFeatures(false);
+    e.model.createRegionsFromTopics(track);
+    EXPECT_EQ(alert(), "Couldn't find topics: Turn on AI features in Settings to use this.");
+    e.preferences.setShowsAIFeatures(true);
+    track->setSelection(FrameRange{0, 16000});
+    e.model.deleteSelection();
+    const auto asked = model->requests.size();
+    e.model.createRegionsFromTopics(track);
+    e.executor.drain();
+    EXPECT_EQ(model->requests.size(), asked);
+    EXPECT_EQ(alert(), "");
+    EXPECT_TRUE(e.model.canSummarize(*track)) << "a stale transcript can still be summarised";
+}
+
+TEST(EditorTranscription, WithoutAModelFileTheCommandsSaySo) {
+    Editor e;
+    sonvale::test::TemporaryFolder folder;
+    e.model.setModelFolder(ModelFolder{folder.path()});
+    EXPECT_EQ(e.model.languageModelUnavailableReason(), "The on-device model isn't installed.");
+    std::ofstream(folder / "ggml-base.en.bin") << "a speech model is not a language model";
+    EXPECT_TRUE(e.model.languageModelUnavailableReason());
+    std::ofstream(folder / "broken.gguf") << "not a model";
+    EXPECT_FALSE(e.model.languageModelUnavailableReason());
+    const auto track = e.add();
+    track->setTranscript(Transcript{"en-US", {{"hello", 0, 2}}, track->editRevision(), {}, {}});
+    e.model.summarizeTranscript(track);
+    e.executor.drain();
+    ASSERT_TRUE(e.model.alert());
+    EXPECT_EQ(e.model.alert()->title, EditorModel::summarizeFailedTitle);
+    EXPECT_NE(e.model.alert()->message.find("“broken.gguf” couldn't be loaded"), std::string::npos);
 }
