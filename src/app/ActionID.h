@@ -65,6 +65,8 @@ enum class ActionID {
     // Transcript
     transcribe,
     copyTranscript,
+    suggestTitle,
+    regionsFromTopics,
     // Playback
     play,
     pause,

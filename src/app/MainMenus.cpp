@@ -48,6 +48,7 @@ MainMenus::MainMenus(EditorModel& model, QMainWindow& window, QMenu& effectKinds
     modelConnections.add(model.documentChanged.connect([this] { refreshSessionActions(); }));
     modelConnections.add(model.preferences().changed.connect([this](Preferences::Setting setting) {
         if (setting == Preferences::Setting::recentSessions) rebuildRecentMenu();
+        if (setting == Preferences::Setting::showsAIFeatures) refresh();
     }));
     watchActiveTrack();
     refreshSessionActions();
@@ -253,6 +254,15 @@ void MainMenus::build(QMenu& effectKinds) {
             makeAction(ID::copyTranscript, "copyTranscript", "Copy Transcript", {}, [&m] {
                 if (auto track = m.activeTrack()) m.copyTranscript(*track);
             }));
+        transcriptMenu->addSeparator();
+        transcriptMenu->addAction(makeAction(ID::suggestTitle, "suggestTitle",
+                                             "Suggest Title && Summary", {},
+                                             [&m] { m.summarizeTranscript(m.activeTrack()); }));
+        transcriptMenu->addAction(makeAction(ID::regionsFromTopics, "regionsFromTopics",
+                                             "Create Regions from Topics", {},
+                                             [&m] { m.createRegionsFromTopics(m.activeTrack()); }));
+        for (ID id : {ID::suggestTitle, ID::regionsFromTopics})
+            action(id)->setToolTip(EditorModel::languageModelNote);
     }
 
     QMenu* playback = bar->addMenu("&Playback");
@@ -416,6 +426,11 @@ void MainMenus::refresh() {
             ->setText(qs(track ? EditorModel::transcribeTitle(*track) : "Transcribe"));
         set(ID::copyTranscript,
             track && track->transcript() && !track->transcript()->segments.empty());
+        const bool ai = m.preferences().showsAIFeatures();
+        action(ID::suggestTitle)->setVisible(ai);
+        action(ID::regionsFromTopics)->setVisible(ai);
+        set(ID::suggestTitle, track && m.canSummarize(*track));
+        set(ID::regionsFromTopics, track && m.canCreateRegionsFromTopics(*track));
     }
     set(ID::play, m.canPlay() || m.isPlaying());
     action(ID::play)->setText(m.isPlaying() ? "Stop" : "Play");

@@ -376,6 +376,10 @@ void MainWindow::observeModel() {
     modelConnections.add(model.beepRequested.connect([] { QApplication::beep(); }));
     modelConnections.add(model.textCopied.connect(
         [](const std::string& text) { QGuiApplication::clipboard()->setText(qs(text)); }));
+    // New topic regions are shown where they can be seen: the marker list's tab.
+    modelConnections.add(model.markerListShown.connect([this] {
+        if (trackPanels) trackPanels->setCurrentIndex(0);
+    }));
     modelConnections.add(model.documentChanged.connect([this] {
         refreshTitle();
         if (closeAfterSave && !model.isSavingDocument()) {

@@ -1,6 +1,7 @@
 #include "app/TranscriptPanel.h"
 
 #include "editor/EditorModel.h"
+#include "persistence/Preferences.h"
 
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -31,6 +32,32 @@ TranscriptPanel::TranscriptPanel(EditorModel& model, QWidget* parent)
     notice->setObjectName("transcriptNotice");
     notice->setWordWrap(true);
     column->addWidget(notice);
+
+    overview = new QWidget(this);
+    overview->setObjectName("transcriptOverview");
+    auto* overviewColumn = new QVBoxLayout(overview);
+    overviewColumn->setContentsMargins(0, 0, 0, 4);
+    titleLabel = new QLabel(overview);
+    titleLabel->setObjectName("suggestedTitle");
+    titleLabel->setWordWrap(true);
+    titleLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    QFont bold = titleLabel->font();
+    bold.setBold(true);
+    titleLabel->setFont(bold);
+    summaryLabel = new QLabel(overview);
+    summaryLabel->setObjectName("transcriptSummary");
+    summaryLabel->setWordWrap(true);
+    summaryLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    useTitleButton = new QPushButton(overview);
+    useTitleButton->setObjectName("useSuggestedTitle");
+    connect(useTitleButton, &QPushButton::clicked, this,
+            [this] { this->model.renameToSuggestedTitle(this->model.activeTrack()); });
+    auto* titleRow = new QHBoxLayout;
+    titleRow->addWidget(titleLabel, 1);
+    titleRow->addWidget(useTitleButton, 0, Qt::AlignTop);
+    overviewColumn->addLayout(titleRow);
+    overviewColumn->addWidget(summaryLabel);
+    column->addWidget(overview);
 
     auto* working = new QHBoxLayout;
     progress = new QProgressBar(this);
@@ -87,8 +114,26 @@ TranscriptPanel::TranscriptPanel(EditorModel& model, QWidget* parent)
     buttons->addWidget(copyButton);
     column->addLayout(buttons);
 
+    // Stacked: side by side, their names don't fit a narrow panel.
+    auto* aiButtons = new QVBoxLayout;
+    suggestButton = new QPushButton("Suggest Title && Summary", this);
+    suggestButton->setObjectName("suggestTitle");
+    connect(suggestButton, &QPushButton::clicked, this,
+            [this] { this->model.summarizeTranscript(this->model.activeTrack()); });
+    topicsButton = new QPushButton("Create Regions from Topics", this);
+    topicsButton->setObjectName("regionsFromTopics");
+    connect(topicsButton, &QPushButton::clicked, this,
+            [this] { this->model.createRegionsFromTopics(this->model.activeTrack()); });
+    for (auto* button : {suggestButton, topicsButton}) {
+        button->setToolTip(EditorModel::languageModelNote);
+        aiButtons->addWidget(button);
+    }
+    column->addLayout(aiButtons);
+
     modelConnections.add(model.selectionChanged.connect([this] { watchActiveTrack(); }));
     modelConnections.add(model.playheadChanged.connect([this] { refreshHeardLine(); }));
+    modelConnections.add(
+        model.preferences().changed.connect([this](Preferences::Setting) { refreshState(); }));
     watchActiveTrack();
 }
 
@@ -100,6 +145,7 @@ void TranscriptPanel::watchActiveTrack() {
                              &track->recordingChanged})
             trackConnections.add(signal->connect([this] { refreshState(); }));
         trackConnections.add(track->cursorChanged.connect([this] { refreshHeardLine(); }));
+        trackConnections.add(track->urlChanged.connect([this] { refreshState(); }));
     }
     refreshLines();
 }
@@ -179,7 +225,7 @@ void TranscriptPanel::refreshState() {
     notice->setText(status);
     notice->setVisible(!status.isEmpty());
     progress->setVisible(work.has_value());
-    cancelButton->setVisible(work && std::holds_alternative<AudioTrack::Transcribing>(*work));
+    cancelButton->setVisible(work.has_value());
 
     lines->setVisible(hasLines);
     emptyText->setVisible(!hasLines);
@@ -196,6 +242,26 @@ void TranscriptPanel::refreshState() {
     transcribeButton->setEnabled(track && model.canTranscribe(*track) &&
                                  model.transcriber().isAvailable());
     copyButton->setEnabled(hasLines);
+
+    const auto* transcript = track ? &track->transcript() : nullptr;
+    const bool titled = transcript && *transcript && (*transcript)->suggestedTitle;
+    overview->setVisible(titled);
+    if (titled) {
+        titleLabel->setText(qs(*(*transcript)->suggestedTitle));
+        summaryLabel->setText(qs((*transcript)->summary.value_or("")));
+        const auto name = model.suggestedFileName(*track);
+        useTitleButton->setText("Use as Name");
+        useTitleButton->setToolTip(name ? qs("Rename “" + track->url().filename().string() +
+                                             "” to “" + *name + track->url().extension().string() +
+                                             "”")
+                                        : QString());
+        useTitleButton->setEnabled(name.has_value() && !track->isRecording());
+    }
+    const bool ai = model.preferences().showsAIFeatures();
+    suggestButton->setVisible(ai);
+    topicsButton->setVisible(ai);
+    suggestButton->setEnabled(track && model.canSummarize(*track));
+    topicsButton->setEnabled(track && model.canCreateRegionsFromTopics(*track));
 }
 
 void TranscriptPanel::refreshHeardLine() {

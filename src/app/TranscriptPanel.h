@@ -21,7 +21,9 @@ class EditorModel;
 // The active track's transcript: its lines with their clock times, the one being heard marked
 // during playback, a click or Enter on a line goes there. Transcribe (or Transcribe Again)
 // with its progress and Cancel, Copy Transcript, and the notice when the audio was edited
-// after transcribing. Main thread only.
+// after transcribing; with AI features on, Suggest Title & Summary (shown above the lines,
+// with a button that names the track after the title) and Create Regions from Topics. Main
+// thread only.
 class TranscriptPanel final : public QWidget {
     Q_OBJECT
 public:
@@ -50,6 +52,12 @@ private:
     QPushButton* cancelButton = nullptr;
     QPushButton* transcribeButton = nullptr;
     QPushButton* copyButton = nullptr;
+    QWidget* overview = nullptr;
+    QLabel* titleLabel = nullptr;
+    QLabel* summaryLabel = nullptr;
+    QPushButton* useTitleButton = nullptr;
+    QPushButton* suggestButton = nullptr;
+    QPushButton* topicsButton = nullptr;
     std::optional<int> heard;
     const void* shownTrack = nullptr; // whose lines the list holds
     std::optional<std::vector<TranscriptSegment>> shownSegments;

@@ -4,8 +4,15 @@
 #include "base/Executor.h"
 #include "persistence/Preferences.h"
 
+#include <fcntl.h>
+#include <stdio.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
+
+namespace fs = std::filesystem;
 
 namespace sonvale {
 
@@ -206,6 +213,37 @@ void EditorModel::createRegionsFromTopics(const AudioTrackPtr& track) {
         [](EditorModel& editor, const std::string& failure) {
             editor.showAlert({topicsFailedTitle, failure});
         });
+}
+
+std::optional<std::string> EditorModel::suggestedFileName(const AudioTrack& track) const {
+    if (!track.transcript() || !track.transcript()->suggestedTitle) return std::nullopt;
+    std::string name;
+    for (char c : *track.transcript()->suggestedTitle)
+        if (c != '/' && static_cast<unsigned char>(c) >= 0x20) name += c;
+    while (!name.empty() && (name.back() == ' ' || name.back() == '.'))
+        name.pop_back();
+    while (!name.empty() && (name.front() == ' ' || name.front() == '.'))
+        name.erase(0, 1);
+    if (name.empty() || name == track.name()) return std::nullopt;
+    return name;
+}
+
+void EditorModel::renameToSuggestedTitle(const AudioTrackPtr& track) {
+    const auto name = track ? suggestedFileName(*track) : std::nullopt;
+    if (!name || track->isRecording()) return;
+    const fs::path from = track->url();
+    const fs::path to = from.parent_path() / (*name + from.extension().string());
+    // RENAME_NOREPLACE: a file that appears meanwhile is never overwritten either.
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
+        const std::string reason = errno == EEXIST
+                                       ? "A file named “" + to.filename().string() +
+                                             "” is already in " + from.parent_path().string() + "."
+                                       : "“" + from.filename().string() +
+                                             "” couldn't be renamed: " + std::strerror(errno) + ".";
+        showAlert({"Couldn't rename the track", reason});
+        return;
+    }
+    track->setURL(to);
 }
 
 void EditorModel::cancelTranscription(AudioTrack& track) {

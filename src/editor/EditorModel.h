@@ -546,6 +546,10 @@ public:
     // marker list; "Couldn't find topics" when none result or the model fails.
     void createRegionsFromTopics(const AudioTrackPtr& track);
     sigc::signal<void()> markerListShown;
+    // "Use “TITLE” as Name": renames the track's file, in its folder, to the suggested title
+    // (characters a file name can't hold left out); never over another file.
+    std::optional<std::string> suggestedFileName(const AudioTrack& track) const;
+    void renameToSuggestedTitle(const AudioTrackPtr& track);
 
     // ==== sessions and documents (EditorModel+Session.cpp) ====
     // The open session bundle and what each track was when it was last saved.

@@ -1,10 +1,12 @@
 // The Transcript panel in the whole window, with the real speech engine on read speech:
 // transcribing with progress and Cancel, lines that go where they were said, the line being
-// heard, the copy, the menu, and the notice after an edit.
+// heard, the copy, the menu, the title, summary and topic regions from a language model, and
+// the notice after an edit.
 
 #include "app/MultitrackHarness.h"
 #include "app/TranscriptPanel.h"
 #include "support/AudioFiles.h"
+#include "support/FakeLanguageModel.h"
 
 #include <QAction>
 #include <QClipboard>
@@ -87,6 +89,28 @@ private Q_SLOTS:
         copy->click();
         QVERIFY(
             QGuiApplication::clipboard()->text().startsWith("0:03 go forward ten meters\n0:08 "));
+
+        // A title, a summary and topic regions from a language model (a fake that answers as
+        // told); the regions show in the marker list.
+        auto languageModel = std::make_shared<test::FakeLanguageModel>();
+        h.model.setLanguageModel(languageModel);
+        languageModel->answers = {
+            R"({"title": "Directions", "summary": "Someone says to go forward ten meters."})",
+            R"({"topics": [{"title": "Directions", "line": 0}, {"title": "Reading", "line": 1}]})"};
+        auto* suggest = panel->findChild<QPushButton*>("suggestTitle");
+        auto* overview = panel->findChild<QWidget*>("transcriptOverview");
+        QVERIFY(suggest->isVisible() && suggest->isEnabled() && !overview->isVisible());
+        suggest->click();
+        QVERIFY(QTest::qWaitFor([&] { return overview->isVisible(); }, 5000));
+        QCOMPARE(panel->findChild<QLabel*>("suggestedTitle")->text(), QString("Directions"));
+        QVERIFY(panel->findChild<QPushButton*>("useSuggestedTitle")->isEnabled());
+        h.window.action(ActionID::regionsFromTopics)->trigger();
+        QVERIFY(QTest::qWaitFor([&] { return track->regions().size() == 2; }, 5000));
+        QCOMPARE(tabs->currentIndex(), 0);
+        tabs->setCurrentWidget(panel);
+        h.model.preferences().setShowsAIFeatures(false);
+        QVERIFY(!suggest->isVisible() && !h.window.action(ActionID::suggestTitle)->isVisible());
+        h.model.preferences().setShowsAIFeatures(true);
 
         test::saveScreenshots(h.window, "transcript");
 

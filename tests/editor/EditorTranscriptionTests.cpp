@@ -221,3 +221,31 @@ TEST(EditorTranscription, WithoutAModelFileTheCommandsSaySo) {
     EXPECT_EQ(e.model.alert()->title, EditorModel::summarizeFailedTitle);
     EXPECT_NE(e.model.alert()->message.find("“broken.gguf” couldn't be loaded"), std::string::npos);
 }
+
+TEST(EditorTranscription, TheSuggestedTitleNamesTheFileButNeverOverAnother) {
+    Editor e;
+    sonvale::test::TemporaryFolder folder;
+    const auto track = e.add();
+    std::ofstream(folder / "take 1.wav") << "take";
+    std::ofstream(folder / "News.wav") << "other";
+    track->setURL(folder / "take 1.wav");
+    auto titled = [&](std::string title) {
+        track->setTranscript(
+            Transcript{"en-US", {{"hi", 0, 1}}, track->editRevision(), "A summary.", title});
+    };
+    titled("News");
+    e.model.renameToSuggestedTitle(track);
+    ASSERT_TRUE(e.model.alert());
+    EXPECT_EQ(e.model.alert()->message,
+              "A file named “News.wav” is already in " + folder.path().string() + ".");
+    EXPECT_EQ(track->url(), folder / "take 1.wav");
+    e.model.dismissAlert();
+
+    titled(" ../A/B:\tthe end. ");
+    EXPECT_EQ(e.model.suggestedFileName(*track), "AB:the end");
+    e.model.renameToSuggestedTitle(track);
+    EXPECT_EQ(track->url(), folder / "AB:the end.wav");
+    std::ifstream renamed(track->url());
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(renamed), {}), "take");
+    EXPECT_FALSE(e.model.suggestedFileName(*track)) << "already its name";
+}
