@@ -327,6 +327,7 @@ void MainWindow::connectCommands() {
              dialog->setAttribute(Qt::WA_DeleteOnClose);
              dialog->setTranscriptionLanguages(model.transcriber().languages(),
                                                qs(model.transcriber().engineSummary()));
+             dialog->showModels(model);
              dialog->show();
          }},
         {ID::quit, [this] { close(); }},

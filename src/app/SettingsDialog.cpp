@@ -3,6 +3,7 @@
 #include "app/SpectrogramControls.h"
 
 #include "app/Features.h"
+#include "editor/EditorModel.h"
 #include "persistence/Preferences.h"
 
 #include <QCheckBox>
@@ -10,11 +11,15 @@
 #include <QDialogButtonBox>
 #include <QDoubleSpinBox>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QLocale>
+#include <QMessageBox>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSignalBlocker>
 #include <QTabWidget>
@@ -132,7 +137,10 @@ SettingsDialog::SettingsDialog(Preferences& preferences, QWidget* parent)
         preferences.changed.connect([this](Preferences::Setting) { refresh(); });
 }
 
-SettingsDialog::~SettingsDialog() { preferencesConnection.disconnect(); }
+SettingsDialog::~SettingsDialog() {
+    preferencesConnection.disconnect();
+    modelsConnection.disconnect();
+}
 
 QWidget* SettingsDialog::makeGeneralPage() {
     auto* page = new QWidget;
@@ -293,6 +301,58 @@ QWidget* SettingsDialog::makeTranscriptionPage() {
     form->addRow(transcriptionEngines);
     form->addRow(makeNote("Transcription runs on your computer. Nothing is uploaded."));
 
+    modelsBox = new QWidget;
+    auto* models = new QVBoxLayout(modelsBox);
+    models->setContentsMargins(0, 0, 0, 0);
+    installedModels = new QListWidget;
+    installedModels->setObjectName("installedModels");
+    installedModels->setMaximumHeight(110);
+    connect(installedModels, &QListWidget::currentRowChanged, this,
+            [this] { removeModelButton->setEnabled(installedModels->currentItem() != nullptr); });
+    models->addWidget(installedModels);
+    auto* modelButtons = new QHBoxLayout;
+    addModelButton = new QPushButton(QString::fromUtf8("Add Model\u2026"));
+    addModelButton->setObjectName("addModel");
+    connect(addModelButton, &QPushButton::clicked, this, [this] { chooseModelFile(); });
+    removeModelButton = new QPushButton("Remove");
+    removeModelButton->setObjectName("removeModel");
+    connect(removeModelButton, &QPushButton::clicked, this, [this] {
+        auto* item = installedModels->currentItem();
+        if (!item || !editor) return;
+        const QString file = item->data(Qt::UserRole).toString();
+        auto* confirm = new QMessageBox(
+            QMessageBox::Question, "Remove Model",
+            QString("Remove “%1” from this computer?").arg(QFileInfo(file).fileName()),
+            QMessageBox::Cancel, this);
+        confirm->setObjectName("confirmRemoveModel");
+        confirm->setAttribute(Qt::WA_DeleteOnClose);
+        confirm->addButton("Remove", QMessageBox::DestructiveRole);
+        connect(confirm, &QMessageBox::buttonClicked, this, [this, confirm, file](auto* button) {
+            if (confirm->buttonRole(button) == QMessageBox::DestructiveRole && editor)
+                editor->removeModel(file.toStdString());
+        });
+        confirm->open();
+    });
+    modelCopyBar = new QProgressBar;
+    modelCopyBar->setObjectName("modelCopyProgress");
+    modelCopyBar->setRange(0, 1000);
+    cancelCopyButton = new QPushButton("Cancel");
+    cancelCopyButton->setObjectName("cancelModelCopy");
+    connect(cancelCopyButton, &QPushButton::clicked, this, [this] {
+        if (editor) editor->cancelModelCopy();
+    });
+    modelButtons->addWidget(addModelButton);
+    modelButtons->addWidget(removeModelButton);
+    modelButtons->addWidget(modelCopyBar, 1);
+    modelButtons->addWidget(cancelCopyButton);
+    modelButtons->addStretch();
+    models->addLayout(modelButtons);
+    models->addWidget(
+        makeNote("Speech models (ggml-NAME.bin, for whisper) and language models (.gguf) run on "
+                 "your computer. Add the files you have downloaded."));
+    form->addRow("Models:", modelsBox);
+    modelsBox->setEnabled(false);
+
     showsAIFeatures = new QCheckBox("Show AI features");
     showsAIFeatures->setObjectName("showsAIFeatures");
     connect(showsAIFeatures, &QCheckBox::toggled, this,
@@ -301,6 +361,61 @@ QWidget* SettingsDialog::makeTranscriptionPage() {
     form->addRow(makeNote("Suggest Title & Summary and Create Regions from Topics use the "
                           "on-device language model; nothing leaves the computer."));
     return page;
+}
+
+void SettingsDialog::showModels(EditorModel& model) {
+    editor = &model;
+    modelsConnection = model.modelsChanged.connect([this] { refreshModels(); });
+    modelsBox->setEnabled(true);
+    refreshModels();
+}
+
+void SettingsDialog::refreshModels() {
+    if (!editor) return;
+    const QString current = installedModels->currentItem()
+                                ? installedModels->currentItem()->data(Qt::UserRole).toString()
+                                : QString();
+    installedModels->clear();
+    const ModelFolder& folder = editor->modelFolder();
+    for (auto kind : {ModelFolder::Kind::speech, ModelFolder::Kind::language}) {
+        const auto files = folder.files(kind);
+        for (size_t i = 0; i < files.size(); ++i) {
+            std::error_code error;
+            const double size = double(std::filesystem::file_size(files[i], error));
+            QString text = QString("%1 \u2014 %2 model, %3")
+                               .arg(QString::fromStdString(files[i].filename().string()),
+                                    kind == ModelFolder::Kind::speech ? "speech" : "language",
+                                    QLocale().formattedDataSize(qint64(size)));
+            if (i == 0 && files.size() > 1) text += " (in use)";
+            auto* item = new QListWidgetItem(text, installedModels);
+            item->setData(Qt::UserRole, QString::fromStdString(files[i].string()));
+            if (item->data(Qt::UserRole).toString() == current)
+                installedModels->setCurrentItem(item);
+        }
+    }
+    if (installedModels->count() == 0) {
+        auto* none = new QListWidgetItem("No models are installed.", installedModels);
+        none->setFlags(Qt::NoItemFlags);
+    }
+    removeModelButton->setEnabled(installedModels->currentItem() != nullptr);
+    const auto copy = editor->modelCopyProgress();
+    modelCopyBar->setVisible(copy.has_value());
+    cancelCopyButton->setVisible(copy.has_value());
+    addModelButton->setEnabled(!copy);
+    if (copy) modelCopyBar->setValue(int(std::lround(*copy * 1000)));
+}
+
+void SettingsDialog::chooseModelFile() {
+    auto* chooser = new QFileDialog(this, "Add a Model");
+    chooser->setObjectName("modelChooser");
+    chooser->setAttribute(Qt::WA_DeleteOnClose);
+    chooser->setFileMode(QFileDialog::ExistingFile);
+    chooser->setNameFilters({"Model files (*.gguf ggml-*.bin)", "All files (*)"});
+    chooser->setLabelText(QFileDialog::Accept, "Add");
+    connect(chooser, &QFileDialog::fileSelected, this, [this](const QString& file) {
+        if (!file.isEmpty() && editor) editor->addModel(file.toStdString());
+    });
+    chooser->open();
 }
 
 void SettingsDialog::chooseRecordingsFolder() {

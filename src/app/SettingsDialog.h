@@ -12,10 +12,13 @@ class QComboBox;
 class QLabel;
 class QDoubleSpinBox;
 class QLineEdit;
+class QListWidget;
+class QProgressBar;
 class QPushButton;
 
 namespace sonvale {
 
+class EditorModel;
 class Preferences;
 
 // The Settings window: every preference, written through the moment a control changes.
@@ -36,6 +39,9 @@ public:
     // The languages the installed speech engines offer, besides "Automatic", and a line that
     // names the engines. A chosen language they don't offer stays listed as it stands.
     void setTranscriptionLanguages(TranscriptionLanguages languages, const QString& engines);
+    // Lists the models folder's files on the Transcription page, with Add Model… (copied in
+    // with progress) and Remove.
+    void showModels(EditorModel& model);
 
 private:
     QWidget* makeGeneralPage();
@@ -48,6 +54,8 @@ private:
     void refresh();
     void refreshInputDevices();
     void refreshLanguages();
+    void refreshModels();
+    void chooseModelFile();
 
     Preferences& preferences;
     sigc::connection preferencesConnection;
@@ -74,6 +82,14 @@ private:
     QLabel* transcriptionEngines = nullptr;
     TranscriptionLanguages languages;
     QCheckBox* showsAIFeatures = nullptr;
+    EditorModel* editor = nullptr;
+    sigc::connection modelsConnection;
+    QWidget* modelsBox = nullptr;
+    QListWidget* installedModels = nullptr;
+    QPushButton* removeModelButton = nullptr;
+    QPushButton* addModelButton = nullptr;
+    QProgressBar* modelCopyBar = nullptr;
+    QPushButton* cancelCopyButton = nullptr;
 };
 
 } // namespace sonvale

@@ -1,5 +1,10 @@
 #pragma once
 
+#include "audio/Transcript.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,5 +34,25 @@ int record(const Arguments& args);
 int devices(const Arguments& args);
 int spectrogram(const Arguments& args);
 int transcribe(const Arguments& args);
+// Both transcribe FILE first, then ask a language model on this computer about the transcript.
+int summarize(const Arguments& args);
+int topics(const Arguments& args);
+
+// A file's speech, and the length of the audio it was heard in.
+struct RecognisedSpeech {
+    Transcript transcript;
+    double sampleRate = 0;
+    int64_t frameCount = 0; // as decoded, whatever the file's header stated
+};
+// Recognises the speech in `input` the way `transcribe` does, decoding the file as it goes
+// with a progress line. The language is checked and the file opened first; `beforeDecoding`
+// runs next, so that quick failures of a command's own set-up come before the slow part.
+// When no speech is heard, says so on stderr for `command` and returns none.
+std::optional<RecognisedSpeech> recogniseSpeech(const std::string& command,
+                                                const std::string& input,
+                                                const std::optional<std::string>& language,
+                                                const std::function<void()>& beforeDecoding = {});
+// A UsageError when there is nothing at `path` for --model to load.
+void checkModelFileExists(const std::string& path);
 
 } // namespace sonvale::cli

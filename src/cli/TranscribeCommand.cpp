@@ -8,18 +8,20 @@
 #include "transcription/Transcriber.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 
 namespace sonvale::cli {
 
 namespace {
 
-constexpr const char* usage = "usage: transcribe FILE [--json] [--language ID]";
+constexpr const char* usage = "usage: transcribe FILE [--json] [--language ID] [--model PATH]";
 
 struct Options {
     std::string input;
     bool json = false;
     std::optional<std::string> language;
+    std::optional<std::string> model;
 };
 
 Options parse(const Arguments& args) {
@@ -31,6 +33,8 @@ Options parse(const Arguments& args) {
             options.json = true;
         } else if (arg == "--language") {
             options.language = cursor.value();
+        } else if (arg == "--model") {
+            options.model = cursor.value();
         } else if (cursor.isOption()) {
             cursor.unknownOption();
         } else if (options.input.empty()) {
@@ -45,22 +49,33 @@ Options parse(const Arguments& args) {
 
 } // namespace
 
-int transcribe(const Arguments& args) {
-    const Options options = parse(args);
+void checkModelFileExists(const std::string& path) {
+    std::error_code error;
+    if (!std::filesystem::exists(path, error)) throw UsageError{"No such model file: " + path};
+}
+
+std::optional<RecognisedSpeech> recogniseSpeech(const std::string& command,
+                                                const std::string& input,
+                                                const std::optional<std::string>& language,
+                                                const std::function<void()>& beforeDecoding) {
     const auto engines = Transcriber::installed();
     // The language is checked before the file is read, so a wrong one fails at once.
-    const std::string locale = engines->resolve(options.language);
+    const std::string locale = engines->resolve(language);
 
     // The file is decoded as the engine goes, so a long one is never held whole.
     std::unique_ptr<AudioDecoder> decoder;
     try {
-        decoder = openAudioDecoder(options.input);
+        decoder = openAudioDecoder(input);
     } catch (...) {
-        rethrowNamingInput(options.input);
+        rethrowNamingInput(input);
     }
+    if (beforeDecoding) beforeDecoding();
+
     const AudioLoader::FileInfo info = decoder->info();
     std::vector<std::vector<float>> planes(size_t(info.channels));
     std::vector<float*> channels(planes.size());
+    RecognisedSpeech speech;
+    speech.sampleRate = info.sampleRate;
     ConvertedInput::Source source{info.sampleRate, info.frames, {}};
     source.read = [&](float* mono, int64_t maxFrames) {
         for (size_t c = 0; c < planes.size(); ++c) {
@@ -69,34 +84,46 @@ int transcribe(const Arguments& args) {
         }
         const int64_t frames = decoder->read(channels.data(), maxFrames);
         ConvertedInput::mixToMono(channels.data(), int(channels.size()), frames, mono);
+        speech.frameCount += frames;
         return frames;
     };
 
-    ProgressLine progress("Transcribing " + options.input);
+    ProgressLine progress("Transcribing " + input);
     auto show = progress.callback();
-    Transcript transcript;
-    transcript.locale = locale;
+    speech.transcript.locale = locale;
     try {
-        transcript.segments =
+        speech.transcript.segments =
             engines->transcribe(std::move(source), locale, [&](Transcriber::Stage stage) {
                 const auto* running = std::get_if<AudioTrack::Transcribing>(&stage);
                 if (running && show) show(running->progress);
             });
     } catch (...) {
-        rethrowNamingInput(options.input);
+        rethrowNamingInput(input);
     }
     progress.clear();
-    warnAboutDamage(options.input, decoder->report(), info.sampleRate);
-    if (transcript.segments.empty()) {
-        std::fprintf(stderr,
-                     "sonvale-cli transcribe: the transcriber didn't recognise any speech in %s.\n",
-                     curlyQuoted(options.input).c_str());
-        return 1;
+    warnAboutDamage(input, decoder->report(), info.sampleRate);
+    if (speech.transcript.segments.empty()) {
+        std::fprintf(stderr, "sonvale-cli %s: the transcriber didn't recognise any speech in %s.\n",
+                     command.c_str(), curlyQuoted(input).c_str());
+        return std::nullopt;
     }
+    return speech;
+}
+
+int transcribe(const Arguments& args) {
+    const Options options = parse(args);
+    if (options.model) {
+        // pocketsphinx, the one engine so far, has its model built in; a file given here
+        // would be for whisper, which this build doesn't have yet.
+        checkModelFileExists(*options.model);
+        throw UsageError{"Whisper models aren't supported by this build yet."};
+    }
+    const auto speech = recogniseSpeech("transcribe", options.input, options.language);
+    if (!speech) return 1;
     if (options.json) {
-        std::fputs(encodeTranscript(transcript).c_str(), stdout);
+        std::fputs(encodeTranscript(speech->transcript).c_str(), stdout);
     } else {
-        std::fputs(transcript.text().c_str(), stdout);
+        std::fputs(speech->transcript.text().c_str(), stdout);
     }
     return 0;
 }

@@ -58,9 +58,17 @@ const std::map<std::string, Command>& commands() {
           "as a picture, time across and frequency up",
           spectrogram}},
         {"transcribe",
-         {"transcribe FILE [--json] [--language ID]   the speech in a file as timed lines, "
-          "recognised on this computer",
+         {"transcribe FILE [--json] [--language ID] [--model PATH]   the speech in a file as "
+          "timed lines, recognised on this computer",
           transcribe}},
+        {"summarize",
+         {"summarize FILE [--model PATH] [--json] [--language ID]   a title and summary of "
+          "what is said in a file, from a language model on this computer",
+          summarize}},
+        {"topics",
+         {"topics FILE [--model PATH] [--json] [--language ID]   the regions of a file's "
+          "topics, found by a language model on this computer",
+          topics}},
         {"session",
          {"session info [--json] BUNDLE.sonvale   a saved session's format, tracks (found "
           "or missing), lanes, buses and snapshots",

@@ -246,6 +246,62 @@ void EditorModel::renameToSuggestedTitle(const AudioTrackPtr& track) {
     track->setURL(to);
 }
 
+void EditorModel::addModel(const fs::path& source) {
+    if (modelCopy) return;
+    modelCopy = 0;
+    modelCopyCancelled = std::make_shared<std::atomic<bool>>(false);
+    modelsChanged.emit();
+    std::weak_ptr<EditorModel*> token = self;
+    Executor& executor = exec;
+    exec.runInBackground(
+        [&executor, token, folder = models, source, cancelled = modelCopyCancelled] {
+            std::string failure;
+            auto report = [&executor, token, cancelled](double fraction) {
+                executor.post([token, cancelled, fraction] {
+                    auto alive = token.lock();
+                    if (!alive || (*alive)->modelCopyCancelled != cancelled) return;
+                    (*alive)->modelCopy = fraction;
+                    (*alive)->modelsChanged.emit();
+                });
+            };
+            try {
+                folder.add(source, report, cancelled.get());
+            } catch (const ModelCopyCancelled&) {
+                return;
+            } catch (const std::exception& error) {
+                failure = userMessage(error);
+            }
+            executor.post([token, cancelled, failure] {
+                auto alive = token.lock();
+                if (!alive || (*alive)->modelCopyCancelled != cancelled) return;
+                EditorModel& model = **alive;
+                model.modelCopy.reset();
+                model.modelCopyCancelled.reset();
+                model.chosenModel.reset(); // the folder's first model may be another now
+                if (!failure.empty()) model.showAlert({"Couldn't add the model", failure});
+                model.modelsChanged.emit();
+            });
+        });
+}
+
+void EditorModel::cancelModelCopy() {
+    if (!modelCopyCancelled) return;
+    *modelCopyCancelled = true;
+    modelCopyCancelled.reset();
+    modelCopy.reset();
+    modelsChanged.emit();
+}
+
+void EditorModel::removeModel(const fs::path& file) {
+    try {
+        models.remove(file);
+    } catch (const std::exception& error) {
+        showAlert({"Couldn't remove the model", userMessage(error)});
+    }
+    chosenModel.reset();
+    modelsChanged.emit();
+}
+
 void EditorModel::cancelTranscription(AudioTrack& track) {
     auto it = transcriptionJobs.find(track.id());
     if (it == transcriptionJobs.end()) return;

@@ -551,6 +551,16 @@ public:
     std::optional<std::string> suggestedFileName(const AudioTrack& track) const;
     void renameToSuggestedTitle(const AudioTrackPtr& track);
 
+    // ---- the models folder
+    // Copies a model file into the models folder in the background ("Couldn't add the
+    // model" on failure); the new file is used from the next command on.
+    void addModel(const std::filesystem::path& source);
+    // 0…1 while a copy runs.
+    std::optional<double> modelCopyProgress() const { return modelCopy; }
+    void cancelModelCopy();
+    void removeModel(const std::filesystem::path& file);
+    sigc::signal<void()> modelsChanged; // the folder's files or the copy's progress
+
     // ==== sessions and documents (EditorModel+Session.cpp) ====
     // The open session bundle and what each track was when it was last saved.
     struct SessionDocument {
@@ -792,6 +802,8 @@ private:
         std::function<void(EditorModel&, const std::string& failure)> failed);
     std::shared_ptr<const LanguageModel> chosenModel;
     ModelFolder models;
+    std::optional<double> modelCopy;
+    std::shared_ptr<std::atomic<bool>> modelCopyCancelled;
 
     // ==== recording state (EditorModel+Recording.cpp) ====
     void recordingTick();

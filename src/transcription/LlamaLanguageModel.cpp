@@ -56,8 +56,13 @@ UserError modelFailure(const std::string& what) {
 
 } // namespace
 
+bool LlamaLanguageModel::isSupported() {
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+}
+
 LlamaLanguageModel::LlamaLanguageModel(const fs::path& file)
     : path(file) {
+    if (!isSupported()) throw UserError(unsupportedMessage);
     startEngine();
     auto params = llama_model_default_params();
     model = llama_model_load_from_file(file.c_str(), params);

@@ -14,6 +14,11 @@ namespace sonvale {
 // held to the format's grammar.
 class LlamaLanguageModel final : public LanguageModel {
 public:
+    // Whether this processor can run the engine (built for AVX2 and FMA).
+    static bool isSupported();
+    static constexpr const char* unsupportedMessage =
+        "The on-device language model isn't supported on this computer.";
+
     // Throws a UserError naming the file when it can't be loaded.
     explicit LlamaLanguageModel(const std::filesystem::path& file);
     ~LlamaLanguageModel() override;

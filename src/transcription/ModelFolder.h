@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,6 +24,20 @@ struct ModelFolder {
     static std::optional<Kind> kindOf(const std::filesystem::path& file);
     std::vector<std::filesystem::path> files(Kind kind) const;
     std::optional<std::filesystem::path> first(Kind kind) const;
+
+    // Copies a model file in (beside its place first, renamed into it once whole and checked
+    // to load), replacing one of the same name; `progress` hears 0…1. Throws a UserError
+    // naming the file when it is no model or can't be copied, and ModelCopyCancelled when
+    // `cancelled` was set; the folder is as it was then.
+    std::filesystem::path add(const std::filesystem::path& source,
+                              const std::function<void(double)>& progress,
+                              const std::atomic<bool>* cancelled = nullptr) const;
+    // Throws a UserError when it can't.
+    void remove(const std::filesystem::path& file) const;
+};
+
+struct ModelCopyCancelled : std::exception {
+    const char* what() const noexcept override { return "The copy was cancelled."; }
 };
 
 } // namespace sonvale

@@ -79,9 +79,7 @@ TranscriptAI::TranscriptAI(std::shared_ptr<const LanguageModel> model)
 std::optional<std::string> TranscriptAI::unavailableReason(bool showsAIFeatures,
                                                            const ModelFolder& folder) {
     if (!showsAIFeatures) return "Turn on AI features in Settings to use this.";
-    // The engine is built for processors with AVX2 and FMA.
-    if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma"))
-        return "The on-device language model isn't supported on this computer.";
+    if (!LlamaLanguageModel::isSupported()) return LlamaLanguageModel::unsupportedMessage;
     if (!folder.first(ModelFolder::Kind::language)) return "The on-device model isn't installed.";
     return std::nullopt;
 }

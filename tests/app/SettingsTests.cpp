@@ -1,4 +1,7 @@
+#include "app/MultitrackHarness.h"
 #include "app/SettingsDialog.h"
+#include "base/ManualExecutor.h"
+#include "editor/EditorModel.h"
 #include "persistence/Preferences.h"
 #include "support/AudioFiles.h"
 
@@ -7,6 +10,9 @@
 #include <QDoubleSpinBox>
 #include <QFileDialog>
 #include <QLineEdit>
+#include <QListWidget>
+#include <QMessageBox>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QTabWidget>
 #include <QtTest>
@@ -212,6 +218,41 @@ private Q_SLOTS:
         QCOMPARE(store.reread()->transcriptionLanguage(), std::optional<std::string>("de-DE"));
         language->setCurrentIndex(0);
         QVERIFY(!store.reread()->transcriptionLanguage());
+    }
+
+    void modelsAreListedAndRemovedOnlyAfterAsking() {
+        Store store;
+        ManualExecutor executor;
+        EditorModel model(executor, store.preferences);
+        model.setModelFolder(ModelFolder{store.folder / "Models"});
+        std::filesystem::create_directories(store.folder / "Models");
+        std::ofstream(store.folder / "Models" / "small.gguf") << "weights";
+        std::ofstream(store.folder / "Models" / "ggml-base.en.bin") << "weights";
+        SettingsDialog dialog(store.preferences);
+        dialog.showModels(model);
+        auto* list = control<QListWidget>(dialog, "installedModels");
+        QCOMPARE(list->count(), 2);
+        control<QTabWidget>(dialog, "settingsTabs")->setCurrentIndex(4);
+        dialog.show();
+        test::saveScreenshots(dialog, "settings-models");
+        QVERIFY(list->item(0)->text().startsWith(
+            QString::fromUtf8("ggml-base.en.bin \u2014 speech model")));
+        QVERIFY(list->item(1)->text().startsWith(
+            QString::fromUtf8("small.gguf \u2014 language model")));
+        auto* remove = control<QPushButton>(dialog, "removeModel");
+        QVERIFY(!remove->isEnabled() &&
+                !control<QProgressBar>(dialog, "modelCopyProgress")->isVisibleTo(&dialog));
+        list->setCurrentRow(1);
+        remove->click();
+        auto* confirm = dialog.findChild<QMessageBox*>("confirmRemoveModel");
+        QVERIFY(confirm);
+        QCOMPARE(confirm->text(),
+                 QString::fromUtf8("Remove \u201csmall.gguf\u201d from this computer?"));
+        QVERIFY(std::filesystem::exists(store.folder / "Models" / "small.gguf"));
+        for (auto* button : confirm->buttons())
+            if (confirm->buttonRole(button) == QMessageBox::DestructiveRole) button->click();
+        QVERIFY(!std::filesystem::exists(store.folder / "Models" / "small.gguf"));
+        QCOMPARE(list->count(), 1);
     }
 
     void changesMadeElsewhereShowInTheOpenWindow() {

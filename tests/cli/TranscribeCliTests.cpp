@@ -35,6 +35,10 @@ TEST(TranscribeCli, RefusalsSayWhyAndExitWithOne) {
         {fixture("noise.wav").string(), "This is not an audio file."},
         {"/nonexistent/talk.wav", "The file doesn't exist."},
         {"", "a file is needed"},
+        {"--model /nonexistent/ggml-base.bin " + fixture("read-speech.flac").string(),
+         "No such model file: /nonexistent/ggml-base.bin"},
+        {"--model " + fixture("noise.wav").string() + " " + fixture("read-speech.flac").string(),
+         "Whisper models aren't supported by this build yet."},
     };
     for (const auto& [arguments, message] : cases) {
         const CliOutput run = runCli("transcribe " + arguments + " 2>&1");

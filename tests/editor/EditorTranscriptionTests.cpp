@@ -5,6 +5,7 @@
 #include "support/FakeLanguageModel.h"
 #include "support/FakeRecognizer.h"
 #include "support/ModelTestAudio.h"
+#include "support/TinyLanguageModel.h"
 
 #include "support/AudioFiles.h"
 
@@ -13,6 +14,7 @@
 #include <fstream>
 
 using namespace sonvale;
+namespace fs = std::filesystem;
 using sonvale::test::FakeLanguageModel;
 using sonvale::test::FakeRecognizer;
 using sonvale::test::words;
@@ -204,22 +206,39 @@ TEST(EditorTranscription, TitleSummaryAndTopicRegionsComeFromTheModel) {
     EXPECT_TRUE(e.model.canSummarize(*track)) << "a stale transcript can still be summarised";
 }
 
-TEST(EditorTranscription, WithoutAModelFileTheCommandsSaySo) {
+TEST(EditorTranscription, ModelsAreAddedCheckedAndRemovedInTheModelsFolder) {
     Editor e;
-    sonvale::test::TemporaryFolder folder;
-    e.model.setModelFolder(ModelFolder{folder.path()});
+    sonvale::test::TemporaryFolder models, elsewhere;
+    e.model.setModelFolder(ModelFolder{models / "Models"});
     EXPECT_EQ(e.model.languageModelUnavailableReason(), "The on-device model isn't installed.");
-    std::ofstream(folder / "ggml-base.en.bin") << "a speech model is not a language model";
-    EXPECT_TRUE(e.model.languageModelUnavailableReason());
-    std::ofstream(folder / "broken.gguf") << "not a model";
+    auto added = [&](const std::string& name) {
+        e.model.addModel(elsewhere / name);
+        EXPECT_TRUE(e.model.modelCopyProgress());
+        e.executor.drain();
+        EXPECT_FALSE(e.model.modelCopyProgress());
+        auto message = e.model.alert() ? e.model.alert()->message : "";
+        e.model.dismissAlert();
+        return message;
+    };
+
+    // Refused and nothing left behind: no model by its name, a damaged one, a missing one.
+    std::ofstream(elsewhere / "notes.txt") << "notes";
+    std::ofstream(elsewhere / "broken.gguf") << "not a model";
+    std::ofstream(elsewhere / "ggml-base.en.bin") << "not a whisper model either";
+    EXPECT_NE(added("notes.txt").find("isn't a model file"), std::string::npos);
+    EXPECT_NE(added("broken.gguf").find("“broken.gguf” couldn't be loaded"), std::string::npos);
+    EXPECT_NE(added("ggml-base.en.bin").find("couldn't be loaded as a speech model"),
+              std::string::npos);
+    EXPECT_NE(added("gone.gguf").find("“gone.gguf” couldn't be read"), std::string::npos);
+    EXPECT_TRUE(fs::is_empty(models / "Models"));
+
+    sonvale::test::writeTinyLanguageModel(elsewhere / "tiny.gguf");
+    EXPECT_EQ(added("tiny.gguf"), "");
+    EXPECT_EQ(e.model.modelFolder().files(ModelFolder::Kind::language),
+              std::vector<fs::path>{models / "Models" / "tiny.gguf"});
     EXPECT_FALSE(e.model.languageModelUnavailableReason());
-    const auto track = e.add();
-    track->setTranscript(Transcript{"en-US", {{"hello", 0, 2}}, track->editRevision(), {}, {}});
-    e.model.summarizeTranscript(track);
-    e.executor.drain();
-    ASSERT_TRUE(e.model.alert());
-    EXPECT_EQ(e.model.alert()->title, EditorModel::summarizeFailedTitle);
-    EXPECT_NE(e.model.alert()->message.find("“broken.gguf” couldn't be loaded"), std::string::npos);
+    e.model.removeModel(models / "Models" / "tiny.gguf");
+    EXPECT_TRUE(e.model.languageModelUnavailableReason());
 }
 
 TEST(EditorTranscription, TheSuggestedTitleNamesTheFileButNeverOverAnother) {
