@@ -52,6 +52,14 @@ std::optional<RecognisedSpeech> recogniseSpeech(const std::string& command,
                                                 const std::string& input,
                                                 const std::optional<std::string>& language,
                                                 const std::function<void()>& beforeDecoding = {});
+// FILE [--json] [--language ID] [--model PATH], as transcribe, summarize and topics take them.
+struct SpeechOptions {
+    std::string input;
+    bool json = false;
+    std::optional<std::string> language;
+    std::optional<std::string> model;
+};
+SpeechOptions parseSpeechOptions(const Arguments& args, const std::string& usage);
 // A UsageError when there is nothing at `path` for --model to load.
 void checkModelFileExists(const std::string& path);
 

@@ -17,36 +17,6 @@ namespace sonvale::cli {
 
 namespace {
 
-struct Options {
-    std::string input;
-    bool json = false;
-    std::optional<std::string> language;
-    std::optional<std::string> model;
-};
-
-Options parse(const Arguments& args, const std::string& usage) {
-    Options options;
-    ArgumentCursor cursor(args, usage);
-    while (cursor.next()) {
-        const std::string& arg = cursor.current();
-        if (arg == "--json") {
-            options.json = true;
-        } else if (arg == "--language") {
-            options.language = cursor.value();
-        } else if (arg == "--model") {
-            options.model = cursor.value();
-        } else if (cursor.isOption()) {
-            cursor.unknownOption();
-        } else if (options.input.empty()) {
-            options.input = arg;
-        } else {
-            throw UsageError{"only one file at a time (" + usage + ")"};
-        }
-    }
-    if (options.input.empty()) throw UsageError{"a file is needed (" + usage + ")"};
-    return options;
-}
-
 // The file given with --model, else the one installed in the models folder. Throws a
 // UserError naming the file when it can't be loaded, or saying why there is none.
 std::shared_ptr<const LanguageModel> loadModel(const std::optional<std::string>& file) {
@@ -66,7 +36,8 @@ struct Subject {
     std::shared_ptr<const LanguageModel> model;
 };
 
-std::optional<Subject> transcribeForModel(const std::string& command, const Options& options) {
+std::optional<Subject> transcribeForModel(const std::string& command,
+                                          const SpeechOptions& options) {
     std::shared_ptr<const LanguageModel> model;
     auto speech = recogniseSpeech(command, options.input, options.language,
                                   [&] { model = loadModel(options.model); });
@@ -77,8 +48,8 @@ std::optional<Subject> transcribeForModel(const std::string& command, const Opti
 } // namespace
 
 int summarize(const Arguments& args) {
-    const Options options =
-        parse(args, "usage: summarize FILE [--model PATH] [--json] [--language ID]");
+    const SpeechOptions options =
+        parseSpeechOptions(args, "usage: summarize FILE [--model PATH] [--json] [--language ID]");
     const auto subject = transcribeForModel("summarize", options);
     if (!subject) return 1;
     const auto overview = TranscriptAI(subject->model).overview(subject->speech.transcript);
@@ -93,8 +64,8 @@ int summarize(const Arguments& args) {
 }
 
 int topics(const Arguments& args) {
-    const Options options =
-        parse(args, "usage: topics FILE [--model PATH] [--json] [--language ID]");
+    const SpeechOptions options =
+        parseSpeechOptions(args, "usage: topics FILE [--model PATH] [--json] [--language ID]");
     const auto subject = transcribeForModel("topics", options);
     if (!subject) return 1;
     const RecognisedSpeech& speech = subject->speech;

@@ -17,15 +17,10 @@ namespace {
 
 constexpr const char* usage = "usage: transcribe FILE [--json] [--language ID] [--model PATH]";
 
-struct Options {
-    std::string input;
-    bool json = false;
-    std::optional<std::string> language;
-    std::optional<std::string> model;
-};
+} // namespace
 
-Options parse(const Arguments& args) {
-    Options options;
+SpeechOptions parseSpeechOptions(const Arguments& args, const std::string& usage) {
+    SpeechOptions options;
     ArgumentCursor cursor(args, usage);
     while (cursor.next()) {
         const std::string& arg = cursor.current();
@@ -40,14 +35,12 @@ Options parse(const Arguments& args) {
         } else if (options.input.empty()) {
             options.input = arg;
         } else {
-            throw UsageError{std::string("only one file at a time (") + usage + ")"};
+            throw UsageError{"only one file at a time (" + usage + ")"};
         }
     }
-    if (options.input.empty()) throw UsageError{std::string("a file is needed (") + usage + ")"};
+    if (options.input.empty()) throw UsageError{"a file is needed (" + usage + ")"};
     return options;
 }
-
-} // namespace
 
 void checkModelFileExists(const std::string& path) {
     std::error_code error;
@@ -111,7 +104,7 @@ std::optional<RecognisedSpeech> recogniseSpeech(const std::string& command,
 }
 
 int transcribe(const Arguments& args) {
-    const Options options = parse(args);
+    const SpeechOptions options = parseSpeechOptions(args, usage);
     if (options.model) {
         // pocketsphinx, the one engine so far, has its model built in; a file given here
         // would be for whisper, which this build doesn't have yet.

@@ -133,10 +133,8 @@ void EditorModel::setModelFolder(ModelFolder folder) {
 }
 
 std::optional<std::string> EditorModel::languageModelUnavailableReason() const {
-    if (chosenModel)
-        return prefs.showsAIFeatures()
-                   ? std::nullopt
-                   : std::optional<std::string>("Turn on AI features in Settings to use this.");
+    // A model already set or loaded needs only the setting.
+    if (chosenModel && prefs.showsAIFeatures()) return std::nullopt;
     return TranscriptAI::unavailableReason(prefs.showsAIFeatures(), models);
 }
 
