@@ -4,9 +4,14 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace sonvale {
+class Transcriber;
+}
 
 namespace sonvale::cli {
 
@@ -47,11 +52,13 @@ struct RecognisedSpeech {
 // Recognises the speech in `input` the way `transcribe` does, decoding the file as it goes
 // with a progress line. The language is checked and the file opened first; `beforeDecoding`
 // runs next, so that quick failures of a command's own set-up come before the slow part.
-// When no speech is heard, says so on stderr for `command` and returns none.
+// When no speech is heard, says so on stderr for `command` and returns none. The engines are
+// those installed, or `engines` when given.
 std::optional<RecognisedSpeech> recogniseSpeech(const std::string& command,
                                                 const std::string& input,
                                                 const std::optional<std::string>& language,
-                                                const std::function<void()>& beforeDecoding = {});
+                                                const std::function<void()>& beforeDecoding = {},
+                                                std::shared_ptr<Transcriber> engines = nullptr);
 // FILE [--json] [--language ID] [--model PATH], as transcribe, summarize and topics take them.
 struct SpeechOptions {
     std::string input;

@@ -5,7 +5,9 @@
 #include "cli/Options.h"
 #include "cli/Progress.h"
 #include "persistence/SessionState.h"
+#include "transcription/PocketSphinxRecognizer.h"
 #include "transcription/Transcriber.h"
+#include "transcription/WhisperRecognizer.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -50,8 +52,9 @@ void checkModelFileExists(const std::string& path) {
 std::optional<RecognisedSpeech> recogniseSpeech(const std::string& command,
                                                 const std::string& input,
                                                 const std::optional<std::string>& language,
-                                                const std::function<void()>& beforeDecoding) {
-    const auto engines = Transcriber::installed();
+                                                const std::function<void()>& beforeDecoding,
+                                                std::shared_ptr<Transcriber> engines) {
+    if (!engines) engines = Transcriber::installed();
     // The language is checked before the file is read, so a wrong one fails at once.
     const std::string locale = engines->resolve(language);
 
@@ -105,13 +108,19 @@ std::optional<RecognisedSpeech> recogniseSpeech(const std::string& command,
 
 int transcribe(const Arguments& args) {
     const SpeechOptions options = parseSpeechOptions(args, usage);
+    // A whisper model given here takes the place of the folder's; pocketsphinx stays for the
+    // languages it lacks.
+    std::shared_ptr<Transcriber> engines;
     if (options.model) {
-        // pocketsphinx, the one engine so far, has its model built in; a file given here
-        // would be for whisper, which this build doesn't have yet.
         checkModelFileExists(*options.model);
-        throw UsageError{"Whisper models aren't supported by this build yet."};
+        std::shared_ptr<const SpeechRecognizer> dictation;
+        if (PocketSphinxRecognizer::isInstalled())
+            dictation = std::make_shared<PocketSphinxRecognizer>();
+        engines = std::make_shared<Transcriber>(std::make_shared<WhisperRecognizer>(*options.model),
+                                                std::move(dictation));
     }
-    const auto speech = recogniseSpeech("transcribe", options.input, options.language);
+    const auto speech =
+        recogniseSpeech("transcribe", options.input, options.language, {}, std::move(engines));
     if (!speech) return 1;
     if (options.json) {
         std::fputs(encodeTranscript(speech->transcript).c_str(), stdout);

@@ -17,12 +17,22 @@ namespace fs = std::filesystem;
 namespace sonvale {
 
 Transcriber& EditorModel::transcriber() {
-    if (!speech) speech = Transcriber::installed();
+    if (!speech) {
+        speech = Transcriber::installed(models);
+        speechFromFolder = true;
+    }
     return *speech;
 }
 
 void EditorModel::setTranscriber(std::shared_ptr<Transcriber> engines) {
     speech = std::move(engines);
+    speechFromFolder = false;
+}
+
+void EditorModel::modelFolderChanged() {
+    chosenModel.reset(); // the folder's first model may be another now
+    if (speechFromFolder) speech.reset();
+    modelsChanged.emit();
 }
 
 bool EditorModel::canTranscribe(const AudioTrack& track) const {
@@ -129,7 +139,7 @@ void EditorModel::setLanguageModel(std::shared_ptr<const LanguageModel> model) {
 
 void EditorModel::setModelFolder(ModelFolder folder) {
     models = std::move(folder);
-    chosenModel.reset();
+    modelFolderChanged();
 }
 
 std::optional<std::string> EditorModel::languageModelUnavailableReason() const {
@@ -275,9 +285,8 @@ void EditorModel::addModel(const fs::path& source) {
                 EditorModel& model = **alive;
                 model.modelCopy.reset();
                 model.modelCopyCancelled.reset();
-                model.chosenModel.reset(); // the folder's first model may be another now
                 if (!failure.empty()) model.showAlert({"Couldn't add the model", failure});
-                model.modelsChanged.emit();
+                model.modelFolderChanged();
             });
         });
 }
@@ -296,8 +305,7 @@ void EditorModel::removeModel(const fs::path& file) {
     } catch (const std::exception& error) {
         showAlert({"Couldn't remove the model", userMessage(error)});
     }
-    chosenModel.reset();
-    modelsChanged.emit();
+    modelFolderChanged();
 }
 
 void EditorModel::cancelTranscription(AudioTrack& track) {

@@ -788,6 +788,9 @@ private:
 
     // ==== transcription state (EditorModel+Transcription.cpp) ====
     std::shared_ptr<Transcriber> speech;
+    bool speechFromFolder = false; // made from the models folder, so remade when it changes
+    // Lets go of the engines and model taken from the folder, which now holds other files.
+    void modelFolderChanged();
     // The cancel flag of each track's job under way.
     std::map<Uuid, std::shared_ptr<std::atomic<bool>>> transcriptionJobs;
     // Runs `work` in the background as the track's transcript job (it may report further

@@ -1,12 +1,12 @@
 #include "transcription/LlamaLanguageModel.h"
 
 #include "base/Errors.h"
+#include "transcription/EngineLog.h"
 
 #include <llama.h>
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -15,31 +15,6 @@ namespace fs = std::filesystem;
 namespace sonvale {
 
 namespace {
-
-// llama.cpp reports on stderr by default; its last error is kept for a failure's details.
-std::mutex logMutex;
-std::string lastEngineError;
-
-void quietLog(ggml_log_level level, const char* text, void*) {
-    if (level != GGML_LOG_LEVEL_ERROR || !text) return;
-    std::lock_guard lock(logMutex);
-    lastEngineError = text;
-    while (!lastEngineError.empty() && lastEngineError.back() == '\n')
-        lastEngineError.pop_back();
-}
-
-std::string takeEngineError() {
-    std::lock_guard lock(logMutex);
-    return std::exchange(lastEngineError, {});
-}
-
-void startEngine() {
-    static std::once_flag once;
-    std::call_once(once, [] {
-        llama_log_set(quietLog, nullptr);
-        llama_backend_init();
-    });
-}
 
 int threadCount() { return int(std::clamp(std::thread::hardware_concurrency(), 1u, 8u)); }
 
@@ -63,7 +38,7 @@ bool LlamaLanguageModel::isSupported() {
 LlamaLanguageModel::LlamaLanguageModel(const fs::path& file)
     : path(file) {
     if (!isSupported()) throw UserError(unsupportedMessage);
-    startEngine();
+    startEngines();
     auto params = llama_model_default_params();
     model = llama_model_load_from_file(file.c_str(), params);
     if (!model)

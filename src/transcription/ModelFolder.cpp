@@ -3,6 +3,7 @@
 #include "base/Errors.h"
 #include "persistence/SessionStore.h"
 #include "transcription/LlamaLanguageModel.h"
+#include "transcription/WhisperRecognizer.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -43,13 +44,6 @@ std::optional<fs::path> ModelFolder::first(Kind kind) const {
 }
 
 namespace {
-
-// A whisper model file starts with ggml's magic number, stored little-endian.
-bool looksLikeSpeechModel(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    uint32_t magic = 0;
-    return in.read(reinterpret_cast<char*>(&magic), sizeof magic) && magic == 0x67676d6c;
-}
 
 struct Descriptor {
     int fd = -1;
@@ -106,14 +100,13 @@ fs::path ModelFolder::add(const fs::path& source, const std::function<void(doubl
 
     // Only a file that loads is kept.
     bool loads = true;
-    if (*kind == Kind::language) {
-        try {
+    try {
+        if (*kind == Kind::language)
             LlamaLanguageModel check(partial);
-        } catch (const std::exception&) {
-            loads = false;
-        }
-    } else {
-        loads = looksLikeSpeechModel(partial);
+        else
+            WhisperRecognizer::checkLoads(partial);
+    } catch (const std::exception&) {
+        loads = false;
     }
     if (!loads) {
         fs::remove(partial, error);

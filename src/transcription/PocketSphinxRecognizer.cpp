@@ -109,7 +109,8 @@ bool PocketSphinxRecognizer::isInstalled(const std::filesystem::path& folder) {
 PocketSphinxRecognizer::PocketSphinxRecognizer(std::filesystem::path modelFolder)
     : folder(std::move(modelFolder)) {}
 
-std::unique_ptr<RecognizerRun> PocketSphinxRecognizer::start(const std::string&) const {
+std::unique_ptr<RecognizerRun> PocketSphinxRecognizer::start(const std::string&,
+                                                             const std::atomic<bool>*) const {
     return std::make_unique<PocketSphinxRun>(folder);
 }
 

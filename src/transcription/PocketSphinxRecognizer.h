@@ -20,7 +20,8 @@ public:
     Mode mode() const override { return Mode::longDictation; }
     std::vector<std::string> supportedLocales() const override { return {"en-US"}; }
     double inputSampleRate() const override { return 16000; }
-    std::unique_ptr<RecognizerRun> start(const std::string& locale) const override;
+    std::unique_ptr<RecognizerRun> start(const std::string& locale,
+                                         const std::atomic<bool>* cancelled) const override;
 
     // An utterance that runs this long without a pause is ended anyway, which keeps the
     // decoder's memory and its final pass bounded.

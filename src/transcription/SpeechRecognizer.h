@@ -2,6 +2,7 @@
 
 #include "audio/Transcript.h"
 
+#include <atomic>
 #include <memory>
 #include <span>
 #include <string>
@@ -42,8 +43,10 @@ public:
     virtual std::vector<std::string> supportedLocales() const = 0;
     // Mono samples per second that feed() expects.
     virtual double inputSampleRate() const = 0;
-    // Throws a UserError when the engine or its model can't be started.
-    virtual std::unique_ptr<RecognizerRun> start(const std::string& locale) const = 0;
+    // Throws a UserError when the engine or its model can't be started. An engine that works
+    // on long stretches at once reads `cancelled` as it goes and throws TranscriptionCancelled.
+    virtual std::unique_ptr<RecognizerRun> start(const std::string& locale,
+                                                 const std::atomic<bool>* cancelled) const = 0;
 };
 
 } // namespace sonvale

@@ -1,6 +1,8 @@
 #include "transcription/Transcriber.h"
 
+#include "transcription/ModelFolder.h"
 #include "transcription/PocketSphinxRecognizer.h"
+#include "transcription/WhisperRecognizer.h"
 
 #include <algorithm>
 #include <cctype>
@@ -45,19 +47,32 @@ Transcriber::Transcriber(std::shared_ptr<const SpeechRecognizer> phraseLevel,
     : phraseEngine(std::move(phraseLevel))
     , dictationEngine(std::move(longDictation)) {}
 
-std::shared_ptr<Transcriber> Transcriber::installed() {
-    std::shared_ptr<const SpeechRecognizer> dictation;
+std::shared_ptr<Transcriber> Transcriber::installed(const ModelFolder& folder) {
+    std::shared_ptr<const SpeechRecognizer> phrases, dictation;
+    if (const auto model = folder.first(ModelFolder::Kind::speech)) {
+        try {
+            phrases = std::make_shared<WhisperRecognizer>(*model);
+        } catch (const std::exception&) {
+            // A file that isn't a whisper model leaves pocketsphinx to do the work.
+        }
+    }
     if (PocketSphinxRecognizer::isInstalled())
         dictation = std::make_shared<PocketSphinxRecognizer>();
-    return std::make_shared<Transcriber>(nullptr, std::move(dictation));
+    return std::make_shared<Transcriber>(std::move(phrases), std::move(dictation));
 }
 
+// A language both engines have is offered once, as the phrase-level engine names it: whisper's
+// "en" stands for pocketsphinx's "en-US" too.
 std::vector<std::string> Transcriber::identifiers() const {
     std::vector<std::string> result;
     for (const auto* engine : {phraseEngine.get(), dictationEngine.get()}) {
         if (!engine) continue;
-        for (const std::string& id : engine->supportedLocales())
-            if (std::find(result.begin(), result.end(), id) == result.end()) result.push_back(id);
+        for (const std::string& id : engine->supportedLocales()) {
+            const bool offered = std::any_of(result.begin(), result.end(), [&](const auto& known) {
+                return languagePart(known) == languagePart(id);
+            });
+            if (!offered) result.push_back(id);
+        }
     }
     return result;
 }
@@ -100,9 +115,11 @@ std::string Transcriber::engineSummary() const {
     int count = 0;
     for (const auto* engine : {phraseEngine.get(), dictationEngine.get()}) {
         if (!engine) continue;
+        const auto locales = engine->supportedLocales();
         std::string languages;
-        for (const std::string& id : engine->supportedLocales())
+        for (const std::string& id : locales)
             languages += (languages.empty() ? "" : ", ") + languageDisplayName(id);
+        if (locales.size() > 3) languages = std::to_string(locales.size()) + " languages";
         names += (names.empty() ? "" : "; ") + engine->engineName() + " (" + languages + ")";
         ++count;
     }
@@ -110,11 +127,13 @@ std::string Transcriber::engineSummary() const {
     return (count == 1 ? "Speech engine: " : "Speech engines: ") + names;
 }
 
+// The phrase-level engine takes every language it has, so "en-US" from an earlier choice goes
+// to whisper's "en" once a whisper model is installed.
 const SpeechRecognizer* Transcriber::recognizerFor(const std::string& locale) const {
     for (const auto* engine : {phraseEngine.get(), dictationEngine.get()}) {
         if (!engine) continue;
-        const auto offered = engine->supportedLocales();
-        if (std::find(offered.begin(), offered.end(), locale) != offered.end()) return engine;
+        for (const std::string& id : engine->supportedLocales())
+            if (id == locale || languagePart(id) == languagePart(locale)) return engine;
     }
     return nullptr;
 }
@@ -137,7 +156,7 @@ std::vector<TranscriptSegment> Transcriber::transcribe(ConvertedInput::Source au
     const bool splitsAtPauses = engine->mode() == SpeechRecognizer::Mode::longDictation;
 
     ConvertedInput input(std::move(audio), engine->inputSampleRate());
-    std::unique_ptr<RecognizerRun> run = engine->start(locale);
+    std::unique_ptr<RecognizerRun> run = engine->start(locale, cancelled);
 
     std::vector<TranscriptSegment> segments;
     std::vector<RecognizerResult> results;
@@ -190,7 +209,10 @@ std::string languageDisplayName(const std::string& identifier) {
     const std::string id = normalised(identifier);
     const auto dash = id.find('-');
     const auto language = languages.find(id.substr(0, dash));
-    if (language == languages.end()) return identifier;
+    if (language == languages.end()) {
+        const std::string named = whisperLanguageName(id.substr(0, dash));
+        return named.empty() || dash != std::string::npos ? identifier : named;
+    }
     if (dash == std::string::npos) return language->second;
     std::string region = id.substr(dash + 1);
     if (const auto known = regions.find(region); known != regions.end())

@@ -4,6 +4,7 @@
 #include "audio/AudioTrack.h"
 #include "base/Errors.h"
 #include "transcription/ConvertedInput.h"
+#include "transcription/ModelFolder.h"
 #include "transcription/SpeechRecognizer.h"
 
 #include <atomic>
@@ -48,8 +49,9 @@ public:
     Transcriber(std::shared_ptr<const SpeechRecognizer> phraseLevel,
                 std::shared_ptr<const SpeechRecognizer> longDictation);
 
-    // The engines this computer has: pocketsphinx with its English model.
-    static std::shared_ptr<Transcriber> installed();
+    // The engines this computer has: whisper when the models folder holds a speech model, and
+    // pocketsphinx with its English model.
+    static std::shared_ptr<Transcriber> installed(const ModelFolder& folder = {});
 
     bool isAvailable() const { return phraseEngine || dictationEngine; }
     TranscriptionLanguages languages() const;

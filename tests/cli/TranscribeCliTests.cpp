@@ -2,6 +2,7 @@
 
 #include "support/AudioFiles.h"
 #include "support/CliCommand.h"
+#include "support/TinyWhisperModel.h"
 
 #include <gtest/gtest.h>
 
@@ -26,6 +27,19 @@ TEST(TranscribeCli, ReadSpeechAsTimedLinesOrJSON) {
     EXPECT_NEAR(parsed["segments"][0]["start"].get<double>(), 3.46, 0.1);
 }
 
+TEST(TranscribeCli, AWhisperModelGivenTakesAnyOfItsLanguages) {
+    TemporaryFolder folder;
+    writeTinyWhisperModel(folder / "ggml-tiny.bin");
+    const CliOutput run =
+        runCli("transcribe --json --language de --model '" + (folder / "ggml-tiny.bin").string() +
+               "' '" + fixture("read-speech.flac").string() + "' 2>/dev/null");
+    ASSERT_EQ(run.status, 0) << run.output;
+    const auto parsed = nlohmann::json::parse(run.output);
+    EXPECT_EQ(parsed["locale"], "de");
+    ASSERT_FALSE(parsed["segments"].empty());
+    EXPECT_LE(parsed["segments"].back()["end"].get<double>(), 10.78);
+}
+
 TEST(TranscribeCli, RefusalsSayWhyAndExitWithOne) {
     const std::pair<std::string, std::string> cases[] = {
         {"--language fr-FR " + fixture("read-speech.flac").string(),
@@ -38,7 +52,7 @@ TEST(TranscribeCli, RefusalsSayWhyAndExitWithOne) {
         {"--model /nonexistent/ggml-base.bin " + fixture("read-speech.flac").string(),
          "No such model file: /nonexistent/ggml-base.bin"},
         {"--model " + fixture("noise.wav").string() + " " + fixture("read-speech.flac").string(),
-         "Whisper models aren't supported by this build yet."},
+         "The speech model file “noise.wav” couldn't be loaded."},
     };
     for (const auto& [arguments, message] : cases) {
         const CliOutput run = runCli("transcribe " + arguments + " 2>&1");

@@ -6,6 +6,7 @@
 #include "support/FakeRecognizer.h"
 #include "support/ModelTestAudio.h"
 #include "support/TinyLanguageModel.h"
+#include "support/TinyWhisperModel.h"
 
 #include "support/AudioFiles.h"
 
@@ -239,6 +240,13 @@ TEST(EditorTranscription, ModelsAreAddedCheckedAndRemovedInTheModelsFolder) {
     EXPECT_FALSE(e.model.languageModelUnavailableReason());
     e.model.removeModel(models / "Models" / "tiny.gguf");
     EXPECT_TRUE(e.model.languageModelUnavailableReason());
+
+    // The engines made from the folder are remade when a speech model arrives.
+    e.model.setTranscriber(nullptr);
+    EXPECT_EQ(e.model.transcriber().engineSummary().find("whisper"), std::string::npos);
+    sonvale::test::writeTinyWhisperModel(elsewhere / "ggml-tiny.bin");
+    EXPECT_EQ(added("ggml-tiny.bin"), "");
+    EXPECT_NE(e.model.transcriber().engineSummary().find("whisper"), std::string::npos);
 }
 
 TEST(EditorTranscription, TheSuggestedTitleNamesTheFileButNeverOverAnother) {

@@ -24,7 +24,8 @@ struct FakeRecognizer final : SpeechRecognizer {
     Mode mode() const override { return engineMode; }
     std::vector<std::string> supportedLocales() const override { return locales; }
     double inputSampleRate() const override { return 16000; }
-    std::unique_ptr<RecognizerRun> start(const std::string&) const override {
+    std::unique_ptr<RecognizerRun> start(const std::string&,
+                                         const std::atomic<bool>*) const override {
         if (!failure.empty()) throw UserError(failure);
         struct Run final : RecognizerRun {
             const FakeRecognizer& engine;

@@ -1,17 +1,20 @@
 #include "transcription/ConvertedInput.h"
 #include "transcription/PocketSphinxRecognizer.h"
 #include "transcription/Transcriber.h"
+#include "transcription/WhisperRecognizer.h"
 
 #include "audio/AudioLoader.h"
 #include "support/AudioFiles.h"
 #include "support/FakeRecognizer.h"
 #include "support/ModelTestAudio.h"
 #include "support/Signals.h"
+#include "support/TinyWhisperModel.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
 
 using namespace sonvale;
 using sonvale::test::FakeRecognizer;
@@ -20,14 +23,33 @@ using sonvale::test::words;
 namespace {
 
 std::vector<double> progressOf(const Transcriber& t, const AudioDataPtr& audio,
-                               std::vector<TranscriptSegment>* lines = nullptr) {
+                               std::vector<TranscriptSegment>* lines = nullptr,
+                               const std::string& locale = "en-US") {
     std::vector<double> seen;
-    auto result = t.transcribe(audio, "en-US", [&](Transcriber::Stage stage) {
+    auto result = t.transcribe(audio, locale, [&](Transcriber::Stage stage) {
         seen.push_back(std::get<AudioTrack::Transcribing>(stage).progress);
     });
     if (lines) *lines = result;
     return seen;
 }
+
+template <typename Run> std::string failureOf(Run&& run) {
+    try {
+        run();
+    } catch (const std::exception& failure) {
+        return failure.what();
+    }
+    return "no failure";
+}
+
+// A random-weight whisper model in a models folder of its own.
+struct TinyWhisper {
+    explicit TinyWhisper(bool multilingual = true) {
+        sonvale::test::writeTinyWhisperModel(file, multilingual);
+    }
+    sonvale::test::TemporaryFolder folder;
+    std::filesystem::path file = folder / "ggml-tiny-test.bin";
+};
 
 } // namespace
 
@@ -141,9 +163,9 @@ TEST(PocketSphinx, WordsLoseFillersAndPronunciationMarks) {
 TEST(PocketSphinx, TranscribesReadSpeechAtItsPlaceInAStereoFile) {
     ASSERT_TRUE(PocketSphinxRecognizer::isInstalled()) << "scripts/setup-deps.sh installs it";
     const auto audio = AudioLoader::load(test::fixture("read-speech.flac"));
-    const auto transcriber = Transcriber::installed();
+    const Transcriber transcriber(nullptr, std::make_shared<PocketSphinxRecognizer>());
     std::vector<TranscriptSegment> lines;
-    const auto seen = progressOf(*transcriber, audio, &lines);
+    const auto seen = progressOf(transcriber, audio, &lines);
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0].text, "go forward ten meters");
     // The words start 0.46 s into the clip, which follows 3 s of silence.
@@ -155,4 +177,72 @@ TEST(PocketSphinx, TranscribesReadSpeechAtItsPlaceInAStereoFile) {
     EXPECT_LE(lines[1].end, 10.78);
     ASSERT_EQ(seen.size(), 2u);
     EXPECT_NEAR(seen[0], lines[0].end / 10.78, 0.01);
+}
+
+TEST(Whisper, TakesEveryLanguageItHasIncludingEnglishFromPocketSphinx) {
+    const TinyWhisper multilingual;
+    const auto both = Transcriber::installed(ModelFolder{multilingual.folder.path()});
+    const auto ids = both->languages().identifiers;
+    EXPECT_EQ(ids.size(), 100u);
+    EXPECT_EQ(std::count(ids.begin(), ids.end(), "en"), 1);
+    EXPECT_EQ(std::count(ids.begin(), ids.end(), "en-US"), 0) << "English is offered once";
+    for (const char* id : {"en-US", "en", "en_GB.UTF-8"})
+        EXPECT_EQ(both->recognizerFor(both->resolve(id))->engineName(), "whisper") << id;
+    EXPECT_EQ(both->resolve("de-CH"), "de");
+    EXPECT_EQ(both->engineSummary(),
+              "Speech engines: whisper (100 languages); pocketsphinx (English (United States))");
+    EXPECT_EQ(languageDisplayName("haw"), "Hawaiian");
+
+    const TinyWhisper english(false);
+    const auto englishOnly = Transcriber::installed(ModelFolder{english.folder.path()});
+    EXPECT_EQ(englishOnly->languages().identifiers, std::vector<std::string>{"en"});
+    EXPECT_EQ(failureOf([&] { englishOnly->resolve("de"); }),
+              "Transcription doesn't support German.");
+}
+
+TEST(Whisper, SegmentsBecomeOrderedLinesInsideTheAudioAcrossBlocks) {
+    const TinyWhisper model;
+    const Transcriber transcriber(std::make_shared<WhisperRecognizer>(model.file, 1, 10.0),
+                                  nullptr);
+    std::vector<TranscriptSegment> lines;
+    const auto seen =
+        progressOf(transcriber, sonvale::testing::makeNoise(44100, 2, 44100 * 25), &lines, "de");
+    ASSERT_FALSE(lines.empty());
+    double previousEnd = 0;
+    for (const auto& line : lines) {
+        EXPECT_THAT(line.text, ::testing::MatchesRegex("w[0-9]+( w[0-9]+)*"));
+        EXPECT_GE(line.start, previousEnd);
+        EXPECT_GE(line.end, line.start);
+        EXPECT_LE(line.end, 25.0);
+        previousEnd = line.end;
+    }
+    EXPECT_EQ(seen.size(), lines.size());
+    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+}
+
+TEST(Whisper, CancellingStopsTheEngineAndBadFilesAreNamed) {
+    const TinyWhisper model;
+    const WhisperRecognizer engine(model.file, 1);
+    std::atomic<bool> cancelled{true};
+    const auto run = engine.start("en", &cancelled);
+    std::vector<RecognizerResult> results;
+    const std::vector<float> speech(16000 * 5, 0.1f);
+    run->feed(speech, 0, results);
+    EXPECT_THROW(run->finish(results), TranscriptionCancelled);
+
+    // Half a model, as an interrupted download leaves it, passes the header check only.
+    std::filesystem::copy_file(model.file, model.folder / "ggml-damaged.bin");
+    std::filesystem::resize_file(model.folder / "ggml-damaged.bin",
+                                 std::filesystem::file_size(model.file) / 2);
+    std::ofstream(model.folder / "ggml-text.bin") << "not a model";
+    const WhisperRecognizer damaged(model.folder / "ggml-damaged.bin");
+    EXPECT_THAT(failureOf([&] { damaged.start("en", nullptr); }),
+                ::testing::HasSubstr("“ggml-damaged.bin” couldn't be loaded"));
+    EXPECT_THAT(failureOf([&] { WhisperRecognizer(model.folder / "ggml-text.bin"); }),
+                ::testing::HasSubstr("“ggml-text.bin” couldn't be loaded"));
+    // A folder whose first speech model is no model leaves pocketsphinx in charge.
+    std::filesystem::remove(model.file);
+    std::filesystem::remove(model.folder / "ggml-damaged.bin");
+    EXPECT_EQ(Transcriber::installed(ModelFolder{model.folder.path()})->engineSummary(),
+              "Speech engine: pocketsphinx (English (United States))");
 }
