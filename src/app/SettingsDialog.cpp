@@ -6,6 +6,8 @@
 #include "editor/EditorModel.h"
 #include "persistence/Preferences.h"
 
+#include <algorithm>
+
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialogButtonBox>
@@ -365,7 +367,14 @@ QWidget* SettingsDialog::makeTranscriptionPage() {
 
 void SettingsDialog::showModels(EditorModel& model) {
     editor = &model;
-    modelsConnection = model.modelsChanged.connect([this] { refreshModels(); });
+    modelsConnection = model.modelsChanged.connect([this] {
+        refreshModels();
+        // A speech model added or removed changes the engines and their languages.
+        if (!editor->modelCopyProgress())
+            setTranscriptionLanguages(
+                editor->transcriber().languages(),
+                QString::fromStdString(editor->transcriber().engineSummary()));
+    });
     modelsBox->setEnabled(true);
     refreshModels();
 }
@@ -527,10 +536,17 @@ void SettingsDialog::refreshLanguages() {
         languages.automatic
             ? "Automatic (" + languageTitle(QString::fromStdString(*languages.automatic)) + ")"
             : QString("Automatic"));
+    // Whisper knows a hundred languages: they are listed by name.
+    std::vector<std::pair<QString, QString>> offered;
     for (const std::string& id : languages.identifiers) {
         const QString identifier = QString::fromStdString(id);
-        transcriptionLanguage->addItem(languageTitle(identifier), identifier);
+        offered.emplace_back(languageTitle(identifier), identifier);
     }
+    std::sort(offered.begin(), offered.end(), [](const auto& a, const auto& b) {
+        return QString::localeAwareCompare(a.first, b.first) < 0;
+    });
+    for (const auto& [title, identifier] : offered)
+        transcriptionLanguage->addItem(title, identifier);
     const auto& chosen = preferences.transcriptionLanguage();
     if (!chosen) {
         transcriptionLanguage->setCurrentIndex(0);

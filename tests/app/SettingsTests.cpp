@@ -4,9 +4,11 @@
 #include "editor/EditorModel.h"
 #include "persistence/Preferences.h"
 #include "support/AudioFiles.h"
+#include "support/TinyWhisperModel.h"
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QLabel>
 #include <QDoubleSpinBox>
 #include <QFileDialog>
 #include <QLineEdit>
@@ -227,7 +229,7 @@ private Q_SLOTS:
         model.setModelFolder(ModelFolder{store.folder / "Models"});
         std::filesystem::create_directories(store.folder / "Models");
         std::ofstream(store.folder / "Models" / "small.gguf") << "weights";
-        std::ofstream(store.folder / "Models" / "ggml-base.en.bin") << "weights";
+        test::writeTinyWhisperModel(store.folder / "Models" / "ggml-base.en.bin", false);
         SettingsDialog dialog(store.preferences);
         dialog.showModels(model);
         auto* list = control<QListWidget>(dialog, "installedModels");
@@ -253,6 +255,12 @@ private Q_SLOTS:
             if (confirm->buttonRole(button) == QMessageBox::DestructiveRole) button->click();
         QVERIFY(!std::filesystem::exists(store.folder / "Models" / "small.gguf"));
         QCOMPARE(list->count(), 1);
+        // The folder's speech model is the engine now, with its languages.
+        QCOMPARE(control<QLabel>(dialog, "transcriptionEngines")->text(),
+                 QString("Speech engines: whisper (English); pocketsphinx (English (United "
+                         "States))"));
+        QCOMPARE(control<QComboBox>(dialog, "transcriptionLanguage")->itemData(1).toString(),
+                 QString("en"));
     }
 
     void changesMadeElsewhereShowInTheOpenWindow() {
