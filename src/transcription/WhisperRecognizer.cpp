@@ -28,7 +28,57 @@ UserError loadFailure(const fs::path& file) {
                      takeEngineError());
 }
 
+// Walks the file's sections the way whisper's loader reads them, without allocating what they
+// describe: the header's sizes must be sane and every tensor whole. whisper.cpp gives back
+// little of what it allocated when a load fails, so a damaged file (most often one cut short
+// by an interrupted download) is turned away here first.
+bool isWholeModel(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    auto read = [&](auto& value) {
+        return bool(in.read(reinterpret_cast<char*>(&value), sizeof value));
+    };
+    auto skip = [&](int64_t bytes) {
+        return bytes >= 0 && bool(in.seekg(bytes, std::ios::cur)) && in.peek() != EOF;
+    };
+    uint32_t magic = 0;
+    int32_t h[11] = {}; // vocabulary, audio context/width/heads/layers, text ditto, mels, type
+    if (!read(magic) || magic != ggmlMagic) return false;
+    for (int32_t& value : h)
+        if (!read(value) || value < 0 || value > 1'000'000) return false;
+    const int32_t audioLayers = h[4], textLayers = h[8];
+    int32_t mels = 0, fftBins = 0, words = 0;
+    if (!read(mels) || !read(fftBins) || mels <= 0 || mels > 1024 || fftBins <= 0 ||
+        fftBins > 8192 || !skip(int64_t(mels) * fftBins * 4) || !read(words) || words < 0 ||
+        words > h[0])
+        return false;
+    for (int32_t i = 0; i < words; ++i) {
+        uint32_t length = 0;
+        if (!read(length) || length > 1024 || !skip(length)) return false;
+    }
+    int64_t tensors = 0;
+    for (int32_t dims = 0; read(dims); ++tensors) {
+        int32_t nameLength = 0, type = 0;
+        if (!read(nameLength) || !read(type) || dims < 1 || dims > 4 || nameLength <= 0 ||
+            nameLength > 256 || type < 0 || type >= GGML_TYPE_COUNT ||
+            ggml_blck_size(ggml_type(type)) <= 0)
+            return false;
+        int64_t elements = 1;
+        for (int32_t d = 0; d < dims; ++d) {
+            int32_t size = 0;
+            if (!read(size) || size <= 0) return false;
+            elements *= size;
+        }
+        const auto bytes =
+            elements * int64_t(ggml_type_size(ggml_type(type))) / ggml_blck_size(ggml_type(type));
+        if (!skip(nameLength) || !in.seekg(bytes - 1, std::ios::cur) || in.get() == EOF)
+            return false;
+    }
+    // Encoder 7 + 15 a layer, decoder 4 + 24 a layer, as whisper's loader expects.
+    return tensors == 11 + 15 * int64_t(audioLayers) + 24 * int64_t(textLayers);
+}
+
 whisper_context* load(const fs::path& file) {
+    if (!isWholeModel(file)) throw loadFailure(file);
     startEngines();
     auto params = whisper_context_default_params();
     params.use_gpu = false;
