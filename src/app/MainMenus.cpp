@@ -1,6 +1,7 @@
 #include "app/MainMenus.h"
 
 #include "app/Features.h"
+#include "app/QtText.h"
 
 #include "editor/EditorModel.h"
 #include "engine/PlaybackEngine.h"
@@ -19,8 +20,6 @@
 namespace sonvale {
 
 namespace {
-
-QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 // The Go menu's commands that move the canvas's cursor and view.
 constexpr ActionID cursorKeys[] = {

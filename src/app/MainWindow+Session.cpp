@@ -1,5 +1,6 @@
 #include "app/MainWindow.h"
 
+#include "app/QtText.h"
 #include "app/SnapshotsDialog.h"
 #include "app/canvas/WaveformCanvas.h"
 #include "editor/EditorModel.h"
@@ -21,8 +22,6 @@
 namespace sonvale {
 
 namespace {
-
-QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 bool isBundle(const QString& path) { return EditorModel::isSessionDocument(path.toStdString()); }
 

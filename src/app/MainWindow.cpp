@@ -6,6 +6,7 @@
 #include "app/InspectorPanel.h"
 #include "app/MainMenus.h"
 #include "app/MarkerPanel.h"
+#include "app/QtText.h"
 #include "app/SettingsDialog.h"
 #include "app/ShortcutsDialog.h"
 #include "app/StatusBar.h"
@@ -59,8 +60,6 @@
 namespace sonvale {
 
 namespace {
-
-QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 // The format and range choices beside the export dialogs, bound to an ExportOptions.
 QWidget* makeExportAccessory(ExportOptions& options, bool offerRange, QWidget* parent) {

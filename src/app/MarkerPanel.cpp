@@ -1,6 +1,7 @@
 #include "app/MarkerPanel.h"
 
 #include "app/DurationText.h"
+#include "app/QtText.h"
 #include "editor/EditorModel.h"
 
 #include <QGridLayout>
@@ -13,8 +14,6 @@
 namespace sonvale {
 
 namespace {
-
-QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 std::optional<Uuid> markerID(const QTreeWidgetItem* item) {
     return Uuid::parse(item->data(0, Qt::UserRole).toString().toStdString());

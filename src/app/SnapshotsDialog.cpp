@@ -1,5 +1,6 @@
 #include "app/SnapshotsDialog.h"
 
+#include "app/QtText.h"
 #include "editor/EditorModel.h"
 
 #include <QDateTime>
@@ -19,8 +20,6 @@ namespace sonvale {
 namespace {
 
 const QSize thumbnailSize(176, 110);
-
-QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 QString counted(int64_t count, const char* singular, const char* plural) {
     return QString("%1 %2").arg(count).arg(count == 1 ? singular : plural);

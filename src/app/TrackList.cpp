@@ -1,6 +1,7 @@
 #include "app/TrackList.h"
 
 #include "app/DurationText.h"
+#include "app/QtText.h"
 #include "app/timeline/TimelineView.h"
 #include "editor/EditorModel.h"
 
@@ -25,8 +26,6 @@
 namespace sonvale {
 
 namespace {
-
-QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 std::optional<Uuid> trackID(const QListWidgetItem* item) {
     return Uuid::parse(item->data(Qt::UserRole).toString().toStdString());

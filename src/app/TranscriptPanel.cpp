@@ -1,5 +1,6 @@
 #include "app/TranscriptPanel.h"
 
+#include "app/QtText.h"
 #include "editor/EditorModel.h"
 #include "persistence/Preferences.h"
 
@@ -15,8 +16,6 @@
 namespace sonvale {
 
 namespace {
-
-QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 constexpr const char* downloadingText = "Downloading the speech model (once per language)\u2026";
 

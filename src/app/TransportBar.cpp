@@ -4,6 +4,7 @@
 #include "app/DurationText.h"
 #include "app/Features.h"
 #include "app/LevelMeterWidget.h"
+#include "app/QtText.h"
 #include "audio/Loudness.h"
 #include "editor/EditorModel.h"
 
@@ -91,8 +92,6 @@ protected:
 };
 
 namespace {
-
-QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 enum class Glyph { toStart, play, pause, stop, toEnd, loop, record };
 

@@ -15,7 +15,7 @@ namespace sonvale {
 
 namespace {
 
-constexpr int64_t chunkFrames = 65536;
+constexpr int64_t exportChunkFrames = 65536;
 
 // NaN becomes silence rather than an undefined integer code.
 void gainAndClip(const float* __restrict in, float* __restrict out, int64_t n, float gain) {
@@ -131,16 +131,16 @@ void AudioExporter::exportAudio(const AudioData& audio, FrameRange range, float 
     const int64_t upper = std::clamp<int64_t>(range.upper, lower, audio.frameCount);
 
     auto writer = openAudioFileWriter(settings(format, audio.sampleRate, channels), url);
-    FloatBuffer chunk(chunkFrames * channels);
+    FloatBuffer chunk(exportChunkFrames * channels);
     std::vector<const float*> planes(static_cast<size_t>(channels));
     for (int c = 0; c < channels; ++c)
-        planes[size_t(c)] = chunk.data() + c * chunkFrames;
+        planes[size_t(c)] = chunk.data() + c * exportChunkFrames;
 
     double reported = 0;
     for (int64_t at = lower; at < upper;) {
-        const int64_t n = std::min(upper - at, chunkFrames);
+        const int64_t n = std::min(upper - at, exportChunkFrames);
         for (int c = 0; c < channels; ++c)
-            gainAndClip(audio.samples(c) + at, chunk.data() + c * chunkFrames, n, gain);
+            gainAndClip(audio.samples(c) + at, chunk.data() + c * exportChunkFrames, n, gain);
         writer->write(planes.data(), n);
         at += n;
         const double fraction = double(at - lower) / double(upper - lower);
@@ -184,7 +184,7 @@ void AudioExporter::writeLossless(const AudioClip& clip, const std::filesystem::
     const int64_t length = clip.length();
     std::vector<const float*> planes(static_cast<size_t>(channels));
     for (int64_t at = 0; at < length;) {
-        const int64_t n = std::min(length - at, chunkFrames);
+        const int64_t n = std::min(length - at, exportChunkFrames);
         for (int c = 0; c < channels; ++c) {
             // A channel shorter than the first would be a broken clip; never read past it.
             if (int64_t(clip.channels[size_t(c)].size()) < at + n)
@@ -204,7 +204,7 @@ void AudioExporter::writeLossless(const AudioData& audio, const std::filesystem:
     auto writer = openLosslessWriter(url, audio.sampleRate, channels);
     std::vector<const float*> planes(static_cast<size_t>(channels));
     for (int64_t at = 0; at < audio.frameCount;) {
-        const int64_t n = std::min(audio.frameCount - at, chunkFrames);
+        const int64_t n = std::min(audio.frameCount - at, exportChunkFrames);
         for (int c = 0; c < channels; ++c)
             planes[size_t(c)] = audio.samples(c) + at;
         writer->write(planes.data(), n);

@@ -24,11 +24,11 @@ namespace sonvale {
 namespace {
 
 // Frames decoded per read; progress is looked at after each.
-constexpr int64_t chunkFrames = 65536;
+constexpr int64_t loadChunkFrames = 65536;
 // Files at least this long are summarised on a second thread while they decode.
 constexpr int64_t backgroundSummaryThreshold = int64_t(1) << 20;
 // How far ahead of the decoder the summariser faults in pages (2 MB of each channel).
-constexpr int64_t prefaultFrames = 8 * chunkFrames;
+constexpr int64_t prefaultFrames = 8 * loadChunkFrames;
 
 // Builds level 0 of every channel's pyramid on a thread of its own, behind the decoder,
 // and faults in the pages the decoder will write next, ahead of it: the summary then
@@ -83,7 +83,7 @@ private:
         std::unique_lock lock(mutex);
         for (;;) {
             wake.wait(lock, [this] {
-                return stopping || (!paused && published - summarised >= chunkFrames);
+                return stopping || (!paused && published - summarised >= loadChunkFrames);
             });
             if (stopping) return;
             const int64_t from = summarised;
@@ -94,7 +94,7 @@ private:
                 AudioLoader::summariseLevelZero(samples[c].data() + from, to - from,
                                                 minMax[c].data() + 2 * (from / 16),
                                                 energy[c].data() + from / 16);
-            prefault(to + chunkFrames, to + chunkFrames + prefaultFrames);
+            prefault(to + loadChunkFrames, to + loadChunkFrames + prefaultFrames);
             lock.lock();
             busy = false;
             summarised = to;
@@ -254,7 +254,7 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
     // Each channel is allocated once at the length the file announces. Where that is only
     // an estimate, the buffers get headroom (untouched pages cost nothing) and grow or
     // shrink in place at the end.
-    int64_t capacity = exact ? info.frames : info.frames + info.frames / 16 + chunkFrames;
+    int64_t capacity = exact ? info.frames : info.frames + info.frames / 16 + loadChunkFrames;
     const size_t channels = size_t(info.channels);
     // Long files get their level 0 built while they decode, by a thread that also faults in
     // the pages just ahead of the decoder: their buffers are not populated up front, so the
@@ -290,7 +290,7 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
     for (;;) {
         if (filled == capacity) {
             if (exact) break;
-            const int64_t grown = capacity + std::max(capacity / 2, 16 * chunkFrames);
+            const int64_t grown = capacity + std::max(capacity / 2, 16 * loadChunkFrames);
             if (summariser) summariser->pause();
             for (auto& buffer : buffers)
                 buffer.resize(grown);
@@ -304,7 +304,7 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
         for (size_t c = 0; c < channels; ++c)
             destinations[c] = buffers[c].data() + filled;
         const int64_t got =
-            decoder->read(destinations.data(), std::min(capacity - filled, chunkFrames));
+            decoder->read(destinations.data(), std::min(capacity - filled, loadChunkFrames));
         if (got <= 0) break; // the end, also of a file shorter than its header says
         filled += got;
         if (summariser) summariser->publish(filled);

@@ -1,18 +1,12 @@
 #include "audio/AudioExporter.h"
 
+#include "base/Text.h"
+
 #include <algorithm>
 #include <cctype>
 #include <set>
 
 namespace sonvale {
-
-namespace {
-std::string lowercased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
-    return text;
-}
-} // namespace
 
 std::vector<ExportJob> regionExportJobs(const std::string& trackName,
                                         const std::vector<Marker>& regions, ExportFormat format,

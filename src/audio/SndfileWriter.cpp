@@ -23,7 +23,7 @@ namespace sonvale {
 
 namespace {
 
-constexpr int64_t chunkFrames = 65536;
+constexpr int64_t writeChunkFrames = 65536;
 
 int sndfileFormat(const EncoderSettings& s) {
     int format = 0;
@@ -66,10 +66,10 @@ public:
                                               "libsndfile can't write this format"));
         channels = settings.channels;
         if (settings.isFloat.value_or(false)) {
-            floats = FloatBuffer(chunkFrames * channels);
+            floats = FloatBuffer(writeChunkFrames * channels);
         } else {
             integerBits = std::clamp(settings.bitDepth.value_or(16), 8, 32);
-            integers.reset(new (std::nothrow) int32_t[size_t(chunkFrames * channels)]);
+            integers.reset(new (std::nothrow) int32_t[size_t(writeChunkFrames * channels)]);
             if (!integers) throw AudioLoaderError::outOfMemory();
         }
         gathered.reserve(gatherBytes);
@@ -91,7 +91,7 @@ public:
 
     void write(const float* const* input, int64_t frames) override {
         for (int64_t done = 0; done < frames;) {
-            const int64_t n = std::min(frames - done, chunkFrames);
+            const int64_t n = std::min(frames - done, writeChunkFrames);
             if (integerBits > 0) {
                 // Rounded to the nearest code at 2^(bits-1) per full scale, +1.0 clipped to
                 // the largest code: what FFmpeg does, and exact for samples that were read

@@ -1,5 +1,7 @@
 #include "audio/Transcript.h"
 
+#include "base/Text.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -23,12 +25,6 @@ std::string trimmed(std::string_view text) {
 int64_t characterCount(std::string_view text) {
     return std::count_if(text.begin(), text.end(),
                          [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; });
-}
-
-std::string lowercased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
-    return text;
 }
 
 } // namespace

@@ -28,7 +28,7 @@ namespace sonvale::cli {
 namespace {
 
 // START:END in frames or seconds; an empty side is the file's start or end.
-FrameRange parseRange(const std::string& text, const AudioData& audio, const std::string& file) {
+FrameRange rangeIn(const std::string& text, const AudioData& audio, const std::string& file) {
     const FrameRange range = cli::parseRange(text).resolve(audio.sampleRate, audio.frameCount);
     checkRangeWithin(range, audio.frameCount, file);
     return range;
@@ -128,7 +128,7 @@ void applyToRange(const std::string& input, const std::string& output, const std
     DecodeReport report;
     auto audio = AudioLoader::load(input, {}, &report);
     warnAboutDamage(input, report, audio->sampleRate);
-    FrameRange range = parseRange(rangeText, *audio, input);
+    FrameRange range = rangeIn(rangeText, *audio, input);
     if (range.isEmpty()) throw UsageError{"\"" + input + "\" has no audio to process"};
 
     auto chain = makeChain(setups);

@@ -1,6 +1,7 @@
 #include "editor/EditorModel.h"
 
 #include "base/Executor.h"
+#include "base/Text.h"
 #include "persistence/Preferences.h"
 #include "persistence/SessionStore.h"
 
@@ -17,12 +18,6 @@ namespace {
 std::vector<uint8_t> pathBytes(const fs::path& path) {
     const std::string text = path.string();
     return {text.begin(), text.end()};
-}
-
-std::string lowercased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
-    return text;
 }
 
 // An absolute, normal path without a trailing separator.

@@ -3,6 +3,7 @@
 #include "audio/AudioErrors.h"
 #include "audio/AudioLoader.h"
 #include "base/Executor.h"
+#include "base/Text.h"
 #include "engine/PlaybackEngine.h"
 #include "persistence/Preferences.h"
 
@@ -138,12 +139,6 @@ void EditorModel::selectAdjacentTrack(int offset) {
 // ---- opening -------------------------------------------------------------------------------
 
 namespace {
-
-std::string lowercased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
-    return text;
-}
 
 // The last component, also for a folder given with a trailing slash.
 fs::path lastComponent(const fs::path& path) {

@@ -1,5 +1,7 @@
 #include "effects/ChorusProcessor.h"
 
+#include "effects/Dsp.h"
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -7,7 +9,6 @@
 namespace sonvale {
 
 namespace {
-constexpr double twoPi = 2 * std::numbers::pi;
 constexpr double lineSeconds = 0.06; // holds the longest Delay (40 ms) plus Depth (10 ms)
 } // namespace
 

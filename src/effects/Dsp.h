@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cmath>
+#include <numbers>
 
 namespace sonvale {
+
+inline constexpr double twoPi = 2 * std::numbers::pi;
 
 // The per-sample factor by which a one-pole envelope's distance to its target shrinks, for a
 // time constant of `seconds` at `sampleRate`.

@@ -1,5 +1,7 @@
 #include "effects/FlangerProcessor.h"
 
+#include "effects/Dsp.h"
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -7,7 +9,6 @@
 namespace sonvale {
 
 namespace {
-constexpr double twoPi = 2 * std::numbers::pi;
 constexpr double lineSeconds = 0.021; // twice the longest Delay (10 ms) at full Depth
 } // namespace
 

@@ -1,6 +1,7 @@
 #include "effects/PhaserProcessor.h"
 
 #include "base/CpuDispatch.h"
+#include "effects/Dsp.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,7 +10,6 @@
 namespace sonvale {
 
 namespace {
-constexpr double twoPi = 2 * std::numbers::pi;
 constexpr int stageChoices[] = {4, 6, 8, 12};
 constexpr int updateInterval = 16;
 } // namespace

@@ -4,6 +4,7 @@
 #include "base/AtomicFile.h"
 #include "base/Errors.h"
 #include "base/ParallelFor.h"
+#include "base/Text.h"
 
 #include <algorithm>
 #include <atomic>
@@ -26,12 +27,6 @@ namespace {
 
 constexpr const char* sessionFile = "Session.json";
 constexpr const char* windowPicture = "Window.jpg";
-
-std::string lowercased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
-    return text;
-}
 
 std::string readWholeFile(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);

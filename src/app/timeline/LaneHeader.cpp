@@ -2,6 +2,7 @@
 
 #include "app/ChannelControls.h"
 #include "app/LevelMeterWidget.h"
+#include "app/QtText.h"
 #include "app/timeline/TimelineView.h"
 #include "timeline/Timeline.h"
 
@@ -20,8 +21,6 @@
 namespace sonvale {
 
 namespace {
-
-QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 constexpr int gainSteps = 10; // slider steps per decibel
 

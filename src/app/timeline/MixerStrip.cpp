@@ -2,6 +2,7 @@
 
 #include "app/ChannelControls.h"
 #include "app/LevelMeterWidget.h"
+#include "app/QtText.h"
 #include "app/timeline/TimelineView.h"
 #include "editor/EditorModel.h"
 #include "timeline/Timeline.h"
@@ -25,8 +26,6 @@
 namespace sonvale {
 
 namespace {
-
-QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 constexpr int rowHeight = 26;
 constexpr int bandHeight = 5;

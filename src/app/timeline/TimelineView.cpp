@@ -2,6 +2,7 @@
 
 #include "app/DurationText.h"
 #include "app/LevelMeterWidget.h"
+#include "app/QtText.h"
 #include "app/timeline/LaneHeader.h"
 #include "editor/EditorModel.h"
 #include "engine/PlaybackEngine.h"
@@ -20,8 +21,6 @@
 namespace sonvale {
 
 namespace {
-
-QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 // Ruler steps in seconds; the first that leaves at least 80 points between labels is used.
 constexpr double rulerSteps[] = {0.01, 0.05, 0.1, 0.5, 1,   2,   5,    10,
