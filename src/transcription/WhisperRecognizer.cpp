@@ -49,7 +49,7 @@ bool isWholeModel(const fs::path& file) {
     int32_t mels = 0, fftBins = 0, words = 0;
     if (!read(mels) || !read(fftBins) || mels <= 0 || mels > 1024 || fftBins <= 0 ||
         fftBins > 8192 || !skip(int64_t(mels) * fftBins * 4) || !read(words) || words < 0 ||
-        words > h[0])
+        words > 1'000'000)
         return false;
     for (int32_t i = 0; i < words; ++i) {
         uint32_t length = 0;
