@@ -3,6 +3,7 @@
 #include "audio/AudioDecoder.h"
 #include "audio/AudioErrors.h"
 #include "base/Errors.h"
+#include "base/Text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -353,11 +354,9 @@ const std::vector<std::string>& AudioLoader::audioExtensions() {
 }
 
 bool AudioLoader::isAudioFile(const std::filesystem::path& path) {
-    std::string extension = path.extension().string();
-    if (extension.size() < 2) return false;
-    extension.erase(0, 1);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
+    const std::string dotted = path.extension().string();
+    if (dotted.size() < 2) return false;
+    const std::string extension = lowercased(dotted.substr(1));
     const auto& known = audioExtensions();
     return std::find(known.begin(), known.end(), extension) != known.end();
 }

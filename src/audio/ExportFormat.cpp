@@ -1,5 +1,7 @@
 #include "audio/ExportFormat.h"
 
+#include "base/Text.h"
+
 #include <algorithm>
 #include <cctype>
 #include <string>
@@ -55,8 +57,7 @@ std::string_view mimeType(ExportFormat format) {
 std::optional<ExportFormat> exportFormatForExtension(std::string_view extension) {
     std::string lower(extension);
     if (!lower.empty() && lower.front() == '.') lower.erase(0, 1);
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
+    lower = lowercased(std::move(lower));
     if (lower == "wav" || lower == "wave") return ExportFormat::wav16;
     if (lower == "aif" || lower == "aiff") return ExportFormat::aiff16;
     if (lower == "m4a" || lower == "aac" || lower == "mp4") return ExportFormat::aac;

@@ -7,6 +7,7 @@
 #include "audio/AudioErrors.h"
 #include "audio/SndfileSupport.h"
 #include "base/Errors.h"
+#include "base/Text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -83,10 +84,7 @@ std::string codecName(int format) {
     formatInfo.format = format & SF_FORMAT_SUBMASK;
     if (sf_command(nullptr, SFC_GET_FORMAT_INFO, &formatInfo, sizeof formatInfo) == 0 &&
         formatInfo.name) {
-        std::string name = formatInfo.name;
-        std::transform(name.begin(), name.end(), name.begin(),
-                       [](unsigned char c) { return char(std::tolower(c)); });
-        return name;
+        return lowercased(formatInfo.name);
     }
     return "unknown";
 }
