@@ -31,11 +31,23 @@ public:
     // What could not be decoded so far: complete once read() has returned 0.
     const DecodeReport& report() const { return damage; }
 
+    // A second decoder of the same file whose first frame is `frame` (0 < frame <
+    // info().frames), so that a long file can be decoded in two parts at once. nullptr when
+    // this kind of file can't be entered exactly there (the default), or the file can't be
+    // read that far.
+    virtual std::unique_ptr<AudioDecoder> startingAt(int64_t frame) {
+        (void)frame;
+        return nullptr;
+    }
+
 protected:
     explicit AudioDecoder(std::filesystem::path path)
         : path(std::move(path)) {}
     // read() without its bookkeeping. Throws FileError when the file can't be read on.
     virtual int64_t decode(float* const* channels, int64_t maxFrames) = 0;
+    // For a decoder made by startingAt(): its first frame is `frame` of the file, so that a
+    // failure is placed in the file, not in the part.
+    void beginAt(int64_t frame) { delivered = frame; }
 
     std::filesystem::path path;
     AudioLoader::FileInfo fileInfo;
@@ -80,5 +92,9 @@ std::unique_ptr<AudioDecoder> openFFmpegDecoder(FileHandle& file,
 // stream's header.
 std::unique_ptr<AudioDecoder> openFlacDecoder(FileHandle& file, const std::filesystem::path& path,
                                               std::string& failure);
+
+// A new descriptor of the file behind `fd` with an offset of its own (a dup shares one), for
+// a second reader; -1 with errno set when it can't be had.
+int reopenDescriptor(int fd);
 
 } // namespace sonvale

@@ -6,10 +6,13 @@
 #include "base/Text.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdint>
+#include <exception>
 #include <fcntl.h>
 #include <mutex>
 #include <optional>
@@ -164,6 +167,127 @@ std::vector<std::vector<PeakLevel>> completeLevels(const std::vector<FloatBuffer
     return levels;
 }
 
+// Decodes a file of known length in two parts at once, [0, split) here and [split, end) on a
+// thread of its own: a load already runs on one of the pool's workers, and on two cores the
+// pool has no other. Each thread builds level 0 of what it has just decoded, while it is
+// still in cache. When the first part ends early, the audio ends there, as it would decoded
+// from start to end.
+AudioDataPtr loadInTwoParts(std::unique_ptr<AudioDecoder> first,
+                            std::unique_ptr<AudioDecoder> second, int64_t split,
+                            const AudioLoader::Progress& progress, DecodeReport* report) {
+    const AudioLoader::FileInfo info = first->info();
+    const int64_t frames = info.frames;
+    const size_t channels = size_t(info.channels);
+    const int64_t blocks = (frames + 15) / 16;
+    std::vector<FloatBuffer> buffers, minMax, energy;
+    for (size_t c = 0; c < channels; ++c) {
+        buffers.emplace_back(frames, FloatBuffer::FaultOnWrite{});
+        minMax.emplace_back(2 * blocks);
+        energy.emplace_back(blocks);
+    }
+
+    struct Part {
+        AudioDecoder* decoder;
+        int64_t from, to;
+        int64_t filled = 0;     // frames decoded after `from`
+        int64_t summarised = 0; // of which level 0 is built (whole groups of 128)
+        std::exception_ptr failure;
+    };
+    std::array<Part, 2> parts{Part{first.get(), 0, split, 0, 0, {}},
+                              Part{second.get(), split, frames, 0, 0, {}}};
+    std::atomic<int64_t> decoded{0};
+    std::atomic<bool> stopping{false};
+    std::mutex progressMutex;
+    double reported = 0;
+    auto run = [&](Part& part) {
+        try {
+            std::vector<float*> destinations(channels);
+            while (!stopping.load(std::memory_order_relaxed) && part.from + part.filled < part.to) {
+                const int64_t at = part.from + part.filled;
+                for (size_t c = 0; c < channels; ++c)
+                    destinations[c] = buffers[c].data() + at;
+                const int64_t got = part.decoder->read(destinations.data(),
+                                                       std::min(part.to - at, loadChunkFrames));
+                if (got <= 0) break;
+                part.filled += got;
+                // Level 0 is summarised 128 frames at a time, as buildLevels does, so that
+                // energies summed in the same order come out the same.
+                const int64_t whole = part.filled / 128 * 128;
+                const int64_t block = (part.from + part.summarised) / 16;
+                for (size_t c = 0; c < channels; ++c)
+                    AudioLoader::summariseLevelZero(
+                        buffers[c].data() + part.from + part.summarised, whole - part.summarised,
+                        minMax[c].data() + 2 * block, energy[c].data() + block);
+                part.summarised = whole;
+                const int64_t total = decoded.fetch_add(got, std::memory_order_relaxed) + got;
+                if (progress) {
+                    // Reading fills the first 90 % of the bar.
+                    std::lock_guard lock(progressMutex);
+                    const double fraction = std::min(double(total) / double(frames), 1.0) * 0.9;
+                    if (fraction - reported >= 0.02) {
+                        reported = fraction;
+                        progress(fraction);
+                    }
+                }
+            }
+        } catch (...) {
+            part.failure = std::current_exception();
+            stopping = true;
+        }
+    };
+    {
+        std::thread worker;
+        try {
+            worker = std::thread(run, std::ref(parts[1]));
+        } catch (const std::system_error&) {
+            // No thread to be had: the parts are decoded one after the other.
+        }
+        run(parts[0]);
+        if (worker.joinable())
+            worker.join();
+        else
+            run(parts[1]);
+    }
+    // The failure nearest the start is the one decoding from the start would have met.
+    for (const Part& part : parts)
+        if (part.failure) std::rethrow_exception(part.failure);
+
+    const bool whole = parts[0].filled == split;
+    const int64_t filled = whole ? split + parts[1].filled : parts[0].filled;
+    const int64_t summarised = whole ? split + parts[1].summarised : parts[0].summarised;
+    if (report) {
+        // The first decoder may have decoded a little past the split: what it found there
+        // is the second's to report.
+        *report = first->report();
+        std::erase_if(report->damaged,
+                      [&](const FrameRange& range) { return range.lower >= split; });
+        if (!report->damaged.empty())
+            report->damaged.back().upper = std::min(report->damaged.back().upper, split);
+        if (whole) {
+            const DecodeReport& rest = second->report();
+            for (const FrameRange& range : rest.damaged)
+                report->addDamage(range.lower, range.length());
+            report->nonFiniteSamples += rest.nonFiniteSamples;
+            if (rest.endsEarly) {
+                report->endsEarly = true;
+                report->framesRead = rest.framesRead;
+                report->statedFrames = rest.statedFrames;
+            }
+        }
+        if (filled < frames && !report->endsEarly) {
+            report->endsEarly = true;
+            report->framesRead = filled;
+            report->statedFrames = frames;
+        }
+    }
+    first.reset();
+    second.reset();
+    if (filled == 0) throw AudioLoaderError::empty();
+    auto levels = completeLevels(buffers, minMax, energy, summarised, filled);
+    return AudioLoader::makeAudioData(info.sampleRate, std::move(buffers), filled,
+                                      std::move(levels));
+}
+
 enum class Signature { flac, sndfile, other };
 
 // Which decoder the file's first bytes call for: libFLAC for FLAC; libsndfile for RIFF and
@@ -195,6 +319,12 @@ int64_t AudioDecoder::read(float* const* channels, int64_t maxFrames) {
                                                failure);
         throw;
     }
+}
+
+int reopenDescriptor(int fd) {
+    // The link in /proc opens the file itself, also when it was renamed or deleted since.
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    return ::open(link.c_str(), O_RDONLY | O_CLOEXEC);
 }
 
 std::unique_ptr<AudioDecoder> openAudioDecoder(const std::filesystem::path& path) {
@@ -251,6 +381,13 @@ AudioDataPtr AudioLoader::load(const std::filesystem::path& path, const Progress
     const FileInfo info = decoder->info();
     const bool exact = decoder->lengthIsExact();
     if (exact && info.frames < 1) throw AudioLoaderError::empty();
+    if (exact && info.frames >= backgroundSummaryThreshold &&
+        std::thread::hardware_concurrency() > 1) {
+        // Halfway, where a group of level 0's summary begins.
+        const int64_t split = info.frames / 256 * 128;
+        if (auto second = decoder->startingAt(split))
+            return loadInTwoParts(std::move(decoder), std::move(second), split, progress, report);
+    }
 
     // Each channel is allocated once at the length the file announces. Where that is only
     // an estimate, the buffers get headroom (untouched pages cost nothing) and grow or

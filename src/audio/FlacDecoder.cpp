@@ -67,6 +67,25 @@ public:
         return true;
     }
 
+    void keepForSecondReader(FileHandle file) { source = std::move(file); }
+
+    // libFLAC seeks to the frame holding `frame` and hands over that frame from `frame` on.
+    std::unique_ptr<AudioDecoder> startingAt(int64_t frame) override {
+        if (!source.isOpen() || statedFrames <= 0) return nullptr;
+        const int own = reopenDescriptor(source.get());
+        if (own < 0) return nullptr;
+        auto decoder = std::make_unique<FlacDecoder>(path);
+        std::string failure;
+        if (!decoder->open(own, failure) || decoder->fileInfo.channels != fileInfo.channels ||
+            decoder->statedFrames != statedFrames)
+            return nullptr;
+        decoder->next = frame;
+        if (!FLAC__stream_decoder_seek_absolute(decoder->decoder, FLAC__uint64(frame)))
+            return nullptr;
+        decoder->beginAt(frame);
+        return decoder;
+    }
+
     int64_t decode(float* const* channels, int64_t maxFrames) override {
         const int n = fileInfo.channels;
         int64_t total = 0;
@@ -227,6 +246,7 @@ private:
     }
 
     FLAC__StreamDecoder* decoder = nullptr;
+    FileHandle source; // the file, for startingAt()
     // What is still to be delivered, in order: decoded frames (their samples in `block`)
     // and silence.
     struct Run {
@@ -260,7 +280,7 @@ std::unique_ptr<AudioDecoder> openFlacDecoder(FileHandle& file, const std::files
     }
     auto decoder = std::make_unique<FlacDecoder>(path);
     if (!decoder->open(own, failure)) return nullptr;
-    file.reset();
+    decoder->keepForSecondReader(std::move(file));
     return decoder;
 }
 

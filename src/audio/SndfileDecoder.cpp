@@ -204,6 +204,30 @@ public:
     }
     ~SndfileDecoder() override { sf_close(sndfile); }
 
+    // Uncompressed samples sit at a fixed place per frame, so libsndfile can start anywhere.
+    void keepForSecondReader(FileHandle file, int format) {
+        if (bytesPerSample(format) > 0) source = std::move(file);
+    }
+
+    std::unique_ptr<AudioDecoder> startingAt(int64_t frame) override {
+        if (!source.isOpen()) return nullptr;
+        const int own = reopenDescriptor(source.get());
+        if (own < 0) return nullptr;
+        SF_INFO info{};
+        SNDFILE* second = nullptr;
+        {
+            std::lock_guard lock(sndfileOpenMutex());
+            second = sf_open_fd(own, SFM_READ, &info, SF_TRUE);
+        }
+        if (!second) return nullptr;
+        auto decoder = std::make_unique<SndfileDecoder>(second, info, path);
+        if (info.channels != fileInfo.channels || info.frames != fileInfo.frames ||
+            sf_seek(second, frame, SEEK_SET) != frame)
+            return nullptr;
+        decoder->beginAt(frame);
+        return decoder;
+    }
+
     int64_t decode(float* const* channels, int64_t maxFrames) override {
         const int64_t got = readSamples(channels, maxFrames);
         if (floatingPoint)
@@ -262,6 +286,7 @@ private:
     }
 
     SNDFILE* sndfile;
+    FileHandle source; // the file, for startingAt(); closed when there can be none
     FloatBuffer interleaved;
     bool floatingPoint = false; // samples stored as floats may be NaN or infinite
 };
@@ -313,7 +338,7 @@ openSndfileDecoder(FileHandle& file, const std::filesystem::path& path, std::str
         auto decoder = std::make_unique<SndfileDecoder>(sndfile, info, path);
         if (const int64_t bytes = overstatedDataSize(file.get()))
             decoder->noteOverstatedData(bytes, info.format);
-        file.reset();
+        decoder->keepForSecondReader(std::move(file), info.format);
         return decoder;
     } catch (...) {
         sf_close(sndfile);

@@ -1,5 +1,6 @@
 #include "audio/AudioLoader.h"
 
+#include "audio/AudioDecoder.h"
 #include "audio/AudioErrors.h"
 #include "support/AudioFiles.h"
 
@@ -197,29 +198,76 @@ void expectLevelsBuiltFromTheSamples(const AudioData& audio) {
     }
 }
 
-TEST(AudioLoader, LongFileGetsTheSameLevelsAsIfBuiltAfterDecoding) {
-    // 1.5 million frames of noise, not a whole number of chunks or blocks.
+// What one decoder yields read from the start to the end: samples per channel and report.
+std::pair<std::vector<std::vector<float>>, DecodeReport>
+decodedFromStartToEnd(const std::filesystem::path& path) {
+    auto decoder = openAudioDecoder(path);
+    std::vector<std::vector<float>> samples(size_t(decoder->info().channels));
+    std::vector<std::vector<float>> chunk(samples.size(), std::vector<float>(4096));
+    std::vector<float*> to;
+    for (auto& c : chunk)
+        to.push_back(c.data());
+    for (int64_t got; (got = decoder->read(to.data(), 4096)) > 0;)
+        for (size_t c = 0; c < samples.size(); ++c)
+            samples[c].insert(samples[c].end(), chunk[c].begin(), chunk[c].begin() + got);
+    return {std::move(samples), decoder->report()};
+}
+
+TEST(AudioLoader, LongFilesDecodedInTwoPartsAtOnceMatchOneDecoderFromStartToEnd) {
+    // 1.5 million frames of noise, not a whole number of chunks or blocks, with a NaN in the
+    // second half of the float file; the FLAC also comes damaged three quarters in.
+    constexpr int64_t frames = 1500007;
     test::TemporaryFolder folder;
-    const auto path = folder / "long.wav";
-    SF_INFO info{};
-    info.samplerate = 48000;
-    info.channels = 2;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(file, nullptr);
-    std::vector<float> noise(2 * 1500007);
+    std::vector<float> noise(2 * frames);
     uint32_t state = 99;
     for (float& s : noise) {
         state = state * 1664525u + 1013904223u;
-        s = float(int32_t(state)) / 2147483648.0f;
+        s = float(int32_t(state)) / 2147483648.0f * 0.9f;
     }
-    sf_writef_float(file, noise.data(), 1500007);
-    sf_close(file);
+    auto write = [&](const char* name, int format) {
+        SF_INFO info{};
+        info.samplerate = 48000;
+        info.channels = 2;
+        info.format = format;
+        SNDFILE* file = sf_open((folder / name).c_str(), SFM_WRITE, &info);
+        EXPECT_NE(file, nullptr) << name;
+        sf_writef_float(file, noise.data(), frames);
+        sf_close(file);
+    };
+    write("long.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    write("long-16.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    noise[2 * 1400000 + 1] = std::numeric_limits<float>::quiet_NaN();
+    write("long-float.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+    std::filesystem::copy_file(folder / "long.flac", folder / "damaged.flac");
+    {
+        std::fstream damaged(folder / "damaged.flac",
+                             std::ios::in | std::ios::out | std::ios::binary);
+        damaged.seekp(std::streamoff(std::filesystem::file_size(folder / "long.flac") * 3 / 4));
+        damaged << std::string(3000, '\x5a');
+    }
 
-    const auto audio = AudioLoader::load(path);
-    ASSERT_EQ(audio->frameCount, 1500007);
-    EXPECT_EQ(audio->samples(1)[1500006], noise.back());
-    expectLevelsBuiltFromTheSamples(*audio);
+    for (const char* name : {"long.flac", "long-16.wav", "long-float.wav", "damaged.flac"}) {
+        SCOPED_TRACE(name);
+        ASSERT_NE(openAudioDecoder(folder / name)->startingAt(frames / 2), nullptr);
+        const auto [expected, expectedReport] = decodedFromStartToEnd(folder / name);
+        DecodeReport report;
+        const auto audio = AudioLoader::load(folder / name, {}, &report);
+        ASSERT_EQ(audio->frameCount, frames);
+        for (int c = 0; c < 2; ++c)
+            EXPECT_EQ(std::memcmp(audio->samples(c), expected[size_t(c)].data(),
+                                  size_t(frames) * sizeof(float)),
+                      0)
+                << "channel " << c;
+        EXPECT_EQ(report, expectedReport);
+        expectLevelsBuiltFromTheSamples(*audio);
+    }
+    DecodeReport damage;
+    AudioLoader::load(folder / "damaged.flac", {}, &damage);
+    ASSERT_EQ(damage.damaged.size(), 1u);
+    EXPECT_GT(damage.damaged[0].lower, frames / 2);
+    DecodeReport nan;
+    AudioLoader::load(folder / "long-float.wav", {}, &nan);
+    EXPECT_EQ(nan.nonFiniteSamples, 1);
 }
 
 TEST(AudioLoader, FileThatOutgrowsItsEstimateGetsTheSameLevelsAsIfBuiltAfterDecoding) {
