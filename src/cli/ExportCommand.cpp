@@ -21,7 +21,7 @@ namespace sonvale::cli {
 
 namespace {
 
-constexpr const char* usage =
+constexpr const char* exportUsage =
     "usage: export IN -o OUT [--format wav16|wav24|aiff16|aac] [--gain DB] [--range START:END]";
 
 struct Options {
@@ -34,7 +34,7 @@ struct Options {
 
 Options parse(const Arguments& args) {
     Options options;
-    ArgumentCursor cursor(args, usage);
+    ArgumentCursor cursor(args, exportUsage);
     while (cursor.next()) {
         const std::string& arg = cursor.current();
         if (arg == "-o" || arg == "--output") {
@@ -51,12 +51,13 @@ Options parse(const Arguments& args) {
             options.input = arg;
         } else {
             throw UsageError{"only one input file can be exported at a time (" +
-                             std::string(usage) + ")"};
+                             std::string(exportUsage) + ")"};
         }
     }
-    if (options.input.empty()) throw UsageError{std::string("no input file given (") + usage + ")"};
+    if (options.input.empty())
+        throw UsageError{std::string("no input file given (") + exportUsage + ")"};
     if (options.output.empty())
-        throw UsageError{std::string("no output file given (") + usage + ")"};
+        throw UsageError{std::string("no output file given (") + exportUsage + ")"};
     options.format = resolveExportFormat(options.format, options.output);
     return options;
 }

@@ -18,7 +18,7 @@ namespace sonvale::cli {
 
 namespace {
 
-constexpr const char* usage =
+constexpr const char* spectrogramUsage =
     "usage: spectrogram IN -o OUT.png [--fft 512|1024|2048|4096] "
     "[--map inferno|magma|viridis|grayscale] [--linear] [--width W --height H] "
     "[--range START:END]";
@@ -43,7 +43,7 @@ int parseSide(const std::string& raw, const std::string& option) {
 
 Options parse(const Arguments& args) {
     Options options;
-    ArgumentCursor cursor(args, usage);
+    ArgumentCursor cursor(args, spectrogramUsage);
     while (cursor.next()) {
         const std::string& arg = cursor.current();
         if (arg == "-o" || arg == "--output") {
@@ -74,11 +74,13 @@ Options parse(const Arguments& args) {
         } else if (options.input.empty()) {
             options.input = arg;
         } else {
-            throw UsageError{std::string("only one input file at a time (") + usage + ")"};
+            throw UsageError{std::string("only one input file at a time (") + spectrogramUsage +
+                             ")"};
         }
     }
     if (options.input.empty() || options.output.empty())
-        throw UsageError{std::string("an input and -o OUT.png are needed (") + usage + ")"};
+        throw UsageError{std::string("an input and -o OUT.png are needed (") + spectrogramUsage +
+                         ")"};
     return options;
 }
 

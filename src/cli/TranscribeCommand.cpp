@@ -17,7 +17,8 @@ namespace sonvale::cli {
 
 namespace {
 
-constexpr const char* usage = "usage: transcribe FILE [--json] [--language ID] [--model PATH]";
+constexpr const char* transcribeUsage =
+    "usage: transcribe FILE [--json] [--language ID] [--model PATH]";
 
 } // namespace
 
@@ -107,7 +108,7 @@ std::optional<RecognisedSpeech> recogniseSpeech(const std::string& command,
 }
 
 int transcribe(const Arguments& args) {
-    const SpeechOptions options = parseSpeechOptions(args, usage);
+    const SpeechOptions options = parseSpeechOptions(args, transcribeUsage);
     // A whisper model given here takes the place of the folder's; pocketsphinx stays for the
     // languages it lacks.
     std::shared_ptr<Transcriber> engines;

@@ -205,7 +205,7 @@ TEST_F(HeardPlayback, EffectChainIsAudibleAndBypassRemovesIt) {
     EXPECT_NEAR(bypassedLevel, 0.1f / std::sqrt(2.0f), 0.005f);
 }
 
-// Thirty seconds of playing while another thread seeks, changes the gain, turns knobs and swaps
+// Twelve seconds of playing while another thread seeks, changes the gain, turns knobs and swaps
 // the effect processor every few milliseconds.
 TEST_F(HeardPlayback, KeepsPlayingWithoutUnderrunsOrTornSeeksUnderConstantChanges) {
     const int64_t frames = 32 * 48000;
@@ -249,16 +249,16 @@ TEST_F(HeardPlayback, KeepsPlayingWithoutUnderrunsOrTornSeeksUnderConstantChange
             std::this_thread::sleep_for(3ms);
         }
     });
-    play(audio, {0, frames}, 0, false, 30.0, [&](double) { ready = true; });
+    play(audio, {0, frames}, 0, false, 12.0, [&](double) { ready = true; });
     done = true;
     ready = true;
     changer.join();
 
     EXPECT_EQ(engine->underflowCount(), 0);
-    EXPECT_GT(seeks.load(), 300);
-    EXPECT_GT(swaps.load(), 300);
+    EXPECT_GT(seeks.load(), 120);
+    EXPECT_GT(swaps.load(), 120);
     auto found = jumps(recorder, frames);
-    ASSERT_GT(found.size(), 150u);
+    ASSERT_GT(found.size(), 60u);
     int torn = 0;
     for (auto [before, after] : found) {
         auto nearest = targets.lower_bound(int64_t(std::llround(after)) - 2);
