@@ -42,9 +42,6 @@ private Q_SLOTS:
         auto* cancel = panel->findChild<QPushButton*>("cancelTranscription");
         auto* notice = panel->findChild<QLabel*>("transcriptNotice");
         QCOMPARE(transcribe->text(), QString("Transcribe"));
-        QCOMPARE(transcribe->toolTip(),
-                 QString("Transcribe the speech in this track on your computer. Nothing is "
-                         "uploaded."));
         QVERIFY(transcribe->isEnabled() && !copy->isEnabled() && !progress->isVisible());
 
         // Started and cancelled: the bar and Cancel come and go, nothing else changes.

@@ -1,3 +1,4 @@
+#include "app/Appearance.h"
 #include "app/DurationText.h"
 #include "app/LevelMeterWidget.h"
 #include "app/MultitrackHarness.h"
@@ -42,26 +43,6 @@ struct Harness : test::MultitrackHarness {
     }
     double clock = 1;
 };
-
-QPalette darkPalette() {
-    QPalette p;
-    const QColor window(45, 45, 48), base(30, 30, 32), text(225, 225, 225);
-    for (auto [role, colour] : {std::pair{QPalette::Window, window},
-                                {QPalette::Base, base},
-                                {QPalette::AlternateBase, window},
-                                {QPalette::Button, window},
-                                {QPalette::Text, text},
-                                {QPalette::WindowText, text},
-                                {QPalette::ButtonText, text},
-                                {QPalette::Mid, QColor(70, 70, 74)},
-                                {QPalette::Highlight, QColor(60, 110, 200)},
-                                {QPalette::HighlightedText, Qt::white},
-                                {QPalette::ToolTipBase, base},
-                                {QPalette::ToolTipText, text},
-                                {QPalette::PlaceholderText, QColor(140, 140, 140)}})
-        p.setColor(role, colour);
-    return p;
-}
 
 } // namespace
 
@@ -270,7 +251,7 @@ private Q_SLOTS:
     void screenshotsOfTheWindow() {
         for (const bool dark : {false, true}) {
             const QPalette original = QApplication::palette();
-            if (dark) QApplication::setPalette(darkPalette());
+            if (dark) QApplication::setPalette(appearance::darkPalette());
             {
                 Harness h;
                 auto track = h.open("stereo-s16.wav");

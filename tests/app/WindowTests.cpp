@@ -579,8 +579,6 @@ private Q_SLOTS:
         QVERIFY2(memory->text().startsWith("Memory: ") &&
                      memory->text() != "Memory: " + QLocale().formattedDataSize(0),
                  qPrintable(memory->text()));
-        QCOMPARE(memory->toolTip(),
-                 QString::fromUtf8("Memory used by audio \u2013 click for details"));
         memory->click();
         auto* popup = child<QWidget>(&h.window, "memoryDetails");
         QStringList texts;
@@ -627,58 +625,6 @@ private Q_SLOTS:
     }
 
     // ---- the whole window
-
-    void theWindowDrawsTheWaveformWhereTheFileIsLoudAndNotWhereItIsSilent() {
-        Harness h;
-        h.preferences.setCanvasTheme(CanvasThemeID::classic);
-        auto track = h.openAndLoad("tone-then-silence.wav");
-        QVERIFY(track);
-        // A height at which each lane's zero line falls on a single pixel row (at some lane
-        // heights it straddles two, which the silence check below would count).
-        h.window.resize(1280, 750);
-        h.window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&h.window));
-        WaveformCanvas* canvas = h.window.canvas();
-        const CanvasTheme theme = canvas->theme();
-        const QRect area(canvas->mapTo(&h.window, canvas->waveArea().topLeft()),
-                         canvas->waveArea().size());
-
-        const QImage normal = h.window.grab().toImage();
-        QImage sharp(h.window.size() * 2, QImage::Format_ARGB32_Premultiplied);
-        sharp.setDevicePixelRatio(2);
-        sharp.fill(Qt::black);
-        h.window.render(&sharp);
-        const QString dir = QDir(QString(SONVALE_FIXTURE_DIR) + "/../screenshots").absolutePath();
-        QDir().mkpath(dir);
-        QVERIFY(normal.save(dir + "/window-tone-1x.png"));
-        QVERIFY(sharp.save(dir + "/window-tone-2x.png"));
-
-        auto waveIn = [&](const QImage& image, int x) {
-            const double dpr = image.devicePixelRatio();
-            int count = 0;
-            for (int dx = int(x * dpr); dx < int((x + 1) * dpr); ++dx)
-                for (int y = int(area.top() * dpr); y < int(area.bottom() * dpr); ++y) {
-                    const QRgb pixel = image.pixel(dx, y);
-                    count += pixel == theme.wave.rgb() || pixel == theme.waveRMS.rgb();
-                }
-            return count;
-        };
-        for (const QImage* image : {&normal, static_cast<const QImage*>(&sharp)}) {
-            const double dpr = image->devicePixelRatio();
-            // The tone fills the first half of the track: a tall trace in both lanes.
-            for (int x = area.left() + area.width() / 20; x < area.left() + area.width() * 9 / 20;
-                 x += 9)
-                QVERIFY2(
-                    waveIn(*image, x) > area.height() * dpr * dpr / 3,
-                    qPrintable(QString("x %1 at %2x: %3").arg(x).arg(dpr).arg(waveIn(*image, x))));
-            // The silence: nothing but each lane's one-pixel zero line.
-            for (int x = area.left() + area.width() * 11 / 20; x < area.right() - area.width() / 20;
-                 x += 9)
-                QVERIFY2(
-                    waveIn(*image, x) <= 2 * dpr * dpr,
-                    qPrintable(QString("x %1 at %2x: %3").arg(x).arg(dpr).arg(waveIn(*image, x))));
-        }
-    }
 
     void screenshotOfTheWindowWithALoadedFile() {
         Harness h;

@@ -197,19 +197,6 @@ TEST(AudioData, OnlyTheFirstTwoChannelsAreDrawn) {
     EXPECT_FLOAT_EQ(columns[0].min, -0.3f);
 }
 
-TEST(AudioData, ClipCopiesEveryChannelOfTheRange) {
-    auto audio = makeAudio({ramp(100), noise(100, 5)}, 44100);
-    auto clip = audio->clip({10, 20});
-    EXPECT_EQ(clip.sampleRate, 44100);
-    ASSERT_EQ(clip.channels.size(), 2u);
-    EXPECT_EQ(clip.length(), 10);
-    EXPECT_EQ(clip.channels[0].front(), 10.0f);
-    EXPECT_EQ(clip.channels[1][3], audio->samples(1)[13]);
-    auto empty = audio->clip({30, 30});
-    ASSERT_EQ(empty.channels.size(), 2u);
-    EXPECT_TRUE(empty.channels[0].empty());
-}
-
 // Replacing reuses the head's summaries and summarises the rest as it copies; whatever the
 // range and the clip, the result must be what building it from scratch gives, bit for bit.
 TEST(AudioData, ReplacingGivesTheSamplesAndLevelsOfAFreshBuild) {
@@ -300,21 +287,6 @@ TEST(AudioData, AudioThatOthersHoldIsCopiedNotEditedAndARefusedEditChangesNothin
     ASSERT_NE(audio, nullptr);
     EXPECT_EQ(audio->samples(0), samples);
     expectFreshBuildOf(*audio, original, "refused");
-}
-
-TEST(AudioClip, MatchingDropsRepeatsOrAveragesChannels) {
-    AudioClip three{44100, {{1, 1}, {2, 2}, {6, 6}}};
-    EXPECT_EQ(three.matching(3).channels, three.channels);
-    auto mono = three.matching(1);
-    ASSERT_EQ(mono.channels.size(), 1u);
-    EXPECT_FLOAT_EQ(mono.channels[0][0], 3.0f);
-    auto two = three.matching(2);
-    EXPECT_EQ(two.channels, (std::vector<std::vector<float>>{{1, 1}, {2, 2}}));
-    auto five = three.matching(5);
-    ASSERT_EQ(five.channels.size(), 5u);
-    EXPECT_EQ(five.channels[4], (std::vector<float>{6, 6}));
-    EXPECT_TRUE(AudioClip{}.matching(2).channels.empty());
-    EXPECT_EQ(mono.sampleRate, 44100);
 }
 
 // A crossing lies between two frames and the one of smaller magnitude is returned (the
