@@ -14,11 +14,11 @@ using namespace sonvale;
 
 namespace {
 
-AudioDataPtr makeAudio(const std::vector<std::vector<float>>& channels, double rate = 48000) {
+AudioDataPtr audioOf(const std::vector<std::vector<float>>& channels, double rate = 48000) {
     return test::makeAudio(rate, channels);
 }
 
-std::vector<float> noise(size_t n, unsigned seed, float scale = 1.0f) {
+std::vector<float> noiseSamples(size_t n, unsigned seed, float scale = 1.0f) {
     std::mt19937 engine(seed);
     std::uniform_real_distribution<float> dist(-scale, scale);
     std::vector<float> out(n);
@@ -91,7 +91,7 @@ void expectFreshBuildOf(const AudioData& audio, const std::vector<std::vector<fl
 } // namespace
 
 TEST(AudioData, SixteenSamplesHaveNoLevelsAndThePeakComesFromTheSamples) {
-    auto audio = makeAudio({{0.1f, -0.7f, 0.2f, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0.3f}});
+    auto audio = audioOf({{0.1f, -0.7f, 0.2f, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0.3f}});
     EXPECT_TRUE(audio->channels[0]->levels().empty());
     EXPECT_FLOAT_EQ(audio->peak, 0.7f);
 }
@@ -101,8 +101,8 @@ TEST(AudioData, SixteenSamplesHaveNoLevelsAndThePeakComesFromTheSamples) {
 TEST(AudioData, EveryLevelSummarisesExactlyItsBlocks) {
     for (const size_t n : {size_t(17), size_t(100003)}) {
         SCOPED_TRACE(n);
-        const auto samples = noise(n, 7);
-        auto audio = makeAudio({samples});
+        const auto samples = noiseSamples(n, 7);
+        auto audio = audioOf({samples});
         const auto& levels = audio->channels[0]->levels();
         ASSERT_FALSE(levels.empty());
         EXPECT_EQ(levels.back().count, 1);
@@ -127,7 +127,7 @@ TEST(AudioData, EveryLevelSummarisesExactlyItsBlocks) {
 // Long channels are summarised in parts on several threads; the parts must meet exactly.
 TEST(AudioData, LevelsBuiltInPartsEqualLevelsBuiltFromAWholeLevelZero) {
     const int64_t n = (int64_t(1) << 24) + 12345;
-    const auto samples = noise(size_t(n), 11);
+    const auto samples = noiseSamples(size_t(n), 11);
     const auto whole = AudioLoader::buildLevels(samples.data(), n);
 
     PeakLevel zero;
@@ -142,16 +142,16 @@ TEST(AudioData, LevelsBuiltInPartsEqualLevelsBuiltFromAWholeLevelZero) {
 }
 
 TEST(AudioData, PeakIsTheLargestMagnitudeOverAllChannels) {
-    auto left = noise(5000, 1, 0.5f);
-    auto right = noise(5000, 2, 0.5f);
+    auto left = noiseSamples(5000, 1, 0.5f);
+    auto right = noiseSamples(5000, 2, 0.5f);
     right[4321] = -0.93f;
-    auto audio = makeAudio({left, right});
+    auto audio = audioOf({left, right});
     EXPECT_FLOAT_EQ(audio->peak, 0.93f);
-    EXPECT_EQ(makeAudio({})->peak, 0.0f);
+    EXPECT_EQ(audioOf({})->peak, 0.0f);
 }
 
 TEST(AudioData, WaveColumnsAreEmptyForNoColumnsOrARangeOutsideTheAudio) {
-    auto audio = makeAudio({noise(1000, 3)});
+    auto audio = audioOf({noiseSamples(1000, 3)});
     EXPECT_TRUE(audio->waveColumns({0, 1000}, 0).empty());
     EXPECT_TRUE(audio->waveColumns({1000, 2000}, 10).empty());
     EXPECT_TRUE(audio->waveColumns({-50, 0}, 10).empty());
@@ -159,8 +159,8 @@ TEST(AudioData, WaveColumnsAreEmptyForNoColumnsOrARangeOutsideTheAudio) {
 }
 
 TEST(AudioData, ZoomedInColumnsReadRawSamples) {
-    const auto samples = noise(4000, 4);
-    auto audio = makeAudio({samples});
+    const auto samples = noiseSamples(4000, 4);
+    auto audio = audioOf({samples});
     // 8 samples per column: finer than any level.
     auto columns = audio->waveColumns({800, 880}, 10);
     ASSERT_EQ(columns.size(), 10u);
@@ -174,7 +174,7 @@ TEST(AudioData, ZoomedInColumnsReadRawSamples) {
 
 TEST(AudioData, ZoomedOutColumnsMergeWholeBlocksOfTheCoarsestFittingLevel) {
     // A ramp makes min and max tell exactly which samples a column summarised.
-    auto audio = makeAudio({ramp(100000)});
+    auto audio = audioOf({ramp(100000)});
     auto columns = audio->waveColumns({0, 100000}, 100); // 1000 per column -> level of 256
     ASSERT_EQ(columns.size(), 100u);
     for (int c = 0; c < 100; ++c) {
@@ -191,7 +191,7 @@ TEST(AudioData, OnlyTheFirstTwoChannelsAreDrawn) {
     channels[1][20] = -0.3f;
     channels[2][30] = 0.9f;
     channels[4][40] = -0.9f;
-    auto columns = makeAudio(channels)->waveColumns({0, 2000}, 1);
+    auto columns = audioOf(channels)->waveColumns({0, 2000}, 1);
     ASSERT_EQ(columns.size(), 1u);
     EXPECT_FLOAT_EQ(columns[0].max, 0.2f);
     EXPECT_FLOAT_EQ(columns[0].min, -0.3f);
@@ -201,15 +201,16 @@ TEST(AudioData, OnlyTheFirstTwoChannelsAreDrawn) {
 // range and the clip, the result must be what building it from scratch gives, bit for bit.
 TEST(AudioData, ReplacingGivesTheSamplesAndLevelsOfAFreshBuild) {
     const int64_t n = 200003;
-    auto audio = makeAudio({noise(size_t(n), 3), noise(size_t(n), 4)});
+    auto audio = audioOf({noiseSamples(size_t(n), 3), noiseSamples(size_t(n), 4)});
     std::mt19937 random(9);
     for (int round = 0; round < 12; ++round) {
         const int64_t lower = std::uniform_int_distribution<int64_t>(0, n)(random);
         const int64_t upper =
             std::uniform_int_distribution<int64_t>(lower, std::min(n, lower + 90000))(random);
         const size_t length = size_t(std::uniform_int_distribution<int>(0, 70000)(random));
-        AudioClip clip{
-            48000, {noise(length, 10 + unsigned(round)), noise(length / 2, 30 + unsigned(round))}};
+        AudioClip clip{48000,
+                       {noiseSamples(length, 10 + unsigned(round)),
+                        noiseSamples(length / 2, 30 + unsigned(round))}};
         if (length == 0) clip.channels.clear();
         if (n - (upper - lower) + int64_t(length) < 1) continue;
         auto result = audio->replacing({lower, upper}, clip);
@@ -231,8 +232,8 @@ TEST(AudioData, ReplacingGivesTheSamplesAndLevelsOfAFreshBuild) {
 
 TEST(AudioData, AnOwnerEditsLongAudioWhereItLiesAndGetsAFreshBuildsSamplesAndLevels) {
     const size_t n = 3 * (size_t(1) << 20) + 4099; // stays long enough through ten edits
-    std::vector<std::vector<float>> expected{noise(n, 5), noise(n, 6, 0.5f)};
-    AudioDataPtr audio = makeAudio(expected);
+    std::vector<std::vector<float>> expected{noiseSamples(n, 5), noiseSamples(n, 6, 0.5f)};
+    AudioDataPtr audio = audioOf(expected);
     std::mt19937 random(11);
     for (int round = 0; round < 10; ++round) {
         const int64_t length = int64_t(expected[0].size());
@@ -244,8 +245,8 @@ TEST(AudioData, AnOwnerEditsLongAudioWhereItLiesAndGetsAFreshBuildsSamplesAndLev
                                 : round % 2 ? size_t(upper - lower) + size_t(random() % 200000)
                                             : size_t(random() % size_t(upper - lower + 1));
         AudioClip clip{48000,
-                       {noise(inserted, 40 + unsigned(round), 2.0f),
-                        noise(inserted / 3, 70 + unsigned(round))}};
+                       {noiseSamples(inserted, 40 + unsigned(round), 2.0f),
+                        noiseSamples(inserted / 3, 70 + unsigned(round))}};
         if (inserted == 0) clip.channels.clear();
 
         const float* samples = audio->samples(0);
@@ -272,8 +273,8 @@ TEST(AudioData, AnOwnerEditsLongAudioWhereItLiesAndGetsAFreshBuildsSamplesAndLev
 
 TEST(AudioData, AudioThatOthersHoldIsCopiedNotEditedAndARefusedEditChangesNothing) {
     const size_t n = (size_t(1) << 20) + 17;
-    const std::vector<std::vector<float>> original{noise(n, 8), noise(n, 9)};
-    AudioDataPtr audio = makeAudio(original);
+    const std::vector<std::vector<float>> original{noiseSamples(n, 8), noiseSamples(n, 9)};
+    AudioDataPtr audio = audioOf(original);
     AudioDataPtr clipboard = audio; // the clipboard, a player or a background job
     auto result = AudioData::replacingOwned(audio, {1000, 500000}, AudioClip{});
     EXPECT_EQ(audio, clipboard);
@@ -300,8 +301,9 @@ TEST(AudioData, NearestZeroCrossingSearchesWithinTheRadiusOfTheMonoSum) {
     for (size_t i = 40; i < 60; ++i)
         both[i] = -1.0f;
     both[59] = both[40] = -0.1f;
-    const auto noisy = makeAudio({noise(1000, 9)}), silent = makeAudio({std::vector<float>(100)}),
-               stereo = makeAudio({half, half}), twoSided = makeAudio({both});
+    const auto noisy = audioOf({noiseSamples(1000, 9)}),
+               silent = audioOf({std::vector<float>(100)}), stereo = audioOf({half, half}),
+               twoSided = audioOf({both});
     const struct {
         const AudioData* audio;
         int64_t frame, radius, expected;
@@ -320,7 +322,7 @@ TEST(AudioData, ResamplingKeepsAToneAndScalesTheLength) {
     std::vector<float> tone(n);
     for (int i = 0; i < n; ++i)
         tone[size_t(i)] = 0.5f * float(std::sin(2 * std::numbers::pi * 1000.0 * i / 44100));
-    auto audio = makeAudio({tone, tone}, 44100);
+    auto audio = audioOf({tone, tone}, 44100);
     auto converted = audio->resampled(48000);
     EXPECT_EQ(converted->sampleRate, 48000);
     EXPECT_EQ(converted->channelCount(), 2);
@@ -367,7 +369,7 @@ TEST(FloatBuffer, ResizeKeepsTheContentsInBothMappedAndHeapBuffers) {
 }
 
 TEST(AudioMemory, SharedAudioCountsOnceAndTheClipboardCountsFourBytesASample) {
-    auto audio = makeAudio({noise(1 << 18, 1), noise(1 << 18, 2)});
+    auto audio = audioOf({noiseSamples(1 << 18, 1), noiseSamples(1 << 18, 2)});
     AudioMemory::Accumulator memory;
     memory.addAudio(audio);
     memory.addAudio(audio);

@@ -285,7 +285,7 @@ TEST(AudioExporter, ReplacesAnExistingFileOrLinkWithoutTouchingWhatALinkPointsTo
         EXPECT_EQ(readInts(folder / name).info.frames, 1000);
         EXPECT_LT(std::filesystem::file_size(folder / name), 5000u);
     }
-    EXPECT_EQ(sonvale::testing::readText(folder / "precious.txt"), "keep me");
+    EXPECT_EQ(sonvale::test::readText(folder / "precious.txt"), "keep me");
 }
 
 TEST(AudioExporter, UnwritableDestinationFailsWithTheSystemsReason) {
@@ -316,17 +316,17 @@ TEST(AudioExporter, FullDiskFailsWithNoSpaceLeftAndLeavesTheDeviceAlone) {
 
 TEST(AudioExporter, AFailedExportLeavesTheFileItWouldReplaceAsItWasAndNothingElse) {
     test::TemporaryFolder folder;
-    sonvale::testing::SmallDisk disk(folder / "small", "2m");
+    sonvale::test::TmpfsMount disk(folder / "small", "2m");
     if (!disk.isMounted()) GTEST_SKIP() << "mounting a small tmpfs is not allowed here";
     const auto keep = folder / "small/keep.wav";
     AudioExporter::exportAudio(*testAudio(1000), {0, 1000}, 1.0f, ExportFormat::wav16, keep);
-    const std::string before = sonvale::testing::readText(keep);
+    const std::string before = sonvale::test::readText(keep);
     const auto audio = testAudio(30 * 48000); // 5.8 MB as 16-bit WAV, more as AAC than fits
     for (ExportFormat format : allExportFormats) {
         if (format == ExportFormat::aac) continue; // 30 s of AAC fits in 2 MB
         EXPECT_NE(exportError(*audio, format, keep).find("No space left on device"),
                   std::string::npos);
-        EXPECT_EQ(sonvale::testing::readText(keep), before) << rawValue(format);
+        EXPECT_EQ(sonvale::test::readText(keep), before) << rawValue(format);
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder / "small"),
                                 std::filesystem::directory_iterator()),
                   1);

@@ -8,7 +8,7 @@
 #include <cmath>
 
 using namespace sonvale;
-using namespace sonvale::testing;
+using namespace sonvale::test;
 
 namespace {
 

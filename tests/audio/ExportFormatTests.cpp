@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 using namespace sonvale;
-using namespace sonvale::testing;
+using namespace sonvale::test;
 namespace fs = std::filesystem;
 
 TEST(ExportFormat, OffersTheFourFormatsInMenuOrderWithTheirTitles) {

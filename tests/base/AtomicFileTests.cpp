@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 using namespace sonvale;
-using sonvale::testing::readText;
+using sonvale::test::readText;
 namespace fs = std::filesystem;
 
 namespace {

@@ -16,8 +16,6 @@ using namespace std::chrono;
 
 namespace {
 
-std::string quoted(const fs::path& path) { return "'" + path.string() + "'"; }
-
 TimelineState::Lane lane(const std::string& name, int clips) {
     TimelineState::Lane lane;
     lane.name = name;

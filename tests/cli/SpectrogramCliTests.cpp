@@ -40,8 +40,6 @@ Picture readPNG(const fs::path& path) {
     return picture;
 }
 
-std::string quoted(const fs::path& path) { return "'" + path.string() + "'"; }
-
 } // namespace
 
 TEST(SpectrogramCli, ASweepDrawsARisingLine) {
@@ -87,8 +85,8 @@ TEST(SpectrogramCli, BadRequestsSayWhyAndLeaveTheOutputAlone) {
     const fs::path out = folder / "kept.png", tone = folder / "tone.wav",
                    broken = folder / "broken.wav";
     std::system(("sox -n -r 44100 -c 1 " + quoted(tone) + " synth 1 sine 440").c_str());
-    sonvale::testing::writeText(out, "the picture that was there");
-    sonvale::testing::writeText(broken, "RIFF and nothing else");
+    sonvale::test::writeText(out, "the picture that was there");
+    sonvale::test::writeText(broken, "RIFF and nothing else");
     struct Case {
         std::string arguments, message;
     };
@@ -107,6 +105,6 @@ TEST(SpectrogramCli, BadRequestsSayWhyAndLeaveTheOutputAlone) {
         const CliOutput run = runCli("spectrogram " + c.arguments);
         EXPECT_NE(run.status, 0);
         EXPECT_NE(run.output.find(c.message), std::string::npos) << run.output;
-        EXPECT_EQ(sonvale::testing::readText(out), "the picture that was there");
+        EXPECT_EQ(sonvale::test::readText(out), "the picture that was there");
     }
 }

@@ -20,8 +20,6 @@ using namespace sonvale::test;
 
 namespace {
 
-std::string quoted(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
-
 // XDG_DATA_HOME for the commands a test runs, put back afterwards.
 struct DataHome {
     explicit DataHome(const std::filesystem::path& folder) {

@@ -12,14 +12,14 @@
 #include <map>
 
 using namespace sonvale;
-using namespace sonvale::testing;
+using namespace sonvale::test;
 
 namespace {
 
 constexpr double rate = 48000;
 
-struct Editor {
-    explicit Editor(std::optional<std::filesystem::path> store = std::nullopt)
+struct EffectsEditor {
+    explicit EffectsEditor(std::optional<std::filesystem::path> store = std::nullopt)
         : preferences(store ? std::make_unique<Preferences>(*store)
                             : std::make_unique<Preferences>())
         , model(std::make_unique<EditorModel>(executor, *preferences)) {}
@@ -57,7 +57,7 @@ const std::vector<double>& defaults(EffectKind kind) {
 // ---- the chain ---------------------------------------------------------------------------------
 
 TEST(EditorEffects, AddingAnEffectOpensTheChainAndSelectsTheNewEffect) {
-    Editor e;
+    EffectsEditor e;
     e.add(makeNoise(rate, 2, 1000));
     int opened = 0;
     e.model->effectChainChanged.connect([&] { ++opened; });
@@ -73,7 +73,7 @@ TEST(EditorEffects, AddingAnEffectOpensTheChainAndSelectsTheNewEffect) {
 }
 
 TEST(EditorEffects, NothingIsAddedWithoutAnActiveTrackWithAudio) {
-    Editor e;
+    EffectsEditor e;
     EXPECT_FALSE(e.model->canAddEffect());
     e.model->addEffect(EffectKind::delay);
     EXPECT_FALSE(e.model->effectChain());
@@ -86,7 +86,7 @@ TEST(EditorEffects, NothingIsAddedWithoutAnActiveTrackWithAudio) {
 }
 
 TEST(EditorEffects, RemovingAnEffectTakesItsPanelSelectionAlong) {
-    Editor e;
+    EffectsEditor e;
     e.add(makeNoise(rate, 1, 1000));
     auto first = e.add(EffectKind::equalizer);
     auto second = e.add(EffectKind::limiter);
@@ -100,7 +100,7 @@ TEST(EditorEffects, RemovingAnEffectTakesItsPanelSelectionAlong) {
 }
 
 TEST(EditorEffects, PreviewIsBuiltForTheActiveTrackAndTakenOutOnClose) {
-    Editor e;
+    EffectsEditor e;
     e.add(makeNoise(44100, 2, 1000));
     auto session = e.add(EffectKind::compressor);
     const auto& insert = e.model->effectPreviewInsert();
@@ -124,7 +124,7 @@ TEST(EditorEffects, PreviewIsBuiltForTheActiveTrackAndTakenOutOnClose) {
 }
 
 TEST(EditorEffects, ConnectedPlaybackGetsAFactoryOnMembershipChangesOnly) {
-    Editor e;
+    EffectsEditor e;
     e.add(makeNoise(rate, 1, 1000));
     std::vector<EditorModel::EffectFactory> installed;
     std::vector<bool> bypassed;
@@ -162,7 +162,7 @@ TEST(EditorEffects, ConnectedPlaybackGetsAFactoryOnMembershipChangesOnly) {
 // ---- apply --------------------------------------------------------------------------------------
 
 TEST(EditorEffects, ApplyingOneEffectIsOneUndoStepNamedAfterIt) {
-    Editor e;
+    EffectsEditor e;
     auto track = e.add(makeNoise(rate, 2, 20000));
     const auto original = samplesOf(*track->audio());
     e.add(EffectKind::compressor);
@@ -209,7 +209,7 @@ TEST(EditorEffects, AnApplyIsNamedAfterTheEffectsNotBypassed) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.step.value_or("(nothing)"));
-        Editor e;
+        EffectsEditor e;
         auto track = e.add(makeNoise(rate, 1, 5000));
         for (const auto& [kind, bypassed] : c.effects) {
             auto session = e.add(kind);
@@ -227,7 +227,7 @@ TEST(EditorEffects, AnApplyIsNamedAfterTheEffectsNotBypassed) {
 }
 
 TEST(EditorEffects, ApplyingToASelectionLeavesTheRestAndSelectsTheResult) {
-    Editor e;
+    EffectsEditor e;
     auto track = e.add(makeNoise(rate, 2, 30000));
     const auto original = samplesOf(*track->audio());
     track->setSelection(FrameRange{10000, 20000});
@@ -248,7 +248,7 @@ TEST(EditorEffects, ApplyingToASelectionLeavesTheRestAndSelectsTheResult) {
 }
 
 TEST(EditorEffects, TheTailLengthensTheWholeTrackWhenNothingIsSelected) {
-    Editor e;
+    EffectsEditor e;
     auto track = e.add(makeNoise(rate, 2, 12000));
     const auto original = samplesOf(*track->audio());
     auto delay = e.add(EffectKind::delay);
@@ -267,7 +267,7 @@ TEST(EditorEffects, TheTailLengthensTheWholeTrackWhenNothingIsSelected) {
 }
 
 TEST(EditorEffects, TheTailOfASelectionIsInsertedBeforeTheRest) {
-    Editor e;
+    EffectsEditor e;
     auto track = e.add(makeNoise(rate, 1, 40000));
     track->setSelection(FrameRange{1000, 2000});
     auto reverb = e.add(EffectKind::reverb);
@@ -281,7 +281,7 @@ TEST(EditorEffects, TheTailOfASelectionIsInsertedBeforeTheRest) {
 }
 
 TEST(EditorEffects, ProgressIsReportedWhileTheRenderRuns) {
-    Editor e;
+    EffectsEditor e;
     e.add(makeNoise(rate, 1, 100000));
     e.add(EffectKind::compressor);
     std::vector<double> seen;
@@ -298,7 +298,7 @@ TEST(EditorEffects, ProgressIsReportedWhileTheRenderRuns) {
 }
 
 TEST(EditorEffects, ARenderOfAudioEditedMeanwhileIsDropped) {
-    Editor e;
+    EffectsEditor e;
     auto track = e.add(makeNoise(rate, 1, 20000));
     e.add(EffectKind::compressor);
     e.model->applyEffects();
@@ -317,7 +317,7 @@ TEST(EditorEffects, ARenderOfAudioEditedMeanwhileIsDropped) {
 }
 
 TEST(EditorEffects, ARenderForARemovedTrackOrModelIsDropped) {
-    Editor e;
+    EffectsEditor e;
     auto track = e.add(makeNoise(rate, 1, 20000));
     e.add(EffectKind::compressor);
     e.model->applyEffects();
@@ -341,7 +341,7 @@ TEST(EditorEffects, AppliedValuesAreRememberedAndSeedTheNextEffectOfTheKind) {
     chosen[0] = -30;
     chosen[1] = 8;
     {
-        Editor e(store);
+        EffectsEditor e(store);
         e.add(makeNoise(rate, 1, 5000));
         e.add(EffectKind::compressor)->setValues(chosen);
         e.add(EffectKind::limiter)->setBypassed(true);
@@ -350,7 +350,7 @@ TEST(EditorEffects, AppliedValuesAreRememberedAndSeedTheNextEffectOfTheKind) {
         EXPECT_EQ(e.preferences->effectValues("compressor"), chosen);
         EXPECT_FALSE(e.preferences->effectValues("limiter")); // bypassed: not applied
     }
-    Editor next(store); // read back from the file
+    EffectsEditor next(store); // read back from the file
     next.add(makeNoise(rate, 1, 5000));
     EXPECT_EQ(next.add(EffectKind::compressor)->values(), chosen);
     EXPECT_EQ(next.add(EffectKind::limiter)->values(), defaults(EffectKind::limiter));
@@ -358,7 +358,7 @@ TEST(EditorEffects, AppliedValuesAreRememberedAndSeedTheNextEffectOfTheKind) {
 
 // Values set and closed without applying are not remembered, nor a list of the wrong length.
 TEST(EditorEffects, OnlyAppliedValuesOfTheRightLengthSeedANewEffect) {
-    Editor e;
+    EffectsEditor e;
     e.add(makeNoise(rate, 1, 5000));
     auto gate = e.add(EffectKind::noiseGate);
     gate->setValue(0, -20);

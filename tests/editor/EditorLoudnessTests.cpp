@@ -19,7 +19,7 @@ std::vector<float> tone(int frames, float amplitude, int silentEdge = 0) {
     return out;
 }
 
-struct Editor {
+struct LoudnessEditor {
     ManualExecutor executor;
     Preferences preferences;
     EditorModel model{executor, preferences};
@@ -36,7 +36,7 @@ struct Editor {
 } // namespace
 
 TEST(EditorLoudness, LoadedAudioIsMeasuredInTheBackgroundAndEnablesLoudnessTargets) {
-    Editor editor;
+    LoudnessEditor editor;
     auto track = editor.add(test::makeAudio(48000, {tone(48000, 1.0f), tone(48000, 1.0f)}));
     EXPECT_FALSE(editor.model.canNormalizeToLoudness());
     EXPECT_EQ(editor.executor.pendingBackground(), 1u);
@@ -60,7 +60,7 @@ TEST(EditorLoudness, LoadedAudioIsMeasuredInTheBackgroundAndEnablesLoudnessTarge
 // A measurement without a result (silence, or under 400 ms) still ends the measuring, and the
 // track is not measured again.
 TEST(EditorLoudness, SilentAndShortAudioAreMeasuredWithoutAResult) {
-    Editor editor;
+    LoudnessEditor editor;
     for (auto samples : {std::vector<float>(48000, 0.0f), tone(9600, 1.0f)}) {
         auto track = editor.add(test::makeAudio(48000, {samples}));
         editor.executor.drain();
@@ -72,7 +72,7 @@ TEST(EditorLoudness, SilentAndShortAudioAreMeasuredWithoutAResult) {
 }
 
 TEST(EditorLoudness, AMeasurementOfAudioThatChangedMeanwhileIsDropped) {
-    Editor editor;
+    LoudnessEditor editor;
     auto track = editor.add(test::makeAudio(48000, {tone(48000, 0.5f)}));
     // The audio is edited before the first measurement comes back.
     track->select(0, 24000, false);
@@ -87,7 +87,7 @@ TEST(EditorLoudness, AMeasurementOfAudioThatChangedMeanwhileIsDropped) {
 }
 
 TEST(EditorLoudness, PeakNormalizationIsLimitedAndLeavesSilenceAlone) {
-    Editor editor;
+    LoudnessEditor editor;
     auto track = editor.add(test::makeAudio(48000, {tone(4800, 0.5f)}));
     editor.model.normalizePeak();
     EXPECT_NEAR(track->gainDB(), 6.02f, 0.01f);
@@ -105,7 +105,7 @@ TEST(EditorLoudness, PeakNormalizationIsLimitedAndLeavesSilenceAlone) {
 }
 
 TEST(EditorLoudness, LoudnessTargetsFollowTheCustomTargetInThePreferences) {
-    Editor editor;
+    LoudnessEditor editor;
     EXPECT_EQ(editor.model.loudnessTargets().size(), 3u);
     editor.preferences.setCustomLoudnessTarget(-20.0);
     auto targets = editor.model.loudnessTargets();
@@ -114,7 +114,7 @@ TEST(EditorLoudness, LoudnessTargetsFollowTheCustomTargetInThePreferences) {
 }
 
 TEST(EditorTrimSilence, CutsBothEndsAsOneUndoStep) {
-    Editor editor;
+    LoudnessEditor editor;
     auto track = editor.add(test::makeAudio(48000, {tone(48000, 0.5f, 12000)}));
     const auto original = track->audio();
     editor.model.trimSilence();
@@ -130,7 +130,7 @@ TEST(EditorTrimSilence, CutsBothEndsAsOneUndoStep) {
 }
 
 TEST(EditorTrimSilence, SilentTracksAndTracksWithoutSilenceGetTheirAlerts) {
-    Editor editor;
+    LoudnessEditor editor;
     auto silent = editor.add(test::makeAudio(48000, {std::vector<float>(48000, 0.0f)}));
     editor.model.trimSilence();
     ASSERT_TRUE(editor.model.alert());

@@ -16,11 +16,11 @@
 #include <unistd.h>
 
 using namespace sonvale;
-using namespace sonvale::testing;
+using namespace sonvale::test;
 
 namespace {
 
-struct Editor {
+struct ModelEditor {
     ManualExecutor executor;
     Preferences preferences;
     EditorModel model{executor, preferences};
@@ -51,7 +51,7 @@ std::vector<float> channel(const AudioTrack& track, int c) {
 // Each test gets an editor and a folder of its own.
 class EditorModelTest : public ::testing::Test {
 protected:
-    Editor e;
+    ModelEditor e;
     TempFolder folder;
 };
 
@@ -134,7 +134,7 @@ TEST_F(EditorModelTest, CopyKeepsRateAndEveryChannelAndAnEmptySelectionKeepsTheC
 TEST_F(EditorModelTest, CutAndDeleteRemoveTheSelectionAndOnlyCutCopiesIt) {
     for (const bool cut : {true, false}) {
         SCOPED_TRACE(cut ? "cut" : "delete");
-        Editor e;
+        ModelEditor e;
         auto track = e.add(makeRamp(48000, 2, 1000));
         const auto before = channel(*track, 1);
         track->select(200, 300, false);
@@ -166,7 +166,7 @@ TEST_F(EditorModelTest, EditsThatWouldEmptyTheTrackFailWithAnAlertAndChangeNothi
                   }}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.title);
-        Editor e;
+        ModelEditor e;
         auto audio = makeNoise(48000, 1, 1000);
         auto track = e.add(audio);
         track->select(0, 1000, false);
@@ -225,7 +225,7 @@ TEST_F(EditorModelTest, PasteInsertsAtTheCursorOrReplacesTheSelectionAndSelectsW
                  {FrameRange{100, 200}, 950, {100, 150}, 200}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.pasted.lower);
-        Editor e;
+        ModelEditor e;
         auto track = e.add(makeRamp(48000, 1, 1000));
         e.model.setClipboard(makeClip(48000, {std::vector<float>(50, 0.75f)}));
         if (c.selected)
@@ -269,7 +269,7 @@ TEST_F(EditorModelTest, PasteMatchesTheClipToTheTracksChannels) {
                  {{{0}, {0}, {0}}, {{0.1f}, {0.2f}}, {{0.1f, 0}, {0.2f, 0}, {0.2f, 0}}}};
     for (const auto& c : cases) {
         SCOPED_TRACE(::testing::Message() << c.clip.size() << " into " << c.track.size());
-        Editor e;
+        ModelEditor e;
         auto track = e.add(makeAudio(48000, c.track));
         e.model.setClipboard(makeClip(48000, c.clip));
         track->setCursor(0);
@@ -310,7 +310,7 @@ TEST_F(EditorModelTest, TrimCutsBothEndsAsOneUndoStep) {
 TEST_F(EditorModelTest, TrimAtEitherEndMakesOneCutOnly) {
     for (const FrameRange kept : {FrameRange{0, 600}, FrameRange{400, 1000}}) {
         SCOPED_TRACE(kept.lower);
-        Editor e;
+        ModelEditor e;
         auto track = e.add(makeRamp(48000, 1, 1000));
         const auto revision = track->editRevision();
         track->select(double(kept.lower), double(kept.upper), false);

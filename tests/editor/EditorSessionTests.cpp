@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 using namespace sonvale;
-using namespace sonvale::testing;
+using namespace sonvale::test;
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 

@@ -10,7 +10,7 @@ using namespace sonvale;
 
 namespace {
 
-struct Editor {
+struct SpectrogramEditor {
     ManualExecutor executor;
     Preferences preferences;
     EditorModel model{executor, preferences};
@@ -19,7 +19,7 @@ struct Editor {
         auto track = AudioTrack::create("/music/take.wav");
         model.addTrack(track);
         model.setSelectedTrackIDs({track->id()});
-        track->finishLoading(sonvale::testing::makeNoise(48000, 2, frames));
+        track->finishLoading(sonvale::test::makeNoise(48000, 2, frames));
         executor.drain();
         return track;
     }
@@ -32,7 +32,7 @@ struct Editor {
 } // namespace
 
 TEST(EditorSpectrogram, TheViewComputesCachesAndRecomputesAfterEdits) {
-    Editor e;
+    SpectrogramEditor e;
     const auto track = e.add(96000);
     EXPECT_FALSE(track->spectrogram()); // the waveform view needs none
     e.model.setTrackView(EditorModel::TrackView::spectrogram);

@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 using namespace sonvale;
-using namespace sonvale::testing;
+using namespace sonvale::test;
 using sonvale::test::ManualOutput;
 using sonvale::test::TemporaryFolder;
 

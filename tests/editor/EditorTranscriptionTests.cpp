@@ -22,20 +22,20 @@ using sonvale::test::words;
 
 namespace {
 
-struct Editor {
+struct TranscriptionEditor {
     ManualExecutor executor;
     Preferences preferences;
     EditorModel model{executor, preferences};
     std::shared_ptr<FakeRecognizer> engine = std::make_shared<FakeRecognizer>();
     std::vector<AudioTrack::TranscriptWork> works; // each work the track showed
 
-    Editor() { model.setTranscriber(std::make_shared<Transcriber>(nullptr, engine)); }
+    TranscriptionEditor() { model.setTranscriber(std::make_shared<Transcriber>(nullptr, engine)); }
 
     AudioTrackPtr add(int64_t frames = 160000) {
         auto track = AudioTrack::create("/talks/interview.wav");
         model.addTrack(track);
         model.setSelectedTrackIDs({track->id()});
-        track->finishLoading(sonvale::testing::makeNoise(16000, 1, frames));
+        track->finishLoading(sonvale::test::makeNoise(16000, 1, frames));
         executor.drain();
         track->transcriptChanged.connect([this, t = track.get()] {
             if (t->transcriptWork()) works.push_back(*t->transcriptWork());
@@ -52,7 +52,7 @@ struct Editor {
 } // namespace
 
 TEST(EditorTranscription, AJobShowsItsStagesAndLeavesATranscriptOfThatAudio) {
-    Editor e;
+    TranscriptionEditor e;
     const auto track = e.add();
     e.engine->script = {words({{" hello", 1.0, 1.5}, {" there", 1.6, 2.0}}),
                         words({{" again", 5.0, 6.0}})};
@@ -100,7 +100,7 @@ TEST(EditorTranscription, AJobShowsItsStagesAndLeavesATranscriptOfThatAudio) {
 }
 
 TEST(EditorTranscription, FailuresSayWhatWentWrongAndCancellingSaysNothing) {
-    Editor e;
+    TranscriptionEditor e;
     const auto track = e.add();
 
     e.model.transcribe(track); // the engine hears nothing
@@ -139,7 +139,7 @@ TEST(EditorTranscription, FailuresSayWhatWentWrongAndCancellingSaysNothing) {
 }
 
 TEST(EditorTranscription, TitleSummaryAndTopicRegionsComeFromTheModel) {
-    Editor e;
+    TranscriptionEditor e;
     const auto track = e.add(); // 10 s at 16 kHz
     auto model = std::make_shared<FakeLanguageModel>();
     e.model.setLanguageModel(model);
@@ -208,7 +208,7 @@ TEST(EditorTranscription, TitleSummaryAndTopicRegionsComeFromTheModel) {
 }
 
 TEST(EditorTranscription, ModelsAreAddedCheckedAndRemovedInTheModelsFolder) {
-    Editor e;
+    TranscriptionEditor e;
     sonvale::test::TemporaryFolder models, elsewhere;
     e.model.setModelFolder(ModelFolder{models / "Models"});
     EXPECT_EQ(e.model.languageModelUnavailableReason(), "The on-device model isn't installed.");
@@ -250,7 +250,7 @@ TEST(EditorTranscription, ModelsAreAddedCheckedAndRemovedInTheModelsFolder) {
 }
 
 TEST(EditorTranscription, TheSuggestedTitleNamesTheFileButNeverOverAnother) {
-    Editor e;
+    TranscriptionEditor e;
     sonvale::test::TemporaryFolder folder;
     const auto track = e.add();
     std::ofstream(folder / "take 1.wav") << "take";

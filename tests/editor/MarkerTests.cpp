@@ -7,17 +7,17 @@
 #include <gtest/gtest.h>
 
 using namespace sonvale;
-using namespace sonvale::testing;
+using namespace sonvale::test;
 
 namespace {
 
-struct Editor {
+struct MarkerEditor {
     ManualExecutor executor;
     Preferences preferences;
     EditorModel model{executor, preferences};
     AudioTrackPtr track = AudioTrack::create("/music/Talk.wav");
 
-    Editor() {
+    MarkerEditor() {
         track->finishLoading(makeNoise(48000, 1, 10000));
         model.addTrack(track);
         model.setSelectedTrackIDs({track->id()});
@@ -36,7 +36,7 @@ std::vector<std::string> names(const AudioTrack& track) {
 // ---- naming ------------------------------------------------------------------------------
 
 TEST(Markers, ANewNameTakesOneMoreThanTheLargestNumberOfExactlyThatFormAndKind) {
-    Editor e;
+    MarkerEditor e;
     e.track->setMarkers({point("Marker 1", 10), point("Marker 3", 20), point("Intro", 30)});
     e.track->addMarker(40, std::nullopt);
     EXPECT_EQ(e.track->markers().back().name, "Marker 4");
@@ -52,7 +52,7 @@ TEST(Markers, ANewNameTakesOneMoreThanTheLargestNumberOfExactlyThatFormAndKind) 
 // ---- adding, removing, renaming ----------------------------------------------------------------
 
 TEST(Markers, AddMarkerMakesARegionFromTheSelectionElseAPointAtThePlayhead) {
-    Editor e;
+    MarkerEditor e;
     EXPECT_EQ(e.model.addMarkerTitle(), "Add Marker at Playhead");
     e.track->setCursor(1234);
     e.model.addMarker();
@@ -72,7 +72,7 @@ TEST(Markers, AddMarkerMakesARegionFromTheSelectionElseAPointAtThePlayhead) {
 }
 
 TEST(Markers, WithoutAudioNoMarkerCanBeAdded) {
-    Editor e;
+    MarkerEditor e;
     auto loading = AudioTrack::create("/music/loading.wav");
     e.model.addTrack(loading);
     e.model.setSelectedTrackIDs({loading->id()});
@@ -83,7 +83,7 @@ TEST(Markers, WithoutAudioNoMarkerCanBeAdded) {
 }
 
 TEST(Markers, ListStaysSortedByStart) {
-    Editor e;
+    MarkerEditor e;
     e.track->addMarker(500, std::nullopt);
     e.track->addMarker(100, std::nullopt);
     e.track->addMarker(0, FrameRange{100, 300});
@@ -93,7 +93,7 @@ TEST(Markers, ListStaysSortedByStart) {
 }
 
 TEST(Markers, RemovingAMarkerIsOneStepNamedForItsKind) {
-    Editor e;
+    MarkerEditor e;
     const auto pointID = *e.track->addMarker(100, std::nullopt);
     const auto regionID = *e.track->addMarker(0, FrameRange{200, 300});
     const auto before = e.track->markers();
@@ -111,7 +111,7 @@ TEST(Markers, RemovingAMarkerIsOneStepNamedForItsKind) {
 }
 
 TEST(Markers, RenamingIsUndoableAndEndsTheRenamingButABlankOrUnchangedNameIsNoStep) {
-    Editor e;
+    MarkerEditor e;
     const auto id = *e.track->addMarker(100, std::nullopt);
     const auto steps = e.track->undoStack().undoCount();
     e.track->renameMarker(id, "   ");
@@ -130,7 +130,7 @@ TEST(Markers, RenamingIsUndoableAndEndsTheRenamingButABlankOrUnchangedNameIsNoSt
 }
 
 TEST(Markers, AddRegionsIsOneStepAndSkipsWhatIsNotARegion) {
-    Editor e;
+    MarkerEditor e;
     e.track->addRegions({});
     EXPECT_FALSE(e.track->undoStack().canUndo());
     e.track->addRegions({point("not a region", 5), region("empty", 50, 50)});
@@ -145,7 +145,7 @@ TEST(Markers, AddRegionsIsOneStepAndSkipsWhatIsNotARegion) {
 }
 
 TEST(Markers, RemoveAllOnAnEmptyListRegistersNoStep) {
-    Editor e;
+    MarkerEditor e;
     e.model.removeAllMarkers();
     EXPECT_FALSE(e.track->undoStack().canUndo());
     e.track->addMarker(10, std::nullopt);
@@ -158,7 +158,7 @@ TEST(Markers, RemoveAllOnAnEmptyListRegistersNoStep) {
 }
 
 TEST(Markers, EveryChangeRaisesTheMarkerRevisionAndSignals) {
-    Editor e;
+    MarkerEditor e;
     int signals = 0;
     e.track->markersChanged.connect([&] { ++signals; });
     const auto start = e.track->markerRevision();
@@ -175,7 +175,7 @@ TEST(Markers, EveryChangeRaisesTheMarkerRevisionAndSignals) {
 
 // Boundaries at 100, 300 and 700 (a region's end and a point coincide there: one boundary).
 TEST(Markers, JumpGoesToTheNearestBoundaryInItsDirectionAndStaysAtTheLast) {
-    Editor e;
+    MarkerEditor e;
     e.track->setMarkers({point("a", 100), region("r", 300, 700), point("b", 700)});
     EXPECT_EQ(e.track->markerBoundaries(), (std::vector<int64_t>{100, 300, 700}));
     const struct {

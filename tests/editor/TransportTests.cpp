@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 using namespace sonvale;
-using namespace sonvale::testing;
+using namespace sonvale::test;
 using sonvale::test::AllocationCounter;
 using sonvale::test::ManualOutput;
 

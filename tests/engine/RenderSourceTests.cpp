@@ -33,7 +33,7 @@ struct Block {
 };
 
 // Frame i of this content holds the value i (left) and -i (right).
-AudioDataPtr countingAudio(int64_t frames) {
+AudioDataPtr countingContent(int64_t frames) {
     return makeAudio(48000, 2, frames,
                      [](int c, int64_t i) { return c == 0 ? float(i) : -float(i); });
 }
@@ -46,7 +46,7 @@ RenderSource makeSource(AudioDataPtr audio, float gain = 1.0f) {
 } // namespace
 
 TEST(RenderSource, RendersSilenceUntilStartedThenEachChannelFromTheGivenFrame) {
-    auto source = makeSource(countingAudio(1000));
+    auto source = makeSource(countingContent(1000));
     Block block(64);
     EXPECT_FALSE(source.render(64, block.buffers(), 2, 0));
     EXPECT_EQ(block.left, std::vector<float>(64, 0.0f));
@@ -71,7 +71,7 @@ TEST(RenderSource, MonoContentIsHeardOnBothChannels) {
 
 // The stamp pairs the buffer's first frame with its time, kept only when the platform gives one.
 TEST(RenderSource, SeekRequestedWhilePlayingIsAppliedAtTheNextBufferAndStamped) {
-    auto source = makeSource(countingAudio(100000));
+    auto source = makeSource(countingContent(100000));
     source.start({0, 100000}, 0, false);
     Block block(256);
     source.render(256, block.buffers(), 2, 0);
@@ -131,7 +131,7 @@ TEST(RenderSource, PlaysItsRangeLoopingInsideOneBufferOrEndingWithSilence) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        auto source = makeSource(countingAudio(c.frames));
+        auto source = makeSource(countingContent(c.frames));
         source.start(c.range, c.from, c.loop);
         Block block(64);
         EXPECT_EQ(source.render(64, block.buffers(), 2, 0), c.ends);
@@ -149,7 +149,7 @@ TEST(RenderSource, PlaysItsRangeLoopingInsideOneBufferOrEndingWithSilence) {
 }
 
 TEST(RenderSource, SeekPastTheEndEndsThePlay) {
-    auto source = makeSource(countingAudio(1000));
+    auto source = makeSource(countingContent(1000));
     source.start({0, 1000}, 0, false);
     source.seek(5000);
     Block block(64);

@@ -11,7 +11,7 @@
 #include <limits>
 
 using namespace sonvale;
-using namespace sonvale::testing;
+using namespace sonvale::test;
 using nlohmann::json;
 
 namespace {

@@ -14,7 +14,7 @@
 #include <unistd.h>
 
 using namespace sonvale;
-using namespace sonvale::testing;
+using namespace sonvale::test;
 namespace fs = std::filesystem;
 
 namespace {
@@ -123,7 +123,7 @@ TEST(SessionBundle, KeepsTheNewestTwentySnapshotsAndTheAudioTheyReferTo) {
 
 TEST(SessionBundle, AFailedSaveLeavesTheOldBundleAsItWasAndNoTemporaryFolder) {
     TempFolder folder;
-    SmallDisk disk(folder / "disk", "2m");
+    TmpfsMount disk(folder / "disk", "2m");
     if (!disk.isMounted()) GTEST_SKIP() << "mounting a small tmpfs is not allowed here";
     const fs::path url = folder / "disk/Keep.sonvale";
     save(url, {trackOf(folder / "x.wav", "Take", makeNoise(48000, 2, 1000))});

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace sonvale::test {
@@ -13,5 +14,8 @@ struct CliOutput {
 
 // Runs sonvale-cli through the shell; `arguments` is shell text, so quote what needs it.
 CliOutput runCli(const std::string& arguments);
+
+// A path as one shell word (the tests' folders hold no quotes).
+inline std::string quoted(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
 
 } // namespace sonvale::test

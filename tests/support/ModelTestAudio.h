@@ -10,10 +10,9 @@
 #include <random>
 #include <vector>
 
-namespace sonvale::testing {
+namespace sonvale::test {
 
 // Audio built in memory from explicit samples, one vector per channel.
-using sonvale::test::makeAudio;
 
 // Seeded white noise in [-0.5, 0.5): full of zero crossings, different in every channel.
 inline AudioDataPtr makeNoise(double sampleRate, int channelCount, int64_t frames,
@@ -61,4 +60,4 @@ inline AudioClip makeClip(double sampleRate, std::vector<std::vector<float>> cha
     return clip;
 }
 
-} // namespace sonvale::testing
+} // namespace sonvale::test

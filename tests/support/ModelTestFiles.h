@@ -12,7 +12,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
-namespace sonvale::testing {
+namespace sonvale::test {
 
 using TempFolder = sonvale::test::TemporaryFolder;
 
@@ -55,15 +55,15 @@ private:
 
 // A small tmpfs of its own, where the test may fill the disk or make it read-only; none
 // where mounting is not allowed.
-class SmallDisk {
+class TmpfsMount {
 public:
-    explicit SmallDisk(const std::filesystem::path& at, const char* size)
+    explicit TmpfsMount(const std::filesystem::path& at, const char* size)
         : point(at) {
         std::filesystem::create_directories(at);
         mounted =
             ::mount("tmpfs", at.c_str(), "tmpfs", 0, (std::string("size=") + size).c_str()) == 0;
     }
-    ~SmallDisk() {
+    ~TmpfsMount() {
         if (mounted) ::umount2(point.c_str(), MNT_DETACH);
     }
     bool isMounted() const { return mounted; }
@@ -76,4 +76,4 @@ private:
     bool mounted = false;
 };
 
-} // namespace sonvale::testing
+} // namespace sonvale::test

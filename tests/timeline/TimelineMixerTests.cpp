@@ -17,7 +17,7 @@
 #include <map>
 
 using namespace sonvale;
-using namespace sonvale::testing;
+using namespace sonvale::test;
 using sonvale::test::AllocationCounter;
 using sonvale::test::TemporaryFolder;
 

@@ -6,7 +6,7 @@
 #include <functional>
 
 using namespace sonvale;
-using namespace sonvale::testing;
+using namespace sonvale::test;
 
 namespace {
 

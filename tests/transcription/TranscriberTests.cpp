@@ -89,8 +89,7 @@ TEST(Transcriber, LongDictationWordsBecomeLinesAndProgressFollowsResults) {
     Transcriber transcriber(nullptr, engine);
     std::vector<TranscriptSegment> lines;
     // 10 s of audio; the last result ends after it, and progress stops at 1.
-    const auto seen =
-        progressOf(transcriber, sonvale::testing::makeNoise(48000, 2, 480000), &lines);
+    const auto seen = progressOf(transcriber, sonvale::test::makeNoise(48000, 2, 480000), &lines);
     EXPECT_THAT(seen, ::testing::Pointwise(::testing::DoubleNear(1e-12),
                                            std::vector<double>{0.27, 0.42, 1.0}));
     // 0.59 s joins, 0.6 s parts; a piece of spaces alone is dropped.
@@ -113,7 +112,7 @@ TEST(Transcriber, ThePhraseEngineTakesItsLanguagesAndPhrasesStayWhole) {
     auto dictation = std::make_shared<FakeRecognizer>();
     Transcriber transcriber(phrases, dictation);
     std::vector<TranscriptSegment> lines;
-    progressOf(transcriber, sonvale::testing::makeNoise(16000, 1, 32000), &lines);
+    progressOf(transcriber, sonvale::test::makeNoise(16000, 1, 32000), &lines);
     EXPECT_EQ(lines, (std::vector<TranscriptSegment>{{" Guten Tag", 0.1, 1.9}}));
     EXPECT_TRUE(dictation->heard.empty());
     EXPECT_EQ(transcriber.languages().identifiers, (std::vector<std::string>{"de-DE", "en-US"}));
@@ -146,8 +145,8 @@ TEST(Transcriber, LanguagesFailuresAndCancelling) {
 
     std::atomic<bool> cancelled{true};
     EXPECT_THROW(transcriber.transcribe(
-                     sonvale::testing::makeNoise(16000, 1, 16000), "en-US",
-                     [](Transcriber::Stage) {}, &cancelled),
+                     sonvale::test::makeNoise(16000, 1, 16000), "en-US", [](Transcriber::Stage) {},
+                     &cancelled),
                  TranscriptionCancelled);
 }
 
@@ -206,7 +205,7 @@ TEST(Whisper, SegmentsBecomeOrderedLinesInsideTheAudioAcrossBlocks) {
                                   nullptr);
     std::vector<TranscriptSegment> lines;
     const auto seen =
-        progressOf(transcriber, sonvale::testing::makeNoise(44100, 2, 44100 * 25), &lines, "de");
+        progressOf(transcriber, sonvale::test::makeNoise(44100, 2, 44100 * 25), &lines, "de");
     ASSERT_FALSE(lines.empty());
     double previousEnd = 0;
     for (const auto& line : lines) {
