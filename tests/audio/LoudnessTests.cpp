@@ -19,12 +19,12 @@ namespace {
 // A signal as one array per channel.
 using Channels = std::vector<std::vector<float>>;
 
-AudioDataPtr makeAudio(const Channels& channels, double rate) {
+AudioDataPtr audioAt(const Channels& channels, double rate) {
     return test::makeAudio(rate, channels);
 }
 
-std::vector<float> sine(double rate, double seconds, double frequency, double dBFS,
-                        double phase = 0) {
+std::vector<float> sineAt(double rate, double seconds, double frequency, double dBFS,
+                          double phase = 0) {
     const double amplitude = std::pow(10.0, dBFS / 20);
     std::vector<float> out(size_t(std::llround(rate * seconds)));
     for (size_t i = 0; i < out.size(); ++i)
@@ -33,7 +33,7 @@ std::vector<float> sine(double rate, double seconds, double frequency, double dB
     return out;
 }
 
-std::vector<float> noise(double rate, double seconds, double dBFS, unsigned seed) {
+std::vector<float> noiseAt(double rate, double seconds, double dBFS, unsigned seed) {
     std::mt19937 engine(seed);
     std::normal_distribution<float> dist(0.0f, float(std::pow(10.0, dBFS / 20)));
     std::vector<float> out(size_t(std::llround(rate * seconds)));
@@ -100,32 +100,33 @@ TEST(Loudness, AgreesWithLibebur128OnVariedSignals) {
     std::vector<Case> cases;
     for (double rate : {8000.0, 22050.0, 44100.0, 48000.0, 96000.0, 192000.0})
         cases.push_back({"1 kHz -20 dBFS stereo at " + std::to_string(int(rate)),
-                         {sine(rate, 3, 1000, -20), sine(rate, 3, 1000, -20)},
+                         {sineAt(rate, 3, 1000, -20), sineAt(rate, 3, 1000, -20)},
                          rate});
     for (double frequency : {50.0, 100.0, 440.0, 3000.0, 10000.0})
         cases.push_back({"mono " + std::to_string(int(frequency)) + " Hz -12 dBFS",
-                         {sine(48000, 2, frequency, -12)},
+                         {sineAt(48000, 2, frequency, -12)},
                          48000});
     for (double level : {-6.0, -30.0, -50.0})
         cases.push_back({"noise " + std::to_string(int(level)) + " dBFS",
-                         {noise(44100, 4, level, 1), noise(44100, 4, level, 2)},
+                         {noiseAt(44100, 4, level, 1), noiseAt(44100, 4, level, 2)},
                          44100});
     cases.push_back({"tone with long silence",
-                     {concat({sine(48000, 3, 440, -14), std::vector<float>(48000 * 10, 0.0f),
-                              sine(48000, 2, 440, -20)})},
+                     {concat({sineAt(48000, 3, 440, -14), std::vector<float>(48000 * 10, 0.0f),
+                              sineAt(48000, 2, 440, -20)})},
                      48000});
     cases.push_back(
         {"loud and quiet passages (relative gate)",
-         {concat({noise(48000, 5, -10, 3), noise(48000, 5, -45, 4), noise(48000, 5, -12, 5)}),
-          concat({noise(48000, 5, -10, 6), noise(48000, 5, -45, 7), noise(48000, 5, -12, 8)})},
+         {concat({noiseAt(48000, 5, -10, 3), noiseAt(48000, 5, -45, 4), noiseAt(48000, 5, -12, 5)}),
+          concat(
+              {noiseAt(48000, 5, -10, 6), noiseAt(48000, 5, -45, 7), noiseAt(48000, 5, -12, 8)})},
          48000});
-    cases.push_back({"near the absolute gate", {noise(48000, 5, -68, 9)}, 48000});
+    cases.push_back({"near the absolute gate", {noiseAt(48000, 5, -68, 9)}, 48000});
     Channels surround;
     for (int c = 0; c < 6; ++c)
-        surround.push_back(sine(48000, 3, 200 + 150 * c, -25 - c));
+        surround.push_back(sineAt(48000, 3, 200 + 150 * c, -25 - c));
     cases.push_back({"5.1 weighted 1 per channel", surround, 48000});
     cases.push_back(
-        {"odd length", {sine(44100, 1.2345, 700, -9), noise(44100, 1.2345, -18, 10)}, 44100});
+        {"odd length", {sineAt(44100, 1.2345, 700, -9), noiseAt(44100, 1.2345, -18, 10)}, 44100});
     if (auto voice = speech(); !voice.empty())
         cases.push_back({"espeak-ng speech", voice, 22050});
     else
@@ -133,7 +134,7 @@ TEST(Loudness, AgreesWithLibebur128OnVariedSignals) {
 
     ASSERT_GE(cases.size(), 20u);
     for (const auto& c : cases) {
-        auto ours = Loudness::integrated(*makeAudio(c.channels, c.rate));
+        auto ours = Loudness::integrated(*audioAt(c.channels, c.rate));
         auto theirs = reference(c.channels, c.rate);
         ASSERT_TRUE(ours.has_value()) << c.name;
         ASSERT_TRUE(theirs.has_value()) << c.name;
@@ -145,8 +146,8 @@ TEST(Loudness, AgreesWithLibebur128OnVariedSignals) {
 // channel 1, so surround content measures differently by design.
 TEST(Loudness, SurroundDiffersFromBroadcastWeightingByDesign) {
     Channels surround(6, std::vector<float>(48000 * 3, 0.0f));
-    surround[3] = sine(48000, 3, 60, -10); // LFE only
-    EXPECT_TRUE(Loudness::integrated(*makeAudio(surround, 48000)).has_value());
+    surround[3] = sineAt(48000, 3, 60, -10); // LFE only
+    EXPECT_TRUE(Loudness::integrated(*audioAt(surround, 48000)).has_value());
     EXPECT_FALSE(reference(surround, 48000, true).has_value());
 }
 
@@ -159,31 +160,31 @@ TEST(Loudness, Tech3341ToneCases) {
     for (Tone t :
          {Tone{1000, -23, -23}, Tone{1000, -33, -33}, Tone{997, -23, -23}, Tone{997, -33, -33}}) {
         auto measured =
-            Loudness::integrated(*makeAudio(stereo(sine(rate, 20, t.frequency, t.dBFS)), rate));
+            Loudness::integrated(*audioAt(stereo(sineAt(rate, 20, t.frequency, t.dBFS)), rate));
         ASSERT_TRUE(measured);
         EXPECT_NEAR(*measured, t.expected, 0.1) << t.frequency << " Hz at " << t.dBFS;
     }
     // Level changes: the quiet parts fall below the relative gate.
-    auto gated =
-        concat({sine(rate, 10, 1000, -36), sine(rate, 60, 1000, -23), sine(rate, 10, 1000, -36)});
-    EXPECT_NEAR(*Loudness::integrated(*makeAudio(stereo(gated), rate)), -23, 0.1);
-    auto deep =
-        concat({sine(rate, 10, 1000, -72), sine(rate, 10, 1000, -36), sine(rate, 60, 1000, -23),
-                sine(rate, 10, 1000, -36), sine(rate, 10, 1000, -72)});
-    EXPECT_NEAR(*Loudness::integrated(*makeAudio(stereo(deep), rate)), -23, 0.1);
+    auto gated = concat(
+        {sineAt(rate, 10, 1000, -36), sineAt(rate, 60, 1000, -23), sineAt(rate, 10, 1000, -36)});
+    EXPECT_NEAR(*Loudness::integrated(*audioAt(stereo(gated), rate)), -23, 0.1);
+    auto deep = concat({sineAt(rate, 10, 1000, -72), sineAt(rate, 10, 1000, -36),
+                        sineAt(rate, 60, 1000, -23), sineAt(rate, 10, 1000, -36),
+                        sineAt(rate, 10, 1000, -72)});
+    EXPECT_NEAR(*Loudness::integrated(*audioAt(stereo(deep), rate)), -23, 0.1);
 }
 
 TEST(Loudness, FullScaleSineReadsMinusThreeInOneChannelAndZeroInTwo) {
-    auto tone = sine(48000, 5, 997, 0);
-    EXPECT_NEAR(*Loudness::integrated(*makeAudio({tone}, 48000)), -3.01, 0.02);
-    EXPECT_NEAR(*Loudness::integrated(*makeAudio({tone, tone}, 48000)), 0.0, 0.02);
+    auto tone = sineAt(48000, 5, 997, 0);
+    EXPECT_NEAR(*Loudness::integrated(*audioAt({tone}, 48000)), -3.01, 0.02);
+    EXPECT_NEAR(*Loudness::integrated(*audioAt({tone, tone}, 48000)), 0.0, 0.02);
 }
 
 TEST(Loudness, NeedsFourHundredMillisecondsAndSomethingAboveTheAbsoluteGate) {
-    EXPECT_TRUE(Loudness::integrated(*makeAudio({sine(48000, 0.4, 1000, -20)}, 48000)));
-    EXPECT_FALSE(Loudness::integrated(*makeAudio({sine(48000, 0.399, 1000, -20)}, 48000)));
-    EXPECT_FALSE(Loudness::integrated(*makeAudio({std::vector<float>(48000, 0.0f)}, 48000)));
-    EXPECT_FALSE(Loudness::integrated(*makeAudio({sine(48000, 2, 1000, -80)}, 48000)));
+    EXPECT_TRUE(Loudness::integrated(*audioAt({sineAt(48000, 0.4, 1000, -20)}, 48000)));
+    EXPECT_FALSE(Loudness::integrated(*audioAt({sineAt(48000, 0.399, 1000, -20)}, 48000)));
+    EXPECT_FALSE(Loudness::integrated(*audioAt({std::vector<float>(48000, 0.0f)}, 48000)));
+    EXPECT_FALSE(Loudness::integrated(*audioAt({sineAt(48000, 2, 1000, -80)}, 48000)));
 }
 
 TEST(Loudness, KWeightingHasTheBroadcastResponse) {
@@ -234,13 +235,13 @@ TEST(Normalization, GainsStayWithinThirtyDecibels) {
 TEST(AudibleRange, PadsTheLoudPartAndFindsNothingInSilence) {
     const double rate = 48000;
     auto quiet = std::vector<float>(size_t(rate), 0.0f);
-    EXPECT_FALSE(makeAudio({quiet}, rate)->audibleRange(-60, 0.01));
+    EXPECT_FALSE(audioAt({quiet}, rate)->audibleRange(-60, 0.01));
 
     // One loud sample in the second channel, deep inside a block.
     Channels channels{quiet, quiet};
     channels[1][30000] = 0.5f;
     channels[0][20000] = -0.01f;
-    auto range = makeAudio(channels, rate)->audibleRange(-60, 0.01);
+    auto range = audioAt(channels, rate)->audibleRange(-60, 0.01);
     ASSERT_TRUE(range);
     EXPECT_EQ(range->lower, 20000 - 480);
     EXPECT_EQ(range->upper, 30001 + 480);
@@ -248,8 +249,8 @@ TEST(AudibleRange, PadsTheLoudPartAndFindsNothingInSilence) {
 
 TEST(AudibleRange, FiveMillisecondsOfSilenceAtEachEndIsCoveredByThePadding) {
     const double rate = 48000;
-    auto body = sine(rate, 1, 440, -6);
-    auto audio = makeAudio(
+    auto body = sineAt(rate, 1, 440, -6);
+    auto audio = audioAt(
         {concat({std::vector<float>(240, 0.0f), body, std::vector<float>(240, 0.0f)})}, rate);
     auto range = audio->audibleRange(-60, 0.01);
     ASSERT_TRUE(range);

@@ -4,6 +4,7 @@
 #include "audio/AudioLoader.h"
 #include "support/AudioFiles.h"
 #include "support/CliCommand.h"
+#include "support/ModelTestFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -16,11 +17,6 @@ using namespace sonvale::test;
 namespace fs = std::filesystem;
 
 namespace {
-
-void writeText(const fs::path& path, const std::string& text) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path) << text;
-}
 
 // A bundle with two tracks made by sox: a stereo float tone and a mono one.
 struct Show {
