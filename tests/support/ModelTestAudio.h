@@ -12,8 +12,6 @@
 
 namespace sonvale::test {
 
-// Audio built in memory from explicit samples, one vector per channel.
-
 // Seeded white noise in [-0.5, 0.5): full of zero crossings, different in every channel.
 inline AudioDataPtr makeNoise(double sampleRate, int channelCount, int64_t frames,
                               uint32_t seed = 1) {

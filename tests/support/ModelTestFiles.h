@@ -14,7 +14,7 @@
 
 namespace sonvale::test {
 
-using TempFolder = sonvale::test::TemporaryFolder;
+using TempFolder = TemporaryFolder;
 
 inline void writeText(const std::filesystem::path& path, const std::string& text) {
     std::filesystem::create_directories(path.parent_path());
